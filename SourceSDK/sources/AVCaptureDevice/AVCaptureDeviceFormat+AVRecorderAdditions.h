@@ -1,0 +1,14 @@
+#pragma once
+
+// Display names of capture formats.
+
+#include <AVFoundation/AVCaptureDeviceFormat.h>
+
+#include <optional>
+#include <string>
+
+/// The format's name for people; absent when it has neither a name nor a size.
+std::optional<std::string> localizedName(const AVCaptureDeviceFormat& format);
+
+/// True for a muxed MPEG-2 transport stream of high definition.
+bool isHDV(const AVCaptureDeviceFormat& format);

@@ -1,0 +1,394 @@
+#include "AVDevice.h"
+
+#include <CoreVideo/CVPixelBuffer.h>
+#include <Foundation/NSNotification.h>
+#include <Foundation/NSValue.h>
+#include <lumora/zTrace.h>
+
+#include <optional>
+
+#include "AVDeviceManager.h"
+#include "AVLog.h"
+
+namespace AV {
+namespace {
+
+constexpr std::int32_t LevelRefusal = 3;
+constexpr std::int64_t UnsupportedMediaError = 1000;
+
+std::optional<Device::eMediaType> classify(const AVCaptureDevice& device) {
+  if (device.hasMediaType(AVMediaTypeVideo)) return Device::video;
+  if (device.hasMediaType(AVMediaTypeAudio)) return Device::audio;
+  if (device.hasMediaType(AVMediaTypeMuxed)) return Device::muxed;
+  return std::nullopt;
+}
+
+Ref<NSDictionary> videoSettings() {
+  return makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{
+      {kCVPixelBufferPixelFormatTypeKey, NSNumber::numberWithUnsignedInt(kCVPixelFormatType_422YpCbCr8_yuvs)},
+      {kCVPixelBufferIOSurfacePropertiesKey, makeRef<NSDictionary>()},
+  });
+}
+
+/// Runs `block` where a delegate's deliveries run, so that none is in progress.
+template <typename Block>
+void onQueue(const CFRef<dispatch_queue_t>& queue, Block block) {
+  if (dispatch_queue_is_current(queue.get())) {
+    block();
+  } else {
+    dispatch_sync(queue.get(), block);
+  }
+}
+
+}  // namespace
+
+Ref<NSDictionary> GetAudioSettings() {
+  return makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{
+      {AVFormatIDKey, NSNumber::numberWithUnsignedInt(kAudioFormatLinearPCM)},
+      {AVSampleRateKey, NSNumber::numberWithInt(44100)},
+      {AVLinearPCMBitDepthKey, NSNumber::numberWithInt(16)},
+      {AVLinearPCMIsFloatKey, NSNumber::numberWithBool(false)},
+      {AVLinearPCMIsNonInterleaved, NSNumber::numberWithBool(false)},
+      {AVNumberOfChannelsKey, NSNumber::numberWithInt(2)},
+  });
+}
+
+Device::Device(DeviceManager* manager, AVCaptureDevice* device)
+    : _name("Untitled Device"), _pDeviceManager(manager), _pSession(makeRef<AVCaptureSession>()) {
+  observeSession();
+
+  const auto type = classify(*device);
+  if (!type) {
+    zTrace::Default().TraceNote("AV::Device::Device() Device %s doesn't contain and supported Media\n",
+                                device->localizedName().c_str());
+    setError(NSError::errorWithDomain(NSCocoaErrorDomain, UnsupportedMediaError));
+    return;
+  }
+  _name = _GenerateName(device->localizedName(), *type);
+  if (*type == audio) {
+    _pAudioDevice = Ref<AVCaptureDevice>::retain(device);
+    _CreateAudioDevice();
+  } else {
+    _pVideoDevice = Ref<AVCaptureDevice>::retain(device);
+    _CreateVideoDevice();
+  }
+  _pLock = zCritical::Factory(1);
+}
+
+Device::~Device() {
+  // Whatever the main thread has heard of so far: the session itself knows best whether it runs.
+  if (_pSession->isRunning()) _pSession->stopRunning();
+  for (const auto& observer : _pSessionObservers) {
+    NSNotificationCenter::defaultCenter().removeObserver(observer.get());
+  }
+  _pSessionObservers.clear();
+
+  _pSession = {};
+  _pVideoDevice = {};
+  _pAudioDevice = {};
+  _pVideoInput = {};
+  _pAudioInput = {};
+
+  if (_pVideoOutput) _pVideoOutput->setSampleBufferDelegate(nullptr, nullptr);
+  _pVideoOutput = {};
+  if (_pAudioOutput) _pAudioOutput->setSampleBufferDelegate(nullptr, nullptr);
+  _pAudioOutput = {};
+
+  // A delegate goes on its own queue, where no delivery can be in progress.
+  if (_audioQueue && _pAudioDelegate) onQueue(_audioQueue, [this] { _pAudioDelegate = {}; });
+  _audioQueue = {};
+  if (_videoQueue && _pVideoDelegate) onQueue(_videoQueue, [this] { _pVideoDelegate = {}; });
+  _videoQueue = {};
+
+  setSourceChangeCallback(nullptr, nullptr);
+  delete _pLock;
+  _pLock = nullptr;
+}
+
+void Device::observeSession() {
+  auto& center = NSNotificationCenter::defaultCenter();
+  auto* const mainQueue = &NSOperationQueue::mainQueue();
+  auto stopObserver = center.addObserverForName(AVCaptureSessionDidStopRunningNotification, _pSession.get(), mainQueue,
+                                                [this](NSNotification&) { _running = false; });
+  auto startObserver = center.addObserverForName(AVCaptureSessionDidStartRunningNotification, _pSession.get(),
+                                                 mainQueue, [this](NSNotification&) { _running = true; });
+  _pSessionObservers = {std::move(startObserver), std::move(stopObserver)};
+}
+
+std::string Device::_GenerateName(const std::string& baseName, eMediaType type) const {
+  const std::string suffix = type == video ? " Video" : type == audio ? " Audio" : "";
+  std::string candidate = baseName + suffix;
+  for (int n = 1; _pDeviceManager->getDeviceWithName(candidate); ++n) {
+    candidate = baseName + " " + std::to_string(n) + suffix;
+  }
+  return candidate;
+}
+
+bool Device::_CreateVideoDevice() {
+  const auto device = videoDevice();
+  Ref<NSError> error;
+  auto input = AVCaptureDeviceInput::initWithDevice(device.get(), &error);
+  if (!input || error) {
+    const bool succeeded = !error;
+    if (error) setError(std::move(error));
+    return succeeded;
+  }
+  _pSession->addInput(input.get());
+
+  auto output = makeRef<AVCaptureVideoDataOutput>();
+  output->setVideoSettings(videoSettings().get());
+  output->setAlwaysDiscardsLateVideoFrames(true);
+  _pSession->addOutput(output.get());
+
+  auto queue = CFRef<dispatch_queue_t>::adopt(dispatch_queue_create(_name.c_str(), DISPATCH_QUEUE_SERIAL));
+  auto delegate = VCaptureDelegate::initWithDevice(this);
+  delegate->setCaptureDevice(device.get());
+  output->setSampleBufferDelegate(delegate.get(), queue.get());
+
+  const std::string deviceID = device->uniqueID();
+  {
+    std::lock_guard lock(_graphLock);
+    _pVideoInput = std::move(input);
+    _pVideoOutput = std::move(output);
+    _videoQueue = std::move(queue);
+    _pVideoDelegate = delegate;
+    _videoDeviceID = deviceID;
+  }
+  if (device->hasMediaType(AVMediaTypeMuxed)) createAudioOutput(delegate.get(), _name + " Audio Track", deviceID);
+  _pDeviceManager->_addToTotalDeviceTable(this);
+  return true;
+}
+
+bool Device::_CreateAudioDevice() {
+  const auto device = audioDevice();
+  Ref<NSError> error;
+  auto input = AVCaptureDeviceInput::initWithDevice(device.get(), &error);
+  if (!input || error) {
+    const bool succeeded = !error;
+    if (error) setError(std::move(error));
+    return succeeded;
+  }
+  _pSession->addInput(input.get());
+  {
+    std::lock_guard lock(_graphLock);
+    _pAudioInput = std::move(input);
+  }
+  // The sound of a muxed device gives way to that of a microphone paired with it.
+  const AudioCallback former = releaseAudioGraph();
+  createAudioOutput(nullptr, _name, device->uniqueID());
+  setAudioDataArrivedCallback(former.callback, former.context);
+  _pDeviceManager->_addToTotalDeviceTable(this);
+  return true;
+}
+
+/// The audio branch of the session; with a video delegate, that of a muxed device.
+void Device::createAudioOutput(VCaptureDelegate* videoDelegate, const std::string& queueLabel, std::string deviceID) {
+  auto output = makeRef<AVCaptureAudioDataOutput>();
+  auto delegate = ACaptureDelegate::init();
+  delegate->setVideoDelegate(videoDelegate);
+  output->setAudioSettings(GetAudioSettings().get());
+  auto queue = CFRef<dispatch_queue_t>::adopt(dispatch_queue_create(queueLabel.c_str(), DISPATCH_QUEUE_SERIAL));
+  output->setSampleBufferDelegate(delegate.get(), queue.get());
+  _pSession->addOutput(output.get());
+
+  std::lock_guard lock(_graphLock);
+  _pAudioOutput = std::move(output);
+  _audioQueue = std::move(queue);
+  _pAudioDelegate = std::move(delegate);
+  _audioDeviceID = std::move(deviceID);
+}
+
+/// Takes the audio branch down and hands out the callback that the host had in it.
+Device::AudioCallback Device::releaseAudioGraph() {
+  std::unique_lock lock(_graphLock);
+  const auto output = std::exchange(_pAudioOutput, {});
+  const auto queue = std::exchange(_audioQueue, {});
+  auto delegate = std::exchange(_pAudioDelegate, {});
+  lock.unlock();
+  if (!output) return {};
+  _pSession->removeOutput(output.get());
+  output->setSampleBufferDelegate(nullptr, nullptr);
+  AudioCallback callback;
+  onQueue(queue, [&] {
+    callback = {delegate->audioDataArrivedCallback(), delegate->audioDataArrivedContext()};
+    delegate = {};
+  });
+  return callback;
+}
+
+void Device::setAudioTrackDevice(AVCaptureDevice* audioDevice) {
+  {
+    std::lock_guard lock(_graphLock);
+    if (!_pAudioDevice) {
+      _pAudioDevice = Ref<AVCaptureDevice>::retain(audioDevice);
+      audioDevice = nullptr;
+    }
+  }
+  if (audioDevice) {
+    AV_LOG(LevelRefusal, "Already has an Audio Device Associated with it!\n");
+    return;
+  }
+  _CreateAudioDevice();
+}
+
+void Device::setVideoTrackDevice(AVCaptureDevice* videoDevice) {
+  {
+    std::lock_guard lock(_graphLock);
+    if (!_pVideoDevice) {
+      _pVideoDevice = Ref<AVCaptureDevice>::retain(videoDevice);
+      videoDevice = nullptr;
+    }
+  }
+  if (videoDevice) {
+    AV_LOG(LevelRefusal, "Already has a Video Device Associated with it!\n");
+    return;
+  }
+  _CreateVideoDevice();
+}
+
+void Device::startDevice() {
+  if (isRunning()) return;
+  reconnectAudioOutput();
+  _pSession->startRunning();
+  if (!_videoFormatSelected) _SetSupportedVideoFormat(getBestSupportedVideoFormatIndex());
+}
+
+void Device::stopDevice() {
+  if (isRunning()) _pSession->stopRunning();
+}
+
+void Device::restartDevice() {
+  if (isRunning()) {
+    _pSession->stopRunning();
+    reconnectAudioOutput();
+  }
+  _pSession->startRunning();
+}
+
+bool Device::isRunning() const { return _running && _pSession->isRunning(); }
+
+void Device::reconnectAudioOutput() {
+  Ref<AVCaptureAudioDataOutput> output;
+  {
+    std::lock_guard lock(_graphLock);
+    output = _pAudioOutput;
+  }
+  if (!output) return;
+  _pSession->removeOutput(output.get());
+  _pSession->addOutput(output.get());
+}
+
+void Device::disconnectOutput() {
+  std::unique_lock lock(_graphLock);
+  const auto output = _pVideoOutput;
+  lock.unlock();
+  if (output) _pSession->removeOutput(output.get());
+}
+
+void Device::reconnectOutput() {
+  std::unique_lock lock(_graphLock);
+  const auto output = _pVideoOutput;
+  lock.unlock();
+  if (output) _pSession->addOutput(output.get());
+}
+
+void Device::setSourceChangeCallback(BRV_SourceChangedCallback callback, void* context) {
+  zCriticalScope lock(_pLock);
+  if (const auto delegate = videoDelegate()) {
+    delegate->setNotifySourceChangeCallback(callback);
+    delegate->setNotifySourceChangeContext(context);
+  }
+  if (const auto delegate = audioDelegate()) {
+    delegate->setNotifySourceChangeCallback(callback);
+    delegate->setNotifySourceChangeContext(context);
+  }
+  _pSourceChangeCallback = callback;
+  _pSourceChangeContext = context;
+}
+
+void Device::notifySourceChange(int code) {
+  zCriticalScope lock(_pLock);
+  if (_pSourceChangeCallback && _pSourceChangeContext) _pSourceChangeCallback(_pSourceChangeContext, code);
+}
+
+void Device::setVideoDataArriveCallback(BRV_VideoDataArrivedCallback callback, void* context) {
+  std::unique_lock lock(_graphLock);
+  const auto delegate = _pVideoDelegate;
+  const auto queue = _videoQueue;
+  lock.unlock();
+  if (!delegate) return;
+  onQueue(queue, [&] {
+    delegate->setVideoDataArrivedCallback(callback);
+    delegate->setVideoDataArrivedContext(context);
+  });
+}
+
+void Device::setAudioDataArrivedCallback(BRV_AudioDataArrivedCallback callback, void* context) {
+  std::unique_lock lock(_graphLock);
+  const auto delegate = _pAudioDelegate;
+  const auto queue = _audioQueue;
+  lock.unlock();
+  if (!delegate) return;
+  onQueue(queue, [&] {
+    delegate->setAudioDataArrivedCallback(callback);
+    delegate->setAudioDataArrivedContext(context);
+  });
+}
+
+bool Device::getErrorString(std::string& text) {
+  Ref<NSError> error;
+  {
+    std::lock_guard lock(_graphLock);
+    error = std::exchange(_pError, {});
+  }
+  if (!error) return false;
+  text = error->localizedDescription();
+  return true;
+}
+
+void Device::setError(Ref<NSError> error) {
+  std::lock_guard lock(_graphLock);
+  std::swap(_pError, error);
+}
+
+std::string Device::getAudioDeviceID() const {
+  std::lock_guard lock(_graphLock);
+  return _audioDeviceID;
+}
+
+std::string Device::getVideoDeviceID() const {
+  std::lock_guard lock(_graphLock);
+  return _videoDeviceID;
+}
+
+bool Device::hasAudioStream() const {
+  std::lock_guard lock(_graphLock);
+  return _pAudioDevice || (_pVideoDevice && _pVideoDevice->hasMediaType(AVMediaTypeMuxed));
+}
+
+bool Device::hasVideoStream() const {
+  std::lock_guard lock(_graphLock);
+  return bool{_pVideoDevice};
+}
+
+Ref<AVCaptureDevice> Device::videoDevice() const {
+  std::lock_guard lock(_graphLock);
+  return _pVideoDevice;
+}
+
+Ref<AVCaptureDevice> Device::audioDevice() const {
+  std::lock_guard lock(_graphLock);
+  return _pAudioDevice;
+}
+
+Ref<VCaptureDelegate> Device::videoDelegate() const {
+  std::lock_guard lock(_graphLock);
+  return _pVideoDelegate;
+}
+
+Ref<ACaptureDelegate> Device::audioDelegate() const {
+  std::lock_guard lock(_graphLock);
+  return _pAudioDelegate;
+}
+
+}  // namespace AV

@@ -1,0 +1,173 @@
+#pragma once
+
+// One source as the host sees it: a camera, a microphone, or both, with the capture session that carries them. Made,
+// paired, marked and destroyed by the device manager; started, stopped and configured on the host's thread.
+//
+// Pairing may add the second medium on the main thread while the host's thread and the capture queues look at the
+// source, so everything that pairing changes is guarded by a lock that is only ever held to read or write those fields.
+
+#include <AVFoundation/AVFoundation.h>
+#include <CoreFoundation/CFRef.h>
+#include <dispatch/dispatch.h>
+#include <lumora/zCritical.h>
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "AVCaptureDelegate.h"
+#include "BRV_AVCapture.h"
+
+namespace AV {
+
+class DeviceManager;
+
+/// The output settings of every audio data output: what the host's records hold.
+Ref<NSDictionary> GetAudioSettings();
+
+class Device {
+ public:
+  /// What a source is made from.
+  enum eMediaType { video = 0, audio = 1, muxed = 2 };
+
+  /// Builds a source around `device`, names it so that no source of `manager` has the name, and enters it into the
+  /// manager's table of devices in use. A failure is held for getErrorString.
+  Device(DeviceManager* manager, AVCaptureDevice* device);
+
+  /// Stops, and returns when no callback of the host is running for this source.
+  ~Device();
+  Device(const Device&) = delete;
+  Device& operator=(const Device&) = delete;
+
+  // Pairing. A side that is there already stays, and the refusal is logged.
+
+  void setAudioTrackDevice(AVCaptureDevice* audioDevice);
+  void setVideoTrackDevice(AVCaptureDevice* videoDevice);
+
+  // Running
+
+  /// Starts the session, and applies the automatic choice of video format until the host has made one, which blocks
+  /// for 100 ms. No-op while running.
+  void startDevice();
+  /// Stops the session: after the return no sample is being delivered, unless called from the delivery. No-op while stopped.
+  void stopDevice();
+  /// Stops a running session, and starts it in every case. Leaves the video format alone.
+  void restartDevice();
+  /// True from the session's notification that it started to the one that it stopped, both of which pass through the
+  /// main thread.
+  bool isRunning() const;
+
+  /// Takes the video output out of the session, and puts it back. Without video nothing happens.
+  void disconnectOutput();
+  void reconnectOutput();
+
+  // Callbacks of the host
+
+  void setSourceChangeCallback(BRV_SourceChangedCallback callback, void* context);
+  /// Calls the source-change callback when it has a context, under the lock that guards it.
+  void notifySourceChange(int code);
+
+  /// After the return the former callback is not running, unless called from it, and will not be called.
+  void setVideoDataArriveCallback(BRV_VideoDataArrivedCallback callback, void* context);
+  void setAudioDataArrivedCallback(BRV_AudioDataArrivedCallback callback, void* context);
+
+  // Identity
+
+  /// Hands out the last error once: false, and `text` as it was, when there is none.
+  bool getErrorString(std::string& text);
+
+  const std::string& getDeviceName() const { return _name; }
+  /// Unique IDs of the capture devices; empty for a side that is absent. Equal for a muxed device.
+  std::string getAudioDeviceID() const;
+  std::string getVideoDeviceID() const;
+  bool isHDV() const { return _isHDV.load(std::memory_order_relaxed); }
+  void setIsHDV(bool isHDV) { _isHDV.store(isHDV, std::memory_order_relaxed); }
+  bool hasAudioStream() const;
+  bool hasVideoStream() const;
+
+  // Video formats and frame rates. An index is a position in the device's list of formats, or in the active format's
+  // list of frame-rate ranges; -1 stands for none. Reading with an index outside the list changes nothing and yields false, "" or 0.
+
+  int supportedVideoFormatListCount() const;
+  bool getSupportedVideoFormatString(int index, std::string* out) const;
+  /// The first format with the most pixels, up to 1920 x 1080; 0 when there is none.
+  int getBestSupportedVideoFormatIndex() const;
+  bool getBestSupportedVideoFormatString(std::string* out) const;
+  bool isVideoFormatPotentiallyTooLarge(int index) const;
+  /// Applies a format on behalf of the host: from now on, even when it fails, there is no automatic choice any more.
+  /// Blocks for 100 ms.
+  bool setSupportedVideoFormat(int index);
+  /// The first format whose name is that of the active one.
+  int getSelectedVideoFormatIndex() const;
+  /// False, and `out` as it was, without video or when the active format has no name.
+  bool getSelectedVideoFormatString(std::string* out) const;
+
+  int supportedVideoFPSCount() const;
+  /// Lowest rate of the range, in frames per second.
+  float getSupportedVideoFPS(int index) const;
+  std::string getSupportedVideoFPSTitle(int index) const;
+  /// Runs the camera at the range's highest rate. Blocks for 100 ms. The next record of each medium carries the
+  /// format-change flag.
+  bool setVideoFPSIndex(int index);
+  int getSelectedVideoFPSIndex() const;
+
+  /// Ticks per second of the time stamps; -1 before the first sample, 0 for a source without media.
+  std::int32_t getDeviceTimescale() const;
+  /// Duration of a frame in ticks of the timescale: 0 while the timescale is not known, -1 for a source without media.
+  std::int64_t getDeviceFrameDuration() const;
+  /// Size of the active format in pixels; 0 without video.
+  int getDeviceWidth() const;
+  int getDeviceHeight() const;
+
+ private:
+  struct AudioCallback {
+    BRV_AudioDataArrivedCallback callback = nullptr;
+    void* context = nullptr;
+  };
+
+  void observeSession();
+  std::string _GenerateName(const std::string& baseName, eMediaType type) const;
+  bool _CreateVideoDevice();
+  bool _CreateAudioDevice();
+  void createAudioOutput(VCaptureDelegate* videoDelegate, const std::string& queueLabel, std::string deviceID);
+  bool _SetSupportedVideoFormat(int index);
+
+  Ref<AVCaptureDevice> videoDevice() const;
+  Ref<AVCaptureDevice> audioDevice() const;
+  Ref<VCaptureDelegate> videoDelegate() const;
+  Ref<ACaptureDelegate> audioDelegate() const;
+  void setError(Ref<NSError> error);
+  void reconnectAudioOutput();
+  AudioCallback releaseAudioGraph();
+
+  std::string _name;
+  std::string _audioDeviceID;
+  std::string _videoDeviceID;
+  zCritical* _pLock = nullptr;  ///< guards the source-change pair
+  BRV_SourceChangedCallback _pSourceChangeCallback = nullptr;
+  void* _pSourceChangeContext = nullptr;
+  Ref<NSError> _pError;
+  DeviceManager* _pDeviceManager;
+  Ref<AVCaptureSession> _pSession;
+  Ref<AVCaptureVideoDataOutput> _pVideoOutput;
+  Ref<AVCaptureAudioDataOutput> _pAudioOutput;
+  Ref<AVCaptureDevice> _pVideoDevice;
+  Ref<AVCaptureDeviceInput> _pVideoInput;
+  Ref<AVCaptureDevice> _pAudioDevice;
+  Ref<AVCaptureDeviceInput> _pAudioInput;
+  Ref<VCaptureDelegate> _pVideoDelegate;
+  Ref<ACaptureDelegate> _pAudioDelegate;
+  std::vector<Ref<NSObject>> _pSessionObservers;
+  std::atomic<bool> _running{false};
+  CFRef<dispatch_queue_t> _audioQueue;
+  CFRef<dispatch_queue_t> _videoQueue;
+  std::atomic<bool> _isHDV{false};
+  std::atomic<bool> _videoFormatSelected{false};
+
+  /// Guards the IDs, the error, devices, inputs, outputs, delegates and queues. Nothing is called with it held.
+  mutable std::mutex _graphLock;
+};
+
+}  // namespace AV

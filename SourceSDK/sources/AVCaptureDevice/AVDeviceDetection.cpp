@@ -1,0 +1,164 @@
+// How capture devices become sources, find each other, and leave again.
+
+#include <Foundation/NSNotification.h>
+#include <Foundation/NSScanner.h>
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+#include "AVDeviceManager.h"
+#include "AVLog.h"
+
+namespace AV {
+namespace {
+
+constexpr std::int32_t LevelOther = 4;
+
+/// Devices whose names hold one of these words have plug-ins of their own, or come from the host itself.
+constexpr std::array<std::string_view, 5> RefusedWords{"Decklink", "Blackmagic", "Intensity", "Brevanta", "AJA "};
+
+}  // namespace
+
+void DeviceManager::observeHotPlug() {
+  auto& center = NSNotificationCenter::defaultCenter();
+  auto* const mainQueue = &NSOperationQueue::mainQueue();
+  observers.push_back(center.addObserverForName(AVCaptureDeviceWasConnectedNotification, nullptr, mainQueue,
+                                                [this](NSNotification&) {
+                                                  detectDeviceConnect();
+                                                  tellHost(BRV_DEVICE_STATE_ATTACHED);
+                                                }));
+  observers.push_back(center.addObserverForName(AVCaptureDeviceWasDisconnectedNotification, nullptr, mainQueue,
+                                                [this](NSNotification&) {
+                                                  _DetectDeviceDisconnect();
+                                                  tellHost(BRV_DEVICE_STATE_REMOVED);
+                                                }));
+}
+
+void DeviceManager::tellHost(int deviceState) {
+  std::unique_lock lock(_tableLock);
+  const auto callback = stateChangeCallback;
+  void* const context = stateChangeContext;
+  lock.unlock();
+  if (callback) callback(context, deviceState);
+}
+
+bool DeviceManager::_AllowDevice(const std::string& name) const {
+  return std::none_of(RefusedWords.begin(), RefusedWords.end(),
+                      [&](std::string_view word) { return name.find(word) != std::string::npos; });
+}
+
+void DeviceManager::detectDeviceConnect() {
+  std::lock_guard pass(_passLock);
+  detectVideoDevices();
+  detectAudioDevices();
+}
+
+void DeviceManager::detectVideoDevices() {
+  auto devices = AVCaptureDevice::devicesWithMediaType(AVMediaTypeVideo);
+  const auto muxedDevices = AVCaptureDevice::devicesWithMediaType(AVMediaTypeMuxed);
+  devices.insert(devices.end(), muxedDevices.begin(), muxedDevices.end());
+
+  for (const auto& device : devices) {
+    if (!_AllowDevice(device->localizedName()) || _getDeviceFromTotalDevice(device->uniqueID()) ||
+        joinsLinkedAudio(*device)) {
+      continue;
+    }
+    std::string error;
+    if (Device* source = addSource(*device, error)) {
+      markHDV(*source, device->uniqueID());
+    } else {
+      AV_LOG(LevelOther, "Error Loading Video Source %s: %s\n", device->localizedName().c_str(), error.c_str());
+    }
+  }
+}
+
+/// True when no source is to be made for this video device: it joined the source of its linked audio device, or none
+/// of its linked devices has audio.
+bool DeviceManager::joinsLinkedAudio(AVCaptureDevice& device) {
+  const auto linked = device.linkedDevices();
+  if (linked.empty()) return false;
+  const auto audioDevice = std::find_if(linked.begin(), linked.end(), [](const Ref<AVCaptureDevice>& candidate) {
+    return candidate->hasMediaType(AVMediaTypeAudio);
+  });
+  if (audioDevice == linked.end()) return true;
+  Device* source = getDeviceWithID((*audioDevice)->uniqueID());
+  if (!source) return false;
+  source->setVideoTrackDevice(&device);
+  return true;
+}
+
+void DeviceManager::detectAudioDevices() {
+  for (const auto& device : AVCaptureDevice::devicesWithMediaType(AVMediaTypeAudio)) {
+    if (!_AllowDevice(device->localizedName()) || _getDeviceFromTotalDevice(device->uniqueID()) ||
+        joinsLinkedVideo(*device)) {
+      continue;
+    }
+    std::string error;
+    if (!addSource(*device, error)) {
+      AV_LOG(LevelOther, "Error Loading Audio Source %s: %s\n", device->localizedName().c_str(), error.c_str());
+    }
+  }
+}
+
+/// Joins the source of every linked video device. True when no source is to be made for this audio device: each of its
+/// linked video devices has one, or there is none among its linked devices.
+bool DeviceManager::joinsLinkedVideo(AVCaptureDevice& device) {
+  const auto linked = device.linkedDevices();
+  if (linked.empty()) return false;
+  bool allHaveSources = true;
+  for (const auto& candidate : linked) {
+    if (!candidate->hasMediaType(AVMediaTypeVideo)) continue;
+    if (Device* source = getDeviceWithID(candidate->uniqueID())) {
+      source->setAudioTrackDevice(&device);
+    } else {
+      allHaveSources = false;
+    }
+  }
+  return allHaveSources;
+}
+
+/// Null, and the reason in `error`, when the device cannot be opened. The next pass tries it again.
+Device* DeviceManager::addSource(AVCaptureDevice& device, std::string& error) {
+  auto source = std::make_unique<Device>(this, &device);
+  if (source->getErrorString(error)) {
+    std::lock_guard lock(_tableLock);
+    lastErrorMessage = error;
+    return nullptr;
+  }
+  Device* const added = source.release();
+  _AddDevice(added);
+  return added;
+}
+
+/// A FireWire device's unique ID is its GUID in hexadecimal behind one other character.
+void DeviceManager::markHDV(Device& source, const std::string& uniqueID) {
+  auto scanner = NSScanner::scannerWithString(uniqueID);
+  scanner.setScanLocation(1);
+  std::uint64_t guid = 0;
+  scanner.scanHexLongLong(&guid);
+  if (!pAVCDeviceManager->hasDeviceWithUID(guid)) return;
+  source.setIsHDV(AVCDeviceManager::isHDV(pAVCDeviceManager->deviceWithUID(guid)));
+}
+
+void DeviceManager::_DetectDeviceDisconnect() {
+  std::lock_guard pass(_passLock);
+  const auto present = AVCaptureDevice::devices();
+  while (Device* absent = findAbsentDevice(present)) _RemoveDevice(absent);
+}
+
+/// The first source, in the order of the table of devices in use, of which neither capture device is present.
+Device* DeviceManager::findAbsentDevice(const std::vector<Ref<AVCaptureDevice>>& present) const {
+  std::lock_guard lock(_tableLock);
+  for (const auto& [uniqueID, source] : totalDeviceTable) {
+    const std::string videoID = source->getVideoDeviceID();
+    const std::string audioID = source->getAudioDeviceID();
+    const bool isPresent = std::any_of(present.begin(), present.end(), [&](const Ref<AVCaptureDevice>& device) {
+      return device->uniqueID() == videoID || device->uniqueID() == audioID;
+    });
+    if (!isPresent) return source;
+  }
+  return nullptr;
+}
+
+}  // namespace AV

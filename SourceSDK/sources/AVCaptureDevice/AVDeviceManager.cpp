@@ -1,0 +1,250 @@
+#include "AVDeviceManager.h"
+
+#include <CoreMediaIO/CMIOHardware.h>
+#include <Foundation/NSNotification.h>
+#include <Foundation/NSPathUtilities.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "AVLog.h"
+#include "common/CommonSDK.h"
+
+namespace AV {
+namespace {
+
+constexpr const char* PreferenceFile = "Library/Preferences/net.quorlane.brevanta.avcaptureprefs.xml";
+
+constexpr std::int32_t LevelBanner = 2;
+constexpr std::int32_t LevelOther = 4;
+
+}  // namespace
+
+DeviceUse::DeviceUse(DeviceUse&& other) noexcept
+    : _manager(other._manager), _device(std::exchange(other._device, nullptr)) {}
+
+DeviceUse& DeviceUse::operator=(DeviceUse&& other) noexcept {
+  std::swap(_manager, other._manager);
+  std::swap(_device, other._device);
+  return *this;
+}
+
+DeviceUse::~DeviceUse() {
+  if (_device) _manager->endUse(_device);
+}
+
+DeviceManager* DeviceManager::pInstance = nullptr;
+
+void DeviceManager::initialize() {
+  const CMIOObjectPropertyAddress address{kCMIOHardwarePropertyAllowScreenCaptureDevices,
+                                          kCMIOObjectPropertyScopeGlobal, kCMIOObjectPropertyElementMaster};
+  const UInt32 allow = 1;
+  CMIOObjectSetPropertyData(kCMIOObjectSystemObject, &address, 0, nullptr, sizeof allow, &allow);
+}
+
+DeviceManager* DeviceManager::instance() {
+  if (!pInstance) pInstance = new DeviceManager;
+  return pInstance;
+}
+
+DeviceManager::DeviceManager() {
+  pAVCDeviceManager = std::make_unique<AVCDeviceManager>();
+  observeHotPlug();
+  pPrefs = std::make_unique<CapturePrefs>(stringByAppendingPathComponent(NSHomeDirectory(), PreferenceFile));
+}
+
+DeviceManager::~DeviceManager() {
+  for (const auto& observer : observers) NSNotificationCenter::defaultCenter().removeObserver(observer.get());
+  observers.clear();
+  while (Device* first = getDeviceWithIndex(0)) _RemoveDevice(first);
+  pPrefs.reset();
+  setStateChangeCallback(nullptr, nullptr);
+  pAVCDeviceManager.reset();
+  pInstance = nullptr;
+}
+
+int DeviceManager::getDeviceCount() const {
+  std::lock_guard lock(_tableLock);
+  return static_cast<int>(deviceList.size());
+}
+
+Device* DeviceManager::getDeviceWithIndex(int index) const {
+  std::lock_guard lock(_tableLock);
+  return index >= 0 && static_cast<std::size_t>(index) < deviceList.size() ? deviceList[static_cast<std::size_t>(index)]
+                                                                           : nullptr;
+}
+
+Device* DeviceManager::getDeviceWithName(const std::string& name) const {
+  std::lock_guard lock(_tableLock);
+  return find(deviceMap, name);
+}
+
+Device* DeviceManager::getDeviceWithID(const std::string& id) const {
+  std::lock_guard lock(_tableLock);
+  for (const auto& [name, device] : deviceMap) {
+    if (device->getVideoDeviceID() == id || device->getAudioDeviceID() == id) return device;
+  }
+  return nullptr;
+}
+
+int DeviceManager::getIndexOfDeviceWithName(const std::string& name) const {
+  std::lock_guard lock(_tableLock);
+  const auto found = std::find_if(deviceList.begin(), deviceList.end(),
+                                  [&](const Device* device) { return device->getDeviceName() == name; });
+  return found == deviceList.end() ? -1 : static_cast<int>(found - deviceList.begin());
+}
+
+int DeviceManager::getIndexOfDeviceID(const std::string& id) const {
+  std::lock_guard lock(_tableLock);
+  const auto found = std::find_if(deviceList.begin(), deviceList.end(), [&](const Device* device) {
+    return device->getAudioDeviceID() == id || device->getVideoDeviceID() == id;
+  });
+  return found == deviceList.end() ? -1 : static_cast<int>(found - deviceList.begin());
+}
+
+Device* DeviceManager::_getDeviceFromTotalDevice(const std::string& uniqueID) const {
+  std::lock_guard lock(_tableLock);
+  return find(totalDeviceTable, uniqueID);
+}
+
+bool DeviceManager::hasDeviceRunning() const {
+  std::lock_guard lock(_tableLock);
+  return std::any_of(deviceMap.begin(), deviceMap.end(), [](const auto& entry) { return entry.second->isRunning(); });
+}
+
+Device* DeviceManager::find(const DeviceTable& table, const std::string& key) {
+  const auto entry = table.find(key);
+  return entry == table.end() ? nullptr : entry->second;
+}
+
+DeviceUse DeviceManager::useDeviceWithName(const std::string& name) {
+  std::lock_guard lock(_tableLock);
+  return use(find(deviceMap, name));
+}
+
+DeviceUse DeviceManager::useDeviceWithIndex(int index) {
+  std::lock_guard lock(_tableLock);
+  const bool isValid = index >= 0 && static_cast<std::size_t>(index) < deviceList.size();
+  return use(isValid ? deviceList[static_cast<std::size_t>(index)] : nullptr);
+}
+
+DeviceUse DeviceManager::use(Device* device) {
+  if (device) ++_uses[device];
+  return DeviceUse(this, device);
+}
+
+void DeviceManager::endUse(Device* device) {
+  {
+    std::lock_guard lock(_tableLock);
+    const auto entry = _uses.find(device);
+    if (--entry->second > 0) return;
+    _uses.erase(entry);
+    // Under the lock: once it is released, a removal may go on and the manager with it.
+    _useEnded.notify_all();
+  }
+}
+
+std::vector<DeviceUse> DeviceManager::useAllDevices() {
+  std::lock_guard lock(_tableLock);
+  std::vector<DeviceUse> all;
+  for (const auto& [name, device] : deviceMap) all.push_back(use(device));
+  return all;
+}
+
+const char* DeviceManager::getDeviceName() const { return CSDK::TranslateString("p_source_systemdevice"); }
+
+std::string DeviceManager::getLanguageCode() const {
+  std::lock_guard lock(_tableLock);
+  return languageCode;
+}
+
+void DeviceManager::setLanguageCode(std::string code) {
+  std::lock_guard lock(_tableLock);
+  languageCode = std::move(code);
+}
+
+std::string DeviceManager::getLastErrorMessage() const {
+  std::lock_guard lock(_tableLock);
+  return lastErrorMessage;
+}
+
+void DeviceManager::_AddDevice(Device* device) {
+  if (!device) return;
+  std::lock_guard lock(_tableLock);
+  Device*& entry = deviceMap[device->getDeviceName()];
+  if (entry) return;
+  entry = device;
+  deviceList.push_back(device);
+}
+
+void DeviceManager::_RemoveDevice(Device* device) {
+  const std::string name = device->getDeviceName();
+  device->stopDevice();
+  _removeFromTotalDeviceTable(device);
+  {
+    std::unique_lock lock(_tableLock);
+    deviceMap.erase(name);
+    const auto position = std::find(deviceList.begin(), deviceList.end(), device);
+    if (position != deviceList.end()) deviceList.erase(position);
+    _useEnded.wait(lock, [&] { return !_uses.contains(device); });
+  }
+  delete device;
+}
+
+std::vector<std::string> DeviceManager::tableKeys(const Device& device) {
+  std::vector<std::string> keys;
+  if (device.hasVideoStream()) keys.push_back(device.getVideoDeviceID());
+  if (device.hasAudioStream()) keys.push_back(device.getAudioDeviceID());
+  return keys;
+}
+
+void DeviceManager::_addToTotalDeviceTable(Device* device) {
+  if (!device) return;
+  const auto keys = tableKeys(*device);
+  std::lock_guard lock(_tableLock);
+  for (const auto& key : keys) {
+    Device*& entry = totalDeviceTable[key];
+    if (!entry) entry = device;
+  }
+}
+
+void DeviceManager::_removeFromTotalDeviceTable(Device* device) {
+  if (!device) return;
+  const auto keys = tableKeys(*device);
+  std::lock_guard lock(_tableLock);
+  for (const auto& key : keys) totalDeviceTable.erase(key);
+}
+
+void DeviceManager::startAllDevices() {
+  for (const auto& device : useAllDevices()) device->startDevice();
+}
+
+void DeviceManager::stopAllDevices() {
+  for (const auto& device : useAllDevices()) device->stopDevice();
+}
+
+void DeviceManager::setStateChangeCallback(BRV_DeviceStateChangedCallback callback, void* context) {
+  std::lock_guard lock(_tableLock);
+  stateChangeCallback = callback;
+  stateChangeContext = context;
+}
+
+void DeviceManager::PrintDeviceList() const {
+  struct Line {
+    std::string name, audioID, videoID;
+  };
+  std::vector<Line> lines;
+  {
+    std::lock_guard lock(_tableLock);
+    for (const Device* device : deviceList) {
+      lines.push_back({device->getDeviceName(), device->getAudioDeviceID(), device->getVideoDeviceID()});
+    }
+  }
+  AV_LOG(LevelBanner, "---------------    Begin Print Device List    ---------------\n");
+  for (const Line& line : lines) {
+    AV_LOG(LevelOther, "\t%s (AudioID=%s, VideoID=%s)\n", line.name.c_str(), line.audioID.c_str(), line.videoID.c_str());
+  }
+  AV_LOG(LevelBanner, "---------------    End Print Device List    ---------------\n");
+}
+
+}  // namespace AV

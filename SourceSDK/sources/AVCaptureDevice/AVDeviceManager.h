@@ -1,0 +1,155 @@
+#pragma once
+
+// Owner of every source, and their indexes: by name, by position, and by the unique ID of each capture device that a
+// source uses. Follows devices that are plugged in and out. One exists at a time, from the library's start to its end.
+//
+// The tables are guarded by a lock that is only held to read or change them: never while a source starts or stops,
+// nor while the host is called. A source that one thread works on cannot be destroyed by another: whoever uses one
+// holds a DeviceUse, and removal waits for those to end. Passes of detection and removal take turns.
+
+#include <Foundation/NSObject.h>
+
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "AVC/AVCDeviceManager.h"
+#include "AVCapturePrefs.h"
+#include "AVDevice.h"
+#include "BRV_AVCapture.h"
+
+namespace AV {
+
+class DeviceManager;
+
+/// A source that stays alive while this exists; empty when there was none. Keep it for the length of one operation, and
+/// do not hold it while calling the host or running the main loop.
+class DeviceUse {
+ public:
+  DeviceUse() = default;
+  DeviceUse(DeviceUse&& other) noexcept;
+  DeviceUse& operator=(DeviceUse&& other) noexcept;
+  ~DeviceUse();
+
+  explicit operator bool() const { return _device != nullptr; }
+  Device* operator->() const { return _device; }
+  Device* get() const { return _device; }
+
+ private:
+  friend class DeviceManager;
+  DeviceUse(DeviceManager* manager, Device* device) : _manager(manager), _device(device) {}
+
+  DeviceManager* _manager = nullptr;
+  Device* _device = nullptr;
+};
+
+class DeviceManager {
+ public:
+  /// Lets screen-capture devices, such as a tethered phone, appear among the capture devices.
+  static void initialize();
+
+  /// The manager, made on the first call. It enumerates nothing until detectDeviceConnect.
+  static DeviceManager* instance();
+
+  /// Stops and deletes every source, the first-added first.
+  ~DeviceManager();
+  DeviceManager(const DeviceManager&) = delete;
+  DeviceManager& operator=(const DeviceManager&) = delete;
+
+  // Look-ups, by exact byte equality. Any thread. Pointers are for callers that know that no source is removed
+  // meanwhile; others take a DeviceUse.
+
+  int getDeviceCount() const;
+  Device* getDeviceWithIndex(int index) const;
+  Device* getDeviceWithName(const std::string& name) const;
+  /// The first source in the order of names with this video or audio ID.
+  Device* getDeviceWithID(const std::string& id) const;
+  /// -1 when there is none.
+  int getIndexOfDeviceWithName(const std::string& name) const;
+  /// The first source in list order with this audio or video ID; -1 when there is none.
+  int getIndexOfDeviceID(const std::string& id) const;
+  Device* _getDeviceFromTotalDevice(const std::string& uniqueID) const;
+  bool hasDeviceRunning() const;
+
+  DeviceUse useDeviceWithName(const std::string& name);
+  DeviceUse useDeviceWithIndex(int index);
+
+  /// The translated name of the device group; the text belongs to the host.
+  const char* getDeviceName() const;
+  std::string getLanguageCode() const;
+  void setLanguageCode(std::string languageCode);
+  /// What the latest capture device that could not be opened said.
+  std::string getLastErrorMessage() const;
+
+  // Changes
+
+  /// Adds a source, which the manager owns from now on. Null, or a name that is taken: nothing happens.
+  void _AddDevice(Device* device);
+  /// Stops a source, takes it out of every table and deletes it once nobody uses it.
+  void _RemoveDevice(Device* device);
+  /// Enters the source under the IDs of its capture devices. An ID that is in use stays with its source.
+  void _addToTotalDeviceTable(Device* device);
+  void _removeFromTotalDeviceTable(Device* device);
+  void startAllDevices();
+  void stopAllDevices();
+  /// The callback is called on the main thread after each pass that a notification started.
+  void setStateChangeCallback(BRV_DeviceStateChangedCallback callback, void* context);
+  void PrintDeviceList() const;
+
+  // Detection
+
+  /// Makes a source of every capture device that is new, and pairs linked ones.
+  void detectDeviceConnect();
+  /// Removes the sources of which no capture device is present any more.
+  void _DetectDeviceDisconnect();
+  /// False for devices that other plug-ins, or this very host, provide.
+  bool _AllowDevice(const std::string& name) const;
+
+ private:
+  friend class DeviceUse;
+  using DeviceTable = std::map<std::string, Device*>;
+
+  DeviceManager();
+
+  void observeHotPlug();
+  void tellHost(int state);
+  void detectVideoDevices();
+  void detectAudioDevices();
+  bool joinsLinkedAudio(AVCaptureDevice& device);
+  bool joinsLinkedVideo(AVCaptureDevice& device);
+  Device* addSource(AVCaptureDevice& device, std::string& error);
+  void markHDV(Device& source, const std::string& uniqueID);
+  Device* findAbsentDevice(const std::vector<Ref<AVCaptureDevice>>& present) const;
+
+  static std::vector<std::string> tableKeys(const Device& device);
+  static Device* find(const DeviceTable& table, const std::string& key);
+  DeviceUse use(Device* device);
+  void endUse(Device* device);
+  std::vector<DeviceUse> useAllDevices();
+
+  DeviceTable deviceMap;
+  std::vector<Device*> deviceList;
+  DeviceTable totalDeviceTable;
+  std::string languageCode;
+  std::string lastErrorMessage;
+  BRV_DeviceStateChangedCallback stateChangeCallback = nullptr;
+  void* stateChangeContext = nullptr;
+  std::vector<Ref<NSObject>> observers;
+  std::unique_ptr<CapturePrefs> pPrefs;
+  std::unique_ptr<AVCDeviceManager> pAVCDeviceManager;
+
+  static DeviceManager* pInstance;
+
+  /// Guards the tables, the strings, the state-change pair and the uses.
+  mutable std::mutex _tableLock;
+  std::map<const Device*, int> _uses;
+  std::condition_variable _useEnded;
+
+  /// Held for the length of a pass. Recursive, because what happens in a pass may start another one on its thread.
+  std::recursive_mutex _passLock;
+};
+
+}  // namespace AV

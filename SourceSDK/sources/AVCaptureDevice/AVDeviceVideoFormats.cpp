@@ -1,0 +1,208 @@
+// Video formats, frame rates and timing figures of a source.
+
+#include <CoreMedia/CMFormatDescription.h>
+#include <CoreMedia/CMTime.h>
+#include <lumora/zThread.h>
+#include <lumora/zTrace.h>
+
+#include <cstdint>
+
+#include "AVCaptureDeviceFormat+AVRecorderAdditions.h"
+#include "AVDevice.h"
+#include "AVFrameRateRange+AVRecorderAdditions.h"
+#include "common/CommonSDK.h"
+
+namespace AV {
+namespace {
+
+/// Larger formats are never chosen without the host.
+constexpr std::int64_t MostPixels = 1920 * 1080;
+
+/// Cameras need a moment between a start or a change and the next change.
+constexpr unsigned SettlingTimeMicroseconds = 100'000;
+
+std::int64_t pixelCount(const AVCaptureDeviceFormat& format) {
+  if (!format.formatDescription()) return 0;
+  const CMVideoDimensions size = CMVideoFormatDescriptionGetDimensions(format.formatDescription());
+  return std::int64_t{size.width} * size.height;
+}
+
+bool isIndex(int index, std::size_t count) { return index >= 0 && static_cast<std::size_t>(index) < count; }
+
+std::vector<Ref<AVCaptureDeviceFormat>> formatsOf(const Ref<AVCaptureDevice>& device) {
+  return device ? device->formats() : std::vector<Ref<AVCaptureDeviceFormat>>{};
+}
+
+std::vector<Ref<AVFrameRateRange>> rangesOf(const Ref<AVCaptureDevice>& device) {
+  const auto format = device ? device->activeFormat() : Ref<AVCaptureDeviceFormat>();
+  return format ? format->videoSupportedFrameRateRanges() : std::vector<Ref<AVFrameRateRange>>{};
+}
+
+std::string translated(const char* key) {
+  const char* text = CSDK::TranslateString(key);
+  return text ? text : "";
+}
+
+CMVideoDimensions activeDimensions(const Ref<AVCaptureDevice>& device) {
+  const auto format = device ? device->activeFormat() : Ref<AVCaptureDeviceFormat>();
+  return format && format->formatDescription() ? CMVideoFormatDescriptionGetDimensions(format->formatDescription())
+                                               : CMVideoDimensions{0, 0};
+}
+
+}  // namespace
+
+int Device::supportedVideoFormatListCount() const { return static_cast<int>(formatsOf(videoDevice()).size()); }
+
+bool Device::getSupportedVideoFormatString(int index, std::string* out) const {
+  const auto formats = formatsOf(videoDevice());
+  if (!isIndex(index, formats.size())) return false;
+  const auto name = localizedName(*formats[static_cast<std::size_t>(index)]);
+  *out = name ? *name : _name + " - " + translated("av_source_no_video_format_name");
+  return true;
+}
+
+int Device::getBestSupportedVideoFormatIndex() const {
+  const auto formats = formatsOf(videoDevice());
+  std::int64_t best = 0;
+  int bestIndex = 0;
+  for (std::size_t i = 0; i < formats.size(); ++i) {
+    const std::int64_t pixels = pixelCount(*formats[i]);
+    if (pixels <= MostPixels && pixels > best) {
+      best = pixels;
+      bestIndex = static_cast<int>(i);
+    }
+  }
+  return bestIndex;
+}
+
+bool Device::getBestSupportedVideoFormatString(std::string* out) const {
+  return getSupportedVideoFormatString(getBestSupportedVideoFormatIndex(), out);
+}
+
+bool Device::isVideoFormatPotentiallyTooLarge(int index) const {
+  const auto formats = formatsOf(videoDevice());
+  return isIndex(index, formats.size()) && pixelCount(*formats[static_cast<std::size_t>(index)]) > MostPixels;
+}
+
+bool Device::setSupportedVideoFormat(int index) {
+  _videoFormatSelected = true;
+  return _SetSupportedVideoFormat(index);
+}
+
+bool Device::_SetSupportedVideoFormat(int index) {
+  const auto device = videoDevice();
+  const auto formats = formatsOf(device);
+  if (!isIndex(index, formats.size())) return false;
+
+  zThread::MicroSleep(SettlingTimeMicroseconds);
+  Ref<NSError> error;
+  if (!device->lockForConfiguration(&error)) {
+    setError(std::move(error));
+    zTrace::Default().TraceNote(
+        "AV::Device::setSupportedVideoFormat Failed to change format, locking of camera [%s] for configuration failed",
+        device->localizedName().c_str());
+    return false;
+  }
+  device->setActiveFormat(formats[static_cast<std::size_t>(index)].get());
+  device->unlockForConfiguration();
+  return true;
+}
+
+int Device::getSelectedVideoFormatIndex() const {
+  const auto device = videoDevice();
+  const auto formats = formatsOf(device);
+  if (formats.empty()) return -1;
+  const auto active = device->activeFormat();
+  const auto activeName = active ? localizedName(*active) : std::nullopt;
+  if (!activeName) return -1;
+  for (std::size_t i = 0; i < formats.size(); ++i) {
+    if (localizedName(*formats[i]) == activeName) return static_cast<int>(i);
+  }
+  return -1;
+}
+
+bool Device::getSelectedVideoFormatString(std::string* out) const {
+  const auto device = videoDevice();
+  const auto format = device ? device->activeFormat() : Ref<AVCaptureDeviceFormat>();
+  const auto name = format ? localizedName(*format) : std::nullopt;
+  if (!name) return false;
+  *out = *name;
+  return true;
+}
+
+int Device::supportedVideoFPSCount() const { return static_cast<int>(rangesOf(videoDevice()).size()); }
+
+float Device::getSupportedVideoFPS(int index) const {
+  const auto ranges = rangesOf(videoDevice());
+  if (!isIndex(index, ranges.size())) return 0.0F;
+  return static_cast<float>(ranges[static_cast<std::size_t>(index)]->minFrameRate());
+}
+
+std::string Device::getSupportedVideoFPSTitle(int index) const {
+  const auto ranges = rangesOf(videoDevice());
+  if (!isIndex(index, ranges.size())) return {};
+  return localizedName(*ranges[static_cast<std::size_t>(index)]);
+}
+
+bool Device::setVideoFPSIndex(int index) {
+  const auto device = videoDevice();
+  const auto ranges = rangesOf(device);
+  if (!isIndex(index, ranges.size())) return false;
+  const CMTime duration = ranges[static_cast<std::size_t>(index)]->minFrameDuration();
+
+  zThread::MicroSleep(SettlingTimeMicroseconds);
+  Ref<NSError> error;
+  const bool isLocked = device->lockForConfiguration(&error);
+  if (isLocked) {
+    device->setActiveVideoMinFrameDuration(duration);
+    device->unlockForConfiguration();
+  } else {
+    setError(std::move(error));
+    zTrace::Default().TraceNote(
+        "AV::Device::setVideoFPSIndex Failed to change frame rate, locking of camera [%s] for configuration failed",
+        device->localizedName().c_str());
+  }
+  if (const auto delegate = videoDelegate()) delegate->dirtyFormat();
+  if (const auto delegate = audioDelegate()) delegate->dirtyFormat();
+  return isLocked;
+}
+
+int Device::getSelectedVideoFPSIndex() const {
+  const auto device = videoDevice();
+  const auto ranges = rangesOf(device);
+  for (std::size_t i = 0; i < ranges.size(); ++i) {
+    if (CMTimeCompare(ranges[i]->minFrameDuration(), device->activeVideoMinFrameDuration()) == 0) {
+      return static_cast<int>(i);
+    }
+  }
+  return -1;
+}
+
+std::int32_t Device::getDeviceTimescale() const {
+  if (const auto delegate = videoDelegate()) return delegate->timescale();
+  if (const auto delegate = audioDelegate()) return delegate->timescale();
+  return 0;
+}
+
+std::int64_t Device::getDeviceFrameDuration() const {
+  Ref<AVCaptureDevice> device;
+  std::int32_t timescale;
+  if (const auto delegate = videoDelegate()) {
+    device = videoDevice();
+    timescale = delegate->timescale();
+  } else if (const auto soundDelegate = audioDelegate()) {
+    device = audioDevice();
+    timescale = soundDelegate->timescale();
+  } else {
+    return -1;
+  }
+  const CMTime duration = device ? device->activeVideoMinFrameDuration() : kCMTimeZero;
+  // To a timescale that is not positive yet the conversion yields the invalid time, whose value is 0.
+  return CMTimeConvertScale(duration, timescale, kCMTimeRoundingMethod_RoundHalfAwayFromZero).value;
+}
+
+int Device::getDeviceWidth() const { return activeDimensions(videoDevice()).width; }
+
+int Device::getDeviceHeight() const { return activeDimensions(videoDevice()).height; }
+
+}  // namespace AV

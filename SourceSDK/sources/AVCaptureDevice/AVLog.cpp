@@ -1,0 +1,154 @@
+#include "AVLog.h"
+
+#include <Foundation/NSPathUtilities.h>
+#include <Foundation/NSProcessInfo.h>
+
+#include <array>
+#include <condition_variable>
+#include <cstdarg>
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+namespace {
+
+double now() { return NSProcessInfo::processInfo().systemUptime(); }
+
+}  // namespace
+
+AV_LogCount::AV_LogCount() : _created(now()) {}
+
+std::int32_t AV_LogCount::logCount() {
+  constexpr double LongestPause = 5.0;
+  const double time = _created - now();
+  if (_lastLogTime && time - *_lastLogTime < -LongestPause) _logCount = 0;
+  _lastLogTime = time;
+  return _logCount++;
+}
+
+namespace AV {
+
+using LogTable = std::map<std::string, AV_LogCount, std::less<>>;
+
+// What the last registration left, guarded by g_logLock. The lock and the condition are never destroyed, so that a
+// thread may log as late as it likes.
+BRV_LogCallback _log = nullptr;
+void* pLogContext = nullptr;
+std::unique_ptr<LogTable> g_pLogTable;
+std::int32_t g_maxLogCount = 0;
+std::int32_t g_minLogCount = 0;
+std::int32_t g_netLogCount = 0;
+
+namespace {
+
+std::mutex& g_logLock = *new std::mutex;
+std::condition_variable& g_callEnded = *new std::condition_variable;
+
+/// Calls of the host's callback in progress: those of the present registration and those of the one before.
+std::array<int, 2> g_runningCalls{};
+std::size_t g_registration = 0;
+
+/// How many calls of the host's callback this thread is in.
+thread_local int callsOnThisThread = 0;
+
+constexpr std::size_t MessageSize = 512;
+using Message = std::array<char, MessageSize>;
+
+/// Ends a text that was cut at the end of the buffer before the character that did not fit.
+void endAtCharacter(Message& message) {
+  std::size_t end = MessageSize - 1;
+  std::size_t start = end;
+  while (start > 0 && end - start < 3 && (static_cast<unsigned char>(message[start - 1]) & 0xC0) == 0x80) --start;
+  if (start == 0) return;
+  const auto lead = static_cast<unsigned char>(message[start - 1]);
+  const std::size_t needed = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
+  if (needed > 1 && end - (start - 1) < needed) message[start - 1] = '\0';
+}
+
+/// Longer file names are cut, so that every key fits.
+constexpr std::size_t LongestFileName = 255;
+using Key = std::array<char, LongestFileName + 48>;
+
+enum class Verdict { suppress, emit, summarise };
+
+Verdict decide(std::string_view key) {
+  auto entry = g_pLogTable->find(key);
+  if (entry == g_pLogTable->end()) entry = g_pLogTable->try_emplace(std::string(key)).first;
+  const std::int32_t count = entry->second.logCount();
+  if (count > g_maxLogCount) {
+    entry->second.setLogCount(g_minLogCount);
+    return Verdict::summarise;
+  }
+  return count >= g_minLogCount ? Verdict::suppress : Verdict::emit;
+}
+
+}  // namespace
+
+void setLog(BRV_LogCallback callback, void* context, std::int32_t maximumCount, std::int32_t minimumCount) {
+  std::unique_lock lock(g_logLock);
+  g_pLogTable.reset();
+  if (context) {
+    g_pLogTable = std::make_unique<LogTable>();
+    _log = callback;
+    pLogContext = context;
+    g_maxLogCount = maximumCount;
+    g_minLogCount = minimumCount;
+    g_netLogCount = maximumCount - minimumCount;
+  } else {
+    _log = nullptr;
+    pLogContext = nullptr;
+    g_maxLogCount = g_minLogCount = g_netLogCount = 0;
+  }
+  const int& formerCalls = g_runningCalls[g_registration % 2];
+  ++g_registration;
+  g_callEnded.wait(lock, [&] { return formerCalls <= callsOnThisThread; });
+}
+
+void _aux_log(std::int32_t level, std::int32_t line, const char* file, const char* format, ...) {
+  BRV_LogCallback callback;
+  void* context;
+  int* runningCalls;
+  Key key;
+  {
+    std::lock_guard lock(g_logLock);
+    if (!g_pLogTable || !_log) return;
+    const std::string_view name = lastPathComponent(file).substr(0, LongestFileName);
+    const int length = std::snprintf(key.data(), key.size(), "%.*s:%u", static_cast<int>(name.size()), name.data(),
+                                     static_cast<unsigned>(line));
+    const auto keyLength = static_cast<std::size_t>(length);
+    const Verdict verdict = decide({key.data(), keyLength});
+    if (verdict == Verdict::suppress) return;
+    if (verdict == Verdict::summarise) {
+      std::snprintf(key.data() + keyLength, key.size() - keyLength, " x %d", g_netLogCount);
+    }
+    callback = _log;
+    context = pLogContext;
+    runningCalls = &g_runningCalls[g_registration % 2];
+    ++*runningCalls;
+  }
+
+  // What is suppressed is not formatted: nobody can tell, and it is most of what a burst costs.
+  Message message;
+  std::va_list arguments;
+  va_start(arguments, format);
+  const int length = std::vsnprintf(message.data(), message.size(), format, arguments);
+  va_end(arguments);
+  if (length < 0) message[0] = '\0';
+  if (length >= static_cast<int>(message.size())) endAtCharacter(message);
+
+  ++callsOnThisThread;
+  callback(context, level, "%s    %s", key.data(), message.data());
+  --callsOnThisThread;
+
+  {
+    std::lock_guard lock(g_logLock);
+    --*runningCalls;
+  }
+  g_callEnded.notify_all();
+}
+
+}  // namespace AV

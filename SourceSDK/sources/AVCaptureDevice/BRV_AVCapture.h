@@ -1,0 +1,329 @@
+/*
+ * The C interface of the capture-source plug-in: everything that a host needs to drive the module.
+ *
+ * The host loads the module, looks the entry points up by name (the BRV_..._Function types below give each
+ * its pointer type), and calls them from one thread at a time. It may also call the entry points marked
+ * "read-only" from inside a data callback. Callbacks and contexts belong to the host; the module stores them
+ * and never frees them. Nothing throws.
+ *
+ * Text passed in is NUL-terminated UTF-8. A null source identifier or name is treated as an unknown one.
+ *
+ * Text handed out follows the two-call convention. Length call: `buffer` null, `length` non-null; stores the
+ * number of bytes without the terminator. Copy call: `buffer` non-null; copies the text with its terminator
+ * and leaves `*length` alone unless stated. Both null: nothing happens. The host completes one pair before it
+ * begins the next of the same entry point.
+ *
+ * Arguments named `unread` keep their places and are ignored. Entry points declared with (void) here read no
+ * arguments and accept whatever a host passes.
+ *
+ * Order of use: translation and preference callbacks may be registered first; then BRV_IntitializeLibrary,
+ * BRV_RegisterLogCallback (which enumerates the devices), BRV_RegisterDeviceStateChangedCallback, enumeration,
+ * registrations and queries per source, BRV_DisconnectDevice, BRV_UninitializeLibrary. Device changes are
+ * noticed while the process's main thread runs its main loop (CFRunLoopRunInMode).
+ *
+ * Compiles as C11 and as C++.
+ */
+#ifndef BRV_AVCAPTURE_H
+#define BRV_AVCAPTURE_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(__cplusplus)
+#define BRV_STATIC_ASSERT(condition) static_assert(condition, #condition)
+extern "C" {
+#else
+#include <assert.h>
+#define BRV_STATIC_ASSERT(condition) _Static_assert(condition, #condition)
+#endif
+
+#if defined(BRV_BUILDING_MODULE)
+#define BRV_EXPORT __attribute__((visibility("default")))
+#else
+#define BRV_EXPORT
+#endif
+
+/* ---- Four-character codes: first character in the most significant byte ---- */
+
+enum {
+  BRV_DEVICE_STATE = 0x6B726564,         /* 'kred': what BRV_GetDeviceState returns */
+  BRV_SOURCE_STATE = 0x6B6E6F73,         /* 'knos': what BRV_GetSourceState returns */
+  BRV_DEVICE_STATE_ATTACHED = 0x6B647361, /* 'kdsa': devices were looked for after one was plugged in */
+  BRV_DEVICE_STATE_REMOVED = 0x6B647372,  /* 'kdsr': devices were looked for after one was unplugged */
+  BRV_FORMAT_PIXEL_BUFFER = 0x63767078,  /* 'cvpx': BRV_VideoBuffer.data is a CVPixelBufferRef */
+  BRV_FORMAT_PCM = 0x6670636D            /* 'fpcm': BRV_AudioBuffer.data points to PCM samples */
+};
+
+/* Bits of `flags` in both records. */
+enum {
+  BRV_FLAG_NOT_FIRST = 0x01,     /* video only: set on every record after a source's first */
+  BRV_FLAG_FORMAT_CHANGED = 0x20 /* the format or the timescale changed since the previous record */
+};
+
+/* Value types of BRV_PropertyCallback. */
+enum {
+  BRV_PROPERTY_INT64 = 2, /* `value` points to an int64_t */
+  BRV_PROPERTY_STRING = 6 /* `value` points to NUL-terminated UTF-8 */
+};
+
+/* ---- Media records ---- */
+
+/*
+ * One video frame. The record and its pixel buffer are valid during the callback only; to keep the picture,
+ * CVPixelBufferRetain it. The pixel buffer is neither locked nor retained for the host; its pixels are
+ * 'yuvs' (8-bit 4:2:2, Y0 Cb Y1 Cr).
+ */
+typedef struct BRV_VideoBuffer {
+  int32_t format;         /* BRV_FORMAT_PIXEL_BUFFER */
+  int32_t width;          /* display width in pixels */
+  int32_t height;         /* display height in pixels */
+  int32_t rowBytes;       /* bytes from one row to the next */
+  float pixelAspectRatio; /* width of a pixel divided by its height */
+  int32_t reserved0;      /* not written */
+  int64_t timeStamp;      /* presentation time, in ticks of BRV_GetTimescaleTicksPerSec */
+  int32_t flags;          /* BRV_FLAG_... */
+  int32_t reserved1;      /* not written */
+  void* data;             /* CVPixelBufferRef */
+} BRV_VideoBuffer;
+
+BRV_STATIC_ASSERT(sizeof(BRV_VideoBuffer) == 48);
+BRV_STATIC_ASSERT(offsetof(BRV_VideoBuffer, format) == 0);
+BRV_STATIC_ASSERT(offsetof(BRV_VideoBuffer, width) == 4);
+BRV_STATIC_ASSERT(offsetof(BRV_VideoBuffer, height) == 8);
+BRV_STATIC_ASSERT(offsetof(BRV_VideoBuffer, rowBytes) == 12);
+BRV_STATIC_ASSERT(offsetof(BRV_VideoBuffer, pixelAspectRatio) == 16);
+BRV_STATIC_ASSERT(offsetof(BRV_VideoBuffer, timeStamp) == 24);
+BRV_STATIC_ASSERT(offsetof(BRV_VideoBuffer, flags) == 32);
+BRV_STATIC_ASSERT(offsetof(BRV_VideoBuffer, data) == 40);
+
+/*
+ * One run of sound: 44,100 Hz, 16-bit signed little-endian, left and right interleaved, 4 bytes a frame. The
+ * record and its samples are valid during the callback only.
+ */
+typedef struct BRV_AudioBuffer {
+  int32_t format;        /* BRV_FORMAT_PCM */
+  int32_t sampleRate;    /* 44100 */
+  int32_t channels;      /* 2 */
+  int32_t bitsPerSample; /* 16 */
+  int32_t dataLength;    /* bytes at `data` */
+  int32_t reserved0;     /* not written */
+  int64_t timeStamp;     /* presentation time of the first frame, in ticks of BRV_GetTimescaleTicksPerSec */
+  int32_t flags;         /* BRV_FLAG_FORMAT_CHANGED or 0 */
+  int32_t reserved1;     /* not written */
+  void* data;
+} BRV_AudioBuffer;
+
+BRV_STATIC_ASSERT(sizeof(BRV_AudioBuffer) == 48);
+BRV_STATIC_ASSERT(offsetof(BRV_AudioBuffer, format) == 0);
+BRV_STATIC_ASSERT(offsetof(BRV_AudioBuffer, sampleRate) == 4);
+BRV_STATIC_ASSERT(offsetof(BRV_AudioBuffer, channels) == 8);
+BRV_STATIC_ASSERT(offsetof(BRV_AudioBuffer, bitsPerSample) == 12);
+BRV_STATIC_ASSERT(offsetof(BRV_AudioBuffer, dataLength) == 16);
+BRV_STATIC_ASSERT(offsetof(BRV_AudioBuffer, timeStamp) == 24);
+BRV_STATIC_ASSERT(offsetof(BRV_AudioBuffer, flags) == 32);
+BRV_STATIC_ASSERT(offsetof(BRV_AudioBuffer, data) == 40);
+
+/* ---- Callbacks of the host ---- */
+
+/*
+ * Returns the text for a key in the host's language, never null, valid until the calling entry point has
+ * returned; an unknown key is best returned as it is. Called on any thread of the module, one call at a time.
+ */
+typedef const char* (*BRV_LocalizeStringCallback)(const char* key);
+
+/*
+ * Reads a preference. With a null `buffer`: stores the value's length in bytes in `*length`, 0 or less for none.
+ * Otherwise writes at most `*length` bytes, no terminator.
+ */
+typedef void (*BRV_GetPreferenceCallback)(void* context, const char* key, char* buffer, int* length);
+
+/* Writes a preference. */
+typedef void (*BRV_SetPreferenceCallback)(void* context, const char* key, const char* value);
+
+/*
+ * Receives a log line. `format` is always "%s    %s" with two strings behind it: the place in the module
+ * ("File:line", or "File:line x 300" for a summary of suppressed lines) and the message, at most 511 bytes,
+ * usually with its own line end. Levels: 2 banners, 3 refusals and set-up failures, 4 everything else. Called on
+ * any thread, capture threads included, possibly several at once; it must not call the module back with
+ * anything but read-only entry points, and must not wait for the thread that drives the module.
+ */
+typedef void (*BRV_LogCallback)(void* context, int level, const char* format, ...);
+
+/* `state` is BRV_DEVICE_STATE_ATTACHED or _REMOVED. Called on the main thread; the host enumerates again. */
+typedef void (*BRV_DeviceStateChangedCallback)(void* context, int state);
+
+/* Something about a source changed. No part of the module calls it at present. */
+typedef void (*BRV_SourceChangedCallback)(void* context, int change);
+
+/*
+ * Receives one frame, on the source's video capture queue: one call at a time for a source, different
+ * sources at the same time. While it runs, later frames of the source wait or are dropped and reported in the log. It
+ * may call read-only entry points; it must not register or unregister, change settings or uninitialise,
+ * and must not wait for the thread that drives the module.
+ */
+typedef void (*BRV_VideoDataArrivedCallback)(void* context, BRV_VideoBuffer* buffer);
+
+/* Receives one run of sound, on the source's audio capture queue, under the same rules. */
+typedef void (*BRV_AudioDataArrivedCallback)(void* context, BRV_AudioBuffer* buffer);
+
+/* Receives a property's value inside BRV_GetProperty. The value lives only during the call. */
+typedef void (*BRV_PropertyCallback)(void* context, int valueType, const void* value);
+
+/* ---- Lifecycle and host services ---- */
+
+/* Starts the library: creates the device manager and the state behind the host's services. Always 1. */
+BRV_EXPORT int BRV_IntitializeLibrary(void);
+typedef int (*BRV_IntitializeLibrary_Function)(void);
+
+/*
+ * Stops and removes every source, forgets every callback. Afterwards no callback of the host is running or will
+ * be called. The library can be initialised again. Frames that the host retained stay readable.
+ */
+BRV_EXPORT void BRV_UninitializeLibrary(void);
+typedef void (*BRV_UninitializeLibrary_Function)(void);
+
+/* Replaces the translation callback; null: keys are used as they are. Allowed before initialisation. */
+BRV_EXPORT void BRV_RegisterLocalizeStringCallback(BRV_LocalizeStringCallback callback);
+typedef void (*BRV_RegisterLocalizeStringCallback_Function)(BRV_LocalizeStringCallback callback);
+
+/*
+ * Replaces the preference callbacks. They count as registered only when both and the context are non-null.
+ * Allowed before initialisation.
+ */
+BRV_EXPORT void BRV_RegisterPreferenceCallback(BRV_GetPreferenceCallback get, BRV_SetPreferenceCallback set,
+                                               void* context);
+typedef void (*BRV_RegisterPreferenceCallback_Function)(BRV_GetPreferenceCallback get, BRV_SetPreferenceCallback set,
+                                                        void* context);
+
+/*
+ * Installs the log callback (a null context switches logging off; the rate limits of every line start
+ * anew) and looks for devices: the first call is what fills the list of sources, a later one adds new devices.
+ */
+BRV_EXPORT void BRV_RegisterLogCallback(void* unread, BRV_LogCallback callback, void* context);
+typedef void (*BRV_RegisterLogCallback_Function)(void* unread, BRV_LogCallback callback, void* context);
+
+/* Replaces the device-state callback; null removes it. */
+BRV_EXPORT void BRV_RegisterDeviceStateChangedCallback(void* unread, BRV_DeviceStateChangedCallback callback,
+                                                       void* context);
+typedef void (*BRV_RegisterDeviceStateChangedCallback_Function)(void* unread, BRV_DeviceStateChangedCallback callback,
+                                                                void* context);
+
+/* Replaces a source's change callback. An unknown source is ignored. */
+BRV_EXPORT void BRV_RegisterSourceChangedCallback(void* unread, const char* sourceId,
+                                                  BRV_SourceChangedCallback callback, void* context);
+typedef void (*BRV_RegisterSourceChangedCallback_Function)(void* unread, const char* sourceId,
+                                                           BRV_SourceChangedCallback callback, void* context);
+
+/* ---- The device group and its sources ---- */
+
+/* The model text. Stores the length in `*length` in both calls: `length` must not be null. Read-only. */
+BRV_EXPORT void BRV_GetModelInfo(void* unread, char* buffer, int* length);
+typedef void (*BRV_GetModelInfo_Function)(void* unread, char* buffer, int* length);
+
+/* Does nothing; 1. */
+BRV_EXPORT int BRV_ConnectDevice(void);
+typedef int (*BRV_ConnectDevice_Function)(void);
+
+/* Stops every source; their callbacks stay registered. */
+BRV_EXPORT void BRV_DisconnectDevice(void);
+typedef void (*BRV_DisconnectDevice_Function)(void);
+
+/* Always BRV_DEVICE_STATE. Read-only. */
+BRV_EXPORT int BRV_GetDeviceState(void);
+typedef int (*BRV_GetDeviceState_Function)(void);
+
+/* The group's name. The copy call also makes `languageCode` the language of the titles of parameter options. */
+BRV_EXPORT void BRV_GetDeviceGroupDisplayName(const char* languageCode, char* buffer, int* length);
+typedef void (*BRV_GetDeviceGroupDisplayName_Function)(const char* languageCode, char* buffer, int* length);
+
+/* The number of device groups: 1. Read-only. */
+BRV_EXPORT int BRV_GetDeviceCount(void);
+typedef int (*BRV_GetDeviceCount_Function)(void);
+
+/* The group's identifier. Read-only. */
+BRV_EXPORT void BRV_GetDeviceId(void* unread, char* buffer, int* length);
+typedef void (*BRV_GetDeviceId_Function)(void* unread, char* buffer, int* length);
+
+/* The number of sources. Read-only. */
+BRV_EXPORT int BRV_GetSourceCount(void);
+typedef int (*BRV_GetSourceCount_Function)(void);
+
+/*
+ * The identifier of the source at `index`, 0 to count - 1: what all entry points below take as `sourceId`. It stays the
+ * same as long as the source exists, while a removal moves the indexes behind it down. Outside the range the length is
+ * 0 and the text empty. Read-only.
+ */
+BRV_EXPORT void BRV_GetSourceId(void* unread, int index, char* buffer, int* length);
+typedef void (*BRV_GetSourceId_Function)(void* unread, int index, char* buffer, int* length);
+
+/* The source's name for people: its identifier; no look-up is made. Read-only. */
+BRV_EXPORT void BRV_GetSourceDisplayName(void* unread0, const char* sourceId, void* unread1, char* buffer,
+                                         int* length);
+typedef void (*BRV_GetSourceDisplayName_Function)(void* unread0, const char* sourceId, void* unread1, char* buffer,
+                                                  int* length);
+
+/* Always BRV_SOURCE_STATE. Read-only. */
+BRV_EXPORT int BRV_GetSourceState(void);
+typedef int (*BRV_GetSourceState_Function)(void);
+
+/*
+ * The message behind an error code of BRV_SetSourceSettings. The length call fetches the source's pending error, once;
+ * without one the previous message stays. The copy call hands out what the last length call left.
+ */
+BRV_EXPORT void BRV_GetErrorMessage(void* unread0, void* unread1, int errorCode, char* buffer, int* length);
+typedef void (*BRV_GetErrorMessage_Function)(void* unread0, void* unread1, int errorCode, char* buffer, int* length);
+
+/* Frees a string that the module allocated with new char[]. Null is ignored. None is handed out at present. */
+BRV_EXPORT void BRV_DeleteString(char* string);
+typedef void (*BRV_DeleteString_Function)(char* string);
+
+/* There is no dialog; 0. */
+BRV_EXPORT int BRV_ShowCustomConfigDialog(void);
+typedef int (*BRV_ShowCustomConfigDialog_Function)(void);
+
+/* ---- Media, properties and timing of one source ---- */
+
+/*
+ * Stops the source, replaces its video callback and, when callback and context are both non-null, starts it
+ * again; otherwise the whole source stays stopped, its sound included. After the return the earlier callback
+ * is not running and will not be called. Blocks for the time of the start; the first one, until the host has chosen a format, includes
+ * 100 ms before the format is set. A source without video ignores the pair but is stopped and started all the same.
+ */
+BRV_EXPORT void BRV_RegisterVideoDataArrivedCallback(void* unread, const char* sourceId,
+                                                     BRV_VideoDataArrivedCallback callback, void* context);
+typedef void (*BRV_RegisterVideoDataArrivedCallback_Function)(void* unread, const char* sourceId,
+                                                              BRV_VideoDataArrivedCallback callback, void* context);
+
+/* The same for the source's audio callback. */
+BRV_EXPORT void BRV_RegisterAudioDataArrivedCallback(void* unread, const char* sourceId,
+                                                     BRV_AudioDataArrivedCallback callback, void* context);
+typedef void (*BRV_RegisterAudioDataArrivedCallback_Function)(void* unread, const char* sourceId,
+                                                              BRV_AudioDataArrivedCallback callback, void* context);
+
+/* 1 or 0 for "ProvidesVideo", "ProvidesAudio" and "HDV"; 0 for any other name or source. Read-only. */
+BRV_EXPORT int BRV_SourceSupportsProperty(void* unread, const char* sourceId, const char* propertyName);
+typedef int (*BRV_SourceSupportsProperty_Function)(void* unread, const char* sourceId, const char* propertyName);
+
+/*
+ * Calls back with a property's value before it returns. "frame_duration": BRV_PROPERTY_INT64, the duration of a frame in
+ * ticks of the source's timescale (0 before the first sample, -1 for a source without media); returns 1. "device_id":
+ * BRV_PROPERTY_STRING, the capture device's unique identifier, the audio device's where there is sound; returns 0. Anything else, a null
+ * `required` (which is not otherwise read) or a null callback: no call, 0. Read-only.
+ */
+BRV_EXPORT int BRV_GetProperty(void* context, BRV_PropertyCallback callback, const char* propertyName,
+                               const void* required, const char* sourceId);
+typedef int (*BRV_GetProperty_Function)(void* context, BRV_PropertyCallback callback, const char* propertyName,
+                                        const void* required, const char* sourceId);
+
+/*
+ * Ticks per second of the source's time stamps. -1 before its first sample and for an unknown source, 0 for a source
+ * without media. Read-only.
+ */
+BRV_EXPORT int BRV_GetTimescaleTicksPerSec(void* unread, const char* sourceId);
+typedef int (*BRV_GetTimescaleTicksPerSec_Function)(void* unread, const char* sourceId);
+
+#if defined(__cplusplus)
+}
+#endif
+
+#endif /* BRV_AVCAPTURE_H */

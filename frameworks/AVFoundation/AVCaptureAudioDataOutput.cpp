@@ -1,0 +1,170 @@
+#include <AVFoundation/AVCaptureAudioDataOutput.h>
+#include <AVFoundation/AudioStreamConverter.h>
+#include <AVFoundation/CaptureStream.h>
+#include <AVFoundation/SampleDelivery.h>
+#include <Foundation/NSValue.h>
+
+#include <cstring>
+#include <mutex>
+#include <optional>
+
+const CFStringRef AVFormatIDKey = NSString::constant("AVFormatIDKey");
+const CFStringRef AVSampleRateKey = NSString::constant("AVSampleRateKey");
+const CFStringRef AVNumberOfChannelsKey = NSString::constant("AVNumberOfChannelsKey");
+const CFStringRef AVLinearPCMBitDepthKey = NSString::constant("AVLinearPCMBitDepthKey");
+const CFStringRef AVLinearPCMIsFloatKey = NSString::constant("AVLinearPCMIsFloatKey");
+const CFStringRef AVLinearPCMIsNonInterleaved = NSString::constant("AVLinearPCMIsNonInterleaved");
+const CFStringRef AVLinearPCMIsBigEndianKey = NSString::constant("AVLinearPCMIsBigEndianKey");
+
+namespace {
+
+/// A delegate that does not keep up may be this many buffers behind; beyond, sound is dropped.
+constexpr std::size_t MostBuffersWaiting = 256;
+
+/// What an output was asked for; what is absent stays as the device has it.
+struct AudioSettings {
+  std::optional<double> sampleRate;
+  std::optional<UInt32> channels;
+  std::optional<UInt32> bitDepth;
+  std::optional<bool> isFloat;
+  std::optional<bool> isNonInterleaved;
+  std::optional<bool> isBigEndian;
+};
+
+const NSNumber* number(const NSDictionary& settings, CFStringRef key) {
+  return dynamic_cast<const NSNumber*>(settings.objectForKey(key));
+}
+
+std::optional<AudioSettings> readSettings(const NSDictionary& dictionary) {
+  if (const NSNumber* format = number(dictionary, AVFormatIDKey)) {
+    if (format->longLongValue() != kAudioFormatLinearPCM) return std::nullopt;
+  }
+  AudioSettings settings;
+  if (const NSNumber* rate = number(dictionary, AVSampleRateKey)) settings.sampleRate = rate->doubleValue();
+  if (const NSNumber* channels = number(dictionary, AVNumberOfChannelsKey)) {
+    settings.channels = static_cast<UInt32>(channels->longLongValue());
+  }
+  if (const NSNumber* depth = number(dictionary, AVLinearPCMBitDepthKey)) {
+    settings.bitDepth = static_cast<UInt32>(depth->longLongValue());
+  }
+  if (const NSNumber* isFloat = number(dictionary, AVLinearPCMIsFloatKey)) settings.isFloat = isFloat->boolValue();
+  if (const NSNumber* planar = number(dictionary, AVLinearPCMIsNonInterleaved)) {
+    settings.isNonInterleaved = planar->boolValue();
+  }
+  if (const NSNumber* bigEndian = number(dictionary, AVLinearPCMIsBigEndianKey)) {
+    settings.isBigEndian = bigEndian->boolValue();
+  }
+  return settings;
+}
+
+/// The packed linear PCM description of the settings for a device that runs at `native`.
+AudioStreamBasicDescription destinationFor(const AudioSettings& settings, const AudioStreamBasicDescription& native) {
+  const auto has = [&](AudioFormatFlags flag) { return (native.mFormatFlags & flag) != 0; };
+  const bool isFloat = settings.isFloat.value_or(has(kAudioFormatFlagIsFloat));
+  const bool isPlanar = settings.isNonInterleaved.value_or(has(kAudioFormatFlagIsNonInterleaved));
+
+  AudioStreamBasicDescription destination{};
+  destination.mSampleRate = settings.sampleRate.value_or(native.mSampleRate);
+  destination.mFormatID = kAudioFormatLinearPCM;
+  destination.mChannelsPerFrame = settings.channels.value_or(native.mChannelsPerFrame);
+  destination.mBitsPerChannel = settings.bitDepth.value_or(native.mBitsPerChannel);
+  destination.mFormatFlags = kAudioFormatFlagIsPacked;
+  destination.mFormatFlags |= isFloat ? kAudioFormatFlagIsFloat : kAudioFormatFlagIsSignedInteger;
+  if (isPlanar) destination.mFormatFlags |= kAudioFormatFlagIsNonInterleaved;
+  if (settings.isBigEndian.value_or(has(kAudioFormatFlagIsBigEndian))) {
+    destination.mFormatFlags |= kAudioFormatFlagIsBigEndian;
+  }
+  const UInt32 channelsInFrame = isPlanar ? 1 : destination.mChannelsPerFrame;
+  destination.mFramesPerPacket = 1;
+  destination.mBytesPerFrame = destination.mBitsPerChannel / 8 * channelsInFrame;
+  destination.mBytesPerPacket = destination.mBytesPerFrame;
+  return destination;
+}
+
+}  // namespace
+
+struct AVCaptureAudioDataOutput::Implementation final : SampleReceiver {
+  explicit Implementation(AVCaptureAudioDataOutput& owner) : output(owner), delivery(owner, *this) {}
+
+  void handOver(void* delegate, SampleFate fate, CMSampleBufferRef sample, AVCaptureConnection* connection) override;
+  AudioStreamConverter& converterFor(const AudioStreamBasicDescription& native);
+
+  AVCaptureAudioDataOutput& output;
+  SampleDelivery delivery;
+
+  std::mutex settingsLock;
+  std::optional<AudioSettings> settings;
+
+  // Used on the device's lane alone.
+  Ref<BlockPool> blocks = makeRef<BlockPool>();
+  std::optional<AudioStreamConverter> converter;
+  std::uint32_t absorbed = 0;  ///< chunks that are in the converter and have not led to a sample yet
+};
+
+AVCaptureAudioDataOutput::AVCaptureAudioDataOutput() : _implementation(std::make_unique<Implementation>(*this)) {}
+
+AVCaptureAudioDataOutput::~AVCaptureAudioDataOutput() = default;
+
+bool AVCaptureAudioDataOutput::setAudioSettings(const NSDictionary* audioSettings) {
+  std::optional<AudioSettings> settings;
+  if (audioSettings) {
+    settings = readSettings(*audioSettings);
+    if (!settings) return false;
+  }
+  std::lock_guard lock(_implementation->settingsLock);
+  _implementation->settings = settings;
+  return true;
+}
+
+void AVCaptureAudioDataOutput::setSampleBufferDelegate(
+    AVCaptureAudioDataOutputSampleBufferDelegate* sampleBufferDelegate, dispatch_queue_t queue) {
+  _implementation->delivery.setDelegate(sampleBufferDelegate, queue);
+}
+
+AVCaptureOutputStatistics AVCaptureAudioDataOutput::statistics() const {
+  return _implementation->delivery.statistics();
+}
+
+bool AVCaptureAudioDataOutput::hasRoom() { return _implementation->delivery.waitingFrames() == 0; }
+
+void AVCaptureAudioDataOutput::finish() {
+  // Nothing comes in any more, so the lane's state may be touched here.
+  Implementation& self = *_implementation;
+  if (self.absorbed > 0) self.delivery.push({}, SampleFate::stopped, nullptr, std::exchange(self.absorbed, 0));
+  if (self.converter) self.converter->endStream();
+  self.delivery.finish();
+}
+
+void AVCaptureAudioDataOutput::receive(const hardware::AudioChunk& chunk, AVCaptureConnection* connection) {
+  Implementation& self = *_implementation;
+  if (!self.delivery.hasDelegate()) return self.delivery.push({}, SampleFate::stopped, connection);
+  if (self.delivery.waitingFrames() >= MostBuffersWaiting) {
+    return self.delivery.push({}, SampleFate::late, connection);
+  }
+  auto result = self.converterFor(chunk.format->stream).convert(chunk, *self.blocks);
+  if (result.failed) return self.delivery.push({}, SampleFate::noBuffer, connection);
+  ++self.absorbed;
+  if (!result.sample) return;
+  self.delivery.push(std::move(result.sample), SampleFate::deliver, connection, std::exchange(self.absorbed, 0));
+}
+
+void AVCaptureAudioDataOutput::Implementation::handOver(void* delegate, SampleFate fate, CMSampleBufferRef sample,
+                                                        AVCaptureConnection* connection) {
+  if (fate != SampleFate::deliver) return;
+  connection->input().device().stream().outputHasRoom();
+  static_cast<AVCaptureAudioDataOutputSampleBufferDelegate*>(delegate)->captureOutputDidOutputSampleBuffer(
+      &output, sample, connection);
+}
+
+AudioStreamConverter& AVCaptureAudioDataOutput::Implementation::converterFor(const AudioStreamBasicDescription& native) {
+  AudioStreamBasicDescription destination;
+  {
+    std::lock_guard lock(settingsLock);
+    destination = settings ? destinationFor(*settings, native) : native;
+  }
+  destination.mFormatFlags &= ~AudioFormatFlags{kAudioFormatFlagIsNonMixable};
+  if (!converter || std::memcmp(&converter->destination(), &destination, sizeof destination) != 0) {
+    converter.emplace(destination);
+  }
+  return *converter;
+}

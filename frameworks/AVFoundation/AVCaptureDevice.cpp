@@ -1,0 +1,268 @@
+#include <AVFoundation/AVCaptureDevice.h>
+#include <AVFoundation/CaptureDeviceRegistry.h>
+#include <AVFoundation/CaptureStream.h>
+#include <Foundation/NSDictionary.h>
+#include <Foundation/NSLog.h>
+#include <Foundation/NSValue.h>
+
+#include <algorithm>
+#include <mutex>
+#include <thread>
+
+namespace {
+
+CFRef<CFDictionaryRef> extensionsOf(const hardware::VideoFormat& format) {
+  auto extensions = makeRef<NSDictionary>();
+  if (format.name) extensions->insert(kCMFormatDescriptionExtension_FormatName, makeRef<NSString>(*format.name));
+  if (format.presentationWidth > 0 && format.presentationHeight > 0) {
+    extensions->insert(kCMFormatDescriptionExtension_PresentationWidth,
+                       NSNumber::numberWithDouble(format.presentationWidth));
+    extensions->insert(kCMFormatDescriptionExtension_PresentationHeight,
+                       NSNumber::numberWithDouble(format.presentationHeight));
+  }
+  return CFRef<CFDictionaryRef>::adopt(extensions.leak()->toCF());
+}
+
+Ref<AVCaptureDeviceFormat> makeFormat(const hardware::VideoFormat& format, bool isMuxed) {
+  const auto extensions = extensionsOf(format);
+  CMFormatDescriptionRef description = nullptr;
+  if (isMuxed) {
+    CMMuxedFormatDescriptionCreateWithDimensions(kCFAllocatorDefault, format.mediaSubType, format.width, format.height,
+                                                 extensions.get(), &description);
+  } else {
+    CMVideoFormatDescriptionCreate(kCFAllocatorDefault, format.mediaSubType, format.width, format.height,
+                                   extensions.get(), &description);
+  }
+  std::vector<Ref<AVFrameRateRange>> ranges;
+  for (const auto& range : format.frameRates) {
+    ranges.push_back(makeRef<AVFrameRateRange>(range.minFrameRate, range.maxFrameRate, range.minFrameDuration,
+                                               range.maxFrameDuration));
+  }
+  return makeRef<AVCaptureDeviceFormat>(CFRef<CMFormatDescriptionRef>::adopt(description), std::move(ranges));
+}
+
+Ref<AVCaptureDeviceFormat> makeFormat(const hardware::AudioFormat& format) {
+  const AudioChannelLayout layout{format.layout, 0, 0};
+  const bool hasLayout = format.layout != kAudioChannelLayoutTag_Unknown;
+  auto extensions = makeRef<NSDictionary>();
+  if (format.name) extensions->insert(kCMFormatDescriptionExtension_FormatName, makeRef<NSString>(*format.name));
+  CMFormatDescriptionRef description = nullptr;
+  CMAudioFormatDescriptionCreate(kCFAllocatorDefault, &format.stream, hasLayout ? sizeof layout : 0,
+                                 hasLayout ? &layout : nullptr, 0, nullptr, extensions->toCF(), &description);
+  return makeRef<AVCaptureDeviceFormat>(CFRef<CMFormatDescriptionRef>::adopt(description),
+                                        std::vector<Ref<AVFrameRateRange>>{});
+}
+
+/// The duration at the highest rate of any range; invalid without ranges.
+CMTime shortestFrameDuration(const AVCaptureDeviceFormat& format) {
+  CMTime shortest = kCMTimeInvalid;
+  for (const auto& range : format.videoSupportedFrameRateRanges()) {
+    if (!CMTIME_IS_VALID(shortest) || CMTimeCompare(range->minFrameDuration(), shortest) < 0) {
+      shortest = range->minFrameDuration();
+    }
+  }
+  return shortest;
+}
+
+bool liesInARange(const AVCaptureDeviceFormat& format, CMTime duration) {
+  const auto& ranges = format.videoSupportedFrameRateRanges();
+  return std::any_of(ranges.begin(), ranges.end(), [&](const Ref<AVFrameRateRange>& range) {
+    return CMTimeCompare(range->minFrameDuration(), duration) <= 0 &&
+           CMTimeCompare(duration, range->maxFrameDuration()) <= 0;
+  });
+}
+
+void store(Ref<NSError>* error, Ref<NSError> value) {
+  if (error) *error = std::move(value);
+}
+
+}  // namespace
+
+struct AVCaptureDevice::State {
+  explicit State(const hardware::DeviceDescription& described) : description(described) {}
+
+  const hardware::DeviceDescription description;
+  std::vector<Ref<AVCaptureDeviceFormat>> formats;
+
+  mutable std::mutex lock;
+  bool isConnected = false;
+  std::size_t activeFormat = 0;
+  CMTime minFrameDuration = kCMTimeInvalid;
+  std::thread::id configurationHolder;
+  int configurationDepth = 0;
+};
+
+AVCaptureDevice::AVCaptureDevice(const hardware::DeviceDescription& description)
+    : _state(std::make_unique<State>(description)), _stream(std::make_unique<CaptureStream>(description)) {
+  const bool hasPictures = description.hasVideo || description.isMuxed;
+  if (hasPictures) {
+    for (const auto& format : description.videoFormats) {
+      _state->formats.push_back(makeFormat(format, description.isMuxed && !description.hasVideo));
+    }
+    _state->activeFormat = description.initialVideoFormat;
+  } else {
+    for (const auto& format : description.audioFormats) _state->formats.push_back(makeFormat(format));
+    _state->activeFormat = description.initialAudioFormat;
+  }
+  if (_state->activeFormat >= _state->formats.size()) _state->activeFormat = 0;
+  if (!_state->formats.empty()) _state->minFrameDuration = shortestFrameDuration(*_state->formats[_state->activeFormat]);
+}
+
+AVCaptureDevice::~AVCaptureDevice() { _stream->setHardware(nullptr); }
+
+std::vector<Ref<AVCaptureDevice>> AVCaptureDevice::devices() { return CaptureDeviceRegistry::shared().devices(); }
+
+std::vector<Ref<AVCaptureDevice>> AVCaptureDevice::devicesWithMediaType(AVMediaType mediaType) {
+  auto found = devices();
+  std::erase_if(found, [&](const Ref<AVCaptureDevice>& device) { return !device->hasMediaType(mediaType); });
+  return found;
+}
+
+const std::string& AVCaptureDevice::localizedName() const { return _state->description.name; }
+
+const std::string& AVCaptureDevice::uniqueID() const { return _state->description.uniqueID; }
+
+bool AVCaptureDevice::isConnected() const {
+  std::lock_guard lock(_state->lock);
+  return _state->isConnected;
+}
+
+bool AVCaptureDevice::hasMediaType(AVMediaType mediaType) const {
+  const auto& description = _state->description;
+  return (mediaType == AVMediaTypeVideo && description.hasVideo) ||
+         (mediaType == AVMediaTypeAudio && description.hasAudio) ||
+         (mediaType == AVMediaTypeMuxed && description.isMuxed);
+}
+
+std::vector<Ref<AVCaptureDevice>> AVCaptureDevice::linkedDevices() const {
+  std::vector<Ref<AVCaptureDevice>> linked;
+  if (_state->description.linkedDevices.empty()) return linked;
+  const auto present = devices();
+  for (const std::string& uniqueID : _state->description.linkedDevices) {
+    const auto found = std::find_if(present.begin(), present.end(),
+                                    [&](const Ref<AVCaptureDevice>& device) { return device->uniqueID() == uniqueID; });
+    if (found != present.end()) linked.push_back(*found);
+  }
+  return linked;
+}
+
+std::vector<Ref<AVCaptureDeviceFormat>> AVCaptureDevice::formats() const { return _state->formats; }
+
+Ref<AVCaptureDeviceFormat> AVCaptureDevice::activeFormat() const {
+  std::lock_guard lock(_state->lock);
+  return _state->formats.empty() ? Ref<AVCaptureDeviceFormat>() : _state->formats[_state->activeFormat];
+}
+
+void AVCaptureDevice::setActiveFormat(AVCaptureDeviceFormat* format) {
+  const auto known = std::find_if(_state->formats.begin(), _state->formats.end(),
+                                  [&](const Ref<AVCaptureDeviceFormat>& candidate) { return candidate.get() == format; });
+  if (known == _state->formats.end()) {
+    NSLog("*** -[AVCaptureDevice setActiveFormat:] the format is not one of %s", localizedName().c_str());
+    return;
+  }
+  if (!holdsConfigurationLock()) {
+    NSLog("*** -[AVCaptureDevice setActiveFormat:] %s is not locked for configuration", localizedName().c_str());
+    return;
+  }
+  {
+    std::lock_guard lock(_state->lock);
+    _state->activeFormat = static_cast<std::size_t>(known - _state->formats.begin());
+    _state->minFrameDuration = shortestFrameDuration(**known);
+  }
+  applySelection();
+}
+
+CMTime AVCaptureDevice::activeVideoMinFrameDuration() const {
+  std::lock_guard lock(_state->lock);
+  return CMTIME_IS_VALID(_state->minFrameDuration) ? _state->minFrameDuration : kCMTimeZero;
+}
+
+void AVCaptureDevice::setActiveVideoMinFrameDuration(CMTime duration) {
+  if (!holdsConfigurationLock()) {
+    NSLog("*** -[AVCaptureDevice setActiveVideoMinFrameDuration:] %s is not locked for configuration",
+          localizedName().c_str());
+    return;
+  }
+  {
+    std::lock_guard lock(_state->lock);
+    if (_state->formats.empty() || !liesInARange(*_state->formats[_state->activeFormat], duration)) {
+      NSLog("*** -[AVCaptureDevice setActiveVideoMinFrameDuration:] no frame-rate range of %s holds the duration",
+            localizedName().c_str());
+      return;
+    }
+    _state->minFrameDuration = duration;
+  }
+  applySelection();
+}
+
+bool AVCaptureDevice::lockForConfiguration(Ref<NSError>* error) {
+  const auto device = _stream->hardware();
+  if (!device) {
+    store(error, NSError::errorWithDomain(AVFoundationErrorDomain, AVErrorDeviceNotConnected,
+                                          "\"" + localizedName() + "\" is not connected."));
+    return false;
+  }
+  if (const auto reason = device->configurationFailure()) {
+    store(error, NSError::errorWithDomain(AVFoundationErrorDomain,
+                                          AVErrorDeviceLockedForConfigurationByAnotherProcess, *reason));
+    return false;
+  }
+  std::lock_guard lock(_state->lock);
+  const auto caller = std::this_thread::get_id();
+  if (_state->configurationDepth > 0 && _state->configurationHolder != caller) {
+    store(error, NSError::errorWithDomain(AVFoundationErrorDomain, AVErrorDeviceInUseByAnotherApplication,
+                                          "\"" + localizedName() + "\" is being configured by another thread."));
+    return false;
+  }
+  _state->configurationHolder = caller;
+  ++_state->configurationDepth;
+  return true;
+}
+
+void AVCaptureDevice::unlockForConfiguration() {
+  std::lock_guard lock(_state->lock);
+  if (_state->configurationDepth > 0 && _state->configurationHolder == std::this_thread::get_id()) {
+    --_state->configurationDepth;
+  }
+}
+
+bool AVCaptureDevice::holdsConfigurationLock() const {
+  std::lock_guard lock(_state->lock);
+  return _state->configurationDepth > 0 && _state->configurationHolder == std::this_thread::get_id();
+}
+
+std::optional<std::string> AVCaptureDevice::openFailure() const {
+  const auto device = _stream->hardware();
+  return device ? device->openFailure() : std::optional<std::string>("\"" + localizedName() + "\" is not connected.");
+}
+
+void AVCaptureDevice::attach(std::shared_ptr<hardware::Device> device) {
+  {
+    std::lock_guard lock(_state->lock);
+    _state->isConnected = true;
+  }
+  select(*device);
+  _stream->setHardware(std::move(device));
+}
+
+void AVCaptureDevice::detach() {
+  {
+    std::lock_guard lock(_state->lock);
+    _state->isConnected = false;
+  }
+  _stream->setHardware(nullptr);
+}
+
+void AVCaptureDevice::applySelection() {
+  if (const auto device = _stream->hardware()) select(*device);
+}
+
+void AVCaptureDevice::select(hardware::Device& device) const {
+  std::lock_guard lock(_state->lock);
+  if (_state->formats.empty()) return;
+  if (_state->description.hasVideo || _state->description.isMuxed) {
+    device.selectVideoFormat(_state->activeFormat, _state->minFrameDuration);
+  } else {
+    device.selectAudioFormat(_state->activeFormat);
+  }
+}

@@ -1,0 +1,104 @@
+#include <AVFoundation/AVCaptureSession.h>
+#include <AVFoundation/CaptureStream.h>
+
+#include <algorithm>
+#include <map>
+
+namespace {
+
+template <typename T>
+bool holds(const std::vector<Ref<T>>& list, const T* object) {
+  return std::any_of(list.begin(), list.end(), [&](const Ref<T>& entry) { return entry.get() == object; });
+}
+
+bool offers(const AVCaptureDevice& device, AVMediaType mediaType) {
+  return device.hasMediaType(mediaType) || device.hasMediaType(AVMediaTypeMuxed);
+}
+
+/// The connections of each device, so that a device starts and stops once for all of its own.
+std::map<AVCaptureDevice*, std::vector<Ref<AVCaptureConnection>>> byDevice(
+    const std::vector<Ref<AVCaptureConnection>>& connections) {
+  std::map<AVCaptureDevice*, std::vector<Ref<AVCaptureConnection>>> sorted;
+  for (const auto& connection : connections) sorted[&connection->input().device()].push_back(connection);
+  return sorted;
+}
+
+}  // namespace
+
+AVCaptureSession::~AVCaptureSession() {
+  if (isRunning()) stop(_connections);
+}
+
+void AVCaptureSession::addInput(AVCaptureDeviceInput* input) {
+  std::lock_guard lock(_lock);
+  if (!input || holds(_inputs, input)) return;
+  _inputs.push_back(Ref<AVCaptureDeviceInput>::retain(input));
+  for (const auto& output : _outputs) {
+    if (!isConnected(*output)) connect(*output);
+  }
+}
+
+void AVCaptureSession::addOutput(AVCaptureOutput* output) {
+  std::lock_guard lock(_lock);
+  if (!output || holds(_outputs, output)) return;
+  _outputs.push_back(Ref<AVCaptureOutput>::retain(output));
+  connect(*output);
+}
+
+void AVCaptureSession::removeOutput(AVCaptureOutput* output) {
+  std::lock_guard lock(_lock);
+  if (!output || !holds(_outputs, output)) return;
+  std::vector<Ref<AVCaptureConnection>> removed;
+  std::erase_if(_connections, [&](const Ref<AVCaptureConnection>& connection) {
+    if (&connection->output() != output) return false;
+    removed.push_back(connection);
+    return true;
+  });
+  if (isRunning()) stop(removed);
+  std::erase_if(_outputs, [&](const Ref<AVCaptureOutput>& entry) { return entry.get() == output; });
+}
+
+void AVCaptureSession::startRunning() {
+  {
+    std::lock_guard lock(_lock);
+    if (isRunning()) return;
+    _running.store(true, std::memory_order_release);
+    start(_connections);
+  }
+  NSNotificationCenter::defaultCenter().postNotificationName(AVCaptureSessionDidStartRunningNotification, this);
+}
+
+void AVCaptureSession::stopRunning() {
+  {
+    std::lock_guard lock(_lock);
+    if (!isRunning()) return;
+    stop(_connections);
+    _running.store(false, std::memory_order_release);
+  }
+  NSNotificationCenter::defaultCenter().postNotificationName(AVCaptureSessionDidStopRunningNotification, this);
+}
+
+bool AVCaptureSession::isConnected(const AVCaptureOutput& output) const {
+  return std::any_of(_connections.begin(), _connections.end(),
+                     [&](const Ref<AVCaptureConnection>& connection) { return &connection->output() == &output; });
+}
+
+void AVCaptureSession::connect(AVCaptureOutput& output) {
+  const auto input = std::find_if(_inputs.rbegin(), _inputs.rend(), [&](const Ref<AVCaptureDeviceInput>& candidate) {
+    return offers(candidate->device(), output.mediaType());
+  });
+  if (input == _inputs.rend()) return;
+  auto connection = makeRef<AVCaptureConnection>(*input, Ref<AVCaptureOutput>::retain(&output));
+  _connections.push_back(connection);
+  if (isRunning()) start({connection});
+}
+
+void AVCaptureSession::start(const std::vector<Ref<AVCaptureConnection>>& connections) {
+  for (const auto& [device, own] : byDevice(connections)) device->stream().add(own);
+}
+
+/// First nothing comes in any more, then what is in goes out.
+void AVCaptureSession::stop(const std::vector<Ref<AVCaptureConnection>>& connections) {
+  for (const auto& [device, own] : byDevice(connections)) device->stream().remove(own);
+  for (const auto& connection : connections) connection->output().finish();
+}

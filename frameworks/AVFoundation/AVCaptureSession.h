@@ -1,0 +1,69 @@
+#pragma once
+
+// Carries samples from inputs to outputs while it runs.
+
+#include <AVFoundation/AVCaptureInput.h>
+#include <AVFoundation/AVCaptureOutput.h>
+
+#include <atomic>
+#include <mutex>
+#include <vector>
+
+/// Posted with the session as object, by startRunning and stopRunning, before they return.
+inline constexpr NSNotificationName AVCaptureSessionDidStartRunningNotification =
+    "AVCaptureSessionDidStartRunningNotification";
+inline constexpr NSNotificationName AVCaptureSessionDidStopRunningNotification =
+    "AVCaptureSessionDidStopRunningNotification";
+
+/// One way from an input to an output, for one medium. Made by the session. Immutable.
+class AVCaptureConnection final : public NSObject {
+ public:
+  AVCaptureConnection(Ref<AVCaptureDeviceInput> input, Ref<AVCaptureOutput> output)
+      : _input(std::move(input)), _output(std::move(output)) {}
+
+  AVCaptureDeviceInput& input() const noexcept { return *_input; }
+  AVCaptureOutput& output() const noexcept { return *_output; }
+
+ private:
+  Ref<AVCaptureDeviceInput> _input;
+  Ref<AVCaptureOutput> _output;
+};
+
+/// Any thread may call it; calls are carried out one after the other. Each output is connected to one input
+/// that has its medium, the one added last when there are several at the time the output is added. A device that is
+/// unplugged while the session runs delivers nothing, and delivers again when it is back; the session goes on.
+class AVCaptureSession final : public NSObject {
+ public:
+  AVCaptureSession() = default;
+
+  // addInput: addOutput: removeOutput:
+  /// Retained until removed or until the session goes. What is there already, or is not, is left as it is. On a running
+  /// session they take effect at once; after removeOutput no sample reaches the output's delegate, as after stopRunning.
+  void addInput(AVCaptureDeviceInput* input);
+  void addOutput(AVCaptureOutput* output);
+  void removeOutput(AVCaptureOutput* output);
+
+  /// Starts the inputs' devices. No-op while running.
+  void startRunning();
+
+  /// Stops. After the return no sample is being delivered to a delegate or will be; what had been captured has
+  /// been delivered, or dropped and reported. From a delegate's own queue it returns with that delegate's call
+  /// still in progress, of course, and drops what waits for it. No-op while stopped.
+  void stopRunning();
+
+  bool isRunning() const noexcept { return _running.load(std::memory_order_acquire); }
+
+ private:
+  ~AVCaptureSession() override;
+
+  bool isConnected(const AVCaptureOutput& output) const;
+  void connect(AVCaptureOutput& output);
+  void start(const std::vector<Ref<AVCaptureConnection>>& connections);
+  void stop(const std::vector<Ref<AVCaptureConnection>>& connections);
+
+  std::mutex _lock;
+  std::atomic<bool> _running{false};
+  std::vector<Ref<AVCaptureDeviceInput>> _inputs;
+  std::vector<Ref<AVCaptureOutput>> _outputs;
+  std::vector<Ref<AVCaptureConnection>> _connections;
+};

@@ -1,0 +1,164 @@
+#include <AVFoundation/AudioStreamConverter.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+/// What the input callback answers while the stream goes on but nothing more is there yet.
+constexpr OSStatus NoInputYet = 0x77616974;  // 'wait'
+
+/// A device's clock may be off by this much before its stream counts as interrupted.
+constexpr double LargestJump = 0.05;
+
+/// More than the converter holds back of what it was given, in frames of any destination.
+constexpr UInt32 MostFramesOwed = 1024;
+
+bool sameStream(const AudioStreamBasicDescription& a, const AudioStreamBasicDescription& b) {
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+bool isPlanar(const AudioStreamBasicDescription& stream) {
+  return (stream.mFormatFlags & kAudioFormatFlagIsNonInterleaved) != 0;
+}
+
+constexpr std::size_t MostPlanes = 8;
+
+//// A buffer list with room for every plane.
+struct PlaneList {
+  AudioBufferList list;
+  std::array<AudioBuffer, MostPlanes - 1> more;
+};
+
+}  // namespace
+
+AudioStreamConverter::AudioStreamConverter(const AudioStreamBasicDescription& destination) : _destination(destination) {
+  const AudioChannelLayout stereo{kAudioChannelLayoutTag_Stereo, 0, 0};
+  const bool isStereo = destination.mChannelsPerFrame == 2;
+  CMAudioFormatDescriptionRef description = nullptr;
+  CMAudioFormatDescriptionCreate(kCFAllocatorDefault, &_destination, isStereo ? sizeof stereo : 0,
+                                 isStereo ? &stereo : nullptr, 0, nullptr, nullptr, &description);
+  _destinationFormat = CFRef<CMAudioFormatDescriptionRef>::adopt(description);
+}
+
+AudioStreamConverter::~AudioStreamConverter() {
+  if (_converter) AudioConverterDispose(_converter);
+}
+
+AudioStreamConverter::Result AudioStreamConverter::convert(const hardware::AudioChunk& chunk, BlockPool& blocks) {
+  if (!prepareFor(*chunk.format)) return {{}, true};
+  if (!follows(chunk)) endStream();
+
+  const double ratio = _destination.mSampleRate / _source.mSampleRate;
+  const auto capacity = static_cast<UInt32>(std::ceil(chunk.frameCount * ratio)) + MostFramesOwed;
+  const UInt32 planes = isPlanar(_destination) ? _destination.mChannelsPerFrame : 1;
+  const std::size_t planeCapacity = std::size_t{capacity} * _destination.mBytesPerFrame;
+  const BlockPool::Memory memory = blocks.take(planeCapacity * planes);
+  if (!memory.bytes) return {{}, true};
+
+  PlaneList output{};
+  output.list.mNumberBuffers = planes;
+  for (UInt32 plane = 0; plane < planes; ++plane) {
+    output.list.mBuffers[plane] = {isPlanar(_destination) ? 1 : _destination.mChannelsPerFrame,
+                                   static_cast<UInt32>(planeCapacity), memory.bytes + plane * planeCapacity};
+  }
+
+  _input = &chunk;
+  UInt32 produced = capacity;
+  const OSStatus status = AudioConverterFillComplexBuffer(_converter, &AudioStreamConverter::supplyInput, this, &produced,
+                                                          &output.list, nullptr);
+  _input = nullptr;
+  if (status != noErr && status != NoInputYet) {
+    blocks.giveBack(memory);
+    endStream();
+    return {{}, true};
+  }
+
+  const CMTime time = timeOfNextFrame(chunk);
+  _framesIn += chunk.frameCount;
+  _framesOut += produced;
+  _endOfLastChunk = CMTimeAdd(chunk.presentationTime,
+                              CMTimeMake(chunk.frameCount, static_cast<int32_t>(std::lround(_source.mSampleRate))));
+  if (produced == 0) {
+    blocks.giveBack(memory);
+    return {};
+  }
+
+  // Bring the planes together: in a sample they follow each other.
+  const std::size_t planeLength = std::size_t{produced} * _destination.mBytesPerFrame;
+  for (UInt32 plane = 1; plane < planes; ++plane) {
+    std::memmove(memory.bytes + plane * planeLength, memory.bytes + plane * planeCapacity, planeLength);
+  }
+  return makeSample(blocks.makeBlock(memory, planeLength * planes), produced, time);
+}
+
+AudioStreamConverter::Result AudioStreamConverter::makeSample(CFRef<CMBlockBufferRef> block, UInt32 frames,
+                                                              CMTime time) const {
+  CMSampleBufferRef sample = nullptr;
+  if (!block || CMAudioSampleBufferCreateReadyWithPacketDescriptions(kCFAllocatorDefault, block.get(),
+                                                                     _destinationFormat.get(), CMItemCount{frames}, time,
+                                                                     nullptr, &sample) != noErr) {
+    return {{}, true};
+  }
+  return {CFRef<CMSampleBufferRef>::adopt(sample), false};
+}
+
+bool AudioStreamConverter::prepareFor(const hardware::AudioFormat& format) {
+  if (_converter && sameStream(_source, format.stream) && _sourceLayout == format.layout) return true;
+  if (_converter) AudioConverterDispose(std::exchange(_converter, nullptr));
+
+  // Whether a format may be mixed with others says nothing about its samples.
+  AudioStreamBasicDescription source = format.stream;
+  source.mFormatFlags &= ~AudioFormatFlags{kAudioFormatFlagIsNonMixable};
+  if (AudioConverterNew(&source, &_destination, &_converter) != noErr) {
+    _converter = nullptr;
+    return false;
+  }
+  if (format.layout != kAudioChannelLayoutTag_Unknown) {
+    const AudioChannelLayout layout{format.layout, 0, 0};
+    AudioConverterSetProperty(_converter, kAudioConverterInputChannelLayout, sizeof layout, &layout);
+  }
+  _source = format.stream;
+  _sourceLayout = format.layout;
+  endStream();
+  return true;
+}
+
+bool AudioStreamConverter::follows(const hardware::AudioChunk& chunk) const {
+  if (!CMTIME_IS_NUMERIC(_endOfLastChunk) || !CMTIME_IS_NUMERIC(chunk.presentationTime)) return true;
+  return std::abs(CMTimeGetSeconds(chunk.presentationTime) - CMTimeGetSeconds(_endOfLastChunk)) <= LargestJump;
+}
+
+void AudioStreamConverter::endStream() {
+  if (_converter) AudioConverterReset(_converter);
+  _framesIn = 0;
+  _framesOut = 0;
+  _endOfLastChunk = kCMTimeInvalid;
+}
+
+/// The next frame to come out lies before the chunk by what the converter still owed of earlier ones.
+CMTime AudioStreamConverter::timeOfNextFrame(const hardware::AudioChunk& chunk) const {
+  CMTime time = chunk.presentationTime;
+  if (!CMTIME_IS_NUMERIC(time)) return time;
+  const double owed = static_cast<double>(_framesIn) / _source.mSampleRate -
+                      static_cast<double>(_framesOut) / _destination.mSampleRate;
+  time.value -= std::llround(owed * time.timescale);
+  return time;
+}
+
+OSStatus AudioStreamConverter::supplyInput(AudioConverterRef, UInt32* packetCount, AudioBufferList* buffers,
+                                           AudioStreamPacketDescription**, void* stream) {
+  auto& self = *static_cast<AudioStreamConverter*>(stream);
+  if (!self._input) {
+    *packetCount = 0;
+    return NoInputYet;
+  }
+  const hardware::AudioChunk& chunk = *std::exchange(self._input, nullptr);
+  *packetCount = chunk.frameCount;
+  buffers->mNumberBuffers = std::min(buffers->mNumberBuffers, chunk.buffers->mNumberBuffers);
+  for (UInt32 i = 0; i < buffers->mNumberBuffers; ++i) buffers->mBuffers[i] = chunk.buffers->mBuffers[i];
+  return noErr;
+}

@@ -1,0 +1,37 @@
+#pragma once
+
+// Recycled memory for audio samples. Private to AVFoundation. Blocks outlive the pool's owner: each holds the pool.
+
+#include <CoreFoundation/CFRef.h>
+#include <CoreMedia/CMBlockBuffer.h>
+#include <Foundation/NSObject.h>
+
+#include <cstddef>
+#include <mutex>
+#include <vector>
+
+class BlockPool final : public NSObject {
+ public:
+  struct Memory {
+    char* bytes = nullptr;
+    std::size_t size = 0;
+  };
+
+  BlockPool() = default;
+
+  /// At least `size` bytes, 64-byte aligned, contents undefined; null bytes when memory is short. Memory of earlier blocks
+  /// is used again. What is taken goes on to `makeBlock` or `giveBack`. Any thread.
+  Memory take(std::size_t size);
+  void giveBack(Memory memory);
+
+  /// A block buffer over the first `dataLength` bytes, which gives the memory back when it goes; null when it cannot be made.
+  CFRef<CMBlockBufferRef> makeBlock(Memory memory, std::size_t dataLength);
+
+ private:
+  ~BlockPool() override;
+
+  static void freeBlock(void* pool, void* bytes, std::size_t size);
+
+  std::mutex _lock;
+  std::vector<Memory> _idle;
+};

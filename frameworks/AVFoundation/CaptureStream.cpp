@@ -1,0 +1,122 @@
+#include <AVFoundation/AVCaptureAudioDataOutput.h>
+#include <AVFoundation/AVCaptureVideoDataOutput.h>
+#include <AVFoundation/CaptureStream.h>
+#include <CoreMedia/CMFormatDescription.h>
+#include <Foundation/NSDictionary.h>
+#include <Foundation/NSValue.h>
+
+#include <algorithm>
+
+namespace {
+
+CFRef<CFDictionaryRef> makePixelAspectRatio(const hardware::DeviceDescription& description) {
+  if (!description.pixelAspectRatio) return {};
+  auto ratio = makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{
+      {kCVImageBufferPixelAspectRatioHorizontalSpacingKey,
+       NSNumber::numberWithInt(description.pixelAspectRatio->horizontal)},
+      {kCVImageBufferPixelAspectRatioVerticalSpacingKey,
+       NSNumber::numberWithInt(description.pixelAspectRatio->vertical)},
+  });
+  return CFRef<CFDictionaryRef>::adopt(ratio.leak()->toCF());
+}
+
+}  // namespace
+
+CaptureStream::CaptureStream(const hardware::DeviceDescription& description)
+    : _pixelAspectRatio(makePixelAspectRatio(description)) {}
+
+void CaptureStream::setHardware(std::shared_ptr<hardware::Device> device) {
+  std::lock_guard control(_control);
+  std::shared_ptr<hardware::Device> former;
+  {
+    std::lock_guard lock(_hardwareLock);
+    former = std::exchange(_hardware, device);
+  }
+  if (former) former->stop();
+
+  bool isWanted;
+  {
+    std::lock_guard lock(_connectionsLock);
+    isWanted = !_connections.empty();
+  }
+  if (device && isWanted) device->start(*this);
+}
+
+std::shared_ptr<hardware::Device> CaptureStream::hardware() const {
+  std::lock_guard lock(_hardwareLock);
+  return _hardware;
+}
+
+void CaptureStream::add(const std::vector<Ref<AVCaptureConnection>>& connections) {
+  std::lock_guard control(_control);
+  {
+    std::lock_guard lock(_connectionsLock);
+    _connections.insert(_connections.end(), connections.begin(), connections.end());
+    if (_connections.empty()) return;
+  }
+  if (auto device = hardware()) device->start(*this);
+}
+
+void CaptureStream::remove(const std::vector<Ref<AVCaptureConnection>>& connections) {
+  std::lock_guard control(_control);
+  bool wasLast;
+  {
+    std::lock_guard lock(_connectionsLock);
+    std::erase_if(_connections, [&](const Ref<AVCaptureConnection>& connection) {
+      return std::find(connections.begin(), connections.end(), connection) != connections.end();
+    });
+    wasLast = _connections.empty();
+  }
+  if (!wasLast) {
+    outputHasRoom();  // the connection that went may have been the one without room
+    return;
+  }
+  if (auto device = hardware()) device->stop();
+}
+
+void CaptureStream::outputHasRoom() {
+  if (!_waitsForRoom.load(std::memory_order_seq_cst) || !_waitsForRoom.exchange(false)) return;
+  if (auto device = hardware()) device->sinkHasRoom();
+}
+
+bool CaptureStream::hasRoom(AVMediaType mediaType) {
+  if (everyOutputHasRoom(mediaType)) return true;
+  // Room may appear between the question and the note that someone waits for it: ask once more behind the note.
+  _waitsForRoom.store(true, std::memory_order_seq_cst);
+  return everyOutputHasRoom(mediaType);
+}
+
+bool CaptureStream::everyOutputHasRoom(AVMediaType mediaType) {
+  std::lock_guard lock(_connectionsLock);
+  return std::all_of(_connections.begin(), _connections.end(), [&](const Ref<AVCaptureConnection>& connection) {
+    AVCaptureOutput& output = connection->output();
+    return output.mediaType() != mediaType || output.hasRoom();
+  });
+}
+
+void CaptureStream::videoFrameCaptured(const hardware::VideoFrame& frame) {
+  std::lock_guard lock(_connectionsLock);
+  for (const auto& connection : _connections) {
+    AVCaptureOutput& output = connection->output();
+    if (output.mediaType() != AVMediaTypeVideo) continue;
+    static_cast<AVCaptureVideoDataOutput&>(output).receive(frame, _pixelAspectRatio.get(), connection.get());
+  }
+}
+
+void CaptureStream::videoFrameLost(CMTime presentationTime, CMTime duration) {
+  std::lock_guard lock(_connectionsLock);
+  for (const auto& connection : _connections) {
+    AVCaptureOutput& output = connection->output();
+    if (output.mediaType() != AVMediaTypeVideo) continue;
+    static_cast<AVCaptureVideoDataOutput&>(output).receiveLost(presentationTime, duration, connection.get());
+  }
+}
+
+void CaptureStream::audioChunkCaptured(const hardware::AudioChunk& chunk) {
+  std::lock_guard lock(_connectionsLock);
+  for (const auto& connection : _connections) {
+    AVCaptureOutput& output = connection->output();
+    if (output.mediaType() != AVMediaTypeAudio) continue;
+    static_cast<AVCaptureAudioDataOutput&>(output).receive(chunk, connection.get());
+  }
+}

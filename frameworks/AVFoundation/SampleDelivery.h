@@ -1,0 +1,80 @@
+#pragma once
+
+// The way of samples from a device's lane to a delegate's queue: a short line in which frames and reports of
+// dropped frames keep their order, and the count of what became of each. Private to AVFoundation; one for each
+// output. Allocates nothing once the line has been as long as it gets.
+
+#include <AVFoundation/AVCaptureOutput.h>
+#include <AVFoundation/AVCaptureSession.h>
+#include <dispatch/dispatch.h>
+
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+/// How a captured sample ended.
+enum class SampleFate { deliver, late, noBuffer, lostByDevice, stopped };
+
+/// What hands a sample to the delegate, on the delegate's queue.
+class SampleReceiver {
+ public:
+  virtual void handOver(void* delegate, SampleFate fate, CMSampleBufferRef sample, AVCaptureConnection* connection) = 0;
+
+ protected:
+  ~SampleReceiver() = default;
+};
+
+class SampleDelivery {
+ public:
+  /// `output` is the owner, kept alive while items are on the queue.
+  SampleDelivery(AVCaptureOutput& output, SampleReceiver& receiver) : _output(output), _receiver(receiver) {}
+
+  /// Replaces delegate and queue; what waits for the earlier delegate is dropped. Any thread.
+  void setDelegate(void* delegate, dispatch_queue_t queue);
+
+  /// True when somebody receives.
+  bool hasDelegate() const;
+
+  /// How many frames wait for the delegate, the one that it is working on left out.
+  std::size_t waitingFrames() const;
+
+  /// True while a frame is being delivered or waits.
+  bool isBusy() const;
+
+  /// Adds a sample that stands for `count` captured ones; with another fate than `deliver` it is the report of a
+  /// dropped one. Without a delegate it is counted as stopped. Device's lane.
+  void push(CFRef<CMSampleBufferRef> sample, SampleFate fate, AVCaptureConnection* connection, std::uint32_t count = 1);
+
+  /// See AVCaptureOutput::finish.
+  void finish();
+
+  AVCaptureOutputStatistics statistics() const;
+
+ private:
+  struct Item {
+    CFRef<CMSampleBufferRef> sample;
+    Ref<AVCaptureConnection> connection;
+    SampleFate fate = SampleFate::deliver;
+    std::uint32_t count = 0;
+  };
+
+  static void deliverNext(void* output);
+  void deliverNext();
+  void dropWaitingFrames();
+  void count(SampleFate fate, std::uint32_t count);
+  Item takeFirst();
+  void append(Item item);
+
+  AVCaptureOutput& _output;
+  SampleReceiver& _receiver;
+
+  mutable std::mutex _lock;
+  void* _delegate = nullptr;
+  CFRef<dispatch_queue_t> _queue;
+  std::vector<Item> _line;  ///< ring, `_length` items from `_first`
+  std::size_t _first = 0;
+  std::size_t _length = 0;
+  std::size_t _waitingFrames = 0;
+  bool _delivering = false;
+  AVCaptureOutputStatistics _statistics;
+};

@@ -1,0 +1,81 @@
+#pragma once
+
+// A stream description, checked and put into the terms that the conversion thinks in. A value; any thread.
+
+#include <CoreAudio/CoreAudioTypes.h>
+
+#include <array>
+#include <cstddef>
+
+namespace AudioConversion {
+
+inline constexpr unsigned kMaxChannels = 8;
+inline constexpr double kLowestSampleRate = 8000;
+inline constexpr double kHighestSampleRate = 192000;
+
+enum class SampleKind { SignedInteger, UnsignedInteger, Float };
+
+/// How one sample lies in its container.
+struct SampleEncoding {
+  SampleKind kind = SampleKind::SignedInteger;
+  unsigned bits = 0;            ///< significant bits: 8, 16, 24 or 32 of an integer, 32 or 64 of a float
+  unsigned containerBytes = 0;  ///< bytes from one sample to the next of the same frame
+  bool bigEndian = false;       ///< never set for containers of one byte
+  bool alignedHigh = false;     ///< never set when the sample fills its container
+
+  bool operator==(const SampleEncoding&) const = default;
+  bool isFloat() const noexcept { return kind == SampleKind::Float; }
+  /// Significant bits of a value near full scale: those of the mantissa for a float.
+  unsigned precision() const noexcept { return !isFloat() ? bits : bits == 32 ? 24 : 53; }
+};
+
+struct PCMFormat {
+  double sampleRate = 0;
+  unsigned channels = 0;
+  bool interleaved = true;
+  SampleEncoding sample;
+
+  bool operator==(const PCMFormat&) const = default;
+  /// Buffers of an AudioBufferList in this format.
+  unsigned bufferCount() const noexcept { return interleaved ? 1 : channels; }
+  /// Bytes that one frame takes in each of those buffers.
+  size_t bytesPerFrame() const noexcept {
+    return interleaved ? channels * sample.containerBytes : sample.containerBytes;
+  }
+};
+
+/// Reads a description. False for everything but linear PCM whose fields agree with each other; the sample rate is
+/// taken over unread. A mono or one-channel-a-plane description is the same with and without the non-interleaved flag.
+bool parsePCMFormat(const AudioStreamBasicDescription& description, PCMFormat& format) noexcept;
+
+bool isSampleRateInRange(double sampleRate) noexcept;
+
+/// Where the samples of a run of frames lie: the first sample of each channel, and the way from frame to frame.
+template <typename Byte>
+struct SamplePlanes {
+  std::array<Byte*, kMaxChannels> channel{};
+  size_t stride = 0;  ///< bytes
+
+  SamplePlanes advancedBy(size_t frames) const noexcept {
+    SamplePlanes result = *this;
+    for (Byte*& first : result.channel) {
+      if (first) first += frames * stride;
+    }
+    return result;
+  }
+};
+using InputPlanes = SamplePlanes<const std::byte>;
+using OutputPlanes = SamplePlanes<std::byte>;
+
+/// The planes of samples whose first bytes, one pointer for each buffer of the format, are given.
+template <typename Byte>
+SamplePlanes<Byte> planesOf(const PCMFormat& format, Byte* const* buffers) noexcept {
+  SamplePlanes<Byte> planes;
+  planes.stride = format.bytesPerFrame();
+  for (unsigned c = 0; c < format.channels; ++c) {
+    planes.channel[c] = format.interleaved ? buffers[0] + c * format.sample.containerBytes : buffers[c];
+  }
+  return planes;
+}
+
+}  // namespace AudioConversion

@@ -1,0 +1,77 @@
+#pragma once
+
+// Sample-rate conversion of planar working values.
+//
+// Output frame n is the signal at the input time n * inputRate / outputRate: the filter's delay is made up for by
+// holding back what cannot be computed yet. A stream's first and last frames are met by EdgeExtension.
+
+#include "EdgeExtension.h"
+#include "FilterBank.h"
+
+#include <array>
+
+namespace AudioConversion {
+
+/// Input is written to `tail` and then appended; output is produced as far as the input reaches. What comes out does
+/// not depend on how the input was cut. `Work` is float or double. One thread at a time; allocates only when it is
+/// made.
+template <typename Work>
+class Resampler {
+ public:
+  static constexpr unsigned kMostChannels = 8;
+
+  Resampler(const RateRatio& ratio, unsigned channels, InstructionSet set = bestInstructionSet());
+
+  /// Makes room for `frames` (at most kLongestAppend) at the tail of every channel. Everything that can be
+  /// produced must have been, or room may be short: returns how many frames fit.
+  size_t makeRoom(size_t frames) noexcept;
+  static constexpr size_t kLongestAppend = 512;
+
+  /// Where the next input frames of a channel go. Values must be finite.
+  Work* tail(unsigned channel) noexcept { return history(channel) + _end; }
+  void append(size_t frames) noexcept { _end += frames; }
+
+  /// The input has ended: what is still owed can be produced. In all, the output then has as many frames as the input
+  /// times the ratio of the rates, rounded to nearest, halves up.
+  void finish();
+
+  /// Produces up to `frames` frames, one plane for each channel; returns how many.
+  size_t produce(Work* const* out, size_t frames);
+
+  /// How many more input frames are needed to produce `frames` frames; at least 1.
+  size_t inputWanted(size_t frames) const noexcept;
+
+  /// Begins an unrelated stream.
+  void reset() noexcept;
+
+ private:
+  Work* history(unsigned channel) noexcept { return _history.data() + channel * _capacity; }
+  void begin();
+  uint64_t framesOwed() const noexcept;
+  size_t produceFromTable(Work* const* out, size_t frames, size_t lastFrame);
+  size_t produceInterpolating(Work* const* out, size_t frames, size_t lastFrame);
+  size_t run(FilterRun<Work> run, Work* const* out, size_t offset, size_t frames);
+
+  RateRatio _ratio;
+  unsigned _channels;
+  std::shared_ptr<const FilterBank<Work>> _bank;
+  const FilterKernels<Work>& _kernels;
+  EdgeExtension _extension;
+  size_t _half;      // half the filter's taps
+  size_t _leadIn;    // input frames that must be there before the first output
+  size_t _modelled;  // input frames at an edge that its extension is made from
+  size_t _capacity;  // frames of each channel's history
+  std::vector<Work> _history;
+  std::vector<Work> _row;  // an interpolated row
+
+  // Places in the history. The next output lies `_phase`/ratio.up past the input frame at `_frame + _half - 1`.
+  size_t _frame = 0;
+  uint64_t _phase = 0;
+  size_t _first = 0;  // the oldest input frame: before it, after begin(), lies the extension
+  size_t _end = 0;    // behind the newest input frame
+  bool _begun = false;
+  bool _finished = false;
+  uint64_t _owed = 0;  // output frames still to be produced, once finished
+};
+
+}  // namespace AudioConversion

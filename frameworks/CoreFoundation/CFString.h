@@ -1,0 +1,25 @@
+#pragma once
+
+// Immutable strings. The C type is the same object as Foundation's NSString.
+
+#include <CoreFoundation/CFBase.h>
+
+CF_EXTERN_C_BEGIN
+
+typedef UInt32 CFStringEncoding;
+enum { kCFStringEncodingUTF8 = 0x08000100 };
+
+/// Copies NUL-terminated text into a new string that the caller releases. Only UTF-8 is understood:
+/// null for a null text, another encoding, or bytes that are not UTF-8.
+CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text, CFStringEncoding encoding);
+
+/// Length in UTF-16 code units.
+CFIndex CFStringGetLength(CFStringRef string);
+
+/// The string's own NUL-terminated bytes, valid as long as the string; null for another encoding than UTF-8.
+const char* CFStringGetCStringPtr(CFStringRef string, CFStringEncoding encoding);
+
+/// Copies text and terminator into `buffer`; false (nothing usable in `buffer`) when they do not fit.
+Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex bufferSize, CFStringEncoding encoding);
+
+CF_EXTERN_C_END

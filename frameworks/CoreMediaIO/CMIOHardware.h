@@ -1,0 +1,42 @@
+#pragma once
+
+// Properties of the capture layer below the devices: whether screen-capture devices are admitted, which
+// object stands for a device, and whether it has a video digitizer.
+
+#include <CoreFoundation/CFBase.h>
+
+CF_EXTERN_C_BEGIN
+
+typedef UInt32 CMIOObjectID;
+typedef UInt32 CMIOObjectPropertySelector;
+typedef UInt32 CMIOObjectPropertyScope;
+typedef UInt32 CMIOObjectPropertyElement;
+
+typedef struct CMIOObjectPropertyAddress {
+  CMIOObjectPropertySelector mSelector;
+  CMIOObjectPropertyScope mScope;
+  CMIOObjectPropertyElement mElement;
+} CMIOObjectPropertyAddress;
+
+enum { kCMIOObjectSystemObject = 1 };
+enum { kCMIOObjectPropertyScopeGlobal = 0x676C6F62 /* 'glob' */ };
+enum { kCMIOObjectPropertyElementMaster = 0 };
+enum { kCMIOHardwarePropertyAllowScreenCaptureDevices = 0x79657320 /* 'yes ' */ };
+
+enum {
+  kCMIOHardwareNoError = 0,
+  kCMIOHardwareUnknownPropertyError = 0x77686F3F, // 'who?'
+  kCMIOHardwareBadPropertySizeError = 0x2173697A, // '!siz'
+  kCMIOHardwareBadObjectError = 0x216F626A,       // '!obj'
+};
+
+/// Sets a property. Known on the system object: kCMIOHardwarePropertyAllowScreenCaptureDevices (a UInt32,
+/// 0 or not), which lets tethered devices appear among the capture devices from then on, with a connect notification each. Any thread.
+OSStatus CMIOObjectSetPropertyData(CMIOObjectID objectID, const CMIOObjectPropertyAddress* address, UInt32 qualifierDataSize,
+                                   const void* qualifierData, UInt32 dataSize, const void* data);
+
+CF_EXTERN_C_END
+
+#ifdef __cplusplus
+static_assert(sizeof(CMIOObjectPropertyAddress) == 12);
+#endif

@@ -1,0 +1,88 @@
+#include <CoreVideo/CVImageBuffer.h>
+
+#include <CoreVideo/CVBuffer.h>
+#include <CoreVideo/NumberInDictionary.h>
+
+#include <new>
+
+const CFStringRef kCVImageBufferPixelAspectRatioKey = NSString::constant("CVPixelAspectRatio");
+const CFStringRef kCVImageBufferPixelAspectRatioHorizontalSpacingKey = NSString::constant("HorizontalSpacing");
+const CFStringRef kCVImageBufferPixelAspectRatioVerticalSpacingKey = NSString::constant("VerticalSpacing");
+const CFStringRef kCVImageBufferDisplayDimensionsKey = NSString::constant("CVDisplayDimensions");
+const CFStringRef kCVImageBufferDisplayWidthKey = NSString::constant("Width");
+const CFStringRef kCVImageBufferDisplayHeightKey = NSString::constant("Height");
+
+const OpaqueCVBuffer::Attachment* OpaqueCVBuffer::attachment(CFStringRef key) const noexcept {
+  // Keys are nearly always the frameworks' own constants: look for the object itself before reading any text.
+  const NSString* string = NSString::from(key);
+  for (const Attachment& entry : _attachments) {
+    if (entry.key.get() == string) return &entry;
+  }
+  for (const Attachment& entry : _attachments) {
+    if (entry.key->text() == string->text()) return &entry;
+  }
+  return nullptr;
+}
+
+void OpaqueCVBuffer::setAttachment(CFStringRef key, CFTypeRef value, CVAttachmentMode mode) {
+  auto retained = Ref<const NSObject>::retain(static_cast<const NSObject*>(value));
+  if (const Attachment* found = attachment(key)) {
+    auto& entry = const_cast<Attachment&>(*found);
+    entry.value = std::move(retained);
+    entry.mode = mode;
+  } else {
+    _attachments.push_back({Ref<const NSString>::retain(NSString::from(key)), std::move(retained), mode});
+  }
+  updateDisplaySize();
+}
+
+void OpaqueCVBuffer::removeAllAttachments() noexcept {
+  _attachments.clear();
+  updateDisplaySize();
+}
+
+// Kept up to date when attachments change, which is rarer than asking for the size and not on a deadline.
+void OpaqueCVBuffer::updateDisplaySize() noexcept {
+  _displaySize = {static_cast<double>(_layout.width), static_cast<double>(_layout.height)};
+  const Attachment* dimensions = attachment(kCVImageBufferDisplayDimensionsKey);
+  if (!dimensions) return;
+
+  const NSDictionary* dictionary = dictionaryFromObject(dimensions->value.get());
+  const double width = positiveNumberForKey(dictionary, kCVImageBufferDisplayWidthKey);
+  const double height = positiveNumberForKey(dictionary, kCVImageBufferDisplayHeightKey);
+  if (width > 0 && height > 0) _displaySize = {width, height};
+}
+
+CVBufferRef CVBufferRetain(CVBufferRef buffer) {
+  if (buffer) buffer->retain();
+  return buffer;
+}
+
+void CVBufferRelease(CVBufferRef buffer) {
+  if (buffer) buffer->release();
+}
+
+void CVBufferSetAttachment(CVBufferRef buffer, CFStringRef key, CFTypeRef value, CVAttachmentMode attachmentMode) {
+  if (!buffer || !key || !value) return;
+  try {
+    buffer->setAttachment(key, value, attachmentMode);
+  } catch (const std::bad_alloc&) {
+    // The interface has no way to say so; the buffer is as it was.
+  }
+}
+
+void CVBufferRemoveAllAttachments(CVBufferRef buffer) {
+  if (buffer) buffer->removeAllAttachments();
+}
+
+CFTypeRef CVBufferGetAttachment(CVBufferRef buffer, CFStringRef key, CVAttachmentMode* attachmentMode) {
+  if (!buffer || !key) return nullptr;
+  const OpaqueCVBuffer::Attachment* attachment = buffer->attachment(key);
+  if (!attachment) return nullptr;
+  if (attachmentMode) *attachmentMode = attachment->mode;
+  return attachment->value.get();
+}
+
+CGSize CVImageBufferGetDisplaySize(CVImageBufferRef imageBuffer) {
+  return imageBuffer ? imageBuffer->displaySize() : CGSize{0, 0};
+}

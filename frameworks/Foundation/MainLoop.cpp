@@ -1,0 +1,94 @@
+#include <Foundation/MainLoop.h>
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+#include <vector>
+
+namespace {
+
+runtime::Nanoseconds deadlineAfter(double seconds) {
+  const runtime::Nanoseconds now = runtime::Scheduler::current().now();
+  if (!(seconds > 0)) return now;
+  const double span = seconds * static_cast<double>(runtime::NanosecondsPerSecond);
+  if (span >= static_cast<double>(runtime::Never - now)) return runtime::Never;
+  return now + static_cast<runtime::Nanoseconds>(span);
+}
+
+}  // namespace
+
+MainLoop& MainLoop::instance() {
+  // Never destroyed: lanes may still add blocks while the process ends.
+  static MainLoop* const loop = new MainLoop;
+  return *loop;
+}
+
+void MainLoop::add(std::function<void()> block, const void* owner) {
+  if (!block) return;
+  {
+    const std::lock_guard lock(_mutex);
+    _entries.push_back({std::move(block), owner});
+  }
+  _changed.signal();
+}
+
+void MainLoop::cancel(const void* owner) {
+  std::vector<Entry> cancelled;  // destroyed after the unlock: what a block holds may call back into here
+  const std::lock_guard lock(_mutex);
+  const auto kept = std::stable_partition(_entries.begin(), _entries.end(),
+                                          [owner](const Entry& entry) { return entry.owner != owner; });
+  cancelled.assign(std::make_move_iterator(kept), std::make_move_iterator(_entries.end()));
+  _entries.erase(kept, _entries.end());
+}
+
+MainLoop::RunResult MainLoop::run(double seconds, bool returnAfterBlock) {
+  const runtime::Nanoseconds deadline = deadlineAfter(seconds);
+  // Counted beforehand, so that a block which adds itself again cannot hold a run without time for ever.
+  std::size_t due = waitingCount();
+  for (;;) {
+    if (takeStop()) return RunResult::Stopped;
+    const bool timeLeft = runtime::Scheduler::current().now() < deadline;
+    if (due == 0 && !timeLeft) return RunResult::TimedOut;
+    if (due > 0) --due;
+    if (runNext()) {
+      if (returnAfterBlock) return RunResult::RanBlock;
+    } else if (timeLeft) {
+      _changed.wait(deadline);
+    }
+  }
+}
+
+void MainLoop::runUntilIdle() {
+  while (runNext()) {
+  }
+}
+
+void MainLoop::stop() {
+  {
+    const std::lock_guard lock(_mutex);
+    _stopRequested = true;
+  }
+  _changed.signal();
+}
+
+std::size_t MainLoop::waitingCount() const {
+  const std::lock_guard lock(_mutex);
+  return _entries.size();
+}
+
+bool MainLoop::runNext() {
+  std::function<void()> block;
+  {
+    const std::lock_guard lock(_mutex);
+    if (_entries.empty()) return false;
+    block = std::move(_entries.front().block);
+    _entries.pop_front();
+  }
+  block();
+  return true;
+}
+
+bool MainLoop::takeStop() {
+  const std::lock_guard lock(_mutex);
+  return std::exchange(_stopRequested, false);
+}

@@ -1,0 +1,52 @@
+#pragma once
+
+// What the main operation queue, the main run loop and the notification centre share: the blocks that wait
+// for the main thread. Not for users of the frameworks.
+
+#include <dispatch/Scheduler.h>
+
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <optional>
+
+class MainLoop {
+ public:
+  enum class RunResult { TimedOut, Stopped, RanBlock };
+
+  static MainLoop& instance();
+
+  /// Adds a block at the end; an empty one is ignored. Any thread. `owner` (an identity, not read) groups blocks for
+  /// `cancel`.
+  void add(std::function<void()> block, const void* owner = nullptr);
+
+  /// Destroys the waiting blocks of an owner. One that has begun to run is not affected. Any thread.
+  void cancel(const void* owner);
+
+  /// Runs blocks as they come: those that wait at the call in any case, later ones until `seconds` have
+  /// passed; only the first one when `returnAfterBlock` is set. Main thread only.
+  RunResult run(double seconds, bool returnAfterBlock);
+
+  /// Runs blocks until none waits. Main thread only.
+  void runUntilIdle();
+
+  /// Ends the current or the next `run`. Any thread.
+  void stop();
+
+ private:
+  struct Entry {
+    std::function<void()> block;
+    const void* owner;
+  };
+
+  MainLoop() = default;
+
+  std::size_t waitingCount() const;
+  bool runNext();
+  bool takeStop();
+
+  mutable std::mutex _mutex;
+  std::deque<Entry> _entries;
+  bool _stopRequested = false;
+  runtime::Event _changed;  ///< Signalled after every change that a waiting run should look at.
+};

@@ -1,0 +1,163 @@
+#include <dispatch/ThreadScheduler.h>
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <ctime>
+#include <string>
+#include <thread>
+
+namespace runtime {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+Nanoseconds monotonicTime() {
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count();
+}
+
+/// Waits until the predicate holds or the time has come.
+template <typename Predicate>
+bool waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, Nanoseconds deadline,
+               Predicate holds) {
+  if (deadline == Never) {
+    condition.wait(lock, holds);
+    return true;
+  }
+  const Clock::time_point time{std::chrono::nanoseconds(std::max<Nanoseconds>(deadline, 0))};
+  return condition.wait_until(lock, time, holds);
+}
+
+/// What a lane and its thread share. It outlives the lane when the lane ends on its own thread.
+struct LaneState {
+  std::mutex mutex;
+  std::condition_variable changed;
+  bool woken = false;
+  bool ended = false;
+
+  /// Begins a round: a wake from now on concerns what the client says later. False when the lane has ended.
+  bool beginRound() {
+    const std::lock_guard lock(mutex);
+    woken = false;
+    return !ended;
+  }
+
+  void waitForChange(Nanoseconds deadline) {
+    std::unique_lock lock(mutex);
+    waitUntil(changed, lock, deadline, [this] { return woken || ended; });
+  }
+};
+
+thread_local const LaneState* laneOfThisThread = nullptr;
+
+/// The client may destroy the lane, and itself with it, in any of its items: nothing but the state is
+/// touched between an item and the next round.
+void runLane(LaneState& state, LaneClient& client) {
+  while (state.beginRound()) {
+    const Nanoseconds due = client.nextItemTime();
+    if (due != Never && due <= monotonicTime()) {
+      client.runNextItem();
+    } else {
+      state.waitForChange(due);
+    }
+  }
+}
+
+/// The kernel keeps 15 bytes of a thread's name; a character is not cut in half.
+void nameThisThread(std::string name) {
+  constexpr std::size_t Longest = 15;
+  if (name.size() > Longest) {
+    std::size_t length = Longest;
+    while (length > 0 && (static_cast<unsigned char>(name[length]) & 0xC0) == 0x80) --length;
+    name.resize(length);
+  }
+  if (!name.empty()) pthread_setname_np(pthread_self(), name.c_str());
+}
+
+/// Keeps asynchronous signals away from the threads that are started in its scope.
+class SignalsBlocked {
+ public:
+  SignalsBlocked() noexcept {
+    sigset_t blocked;
+    sigfillset(&blocked);
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS}) sigdelset(&blocked, fault);
+    pthread_sigmask(SIG_SETMASK, &blocked, &_before);
+  }
+  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &_before, nullptr); }
+
+  SignalsBlocked(const SignalsBlocked&) = delete;
+  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+ private:
+  sigset_t _before;
+};
+
+class ThreadLane final : public Lane {
+ public:
+  ThreadLane(std::string_view name, LaneClient& client) : _state(std::make_shared<LaneState>()) {
+    const SignalsBlocked signalsBlocked;
+    _thread = std::thread([state = _state, &client, threadName = std::string(name)] {
+      nameThisThread(threadName);
+      laneOfThisThread = state.get();
+      runLane(*state, client);
+    });
+  }
+
+  ~ThreadLane() override {
+    {
+      const std::lock_guard lock(_state->mutex);
+      _state->ended = true;
+    }
+    if (isCurrent()) {
+      _thread.detach();
+    } else {
+      _state->changed.notify_one();
+      _thread.join();
+    }
+  }
+
+  void wake() override {
+    {
+      const std::lock_guard lock(_state->mutex);
+      _state->woken = true;
+    }
+    _state->changed.notify_one();
+  }
+
+  bool isCurrent() const override { return laneOfThisThread == _state.get(); }
+
+ private:
+  std::shared_ptr<LaneState> _state;
+  std::thread _thread;
+};
+
+}  // namespace
+
+Nanoseconds ThreadScheduler::now() {
+  return monotonicTime();
+}
+
+void ThreadScheduler::sleepUntil(Nanoseconds time) {
+  const Nanoseconds absolute = std::max<Nanoseconds>(time, 0);
+  const timespec until{static_cast<std::time_t>(absolute / NanosecondsPerSecond),
+                       static_cast<long>(absolute % NanosecondsPerSecond)};
+  while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
+  }
+}
+
+std::unique_ptr<Lane> ThreadScheduler::makeLane(std::string_view name, LaneClient& client) {
+  return std::make_unique<ThreadLane>(name, client);
+}
+
+bool ThreadScheduler::wait(Event& event, Nanoseconds deadline) {
+  std::unique_lock lock(event._mutex);
+  if (!waitUntil(event._condition, lock, deadline, [&event] { return event._signalled; })) return false;
+  event._signalled = false;
+  return true;
+}
+
+}  // namespace runtime

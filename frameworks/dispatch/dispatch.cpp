@@ -1,0 +1,215 @@
+#include <dispatch/dispatch.h>
+
+#include <Foundation/NSObject.h>
+#include <dispatch/ItemRing.h>
+#include <dispatch/Scheduler.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <new>
+#include <string>
+#include <utility>
+
+namespace {
+
+/// The items that are under way on a thread, innermost first. A synchronous item that runs on its queue's
+/// thread continues the list of the caller that waits for it, so that a call back onto one of the caller's
+/// queues is recognised there as well.
+struct ItemUnderWay {
+  dispatch_queue_t queue;
+  const ItemUnderWay* outer;
+};
+
+thread_local const ItemUnderWay* innermostItem = nullptr;
+
+/// A caller of dispatch_sync that waits for its turn; lives on the caller's stack.
+struct WaitingCaller {
+  const ItemUnderWay* callerItems = nullptr;
+  runtime::Event finished;
+};
+
+struct Item {
+  void* context = nullptr;
+  dispatch_function_t work = nullptr;
+  WaitingCaller* caller = nullptr;  ///< Null for an asynchronous item.
+};
+
+void runItem(dispatch_queue_t queue, const Item& item, const ItemUnderWay* outerItems) noexcept {
+  const ItemUnderWay underWay{queue, outerItems};
+  const ItemUnderWay* const before = std::exchange(innermostItem, &underWay);
+  item.work(item.context);
+  innermostItem = before;
+}
+
+}  // namespace
+
+/// One item runs at a time, on the lane or, for dispatch_sync on an idle queue, on the caller's thread. The
+/// references from outside decide when the queue may go; while items wait or run, `dispose` leaves the
+/// end to the last of them. So an item holds no reference of its own, and once the queue has been seen idle
+/// no other thread is about to give one back.
+struct OpaqueDispatchQueue final : NSObject, private runtime::LaneClient {
+ public:
+  explicit OpaqueDispatchQueue(std::string name) noexcept : label(std::move(name)) {}
+
+  void runAsynchronously(const Item& item) noexcept;
+  void runSynchronously(void* context, dispatch_function_t work) noexcept;
+
+  const std::string label;
+
+ private:
+  runtime::Nanoseconds nextItemTime() override;
+  void runNextItem() override;
+  void dispose() override;
+
+  bool isIdle() const noexcept { return !_running && _items.isEmpty(); }
+  void push(const Item& item);
+  void runInline(const Item& item);
+  bool finishItem();
+  void destroy();
+
+  std::mutex _mutex;
+  ItemRing<Item> _items;
+  bool _running = false;    ///< An item is under way.
+  bool _abandoned = false;  ///< The last reference is gone; whoever finishes the last item destroys the queue.
+  std::unique_ptr<runtime::Lane> _lane;
+};
+
+/// With the lock held. The lane starts under the lock, so that it cannot run before it is known here.
+void OpaqueDispatchQueue::push(const Item& item) {
+  _items.push(item);
+  if (!_lane) _lane = runtime::Scheduler::current().makeLane(label, *this);
+}
+
+void OpaqueDispatchQueue::runAsynchronously(const Item& item) noexcept {
+  // The item may give back the very reference that the caller relies on, while the lane is still being woken.
+  Ref<OpaqueDispatchQueue> keptWhileWaking;
+  {
+    const std::lock_guard lock(_mutex);
+    const bool wasIdle = isIdle();
+    push(item);
+    // Otherwise the lane looks for the next item by itself, or whoever runs an item inline wakes it.
+    if (!wasIdle) return;
+    keptWhileWaking = Ref<OpaqueDispatchQueue>::retain(this);
+  }
+  _lane->wake();
+}
+
+void OpaqueDispatchQueue::runSynchronously(void* context, dispatch_function_t work) noexcept {
+  WaitingCaller caller{innermostItem, {}};
+  {
+    std::unique_lock lock(_mutex);
+    if (isIdle()) {
+      _running = true;
+      lock.unlock();
+      runInline({context, work, nullptr});
+      return;
+    }
+    push({context, work, &caller});
+  }
+  caller.finished.wait();
+}
+
+void OpaqueDispatchQueue::runInline(const Item& item) {
+  const auto keptWhileWaking = Ref<OpaqueDispatchQueue>::retain(this);
+  runItem(this, item, innermostItem);
+  bool itemsWait = false;
+  {
+    const std::lock_guard lock(_mutex);
+    _running = false;
+    itemsWait = !_items.isEmpty();
+  }
+  if (itemsWait) _lane->wake();
+}
+
+runtime::Nanoseconds OpaqueDispatchQueue::nextItemTime() {
+  const std::lock_guard lock(_mutex);
+  return !_running && !_items.isEmpty() ? 0 : runtime::Never;
+}
+
+void OpaqueDispatchQueue::runNextItem() {
+  Item item;
+  {
+    const std::lock_guard lock(_mutex);
+    if (_running || _items.isEmpty()) return;
+    item = _items.pop();
+    _running = true;
+  }
+  runItem(this, item, item.caller ? item.caller->callerItems : nullptr);
+  if (finishItem()) destroy();
+  // Last, because the caller may release the queue as soon as it returns.
+  if (item.caller) item.caller->finished.signal();
+}
+
+/// True when the finished item was the last one of a queue to which nobody refers any more.
+bool OpaqueDispatchQueue::finishItem() {
+  const std::lock_guard lock(_mutex);
+  _running = false;
+  return _abandoned && _items.isEmpty();
+}
+
+void OpaqueDispatchQueue::dispose() {
+  {
+    const std::lock_guard lock(_mutex);
+    if (!isIdle()) {
+      _abandoned = true;
+      return;
+    }
+  }
+  destroy();
+}
+
+void OpaqueDispatchQueue::destroy() {
+  // Before the destructors: the lane's thread may be asking for the next item at this moment.
+  _lane.reset();
+  delete this;
+}
+
+dispatch_queue_t dispatch_queue_create(const char* label, dispatch_queue_attr_t) {
+  try {
+    return makeRef<OpaqueDispatchQueue>(label ? label : "").leak();
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+void dispatch_retain(dispatch_queue_t queue) {
+  if (queue) queue->retain();
+}
+
+void dispatch_release(dispatch_queue_t queue) {
+  if (queue) queue->release();
+}
+
+const char* dispatch_queue_get_label(dispatch_queue_t queue) {
+  return queue ? queue->label.c_str() : "";
+}
+
+void dispatch_async_f(dispatch_queue_t queue, void* context, dispatch_function_t work) {
+  if (queue && work) queue->runAsynchronously({context, work, nullptr});
+}
+
+void dispatch_sync_f(dispatch_queue_t queue, void* context, dispatch_function_t work) {
+  if (!queue || !work) return;
+  if (dispatch_queue_is_current(queue)) {
+    std::fprintf(stderr, "dispatch_sync onto the current queue \"%s\" would never return\n", queue->label.c_str());
+    std::abort();
+  }
+  queue->runSynchronously(context, work);
+}
+
+bool dispatch_queue_is_current(dispatch_queue_t queue) {
+  for (const ItemUnderWay* item = innermostItem; item; item = item->outer) {
+    if (item->queue == queue) return true;
+  }
+  return false;
+}
+
+void dispatch_async(dispatch_queue_t queue, std::function<void()> block) {
+  if (!queue || !block) return;
+  auto held = std::make_unique<std::function<void()>>(std::move(block));
+  dispatch_async_f(queue, held.release(), [](void* context) {
+    const std::unique_ptr<std::function<void()>> taken(static_cast<std::function<void()>*>(context));
+    (*taken)();
+  });
+}

@@ -1,0 +1,152 @@
+#include "SimulatedProvider.h"
+
+#include <algorithm>
+#include <thread>
+#include <utility>
+
+#include "DeviceMedia.h"
+
+namespace hardware::simulated {
+
+using runtime::Nanoseconds;
+using runtime::NanosecondsPerSecond;
+using runtime::Never;
+
+// A handler and the calls of it that are under way. Handlers are called without a lock, so replacing one means waiting
+// for those calls, but for the ones that the replacing thread itself is in.
+struct Provider::Listener {
+  explicit Listener(EventHandler eventHandler) : handler(std::move(eventHandler)) {}
+
+  void call(DeviceEvent event, const std::shared_ptr<Device>& device) {
+    {
+      std::lock_guard lock(mutex);
+      if (isRetired) return;
+      callers.push_back(std::this_thread::get_id());
+    }
+    handler(event, device);
+    {
+      std::lock_guard lock(mutex);
+      callers.erase(std::find(callers.begin(), callers.end(), std::this_thread::get_id()));
+    }
+    callEnded.signal();
+  }
+
+  void retire() {
+    {
+      std::lock_guard lock(mutex);
+      isRetired = true;
+    }
+    while (isCalledElsewhere()) callEnded.wait();
+  }
+
+  bool isCalledElsewhere() {
+    std::lock_guard lock(mutex);
+    return std::any_of(callers.begin(), callers.end(), [](auto id) { return id != std::this_thread::get_id(); });
+  }
+
+  const EventHandler handler;
+  std::mutex mutex;
+  bool isRetired = false;
+  std::vector<std::thread::id> callers;
+  runtime::Event callEnded;
+};
+
+Provider::Provider(Rig rig) : _rig(std::move(rig)), _epoch(runtime::Scheduler::current().now()) {
+  for (RigDevice& device : _rig.devices) {
+    adoptMediaFormats(device);  // where it cannot, opening the device fails with the reason
+    if (device.isPluggedAtFirst) _pluggedIn.push_back(std::make_shared<SimulatedDevice>(device, _epoch));
+  }
+  std::stable_sort(_rig.script.begin(), _rig.script.end(),
+                   [](const ScriptedEvent& a, const ScriptedEvent& b) { return a.seconds < b.seconds; });
+  if (!_rig.script.empty()) _scriptLane = runtime::Scheduler::current().makeLane("rig script", *this);
+}
+
+Provider::~Provider() {
+  _scriptLane.reset();
+  setEventHandler(nullptr);
+}
+
+std::vector<std::shared_ptr<Device>> Provider::devices() {
+  std::lock_guard lock(_mutex);
+  return {_pluggedIn.begin(), _pluggedIn.end()};
+}
+
+std::shared_ptr<SimulatedDevice> Provider::device(std::string_view uniqueID) {
+  std::lock_guard lock(_mutex);
+  const auto found = std::find_if(_pluggedIn.begin(), _pluggedIn.end(),
+                                  [&](const auto& device) { return device->description().uniqueID == uniqueID; });
+  return found == _pluggedIn.end() ? nullptr : *found;
+}
+
+void Provider::setEventHandler(EventHandler handler) {
+  auto listener = handler ? std::make_shared<Listener>(std::move(handler)) : nullptr;
+  {
+    std::lock_guard lock(_mutex);
+    std::swap(_listener, listener);
+  }
+  if (listener) listener->retire();
+}
+
+FireWireBus Provider::fireWireBus() {
+  FireWireBus bus = _rig.bus;
+  if (!bus.units) return bus;
+  for (const RigDevice& device : _rig.devices) {
+    if (device.fireWireUnit && this->device(device.description.uniqueID)) bus.units->push_back(*device.fireWireUnit);
+  }
+  return bus;
+}
+
+bool Provider::plug(std::string_view uniqueID) {
+  const auto known = std::find_if(_rig.devices.begin(), _rig.devices.end(),
+                                  [&](const RigDevice& device) { return device.description.uniqueID == uniqueID; });
+  if (known == _rig.devices.end()) return false;
+  const auto plugged = std::make_shared<SimulatedDevice>(*known, _epoch);
+  {
+    std::lock_guard lock(_mutex);
+    const bool isThere = std::any_of(_pluggedIn.begin(), _pluggedIn.end(),
+                                     [&](const auto& device) { return device->description().uniqueID == uniqueID; });
+    if (isThere) return false;
+    _pluggedIn.push_back(plugged);
+  }
+  notify(DeviceEvent::attached, plugged);
+  return true;
+}
+
+bool Provider::unplug(std::string_view uniqueID) {
+  const auto unplugged = device(uniqueID);
+  if (!unplugged) return false;
+  unplugged->unplug();
+  {
+    std::lock_guard lock(_mutex);
+    if (std::erase(_pluggedIn, unplugged) == 0) return false;  // another thread was quicker
+  }
+  notify(DeviceEvent::detached, unplugged);
+  return true;
+}
+
+// The handler may let go of the provider: nothing of it is touched after the call.
+void Provider::notify(DeviceEvent event, const std::shared_ptr<Device>& device) {
+  std::shared_ptr<Listener> listener;
+  {
+    std::lock_guard lock(_mutex);
+    listener = _listener;
+  }
+  if (listener) listener->call(event, device);
+}
+
+Nanoseconds Provider::nextItemTime() {
+  if (_nextEvent >= _rig.script.size()) return Never;
+  const double seconds = _rig.script[_nextEvent].seconds;
+  return _epoch + static_cast<Nanoseconds>(seconds * static_cast<double>(NanosecondsPerSecond));
+}
+
+void Provider::runNextItem() {
+  const ScriptedEvent& event = _rig.script[_nextEvent++];
+  if (event.event == DeviceEvent::attached) {
+    plug(event.uniqueID);
+  } else {
+    unplug(event.uniqueID);
+  }
+}
+
+}  // namespace hardware::simulated

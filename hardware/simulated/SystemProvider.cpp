@@ -1,0 +1,64 @@
+// Which provider the machine has: the one that a test installed, or one made from the environment's rig.
+
+#include <Hardware.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <utility>
+
+#include "DemoRig.h"
+#include "RigParser.h"
+#include "SimulatedProvider.h"
+
+namespace hardware {
+namespace {
+
+struct SystemState {
+  std::mutex mutex;
+  std::shared_ptr<Provider> installed;
+  std::shared_ptr<Provider> own;
+  std::function<void()> changeHandler;
+};
+
+SystemState& state() {
+  // Never destroyed: capture may go on, and ask, until the very end of the process.
+  static auto* const state = new SystemState;
+  return *state;
+}
+
+simulated::Rig environmentRig() {
+  const char* path = std::getenv("CAPTURE_RIG");
+  const auto rig = path && *path ? simulated::loadRig(path) : simulated::parseRig(simulated::demoRigText(), "demo rig");
+  if (const auto* error = std::get_if<simulated::RigError>(&rig)) {
+    std::fprintf(stderr, "%s\n", error->message().c_str());
+    return {};
+  }
+  return std::get<simulated::Rig>(rig);
+}
+
+}  // namespace
+
+std::shared_ptr<Provider> systemProvider() {
+  std::lock_guard lock(state().mutex);
+  if (state().installed) return state().installed;
+  if (!state().own) state().own = std::make_shared<simulated::Provider>(environmentRig());
+  return state().own;
+}
+
+void installSystemProvider(std::shared_ptr<Provider> provider) {
+  std::function<void()> handler;
+  {
+    std::lock_guard lock(state().mutex);
+    std::swap(state().installed, provider);
+    handler = state().changeHandler;
+  }
+  if (handler) handler();
+}
+
+void setProviderChangeHandler(std::function<void()> handler) {
+  std::lock_guard lock(state().mutex);
+  state().changeHandler = std::move(handler);
+}
+
+}  // namespace hardware

@@ -1,0 +1,22 @@
+#pragma once
+
+// A sine that is the same wherever one begins to listen: each sample is computed from its place alone.
+
+#include <cstdint>
+
+namespace hardware::simulated {
+
+class Tone {
+ public:
+  /// Frequency in Hz; level of the peak in decibels below full scale.
+  Tone(double frequency, double levelInDecibels);
+
+  /// The sample at frame `index`, counted from where the phase is 0. Accurate for days of sound.
+  double sampleAt(std::uint64_t index, double sampleRate) const;
+
+ private:
+  double _frequency;
+  double _amplitude;
+};
+
+}  // namespace hardware::simulated

@@ -1,0 +1,89 @@
+#include "Options.h"
+
+namespace brvhost {
+
+namespace {
+
+constexpr const char* kProgramHelp =
+    R"(brvhost: a command-line host for the capture-source module.
+
+usage: brvhost [options] COMMAND ...
+
+  list                         show the sources
+  record SOURCE --output BASE  record to BASE.y4m and BASE.wav
+  snapshot SOURCE FILE.png     save one picture
+  watch                        follow devices being plugged in and removed
+
+  --module PATH    the module; otherwise what BRV_MODULE names, otherwise the one beside this program
+  --rig FILE       what is plugged into this machine; otherwise what CAPTURE_RIG names, otherwise a
+                   demonstration
+  --language CODE  language of the module's texts, "en" for example; otherwise as LANG says
+  --quiet          do not show the module's log (on standard error)
+  --help           this, or with a command the command's own
+  --version        the version
+
+SOURCE is a source's identifier, a beginning of it that fits no other (case does not matter), or its index
+as list shows it.
+
+exit codes: 0 done, 1 failed, 2 wrong use (an unknown source included)
+)";
+
+constexpr const char* kListHelp =
+    R"(usage: brvhost [options] list [--probe]
+
+Shows each source with its index, its identifier, its kind (video, audio, video+audio), "HDV" where it is
+such a device, and the identifier of its capture device; the frame rate where it is known.
+
+  --probe  start each source that has a picture for a moment, and show the picture's size and frame rate
+)";
+
+constexpr const char* kRecordHelp =
+    R"(usage: brvhost [options] record SOURCE --output BASE [--seconds N] [--until-idle]
+
+Records the picture to BASE.y4m (uncompressed 4:2:2) and the sound to BASE.wav (44,100 Hz, 16 bits,
+stereo), whichever the source has. Existing files are replaced. The recording begins with the first frame
+after the source was started in its final format. Ctrl-C ends it, and the files are complete then too.
+
+  --seconds N    stop after N seconds of picture and of sound, by their time stamps
+  --until-idle   stop when nothing has come for 2 seconds after the last sample: the end of a clip
+
+The report counts frames like this. Delivered ones reached this program. Dropped ones did not; they are
+read from the gaps between time stamps, a gap being worth its length in frame durations, rounded, less one.
+Captured is the sum of the two. "Not written" are frames that were delivered but are not in the file,
+because the disk did not keep up. Gaps are not filled in the file. A picture whose size changes ends
+BASE.y4m there, while the sound goes on.
+)";
+
+constexpr const char* kSnapshotHelp =
+    R"(usage: brvhost [options] snapshot SOURCE FILE.png
+
+Starts the source, lets a few frames pass, and saves one as RGB with square pixels. Fails when no frame
+comes within 5 seconds.
+)";
+
+constexpr const char* kWatchHelp =
+    R"(usage: brvhost [options] watch [--seconds N]
+
+Shows the sources, then each one that appears (+) or disappears (-), and the module's log, until Ctrl-C or
+for N seconds.
+)";
+
+}  // namespace
+
+const char* helpText(Command command) {
+  switch (command) {
+    case Command::list:
+      return kListHelp;
+    case Command::record:
+      return kRecordHelp;
+    case Command::snapshot:
+      return kSnapshotHelp;
+    case Command::watch:
+      return kWatchHelp;
+    case Command::none:
+      break;
+  }
+  return kProgramHelp;
+}
+
+}  // namespace brvhost

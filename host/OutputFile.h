@@ -1,0 +1,44 @@
+#pragma once
+
+// A file being written: whole writes or a Failure that names the file and the reason.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace brvhost {
+
+class OutputFile {
+ public:
+  OutputFile() = default;
+  /// Creates the file or empties an existing one. Throws Failure.
+  explicit OutputFile(std::string path);
+  ~OutputFile();
+  OutputFile(OutputFile&& other) noexcept;
+  OutputFile& operator=(OutputFile&& other) noexcept;
+
+  const std::string& path() const { return path_; }
+  bool isOpen() const { return descriptor_ >= 0; }
+  /// Bytes in the file.
+  std::uint64_t size() const { return size_; }
+
+  /// Appends all of the bytes or throws Failure; part of them may then be in the file.
+  void write(const void* bytes, std::size_t count);
+  /// Replaces bytes that were written before. Throws Failure.
+  void overwrite(std::uint64_t offset, const void* bytes, std::size_t count);
+  /// Cuts off what lies behind `size`. Best effort.
+  void truncate(std::uint64_t size) noexcept;
+  /// Throws Failure when what was written turns out not to have reached the disk. Closed is closed in any case.
+  void close();
+  /// Closes the file and takes it off the disk again.
+  void discard() noexcept;
+
+ private:
+  [[noreturn]] void fail(const char* action, int error) const;
+
+  std::string path_;
+  int descriptor_ = -1;
+  std::uint64_t size_ = 0;
+};
+
+}  // namespace brvhost

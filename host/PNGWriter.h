@@ -1,0 +1,19 @@
+#pragma once
+
+// PNG files of RGB pictures.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "RGBImage.h"
+
+namespace brvhost {
+
+/// The bytes of a PNG file with `image`. Throws Failure, for one with no pixels too.
+std::vector<std::uint8_t> encodePNG(const RGBImage& image);
+
+/// Writes the file; leaves none behind when it fails. Throws Failure.
+void writePNG(const std::string& path, const RGBImage& image);
+
+}  // namespace brvhost

@@ -1,0 +1,21 @@
+#pragma once
+
+// A recording in words: while it runs, at its end, and what is wrong with it.
+
+#include <optional>
+#include <string>
+
+#include "Recorder.h"
+
+namespace brvhost {
+
+/// One line: how long, how many frames, how much sound.
+std::string progressText(double elapsedSeconds, const Recorder& recorder);
+
+/// The account of a finished recording, several lines. `ticksPerSecond` is what the source counts in.
+std::string reportText(const Recorder& recorder, std::int32_t ticksPerSecond);
+
+/// Why a finished recording is not whole; none when it is.
+std::optional<std::string> shortfallOf(const Recorder& recorder);
+
+}  // namespace brvhost

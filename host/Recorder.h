@@ -1,0 +1,55 @@
+#pragma once
+
+// One recording of one source: takes the samples on the module's capture threads, keeps account of them, and
+// writes them on threads of its own, one a medium.
+
+#include <AVCaptureDevice/BRV_AVCapture.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "AudioTrack.h"
+#include "VideoTrack.h"
+
+namespace brvhost {
+
+class Recorder {
+ public:
+  struct Media {
+    bool video = false;
+    bool audio = false;
+  };
+
+  /// Creates BASE.y4m and BASE.wav as `media` asks. `seconds` limits each medium. `timing` tells how the source counts;
+  /// it is called on the video capture thread. Throws Failure.
+  Recorder(const std::string& base, Media media, std::optional<double> seconds, std::function<FrameTiming()> timing);
+
+  /// From here on samples are recorded; those before were none of the recording's. Call while nothing flows.
+  void arm() noexcept;
+
+  /// For the module; the context is the Recorder. Samples must have stopped before it goes.
+  static void videoArrived(void* context, BRV_VideoBuffer* buffer);
+  static void audioArrived(void* context, BRV_AudioBuffer* buffer);
+
+  /// Writes out what is waiting and completes the files. Samples must have stopped.
+  void finish() noexcept;
+
+  /// Null where the source has no such medium.
+  const VideoTrack* video() const { return video_.get(); }
+  const AudioTrack* audio() const { return audio_.get(); }
+
+  /// Whether every medium is at its limit or has ended.
+  bool isComplete() const;
+  /// Samples taken so far; stands still when the source does.
+  std::int64_t sampleCount() const;
+  /// The first thing that went wrong in writing, for people.
+  std::optional<std::string> failure() const;
+
+ private:
+  std::unique_ptr<VideoTrack> video_;
+  std::unique_ptr<AudioTrack> audio_;
+};
+
+}  // namespace brvhost

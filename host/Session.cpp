@@ -1,0 +1,167 @@
+#include "Session.h"
+
+#include <CoreFoundation/CFRunLoop.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "Failure.h"
+#include "SourceMatch.h"
+#include "Translations.h"
+
+namespace brvhost {
+
+namespace {
+
+/// The module asks that its property argument "required" be anything but null.
+constexpr int kRequired = 0;
+
+extern "C" const char* localize(const char* key) {
+  return translated(key);
+}
+
+extern "C" void printLog(void* context, int, const char* format, ...) {
+  char text[1024];  // a place and a message of at most 511 bytes; longer ones are cut
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = std::vsnprintf(text, sizeof text, format, arguments);
+  va_end(arguments);
+  if (length >= 0) static_cast<Console*>(context)->line(text);
+}
+
+extern "C" void storeInteger(void* context, int valueType, const void* value) {
+  if (valueType == BRV_PROPERTY_INT64) std::memcpy(context, value, sizeof(std::int64_t));
+}
+
+extern "C" void storeString(void* context, int valueType, const void* value) {
+  if (valueType != BRV_PROPERTY_STRING) return;
+  try {
+    *static_cast<std::string*>(context) = static_cast<const char*>(value);
+  } catch (...) {
+    // Without memory for it the text stays empty.
+  }
+}
+
+/// Runs both calls for a text; `call` takes the buffer and the length.
+template <typename Call>
+std::string textOf(Call&& call) {
+  int length = 0;
+  call(nullptr, &length);
+  if (length <= 0) return {};
+  std::string text(static_cast<std::size_t>(length), '\0');
+  call(text.data(), &length);  // the terminator falls on the string's own
+  text.resize(std::strlen(text.c_str()));
+  return text;
+}
+
+}  // namespace
+
+const char* Source::kind() const {
+  if (providesVideo) return providesAudio ? "video+audio" : "video";
+  return providesAudio ? "audio" : "no media";
+}
+
+Session::Session(Module& module, Console* console, const std::string& language) : module_(module) {
+  module_->registerLocalizeStringCallback(localize);
+  module_->intitializeLibrary();
+  module_->registerDeviceStateChangedCallback(nullptr, deviceStateChanged, this);
+  module_->registerLogCallback(nullptr, printLog, console);
+  pump(0);
+  groupName_ =
+      textOf([&](char* buffer, int* length) { module_->getDeviceGroupDisplayName(language.c_str(), buffer, length); });
+}
+
+Session::~Session() {
+  disconnect();
+  module_->uninitializeLibrary();
+}
+
+std::vector<Source> Session::sources() const {
+  std::vector<Source> found;
+  const int count = module_->getSourceCount();
+  for (int index = 0; index < count; ++index) {
+    Source source;
+    source.identifier =
+        textOf([&](char* buffer, int* length) { module_->getSourceId(nullptr, index, buffer, length); });
+    const char* const identifier = source.identifier.c_str();
+    const auto supports = [&](const char* name) {
+      return module_->sourceSupportsProperty(nullptr, identifier, name) != 0;
+    };
+    source.providesVideo = supports("ProvidesVideo");
+    source.providesAudio = supports("ProvidesAudio");
+    source.isHDV = supports("HDV");
+    module_->getProperty(&source.deviceId, storeString, "device_id", &kRequired, identifier);
+    found.push_back(std::move(source));
+  }
+  return found;
+}
+
+Source Session::find(const std::string& wanted) const {
+  std::vector<Source> known = sources();
+  std::vector<std::string> identifiers;
+  for (const Source& source : known) identifiers.push_back(source.identifier);
+  const std::vector<std::size_t> matches = matchSource(identifiers, wanted);
+  if (matches.size() == 1) return std::move(known[matches.front()]);
+
+  std::string message = "\"" + wanted + (matches.empty() ? "\" is no source" : "\" fits several sources");
+  message += known.empty() ? "; there are none" : "; there are:";
+  for (std::size_t i = 0; i < identifiers.size(); ++i) message += formatted("\n  %zu  ", i) + identifiers[i];
+  throw UsageError(message);
+}
+
+FrameTiming Session::timing(const std::string& identifier) const {
+  FrameTiming timing;
+  timing.ticksPerSecond = module_->getTimescaleTicksPerSec(nullptr, identifier.c_str());
+  module_->getProperty(&timing.frameDuration, storeInteger, "frame_duration", &kRequired, identifier.c_str());
+  return timing;
+}
+
+void Session::registerCallbacks(const Source& source, BRV_VideoDataArrivedCallback video,
+                                BRV_AudioDataArrivedCallback audio, void* context) const {
+  const char* const identifier = source.identifier.c_str();
+  if (source.providesVideo) module_->registerVideoDataArrivedCallback(nullptr, identifier, video, context);
+  if (source.providesAudio) module_->registerAudioDataArrivedCallback(nullptr, identifier, audio, context);
+  pump(0);
+}
+
+void Session::startAgain(const Source& source, BRV_VideoDataArrivedCallback video, BRV_AudioDataArrivedCallback audio,
+                         void* context) const {
+  // Either registration starts the whole source; a second one would restart it.
+  const char* const identifier = source.identifier.c_str();
+  if (source.providesVideo) {
+    module_->registerVideoDataArrivedCallback(nullptr, identifier, video, context);
+  } else {
+    module_->registerAudioDataArrivedCallback(nullptr, identifier, audio, context);
+  }
+  pump(0);
+}
+
+void Session::disconnect() const {
+  module_->disconnectDevice();
+  pump(0);
+}
+
+void Session::stop(const Source& source) noexcept {
+  registerCallbacks(source, nullptr, nullptr, nullptr);
+}
+
+void Session::pump(double seconds) noexcept {
+  CFRunLoopRunInMode(kCFRunLoopDefaultMode, seconds, false);
+}
+
+std::vector<int> Session::takeDeviceChanges() {
+  return std::exchange(deviceChanges_, {});
+}
+
+void Session::deviceStateChanged(void* context, int state) {
+  try {
+    static_cast<Session*>(context)->deviceChanges_.push_back(state);
+  } catch (...) {
+    // Out of memory: the next change brings the list up to date.
+  }
+}
+
+}  // namespace brvhost

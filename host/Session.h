@@ -1,0 +1,97 @@
+#pragma once
+
+// The module in use: initialised, its services registered, its sources known. Made, called and destroyed by the main
+// thread, but for what is marked otherwise.
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Console.h"
+#include "Module.h"
+#include "Timeline.h"
+
+namespace brvhost {
+
+struct Source {
+  std::string identifier;
+  std::string deviceId;  ///< of the capture device, the microphone's where there is sound
+  bool providesVideo = false;
+  bool providesAudio = false;
+  bool isHDV = false;
+
+  /// "video", "audio", "video+audio" or "no media".
+  const char* kind() const;
+  friend bool operator==(const Source&, const Source&) = default;
+};
+
+class Session {
+ public:
+  /// Starts the library and looks for devices. The log goes to `console`, or with null nowhere. Module and console are
+  /// borrowed.
+  Session(Module& module, Console* console, const std::string& language);
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  /// The name of the group that all sources are in, in the session's language.
+  const std::string& groupName() const { return groupName_; }
+
+  /// The sources of this moment, in the module's order.
+  std::vector<Source> sources() const;
+
+  /// The source that `wanted` means. Throws UsageError, with the sources there are, unless that is exactly one.
+  Source find(const std::string& wanted) const;
+
+  /// How a source counts time. Any thread, data callbacks included.
+  FrameTiming timing(const std::string& identifier) const;
+
+  /// Registers the callbacks of what the source provides, with `context` behind them, stops the source, and calls
+  /// `ready`. Then starts it for good, in the format that the first start chose: every sample from its first on comes
+  /// after `ready`.
+  template <typename Ready>
+  void start(const Source& source, BRV_VideoDataArrivedCallback video, BRV_AudioDataArrivedCallback audio,
+             void* context, Ready&& ready) {
+    registerCallbacks(source, video, audio, context);
+    disconnect();
+    ready();
+    startAgain(source, video, audio, context);
+  }
+
+  /// Stops the source and forgets its callbacks; none is running afterwards.
+  void stop(const Source& source) noexcept;
+
+  /// Lets the module notice what has happened, for `seconds`.
+  static void pump(double seconds) noexcept;
+
+  /// The device changes (BRV_DEVICE_STATE_...) since the last call, oldest first.
+  std::vector<int> takeDeviceChanges();
+
+ private:
+  void registerCallbacks(const Source& source, BRV_VideoDataArrivedCallback video, BRV_AudioDataArrivedCallback audio,
+                         void* context) const;
+  void startAgain(const Source& source, BRV_VideoDataArrivedCallback video, BRV_AudioDataArrivedCallback audio,
+                  void* context) const;
+  void disconnect() const;
+
+  static void deviceStateChanged(void* context, int state);
+
+  Module& module_;
+  std::string groupName_;
+  std::vector<int> deviceChanges_;
+};
+
+/// Keeps a source registered; stops it at the end of a scope, whichever way that is left.
+class RunningSource {
+ public:
+  RunningSource(Session& session, const Source& source) : session_(session), source_(source) {}
+  ~RunningSource() { session_.stop(source_); }
+  RunningSource(const RunningSource&) = delete;
+  RunningSource& operator=(const RunningSource&) = delete;
+
+ private:
+  Session& session_;
+  const Source& source_;
+};
+
+}  // namespace brvhost

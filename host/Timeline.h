@@ -1,0 +1,74 @@
+#pragma once
+
+// What the time stamps of a recording say: how many frames are missing between two that came, where a frame lies in
+// the recording, and in which unit a source counts its sound.
+
+#include <cstdint>
+
+#include "Rational.h"
+
+namespace brvhost {
+
+/// In which ticks a source counts, and how many of them a frame lasts. Not above 0: not known.
+struct FrameTiming {
+  std::int32_t ticksPerSecond = 0;
+  std::int64_t frameDuration = 0;
+
+  bool isKnown() const { return ticksPerSecond > 0 && frameDuration > 0; }
+  Rational frameRate() const { return reduced(ticksPerSecond, frameDuration); }
+  friend bool operator==(const FrameTiming&, const FrameTiming&) = default;
+};
+
+/// How many frames are missing between two neighbouring time stamps: the gap in whole frame durations, to the nearest,
+/// less one. 0 for stamps that stand still or go back, and for an unknown duration.
+std::int64_t framesMissing(std::int64_t previousStamp, std::int64_t nextStamp, std::int64_t frameDuration);
+
+/// Follows the frames of one recording. Not locked.
+class VideoTimeline {
+ public:
+  /// Where the frame with this stamp would begin, in seconds after the first frame.
+  double positionOf(std::int64_t stamp, const FrameTiming& timing) const;
+
+  /// Whether more than half of that frame lies behind `seconds`: it then belongs to the recording no more.
+  bool liesBehind(double seconds, std::int64_t stamp, const FrameTiming& timing) const;
+
+  /// The next frame. One without known timing is taken for the next after the last; across a change of unit nothing is
+  /// known to be missing.
+  void add(std::int64_t stamp, const FrameTiming& timing);
+
+  std::int64_t delivered() const { return delivered_; }
+  std::int64_t dropped() const { return dropped_; }
+  std::int64_t captured() const { return delivered_ + dropped_; }
+  std::int64_t firstStamp() const { return firstStamp_; }
+  std::int64_t lastStamp() const { return lastStamp_; }
+  /// The timing behind those two stamps, of the first and last frame that had any.
+  const FrameTiming& firstTiming() const { return firstTiming_; }
+  const FrameTiming& lastTiming() const { return lastTiming_; }
+
+ private:
+  bool continues(const FrameTiming& timing) const;
+
+  std::int64_t delivered_ = 0;
+  std::int64_t dropped_ = 0;
+  std::int64_t unstamped_ = 0;  ///< frames without known timing since the last one with it
+  std::int64_t firstStamp_ = 0;
+  std::int64_t lastStamp_ = 0;
+  FrameTiming firstTiming_;
+  FrameTiming lastTiming_;
+  double lastPosition_ = 0;
+};
+
+/// The ticks per second in which sound is counted. Sound that shares its device with a picture is stamped in the
+/// source's ticks, while a microphone of its own keeps its own, which no entry point tells: so the stamps are held
+/// against the amount of sound between them. `frames` of sound at `sampleRate` came between the two stamps. Answers
+/// `sourceTicksPerSecond` where that fits, otherwise the customary rate that does, or else the measured one; 0 when
+/// nothing can be said.
+std::int32_t soundTicksPerSecond(std::int32_t sourceTicksPerSecond, std::int64_t firstStamp, std::int64_t lastStamp,
+                                 std::int64_t frames, std::int32_t sampleRate);
+
+/// Ticks as seconds; 0 for an unknown unit.
+inline double inSeconds(std::int64_t stamp, std::int32_t ticksPerSecond) {
+  return ticksPerSecond > 0 ? static_cast<double>(stamp) / ticksPerSecond : 0;
+}
+
+}  // namespace brvhost

@@ -1,0 +1,110 @@
+#include "WAVWriter.h"
+
+#include <cstring>
+#include <limits>
+#include <utility>
+
+#include "Failure.h"
+
+namespace brvhost {
+
+namespace {
+
+/// Appends little-endian fields to a header of known size.
+class HeaderBuilder {
+ public:
+  void tag(const char (&text)[5]) {
+    std::memcpy(bytes_.data() + used_, text, 4);
+    used_ += 4;
+  }
+
+  void number(std::uint64_t value, std::size_t byteCount) {
+    for (std::size_t i = 0; i < byteCount; ++i) bytes_[used_++] = static_cast<std::uint8_t>(value >> (8 * i));
+  }
+
+  const std::array<std::uint8_t, kWAVHeaderBytes>& bytes() const { return bytes_; }
+
+ private:
+  std::array<std::uint8_t, kWAVHeaderBytes> bytes_{};
+  std::size_t used_ = 0;
+};
+
+constexpr std::uint64_t kBytesBehindRIFFSize = kWAVHeaderBytes - 8;
+constexpr std::uint32_t kSizeIsElsewhere = std::numeric_limits<std::uint32_t>::max();
+constexpr std::uint64_t kWideSizesBytes = 28;
+
+}  // namespace
+
+std::array<std::uint8_t, kWAVHeaderBytes> wavHeader(const PCMFormat& format, std::uint64_t dataBytes) {
+  const std::uint64_t riffBytes = kBytesBehindRIFFSize + dataBytes;
+  const bool isWide = riffBytes >= kSizeIsElsewhere;
+  const auto frameBytes = static_cast<std::uint64_t>(format.bytesPerFrame());
+  const auto sampleRate = static_cast<std::uint64_t>(format.sampleRate);
+
+  HeaderBuilder header;
+  isWide ? header.tag("RF64") : header.tag("RIFF");
+  header.number(isWide ? kSizeIsElsewhere : riffBytes, 4);
+  header.tag("WAVE");
+
+  // A reader passes over "JUNK"; the same bytes hold the 64-bit sizes once they are needed.
+  isWide ? header.tag("ds64") : header.tag("JUNK");
+  header.number(kWideSizesBytes, 4);
+  header.number(isWide ? riffBytes : 0, 8);
+  header.number(isWide ? dataBytes : 0, 8);
+  header.number(isWide ? dataBytes / frameBytes : 0, 8);
+  header.number(0, 4);
+
+  header.tag("fmt ");
+  header.number(16, 4);
+  header.number(1, 2);  // PCM
+  header.number(static_cast<std::uint64_t>(format.channels), 2);
+  header.number(sampleRate, 4);
+  header.number(sampleRate * frameBytes, 4);
+  header.number(frameBytes, 2);
+  header.number(static_cast<std::uint64_t>(format.bitsPerSample), 2);
+
+  header.tag("data");
+  header.number(isWide ? kSizeIsElsewhere : dataBytes, 4);
+  return header.bytes();
+}
+
+WAVWriter::WAVWriter(OutputFile file, const PCMFormat& format) : file_(std::move(file)), format_(format) {
+  if (format_.sampleRate <= 0 || format_.channels <= 0 || format_.bitsPerSample != 16) {
+    throw Failure(formatted("%s cannot hold sound of %d Hz, %d channels, %d bits", file_.path().c_str(),
+                            format_.sampleRate, format_.channels, format_.bitsPerSample));
+  }
+  const auto header = wavHeader(format_, 0);
+  file_.write(header.data(), header.size());
+}
+
+std::int64_t WAVWriter::frameCount() const {
+  return static_cast<std::int64_t>(dataBytes_) / format_.bytesPerFrame();
+}
+
+void WAVWriter::write(const void* samples, std::size_t bytes) {
+  const std::uint64_t sizeBefore = file_.size();
+  try {
+    file_.write(samples, bytes);
+  } catch (const Failure&) {
+    file_.truncate(sizeBefore);
+    throw;
+  }
+  dataBytes_ += bytes;
+  const auto bytesPerSecond =
+      static_cast<std::uint64_t>(format_.sampleRate) * static_cast<std::uint64_t>(format_.bytesPerFrame());
+  if (dataBytes_ - dataBytesInHeader_ >= bytesPerSecond) updateHeader();
+}
+
+void WAVWriter::close() {
+  updateHeader();
+  file_.close();
+}
+
+void WAVWriter::updateHeader() {
+  if (dataBytes_ == dataBytesInHeader_) return;
+  const auto header = wavHeader(format_, dataBytes_);
+  file_.overwrite(0, header.data(), header.size());
+  dataBytesInHeader_ = dataBytes_;
+}
+
+}  // namespace brvhost

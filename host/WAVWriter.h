@@ -1,0 +1,52 @@
+#pragma once
+
+// WAVE files of 16-bit PCM. The sizes in the header are brought up to date with every second of sound, so a file whose
+// writer was killed plays up to there. Past 4 GiB the file becomes RF64, for which the header keeps room
+// from the start. Not locked; one thread at a time.
+
+#include <array>
+#include <cstdint>
+
+#include "OutputFile.h"
+
+namespace brvhost {
+
+struct PCMFormat {
+  std::int32_t sampleRate = 44'100;
+  std::int32_t channels = 2;
+  std::int32_t bitsPerSample = 16;
+
+  std::int32_t bytesPerFrame() const { return channels * bitsPerSample / 8; }
+  friend bool operator==(const PCMFormat&, const PCMFormat&) = default;
+};
+
+inline constexpr std::size_t kWAVHeaderBytes = 80;
+
+/// Everything before the samples, for a file with `dataBytes` of them.
+std::array<std::uint8_t, kWAVHeaderBytes> wavHeader(const PCMFormat& format, std::uint64_t dataBytes);
+
+class WAVWriter {
+ public:
+  /// Takes over the open, empty `file` and writes a header for no sound at all. Throws Failure.
+  WAVWriter(OutputFile file, const PCMFormat& format);
+
+  const PCMFormat& format() const { return format_; }
+  /// Frames of sound in the file.
+  std::int64_t frameCount() const;
+
+  /// Appends whole frames, interleaved, little-endian. Throws Failure; the file then still ends behind a whole frame.
+  void write(const void* samples, std::size_t bytes);
+
+  /// Throws Failure.
+  void close();
+
+ private:
+  void updateHeader();
+
+  OutputFile file_;
+  const PCMFormat format_;
+  std::uint64_t dataBytes_ = 0;
+  std::uint64_t dataBytesInHeader_ = 0;
+};
+
+}  // namespace brvhost

@@ -1,0 +1,176 @@
+#include <lumora/Utf8.h>
+#include <lumora/zBuffer.h>
+#include <lumora/zRecord.h>
+#include <lumora/zXML.h>
+
+#include <array>
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <string>
+#include <string_view>
+#include <variant>
+
+namespace {
+
+enum class ByteKind : std::uint8_t { Plain, Escaped, Multibyte, Forbidden };
+
+/// Escapes what an attribute value needs: markup, and the blanks that a reader would turn into spaces otherwise.
+constexpr std::string_view escapeOf(char character) {
+  switch (character) {
+    case '&':
+      return "&amp;";
+    case '<':
+      return "&lt;";
+    case '>':
+      return "&gt;";
+    case '"':
+      return "&quot;";
+    case '\t':
+      return "&#9;";
+    case '\n':
+      return "&#10;";
+    case '\r':
+      return "&#13;";
+    default:
+      return {};
+  }
+}
+
+constexpr std::array<ByteKind, 256> ByteKinds = [] {
+  std::array<ByteKind, 256> kinds{};
+  for (std::size_t byte = 0; byte < kinds.size(); ++byte) {
+    if (byte >= 0x80) {
+      kinds[byte] = ByteKind::Multibyte;
+    } else if (!escapeOf(static_cast<char>(byte)).empty()) {
+      kinds[byte] = ByteKind::Escaped;
+    } else {
+      kinds[byte] = byte < 0x20 ? ByteKind::Forbidden : ByteKind::Plain;
+    }
+  }
+  return kinds;
+}();
+
+class RecordWriter {
+ public:
+  explicit RecordWriter(bool indented) : _indented(indented) {}
+
+  zXML::Result write(const zRecord& record, bool declaration) {
+    if (declaration) {
+      _text += R"(<?xml version="1.0" encoding="UTF-8"?>)";
+      endLine();
+    }
+    return writeRecord(record, 1);
+  }
+
+  const std::string& text() const noexcept { return _text; }
+
+ private:
+  /// Recursive, which the bound on depth allows.
+  zXML::Result writeRecord(const zRecord& record, unsigned int depth) {
+    if (depth > zXML::MaximumDepth) return zXML::TooDeep;
+    indent(depth);
+    _text += "<record name=\"";
+    if (!appendValue(record.Name())) return zXML::NotRepresentable;
+    if (record.Fields().empty() && record.ChildCount() == 0) {
+      _text += "\"/>";
+      endLine();
+      return zXML::Success;
+    }
+    _text += "\">";
+    endLine();
+    for (const zField& field : record.Fields()) {
+      if (!writeField(field, depth + 1)) return zXML::NotRepresentable;
+    }
+    for (unsigned int i = 0; i < record.ChildCount(); ++i) {
+      if (const auto result = writeRecord(*record.Child(i), depth + 1); result != zXML::Success) return result;
+    }
+    indent(depth);
+    _text += "</record>";
+    endLine();
+    return _text.size() <= zXML::MaximumLength ? zXML::Success : zXML::TooLong;
+  }
+
+  bool writeField(const zField& field, unsigned int depth) {
+    const auto* const text = std::get_if<std::string>(&field.value);
+    const auto* const uint16 = std::get_if<std::uint16_t>(&field.value);
+
+    indent(depth);
+    _text += text ? "<text name=\"" : uint16 ? "<uint16 name=\"" : "<int32 name=\"";
+    if (!appendValue(field.name)) return false;
+    _text += "\" value=\"";
+    if (text) {
+      if (!appendValue(*text)) return false;
+    } else {
+      appendNumber(uint16 ? *uint16 : *std::get_if<std::int32_t>(&field.value));
+    }
+    _text += "\"/>";
+    endLine();
+    return true;
+  }
+
+  /// Appends the text as the inside of a quoted attribute; false when XML cannot carry it.
+  bool appendValue(std::string_view text) {
+    std::size_t plainStart = 0;
+    std::size_t at = 0;
+    const auto appendPlain = [&] { _text.append(text, plainStart, at - plainStart); };
+    while (at < text.size()) {
+      switch (ByteKinds[static_cast<unsigned char>(text[at])]) {
+        case ByteKind::Plain:
+          ++at;
+          break;
+        case ByteKind::Escaped:
+          appendPlain();
+          _text += escapeOf(text[at]);
+          plainStart = ++at;
+          break;
+        case ByteKind::Multibyte: {
+          const lumora::CodePoint codePoint = lumora::decodeUtf8(text.substr(at));
+          const bool isNonCharacter = codePoint.value == 0xFFFE || codePoint.value == 0xFFFF;
+          if (codePoint.length == 0 || isNonCharacter) return false;
+          at += codePoint.length;
+          break;
+        }
+        case ByteKind::Forbidden:
+          return false;
+      }
+    }
+    appendPlain();
+    return true;
+  }
+
+  void appendNumber(std::int32_t value) {
+    char digits[16];
+    _text.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
+  }
+
+  void indent(unsigned int depth) {
+    if (_indented) _text.append(2 * std::size_t{depth - 1}, ' ');
+  }
+
+  void endLine() {
+    if (_indented) _text += '\n';
+  }
+
+  std::string _text;
+  const bool _indented;
+};
+
+}  // namespace
+
+int zXML::RecordToBuffer(zBuffer* buffer, const zRecord& record, unsigned int format, bool declaration,
+                         bool indented) noexcept {
+  if (!buffer) return InvalidArgument;
+  buffer->MakeEmpty();
+  if (format != Format) return InvalidArgument;
+  try {
+    RecordWriter writer(indented);
+    if (const Result result = writer.write(record, declaration); result != Success) return result;
+    const std::string& text = writer.text();
+    if (text.size() > MaximumLength) return TooLong;
+    return buffer->Append(text.data(), static_cast<unsigned int>(text.size())) ? Success : OutOfMemory;
+  } catch (const std::exception&) {
+    return OutOfMemory;
+  }
+}

@@ -1,0 +1,210 @@
+#include <Foundation/NSNotification.h>
+
+#include <dispatch/Scheduler.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constexpr NSNotificationName Connected = "Connected";
+constexpr NSNotificationName Disconnected = "Disconnected";
+
+class Thing final : public NSObject {};
+
+/// Every test leaves no observer and no object behind, without running the main loop once more.
+class NotificationTest : public testing::Test {
+ protected:
+  ~NotificationTest() override {
+    EXPECT_EQ(center.observerCount(), 0U);
+    EXPECT_EQ(NSObject::liveObjectCount(), _objectsBefore);
+  }
+
+  Ref<NSObject> observe(NSNotificationName name, std::function<void()> block, NSObject* object = nullptr) {
+    return center.addObserverForName(name, object, nullptr, [block = std::move(block)](NSNotification&) { block(); });
+  }
+  Ref<NSObject> observeOnMainQueue(NSNotificationName name, std::function<void()> block) {
+    return center.addObserverForName(name, nullptr, &NSOperationQueue::mainQueue(),
+                                     [block = std::move(block)](NSNotification&) { block(); });
+  }
+  void post(NSNotificationName name, NSObject* object = nullptr) { center.postNotificationName(name, object); }
+  void postFromAnotherThread(NSNotificationName name, NSObject* object = nullptr) {
+    std::thread([&] { post(name, object); }).join();
+  }
+
+  NSNotificationCenter& center = NSNotificationCenter::defaultCenter();
+
+ private:
+  const std::int64_t _objectsBefore = NSObject::liveObjectCount();
+};
+
+TEST_F(NotificationTest, ReachesMatchingObserversInTheOrderOfRegistration) {
+  const auto camera = makeRef<Thing>();
+  const auto microphone = makeRef<Thing>();
+  std::string reached;
+  const Ref<NSObject> tokens[] = {
+      observe(Connected, [&] { reached += 'a'; }),
+      observe(
+          Connected, [&] { reached += 'b'; }, camera.get()),
+      observe(Disconnected, [&] { reached += 'c'; }),
+      observe(Connected, [&] { reached += 'd'; }),
+  };
+  struct {
+    NSNotificationName name;
+    NSObject* object;
+    const char* expected;
+  } const cases[] = {
+      {Connected, camera.get(), "abd"},  {Connected, microphone.get(), "ad"}, {Connected, nullptr, "ad"},
+      {Disconnected, camera.get(), "c"}, {"Other", camera.get(), ""},
+  };
+
+  for (const auto& each : cases) {
+    reached.clear();
+    post(each.name, each.object);
+    EXPECT_EQ(reached, each.expected);
+  }
+  for (const auto& token : tokens) center.removeObserver(token.get());
+}
+
+TEST_F(NotificationTest, MainQueueBlocksRunAtOnceOnTheMainThreadAndOtherwiseWaitForItsLoop) {
+  int runs = 0;
+  const auto token = observeOnMainQueue(Connected, [&] {
+    EXPECT_TRUE(NSThread::isMainThread());
+    ++runs;
+  });
+
+  post(Connected);
+  EXPECT_EQ(runs, 1);
+  postFromAnotherThread(Connected);
+  EXPECT_EQ(runs, 1);
+  NSRunLoop::mainRunLoop().runUntilIdle();
+  EXPECT_EQ(runs, 2);
+
+  center.removeObserver(token.get());
+}
+
+TEST_F(NotificationTest, RemovalCancelsWaitingBlocksAndLetsGoOfWhatTheyHold) {
+  const auto object = makeRef<Thing>();
+  const auto token = observeOnMainQueue(Connected, [] { FAIL() << "ran after the removal"; });
+  postFromAnotherThread(Connected, object.get());
+  EXPECT_GT(object->retainCount(), 1);
+
+  center.removeObserver(token.get());
+
+  EXPECT_EQ(object->retainCount(), 1);
+  NSRunLoop::mainRunLoop().runUntilIdle();
+}
+
+TEST_F(NotificationTest, ABlockMayRemoveItselfAlsoFromANestedRun) {
+  int runs = 0;
+  auto token = std::make_shared<Ref<NSObject>>();
+  *token = observe(Connected, [this, token, &runs] {  // holds its own token: a cycle that the removal breaks
+    if (++runs < 3) {
+      post(Connected);
+    } else {
+      center.removeObserver(token->get());
+      post(Connected);
+    }
+  });
+  token.reset();
+
+  post(Connected);
+  post(Connected);
+
+  EXPECT_EQ(runs, 3);
+}
+
+TEST_F(NotificationTest, ObserversThatLeaveOrJoinDuringAPostAreNotReached) {
+  Ref<NSObject> leaving, joining;
+  int leavingRuns = 0, joiningRuns = 0;
+  const auto first = observe(Connected, [&] {
+    center.removeObserver(leaving.get());
+    if (!joining) joining = observe(Connected, [&] { ++joiningRuns; });
+  });
+  leaving = observe(Connected, [&] { ++leavingRuns; });
+
+  post(Connected);
+  EXPECT_EQ(leavingRuns, 0);
+  EXPECT_EQ(joiningRuns, 0);
+  post(Connected);
+  EXPECT_EQ(joiningRuns, 1);
+
+  center.removeObserver(first.get());
+  center.removeObserver(joining.get());
+}
+
+TEST_F(NotificationTest, RemovalsWaitForABlockThatRunsOnAnotherThread) {
+  runtime::Event entered;
+  bool finished = false;  // not atomic: the removal is what orders it
+  const auto token = observe(Connected, [&] {
+    entered.signal();
+    while (center.observerCount() != 0) std::this_thread::yield();
+    finished = true;
+  });
+  std::thread poster([&] { post(Connected); });
+  entered.wait();
+
+  const auto remove = [&] {
+    center.removeObserver(token.get());
+    EXPECT_TRUE(finished);
+  };
+  std::thread anotherRemover(remove);
+  remove();
+
+  anotherRemover.join();
+  poster.join();
+}
+
+TEST_F(NotificationTest, BlocksOfTwoObserversRunAtTheSameTime) {
+  runtime::Event firstRuns, secondRan;
+  const auto first = observe(Connected, [&] {
+    firstRuns.signal();
+    secondRan.wait();
+  });
+  const auto second = observe(Disconnected, [&] { secondRan.signal(); });
+  std::thread poster([&] { post(Connected); });
+  firstRuns.wait();
+
+  post(Disconnected);
+
+  poster.join();
+  center.removeObserver(first.get());
+  center.removeObserver(second.get());
+}
+
+TEST_F(NotificationTest, PostsAdditionsAndRemovalsMayMeetOnAnyThreads) {
+  std::atomic<bool> done{false};
+  std::vector<std::thread> posters;
+  for (int index = 0; index < 2; ++index) {
+    posters.emplace_back([&] {
+      while (!done) post(Connected);
+    });
+  }
+
+  for (int round = 0; round < 500; ++round) {
+    auto alive = std::make_unique<bool>(true);  // gone right after the removal, as a device's state would be
+    const auto onPoster = observe(Connected, [flag = alive.get()] { EXPECT_TRUE(*flag); });
+    const auto onMain = observeOnMainQueue(Connected, [flag = alive.get()] { EXPECT_TRUE(*flag); });
+    NSRunLoop::mainRunLoop().runForSeconds(0);
+    center.removeObserver(onPoster.get());
+    center.removeObserver(onMain.get());
+  }
+
+  done = true;
+  for (std::thread& poster : posters) poster.join();
+}
+
+TEST_F(NotificationTest, UselessArgumentsAreIgnored) {
+  const auto stranger = makeRef<Thing>();
+
+  EXPECT_FALSE(center.addObserverForName(Connected, nullptr, nullptr, nullptr));
+  center.removeObserver(nullptr);
+  center.removeObserver(stranger.get());
+}
+
+}  // namespace

@@ -1,0 +1,182 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <sstream>
+#include <thread>
+
+#include "Commands.h"
+#include "Failure.h"
+#include "PNGWriter.h"
+#include "TemporaryDirectory.h"
+#include "WAVWriter.h"
+
+namespace brvhost {
+namespace {
+
+using testing::HasSubstr;
+
+/// Runs brvhost's commands against a module of made-up sources.
+class HostTest : public testing::Test {
+ protected:
+  ~HostTest() override { std::fclose(log_); }
+
+  int runHost(std::vector<std::string> arguments, const std::string& module = FAKE_MODULE) {
+    arguments.insert(arguments.begin(), {"--module", module});
+    Console console(log_, false);
+    out_.str({});
+    return run(parseOptions(arguments, nullptr), out_, console);
+  }
+
+  std::string failureOf(const std::vector<std::string>& arguments, ExitCode expected,
+                        const std::string& module = FAKE_MODULE) {
+    try {
+      runHost(arguments, module);
+    } catch (const Failure& failure) {
+      EXPECT_EQ(failure.exitCode(), expected);
+      return failure.what();
+    }
+    ADD_FAILURE() << "this did not fail";
+    return {};
+  }
+
+  std::string output() const { return out_.str(); }
+  std::string log() const { return directory_.contents("log"); }
+
+  TemporaryDirectory directory_;
+  std::ostringstream out_;
+  std::FILE* log_ = std::fopen(directory_.file("log").c_str(), "w");
+};
+
+TEST_F(HostTest, ListsSourcesWithTheirKindsInTheHostsLanguage) {
+  EXPECT_EQ(runHost({"list"}), kExitDone);
+
+  EXPECT_EQ(output(),
+            "System Devices: 4 sources\n"
+            "0  Camera Video  (video+audio)\n"
+            "     device   mic-1\n"
+            "1  Mic Audio  (audio)\n"
+            "     device   mic-2\n"
+            "2  Still Video  (video)\n"
+            "     device   still-1\n"
+            "3  Loose Video  (video)\n"
+            "     device   loose-1\n");
+  EXPECT_EQ(log(), "Fake.cpp:1    found 4 sources\n");
+}
+
+TEST_F(HostTest, KeepsTheLogToItselfWhenAskedTo) {
+  runHost({"list", "--quiet"});
+  EXPECT_EQ(log(), "");
+}
+
+TEST_F(HostTest, RecordsExactlyWhatWasAskedForFromTheFirstFrameOfTheFinalStart) {
+  EXPECT_EQ(runHost({"record", "camera", "--seconds", "1", "--output", directory_.file("take")}), kExitDone);
+
+  // 30 frame times fit into a second; the camera lost two. All are of the third start, none from before.
+  std::string expected = "YUV4MPEG2 W18 H2 F30000:1001 Ip A10:11 C422\n";
+  for (int frame = 0; frame < 28; ++frame) expected += "FRAME\n" + std::string(36 + 18 + 18, '\3');
+  EXPECT_EQ(directory_.contents("take.y4m"), expected);
+
+  const std::string sound = directory_.contents("take.wav");
+  ASSERT_EQ(sound.size(), kWAVHeaderBytes + 44'100 * 4);
+  const auto header = wavHeader({}, 44'100 * 4);
+  EXPECT_TRUE(std::equal(header.begin(), header.end(), sound.begin(),
+                         [](std::uint8_t a, char b) { return a == static_cast<std::uint8_t>(b); }));
+  for (std::size_t run = 0; run < 100; ++run) {
+    ASSERT_EQ(sound[kWAVHeaderBytes + run * 441 * 4], static_cast<char>(run)) << "sound is missing or doubled";
+  }
+
+  EXPECT_EQ(output(), directory_.file("take.y4m") +
+                          "\n"
+                          "  picture     18 x 2, 30000/1001 frames a second, pixels 10:11\n"
+                          "  frames      captured 30, delivered 28, dropped 2, not written 0\n"
+                          "  time stamps first 0 (0.000 s), last 29029 (0.968 s), 30000 ticks a second\n" +
+                          directory_.file("take.wav") +
+                          "\n"
+                          "  sound       1.000 s (44100 frames), not written 0\n"
+                          "  time stamps first 0 (0.000 s), last 47520 (0.990 s), 48000 ticks a second\n");
+}
+
+TEST_F(HostTest, RecordsOnlyTheMediaThatASourceHas) {
+  runHost({"record", "mic", "--seconds", "0.5", "--output", directory_.file("take")});
+
+  EXPECT_FALSE(directory_.contains("take.y4m"));
+  EXPECT_EQ(directory_.contents("take.wav").size(), kWAVHeaderBytes + 22'050 * 4);
+}
+
+TEST_F(HostTest, FinishesTheFilesWhenTheSourceIsUnplugged) {
+  runHost({"record", "loose", "--output", directory_.file("take")});
+
+  EXPECT_THAT(output(), HasSubstr("captured 10, delivered 8, dropped 2, not written 0"));
+  EXPECT_THAT(log(), HasSubstr("Loose Video was unplugged"));
+}
+
+TEST_F(HostTest, SavesASnapshotWithSquarePixels) {
+  runHost({"snapshot", "0", directory_.file("picture.png")});
+
+  EXPECT_EQ(output(), directory_.file("picture.png") + ": 16 x 2\n");
+  EXPECT_EQ(directory_.contents("picture.png").substr(1, 3), "PNG");
+}
+
+TEST_F(HostTest, SaysWhatIsWrongWithACommand) {
+  const std::string take = directory_.file("take");
+  EXPECT_THAT(failureOf({"record", "cellar", "--output", take}, kExitWrongUse),
+              HasSubstr("\"cellar\" is no source; there are:\n  0  Camera Video\n  1  Mic Audio"));
+  EXPECT_THAT(failureOf({"snapshot", "mic", take}, kExitFailed), HasSubstr("Mic Audio has no picture"));
+  EXPECT_THAT(failureOf({"record", "camera", "--output", "/nowhere/take"}, kExitFailed),
+              HasSubstr("cannot create /nowhere/take.y4m: No such file or directory"));
+  EXPECT_THAT(failureOf({"list", "--rig", "/nowhere/studio.rig"}, kExitFailed),
+              HasSubstr("cannot read /nowhere/studio.rig"));
+}
+
+TEST_F(HostTest, SaysWhatIsWrongWithAModule) {
+  EXPECT_THAT(failureOf({"list"}, kExitFailed, "/nowhere/module.so"), HasSubstr("/nowhere/module.so"));
+  const std::string missing = failureOf({"list"}, kExitFailed, LACKING_MODULE);
+  EXPECT_THAT(missing, HasSubstr("it lacks BRV_UninitializeLibrary, "));
+  EXPECT_THAT(missing, HasSubstr("BRV_GetTimescaleTicksPerSec"));
+  EXPECT_THAT(missing, testing::Not(HasSubstr("BRV_IntitializeLibrary")));
+}
+
+TEST_F(HostTest, AnInterruptEndsARecordingWithWholeFiles) {
+  std::FILE* const quiet = std::fopen("/dev/null", "w");
+  Console console(quiet, false);
+  std::thread interrupter([&] {
+    // Something in the file means that the recording runs and the signal is caught.
+    std::error_code error;
+    while (std::filesystem::file_size(directory_.file("take.y4m"), error) == 0 || error) std::this_thread::yield();
+    std::raise(SIGTERM);
+  });
+
+  run(parseOptions({"--module", FAKE_MODULE, "record", "camera", "--output", directory_.file("take")}, nullptr), out_,
+      console);
+  interrupter.join();
+  std::fclose(quiet);
+
+  const std::string clip = directory_.contents("take.y4m");
+  const std::size_t header = clip.find('\n') + 1;
+  EXPECT_EQ((clip.size() - header) % (6 + 72), 0U);
+  const std::string sound = directory_.contents("take.wav");
+  const auto expected = wavHeader({}, sound.size() - kWAVHeaderBytes);
+  EXPECT_EQ(sound.substr(0, kWAVHeaderBytes), std::string(expected.begin(), expected.end()));
+}
+
+TEST(ConsoleTest, RedrawsTheProgressBelowALineOfLog) {
+  const TemporaryDirectory directory;
+  std::FILE* const stream = std::fopen(directory.file("log").c_str(), "w");
+  Console console(stream, true);
+
+  console.progress("00:01");
+  console.line("Device.cpp:7    Dropped a Frame!\n");
+  console.endProgress();
+  console.line("done");
+  std::fclose(stream);
+
+  EXPECT_EQ(directory.contents("log"),
+            "\r\033[K00:01"
+            "\r\033[KDevice.cpp:7    Dropped a Frame!\n"
+            "\r\033[K00:01\n"
+            "done\n");
+}
+
+}  // namespace
+}  // namespace brvhost

@@ -1,0 +1,142 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <png.h>
+
+#include <random>
+
+#include "Failure.h"
+#include "PNGWriter.h"
+#include "RGBImage.h"
+#include "Repack.h"
+#include "TemporaryDirectory.h"
+
+namespace brvhost {
+namespace {
+
+std::vector<std::uint8_t> randomBytes(std::size_t count) {
+  std::minstd_rand random(20'240'611);
+  std::vector<std::uint8_t> bytes(count);
+  for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random() >> 8);
+  return bytes;
+}
+
+TEST(RepackTest, AgreesWithAPlainLoopAtEveryWidth) {
+  constexpr std::size_t kHeight = 3;
+  for (std::size_t width = 1; width <= 70; ++width) {
+    SCOPED_TRACE(width);
+    const std::size_t rowBytes = yuvsRowBytes(width) + 12;
+    const std::vector<std::uint8_t> pixels = randomBytes(rowBytes * kHeight);
+    std::vector<std::uint8_t> expected;
+    for (std::size_t y = 0; y < kHeight; ++y) {
+      for (std::size_t x = 0; x < width; ++x) expected.push_back(pixels[y * rowBytes + 2 * x]);
+    }
+    for (const std::size_t chroma : {1U, 3U}) {
+      for (std::size_t y = 0; y < kHeight; ++y) {
+        for (std::size_t x = 0; x < width; x += 2) expected.push_back(pixels[y * rowBytes + 2 * x + chroma]);
+      }
+    }
+
+    std::vector<std::uint8_t> planes(planarBytes(width, kHeight));
+    repackPlanar({pixels.data(), rowBytes, width, kHeight}, planes.data());
+
+    ASSERT_EQ(planes, expected);
+  }
+}
+
+struct Color {
+  const char* name;
+  ColorMatrix matrix;
+  std::uint8_t y, cb, cr;
+  std::uint8_t red, green, blue;
+};
+
+TEST(RGBImageTest, TurnsKnownColorsIntoRGB) {
+  const Color colors[] = {
+      {"black", ColorMatrix::bt709, 16, 128, 128, 0, 0, 0},
+      {"white", ColorMatrix::bt709, 235, 128, 128, 255, 255, 255},
+      {"white, old matrix", ColorMatrix::bt601, 235, 128, 128, 255, 255, 255},
+      {"below black", ColorMatrix::bt709, 0, 128, 128, 0, 0, 0},
+      {"above white", ColorMatrix::bt709, 255, 128, 128, 255, 255, 255},
+      {"mid grey", ColorMatrix::bt601, 126, 128, 128, 128, 128, 128},
+      {"red", ColorMatrix::bt709, 63, 102, 240, 255, 0, 0},
+      {"green", ColorMatrix::bt709, 173, 42, 26, 0, 255, 0},
+      {"blue", ColorMatrix::bt709, 32, 240, 118, 0, 0, 255},
+      {"red, old matrix", ColorMatrix::bt601, 81, 90, 240, 255, 0, 0},
+      {"green, old matrix", ColorMatrix::bt601, 145, 54, 34, 0, 255, 0},
+      {"blue, old matrix", ColorMatrix::bt601, 41, 240, 110, 0, 0, 255},
+  };
+  for (const Color& color : colors) {
+    SCOPED_TRACE(color.name);
+    const std::uint8_t pixels[] = {color.y, color.cb, color.y, color.cr};
+
+    const RGBImage image = convertToRGB({pixels, sizeof pixels, 2, 1}, color.matrix);
+
+    ASSERT_EQ(image.pixels.size(), 6U);
+    for (const std::size_t first : {0U, 3U}) {
+      EXPECT_NEAR(image.pixels[first], color.red, 2);  // 8-bit codes of pure colours are off by up to that
+      EXPECT_NEAR(image.pixels[first + 1], color.green, 2);
+      EXPECT_NEAR(image.pixels[first + 2], color.blue, 2);
+    }
+  }
+}
+
+TEST(RGBImageTest, MixesTheChromaOfNeighboursOnlyBetweenThem) {
+  // Three grey pixels, the last on its own in its pair, with a step in Cb from 128 to 160.
+  const std::uint8_t pixels[] = {126, 128, 126, 128, 126, 160, 0, 128};
+
+  const RGBImage image = convertToRGB({pixels, sizeof pixels, 3, 1}, ColorMatrix::bt601);
+
+  const int first = image.pixels[2];
+  const int between = image.pixels[5];
+  const int last = image.pixels[8];
+  EXPECT_EQ(first, 128);
+  EXPECT_NEAR(last, 128 + 65, 1);
+  EXPECT_NEAR(between, (first + last) / 2, 1);
+}
+
+TEST(RGBImageTest, ChoosesTheMatrixByTheNumberOfLines) {
+  EXPECT_EQ(customaryMatrix(576), ColorMatrix::bt601);
+  EXPECT_EQ(customaryMatrix(720), ColorMatrix::bt709);
+}
+
+TEST(RGBImageTest, StretchesTheWidthToSquarePixels) {
+  const RGBImage steps{2, 1, {0, 0, 0, 200, 100, 40}};
+  EXPECT_THAT(withSquarePixels(steps, {2, 1}).pixels,
+              testing::ElementsAre(0, 0, 0, 50, 25, 10, 150, 75, 30, 200, 100, 40));
+
+  const RGBImage wide{1'440, 1, std::vector<std::uint8_t>(1'440 * 3, 9)};
+  const std::pair<Rational, std::size_t> cases[] = {{{4, 3}, 1'920}, {{10, 11}, 1'309}, {{1, 1}, 1'440},
+                                                    {{0, 0}, 1'440}, {{1, 100'000}, 1}, {{1'000, 1}, 65'535}};
+  for (const auto& [aspect, width] : cases) {
+    const RGBImage image = withSquarePixels(wide, aspect);
+    EXPECT_EQ(image.width, width);
+    EXPECT_EQ(image.pixels, std::vector<std::uint8_t>(width * 3, 9));
+  }
+}
+
+TEST(PNGWriterTest, WritesWhatLibpngReadsBack) {
+  const TemporaryDirectory directory;
+  const RGBImage image{7, 5, randomBytes(7 * 5 * 3)};
+
+  writePNG(directory.file("picture.png"), image);
+
+  png_image read = {};
+  read.version = PNG_IMAGE_VERSION;
+  ASSERT_NE(png_image_begin_read_from_file(&read, directory.file("picture.png").c_str()), 0) << read.message;
+  EXPECT_EQ(read.width, 7U);
+  EXPECT_EQ(read.height, 5U);
+  EXPECT_EQ(read.format, static_cast<unsigned>(PNG_FORMAT_RGB));
+  std::vector<std::uint8_t> pixels(PNG_IMAGE_SIZE(read));
+  ASSERT_NE(png_image_finish_read(&read, nullptr, pixels.data(), 0, nullptr), 0) << read.message;
+  EXPECT_EQ(pixels, image.pixels);
+}
+
+TEST(PNGWriterTest, RefusesPicturesThatPNGCannotHold) {
+  const RGBImage empty;
+  const RGBImage short_{4, 4, std::vector<std::uint8_t>(5)};
+  const RGBImage tooWide{2'000'000, 1, std::vector<std::uint8_t>(6'000'000)};  // libpng itself objects
+  for (const RGBImage* image : {&empty, &short_, &tooWide}) EXPECT_THROW(encodePNG(*image), Failure);
+}
+
+}  // namespace
+}  // namespace brvhost

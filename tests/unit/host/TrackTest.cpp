@@ -1,0 +1,206 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <future>
+#include <thread>
+
+#include "AudioTrack.h"
+#include "BoundedQueue.h"
+#include "TemporaryDirectory.h"
+#include "VideoTrack.h"
+
+namespace brvhost {
+namespace {
+
+constexpr std::chrono::milliseconds kNoPatience{0};
+constexpr std::chrono::hours kAllPatience{1};
+
+TEST(BoundedQueueTest, KeepsTheOrderRefusesWhenFullAndEmptiesAfterClosing) {
+  BoundedQueue<int> queue(2);
+  const auto put = [&](int value) { return queue.push(kNoPatience, [value](int& item) { item = value; }); };
+  int item = 0;
+
+  EXPECT_TRUE(put(1));
+  EXPECT_TRUE(put(2));
+  EXPECT_FALSE(put(3));
+  EXPECT_TRUE(queue.pop(item));
+  EXPECT_EQ(item, 1);
+  EXPECT_TRUE(put(4));
+  queue.close();
+  EXPECT_FALSE(put(5));
+  EXPECT_TRUE(queue.pop(item));
+  EXPECT_EQ(item, 2);
+  EXPECT_TRUE(queue.pop(item));
+  EXPECT_EQ(item, 4);
+  EXPECT_FALSE(queue.pop(item));
+}
+
+TEST(BoundedQueueTest, APatientProducerLosesNothingToASlowConsumer) {
+  constexpr int kItems = 5'000;
+  BoundedQueue<int> queue(3);
+  std::thread producer([&] {
+    for (int i = 0; i < kItems; ++i) EXPECT_TRUE(queue.push(kAllPatience, [i](int& item) { item = i; }));
+    queue.close();
+  });
+
+  int item = 0;
+  int expected = 0;
+  while (queue.pop(item)) EXPECT_EQ(item, expected++);
+  producer.join();
+
+  EXPECT_EQ(expected, kItems);
+}
+
+TEST(BoundedQueueTest, AnItemThatCannotBeFilledLeavesItsPlaceFree) {
+  BoundedQueue<int> queue(1);
+  EXPECT_THROW(queue.push(kNoPatience, [](int&) { throw std::bad_alloc(); }), std::bad_alloc);
+  EXPECT_TRUE(queue.push(kNoPatience, [](int& item) { item = 8; }));
+}
+
+/// Hands frames to a track as a module does.
+class VideoTrackTest : public testing::Test {
+ protected:
+  void SetUp() override { track_->arm(); }
+
+  VideoTrack& useFile(const std::string& path, std::optional<double> seconds = {}) {
+    track_ = std::make_unique<VideoTrack>(path, seconds, [this] {
+      ++timingQueries_;
+      return timing_;
+    });
+    track_->arm();
+    return *track_;
+  }
+
+  void deliver(std::int64_t stamp, std::size_t width = 2, std::int32_t flags = BRV_FLAG_NOT_FIRST) {
+    CVPixelBufferRef buffer = nullptr;
+    ASSERT_EQ(CVPixelBufferCreate(nullptr, width, 1, kCVPixelFormatType_422YpCbCr8_yuvs, nullptr, &buffer),
+              kCVReturnSuccess);
+    CVPixelBufferLockBaseAddress(buffer, 0);
+    std::memset(CVPixelBufferGetBaseAddress(buffer), 'p', CVPixelBufferGetBytesPerRow(buffer));
+    CVPixelBufferUnlockBaseAddress(buffer, 0);
+    BRV_VideoBuffer record = {};
+    record.format = BRV_FORMAT_PIXEL_BUFFER;
+    record.width = static_cast<std::int32_t>(width);
+    record.height = 1;
+    record.pixelAspectRatio = 1;
+    record.timeStamp = stamp;
+    record.flags = flags;
+    record.data = buffer;
+    track_->frameArrived(record);
+    CVPixelBufferRelease(buffer);
+  }
+
+  TemporaryDirectory directory_;
+  FrameTiming timing_{25, 1};
+  std::atomic<int> timingQueries_{0};
+  std::unique_ptr<VideoTrack> track_ = std::make_unique<VideoTrack>(directory_.file("clip.y4m"), std::nullopt, [this] {
+    ++timingQueries_;
+    return timing_;
+  });
+};
+
+TEST_F(VideoTrackTest, IgnoresWhatCameBeforeItWasArmed) {
+  track_ = std::make_unique<VideoTrack>(directory_.file("clip.y4m"), std::nullopt, [this] { return timing_; });
+  deliver(0);
+  track_->arm();
+  deliver(1);
+  track_->finish();
+
+  EXPECT_EQ(track_->statistics().timeline.firstStamp(), 1);
+  EXPECT_EQ(track_->statistics().written, 1);
+}
+
+TEST_F(VideoTrackTest, EndsTheFileWhereThePictureChangesItsSize) {
+  deliver(0);
+  deliver(1);
+  deliver(2, 4);
+  track_->finish();
+
+  const VideoStatistics statistics = track_->statistics();
+  EXPECT_EQ(directory_.contents("clip.y4m"),
+            "YUV4MPEG2 W2 H1 F25:1 Ip A1:1 C422\n"
+            "FRAME\npppp"
+            "FRAME\npppp");
+  EXPECT_THAT(statistics.ending.value_or(""), testing::HasSubstr("changed from 2 x 1 to 4 x 1"));
+  EXPECT_EQ(statistics.notWritten, 1);
+  EXPECT_TRUE(track_->isComplete());
+}
+
+TEST_F(VideoTrackTest, AsksAgainHowTimeIsCountedWhenTheFormatChanged) {
+  timing_ = {600, 20};
+  deliver(0, 2, 0);
+  deliver(20);
+  EXPECT_EQ(timingQueries_, 1);
+
+  timing_ = {90'000, 3'000};
+  deliver(900'000, 2, BRV_FLAG_NOT_FIRST | BRV_FLAG_FORMAT_CHANGED);
+  deliver(906'000);
+  track_->finish();
+
+  EXPECT_EQ(timingQueries_, 2);
+  EXPECT_EQ(track_->statistics().timeline.dropped(), 1);
+  EXPECT_EQ(track_->statistics().written, 4);
+}
+
+TEST_F(VideoTrackTest, ReportsAFullDiskAndKeepsTheAccount) {
+  useFile("/dev/full");
+  deliver(0);
+  track_->finish();
+
+  const VideoStatistics statistics = track_->statistics();
+  EXPECT_THAT(statistics.failure.value_or(""), testing::HasSubstr("No space left"));
+  EXPECT_EQ(statistics.timeline.delivered(), 1);
+  EXPECT_EQ(statistics.notWritten, 1);
+}
+
+TEST_F(VideoTrackTest, LeavesNoFileBehindWhenNoFrameCame) {
+  track_->finish();
+  EXPECT_FALSE(directory_.contains("clip.y4m"));
+}
+
+BRV_AudioBuffer soundOf(std::vector<std::uint8_t>& samples, std::int64_t stamp, std::int32_t sampleRate = 44'100) {
+  BRV_AudioBuffer record = {};
+  record.format = BRV_FORMAT_PCM;
+  record.sampleRate = sampleRate;
+  record.channels = 2;
+  record.bitsPerSample = 16;
+  record.dataLength = static_cast<std::int32_t>(samples.size());
+  record.timeStamp = stamp;
+  record.data = samples.data();
+  return record;
+}
+
+TEST(AudioTrackTest, CutsAtTheFrameThatFillsTheTimeAskedFor) {
+  const TemporaryDirectory directory;
+  AudioTrack track(directory.file("sound.wav"), 0.01);
+  track.arm();
+  std::vector<std::uint8_t> samples(300 * 4, 1);
+  for (const std::int64_t stamp : {0, 300, 600}) track.soundArrived(soundOf(samples, stamp));
+  track.finish();
+
+  EXPECT_TRUE(track.isComplete());
+  EXPECT_EQ(track.statistics().frames, 441);
+  EXPECT_EQ(track.statistics().lastStamp, 300);
+  EXPECT_EQ(directory.contents("sound.wav").size(), kWAVHeaderBytes + 441 * 4);
+}
+
+TEST(AudioTrackTest, WritesWholeFramesAndEndsWhereTheFormatChanges) {
+  const TemporaryDirectory directory;
+  AudioTrack track(directory.file("sound.wav"), std::nullopt);
+  track.arm();
+  std::vector<std::uint8_t> ragged(4 * 10 + 3, 1);
+  std::vector<std::uint8_t> none;
+  track.soundArrived(soundOf(none, 0));
+  track.soundArrived(soundOf(ragged, 0));
+  track.soundArrived(soundOf(ragged, 10, 48'000));
+  track.finish();
+
+  EXPECT_EQ(directory.contents("sound.wav").size(), kWAVHeaderBytes + 4 * 10);
+  EXPECT_TRUE(track.statistics().ending.has_value());
+  EXPECT_EQ(track.statistics().notWritten, 10);
+}
+
+}  // namespace
+}  // namespace brvhost

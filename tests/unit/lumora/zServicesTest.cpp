@@ -1,0 +1,118 @@
+#include <lumora/zCritical.h>
+#include <lumora/zString.h>
+#include <lumora/zThread.h>
+#include <lumora/zTrace.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using testing::ElementsAre;
+
+TEST(StringTest, EqualityIsExactAndNullEqualsOnlyNull) {
+  EXPECT_TRUE(zString::string_equal("HDV", std::string("HDV").c_str()));
+  EXPECT_FALSE(zString::string_equal("HDV", "hdv"));
+  EXPECT_FALSE(zString::string_equal("HDV", "HDV "));
+  EXPECT_FALSE(zString::string_equal(nullptr, ""));
+  EXPECT_TRUE(zString::string_equal(nullptr, nullptr));
+}
+
+TEST(CriticalTest, ALockIsRecursiveAndKeepsOtherThreadsOut) {
+  for (const char recursive : {'\0', '\1'}) {
+    const std::unique_ptr<zCritical> lock(zCritical::Factory(recursive));
+    int counter = 0;
+    const auto count = [&] {
+      for (int i = 0; i < 10'000; ++i) {
+        const zCriticalScope outer(lock.get());
+        const zCriticalScope inner(lock.get());
+        ++counter;
+      }
+    };
+
+    std::thread other(count);
+    count();
+    other.join();
+
+    EXPECT_EQ(counter, 20'000);
+  }
+  const zCriticalScope withoutLock(nullptr);
+}
+
+unsigned int requestedSleep = 0;
+
+TEST(ThreadTest, AHostCanReplaceSleepingAndRestoreIt) {
+  zThread::SetSleepFunction([](unsigned int microseconds) { requestedSleep = microseconds; });
+  zThread::MicroSleep(100'000);
+  EXPECT_EQ(requestedSleep, 100'000u);
+
+  zThread::SetSleepFunction(nullptr);
+  zThread::MicroSleep(1);
+  EXPECT_EQ(requestedSleep, 100'000u);
+}
+
+class TraceTest : public testing::Test {
+ protected:
+  void capture() {
+    _trace.SetSink([this](const char* note) { _notes.emplace_back(note); });
+  }
+
+  zTrace _trace;
+  std::vector<std::string> _notes;
+};
+
+TEST_F(TraceTest, NotesReachTheSinkAsTheyAreAndLongOnesCutBetweenCodePoints) {
+  capture();
+  _trace.TraceNote("camera [%s] failed: %d\n", "100% \xC3\xA9", 3);
+  EXPECT_THAT(_notes, ElementsAre("camera [100% \xC3\xA9] failed: 3\n"));
+
+  const std::string ellipsis = "\xE2\x80\xA6";
+  for (std::size_t lead = 0; lead < ellipsis.size(); ++lead) {
+    std::string text(lead, 'x');
+    while (text.size() <= zTrace::MaximumNoteLength) text += ellipsis;
+
+    _trace.TraceNote("%s", text.c_str());
+
+    const std::size_t whole = (zTrace::MaximumNoteLength - lead) / ellipsis.size() * ellipsis.size();
+    EXPECT_EQ(_notes.back(), text.substr(0, lead + whole));
+  }
+}
+
+TEST_F(TraceTest, ASinkMayThrowTraceAndReplaceItself) {
+  testing::internal::CaptureStderr();
+  _trace.SetSink([this, guard = std::string("alive during the call")](const char* note) {
+    _trace.TraceNote("nested");
+    capture();
+    throw std::runtime_error(guard + note);
+  });
+
+  _trace.TraceNote("first, with its line end\n");
+  _trace.TraceNote("second");
+
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "nested\nfirst, with its line end\n");
+  EXPECT_THAT(_notes, ElementsAre("second"));
+}
+
+TEST_F(TraceTest, NotesOfManyThreadsArriveWholeAndOneByOne) {
+  capture();
+  std::vector<std::thread> threads;
+  for (int number = 0; number < 4; ++number) {
+    threads.emplace_back([this, number] {
+      for (int i = 0; i < 100; ++i) _trace.TraceNote("thread %d", number);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+
+  for (const char* note : {"thread 0", "thread 1", "thread 2", "thread 3"}) {
+    EXPECT_EQ(std::count(_notes.begin(), _notes.end(), note), 100);
+  }
+}
+
+}  // namespace
