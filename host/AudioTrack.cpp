@@ -12,13 +12,13 @@ namespace brvhost {
 namespace {
 
 /// Some seconds of sound in runs of the usual length; it weighs little.
-constexpr std::size_t kQueueLength = 512;
-constexpr std::chrono::milliseconds kPatience{1'000};
+constexpr std::size_t QueueLength = 512;
+constexpr std::chrono::milliseconds Patience{1'000};
 
 }  // namespace
 
 AudioTrack::AudioTrack(const std::string& path, std::optional<double> seconds)
-    : path_(path), seconds_(seconds), queue_(kQueueLength), file_(path), thread_([this] { writeRuns(); }) {}
+    : path_(path), seconds_(seconds), queue_(QueueLength), file_(path), thread_([this] { writeRuns(); }) {}
 
 AudioTrack::~AudioTrack() {
   finish();
@@ -31,7 +31,7 @@ void AudioTrack::soundArrived(const BRV_AudioBuffer& record) noexcept {
     const std::size_t bytes = accept(record, format);
     if (bytes == 0) return;
     const auto* const samples = static_cast<const std::uint8_t*>(record.data);
-    const bool isQueued = queue_.push(kPatience, [&](Run& run) {
+    const bool isQueued = queue_.push(Patience, [&](Run& run) {
       run.format = format;
       run.samples.assign(samples, samples + bytes);
     });

@@ -19,10 +19,10 @@ namespace brvhost {
 
 namespace {
 
-constexpr double kFrameTimeoutSeconds = 5;
-constexpr double kProbeTimeoutSeconds = 2;
-constexpr int kSnapshotFrame = 5;  // cameras settle their exposure meanwhile
-constexpr double kWatchPollSeconds = 0.1;
+constexpr double FrameTimeoutSeconds = 5;
+constexpr double ProbeTimeoutSeconds = 2;
+constexpr int SnapshotFrame = 5;  // cameras settle their exposure meanwhile
+constexpr double WatchPollSeconds = 0.1;
 
 std::string describe(const FrameTiming& timing) {
   if (!timing.isKnown()) return "frame rate unknown";
@@ -40,7 +40,7 @@ void listSource(Session& session, const Source& source, std::size_t index, bool 
   if (!source.deviceId.empty()) out << "     device   " << source.deviceId << "\n";
   if (!source.providesVideo) return;
   if (probe) {
-    const auto frame = grabFrame(session, source, 1, kProbeTimeoutSeconds);
+    const auto frame = grabFrame(session, source, 1, ProbeTimeoutSeconds);
     if (frame) {
       out << formatted("     picture  %d x %d, ", frame->displayWidth, frame->displayHeight) << describe(frame->timing)
           << "\n";
@@ -86,11 +86,11 @@ void listSources(Session& session, const Options& options, std::ostream& out) {
 void takeSnapshot(Session& session, const Options& options, std::ostream& out) {
   const Source source = session.find(options.source);
   if (!source.providesVideo) throw Failure(source.identifier + " has no picture");
-  const auto frame = grabFrame(session, source, kSnapshotFrame, kFrameTimeoutSeconds);
+  const auto frame = grabFrame(session, source, SnapshotFrame, FrameTimeoutSeconds);
   if (!frame) {
     if (Interrupt::requested()) throw Failure("interrupted");
     throw Failure(
-        formatted("no picture came from %s within %g seconds", source.identifier.c_str(), kFrameTimeoutSeconds));
+        formatted("no picture came from %s within %g seconds", source.identifier.c_str(), FrameTimeoutSeconds));
   }
 
   const LockedPicture picture(frame->picture.get());
@@ -114,7 +114,7 @@ void watchDevices(Session& session, const Options& options, std::ostream& out) {
     return Interrupt::requested() || (options.seconds && elapsed.count() >= *options.seconds);
   };
   while (!isOver()) {
-    Session::pump(options.seconds ? std::min(kWatchPollSeconds, *options.seconds) : kWatchPollSeconds);
+    Session::pump(options.seconds ? std::min(WatchPollSeconds, *options.seconds) : WatchPollSeconds);
     for (const int change : session.takeDeviceChanges()) {
       out << (change == BRV_DEVICE_STATE_ATTACHED ? "a device was plugged in" : "a device was removed") << std::endl;
     }
@@ -127,11 +127,11 @@ void watchDevices(Session& session, const Options& options, std::ostream& out) {
 int run(const Options& options, std::ostream& out, Console& console) {
   if (options.help) {
     out << helpText(options.command);
-    return kExitDone;
+    return ExitDone;
   }
   if (options.version) {
     out << "brvhost " BRVHOST_VERSION "\n";
-    return kExitDone;
+    return ExitDone;
   }
 
   useRig(options.rig);
@@ -154,7 +154,7 @@ int run(const Options& options, std::ostream& out, Console& console) {
     case Command::none:
       break;
   }
-  return kExitDone;
+  return ExitDone;
 }
 
 }  // namespace brvhost

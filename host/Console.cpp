@@ -6,7 +6,7 @@ namespace brvhost {
 
 namespace {
 
-constexpr const char* kClearLine = "\r\033[K";
+constexpr const char* ClearLine = "\r\033[K";
 
 std::string_view withoutLineEnd(std::string_view text) {
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);
@@ -23,7 +23,7 @@ Console& Console::standardError() {
 void Console::line(std::string_view text) noexcept {
   text = withoutLineEnd(text);
   const std::lock_guard lock(mutex_);
-  if (!progress_.empty()) std::fputs(kClearLine, stream_);
+  if (!progress_.empty()) std::fputs(ClearLine, stream_);
   std::fwrite(text.data(), 1, text.size(), stream_);
   std::fputc('\n', stream_);
   if (!progress_.empty()) rewrite(progress_);
@@ -54,7 +54,7 @@ void Console::endProgress() noexcept {
 }
 
 void Console::rewrite(std::string_view text) noexcept {
-  std::fputs(kClearLine, stream_);
+  std::fputs(ClearLine, stream_);
   std::fwrite(text.data(), 1, text.size(), stream_);
 }
 

@@ -10,12 +10,12 @@
 
 namespace brvhost {
 
-enum ExitCode { kExitDone = 0, kExitFailed = 1, kExitWrongUse = 2 };
+enum ExitCode { ExitDone = 0, ExitFailed = 1, ExitWrongUse = 2 };
 
 /// Something could not be done; the message is for people and names the file or source concerned.
 class Failure : public std::runtime_error {
  public:
-  explicit Failure(const std::string& message, ExitCode exitCode = kExitFailed)
+  explicit Failure(const std::string& message, ExitCode exitCode = ExitFailed)
       : std::runtime_error(message), exitCode_(exitCode) {}
 
   ExitCode exitCode() const noexcept { return exitCode_; }
@@ -27,7 +27,7 @@ class Failure : public std::runtime_error {
 /// The command line asks for something that does not exist or makes no sense.
 class UsageError : public Failure {
  public:
-  explicit UsageError(const std::string& message) : Failure(message, kExitWrongUse) {}
+  explicit UsageError(const std::string& message) : Failure(message, ExitWrongUse) {}
 };
 
 /// printf into a string.

@@ -11,8 +11,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr double kPollSeconds = 0.02;
-constexpr double kSettleSeconds = 0.5;
+constexpr double PollSeconds = 0.02;
+constexpr double SettleSeconds = 0.5;
 
 double secondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
@@ -72,8 +72,8 @@ std::optional<Frame> grabFrame(Session& session, const Source& source, int frame
   std::optional<Clock::time_point> firstSeen;
   while (grabber.count() < frameCount && !Interrupt::requested()) {
     if (!firstSeen && grabber.count() > 0) firstSeen = Clock::now();
-    if (firstSeen ? secondsSince(*firstSeen) >= kSettleSeconds : secondsSince(start) >= timeoutSeconds) break;
-    Session::pump(kPollSeconds);
+    if (firstSeen ? secondsSince(*firstSeen) >= SettleSeconds : secondsSince(start) >= timeoutSeconds) break;
+    Session::pump(PollSeconds);
   }
   if (grabber.count() == 0) return std::nullopt;
   Frame frame = grabber.take();

@@ -4,7 +4,7 @@ namespace brvhost {
 
 namespace {
 
-constexpr const char* kProgramHelp =
+constexpr const char* ProgramHelp =
     R"(brvhost: a command-line host for the capture-source module.
 
 usage: brvhost [options] COMMAND ...
@@ -28,7 +28,7 @@ as list shows it.
 exit codes: 0 done, 1 failed, 2 wrong use (an unknown source included)
 )";
 
-constexpr const char* kListHelp =
+constexpr const char* ListHelp =
     R"(usage: brvhost [options] list [--probe]
 
 Shows each source with its index, its identifier, its kind (video, audio, video+audio), "HDV" where it is
@@ -37,7 +37,7 @@ such a device, and the identifier of its capture device; the frame rate where it
   --probe  start each source that has a picture for a moment, and show the picture's size and frame rate
 )";
 
-constexpr const char* kRecordHelp =
+constexpr const char* RecordHelp =
     R"(usage: brvhost [options] record SOURCE --output BASE [--seconds N] [--until-idle]
 
 Records the picture to BASE.y4m (uncompressed 4:2:2) and the sound to BASE.wav (44,100 Hz, 16 bits,
@@ -48,20 +48,20 @@ after the source was started in its final format. Ctrl-C ends it, and the files 
   --until-idle   stop when nothing has come for 2 seconds after the last sample: the end of a clip
 
 The report counts frames like this. Delivered ones reached this program. Dropped ones did not; they are
-read from the gaps between time stamps, a gap being worth its length in frame durations, rounded, less one.
-Captured is the sum of the two. "Not written" are frames that were delivered but are not in the file,
-because the disk did not keep up. Gaps are not filled in the file. A picture whose size changes ends
-BASE.y4m there, while the sound goes on.
+read from the gaps between time stamps, a gap being worth its length in frame durations, rounded, less one
+(what is lost before the first frame or after the last leaves no gap). Captured is the sum of the two. "Not
+written" are frames that were delivered but are not in the file, because the disk did not keep up. Gaps are
+not filled in the file. A picture whose size changes ends BASE.y4m there, while the sound goes on.
 )";
 
-constexpr const char* kSnapshotHelp =
+constexpr const char* SnapshotHelp =
     R"(usage: brvhost [options] snapshot SOURCE FILE.png
 
 Starts the source, lets a few frames pass, and saves one as RGB with square pixels. Fails when no frame
 comes within 5 seconds.
 )";
 
-constexpr const char* kWatchHelp =
+constexpr const char* WatchHelp =
     R"(usage: brvhost [options] watch [--seconds N]
 
 Shows the sources, then each one that appears (+) or disappears (-), and the module's log, until Ctrl-C or
@@ -73,17 +73,17 @@ for N seconds.
 const char* helpText(Command command) {
   switch (command) {
     case Command::list:
-      return kListHelp;
+      return ListHelp;
     case Command::record:
-      return kRecordHelp;
+      return RecordHelp;
     case Command::snapshot:
-      return kSnapshotHelp;
+      return SnapshotHelp;
     case Command::watch:
-      return kWatchHelp;
+      return WatchHelp;
     case Command::none:
       break;
   }
-  return kProgramHelp;
+  return ProgramHelp;
 }
 
 }  // namespace brvhost

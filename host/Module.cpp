@@ -12,7 +12,7 @@ namespace brvhost {
 
 namespace {
 
-constexpr const char* kModuleName = "AVCaptureDevice.so";
+constexpr const char* ModuleName = "AVCaptureDevice.so";
 
 /// Looks entry points up and remembers which ones were not there.
 class Lookup {
@@ -82,7 +82,7 @@ std::string Module::locate(const std::string& option, const char* environment) {
   const std::filesystem::path directory = directoryOfThisProgram();
   std::string tried;
   for (const char* relative : {"../lib", "../" BRVHOST_LIBDIR, "."}) {
-    const std::filesystem::path candidate = (directory / relative / kModuleName).lexically_normal();
+    const std::filesystem::path candidate = (directory / relative / ModuleName).lexically_normal();
     std::error_code error;
     if (std::filesystem::exists(candidate, error)) return candidate.string();
     tried += (tried.empty() ? "" : ", ") + candidate.string();

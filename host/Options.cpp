@@ -16,7 +16,7 @@ namespace {
 constexpr unsigned bit(Command command) {
   return 1U << static_cast<unsigned>(command);
 }
-constexpr unsigned kEveryCommand = ~0U;
+constexpr unsigned EveryCommand = ~0U;
 
 struct CommandName {
   std::string_view name;
@@ -24,7 +24,7 @@ struct CommandName {
   std::size_t operandCount;
 };
 
-constexpr CommandName kCommands[] = {
+constexpr CommandName KnownCommands[] = {
     {"list", Command::list, 0},
     {"record", Command::record, 1},
     {"snapshot", Command::snapshot, 2},
@@ -32,10 +32,10 @@ constexpr CommandName kCommands[] = {
 };
 
 double parseSeconds(const std::string& text) {
-  constexpr double kLongest = 366.0 * 24 * 3600;
+  constexpr double Longest = 366.0 * 24 * 3600;
   double seconds = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
-  if (error != std::errc() || end != text.data() + text.size() || !(seconds > 0 && seconds <= kLongest)) {
+  if (error != std::errc() || end != text.data() + text.size() || !(seconds > 0 && seconds <= Longest)) {
     throw UsageError("--seconds takes a number above 0, not \"" + text + "\"");
   }
   return seconds;
@@ -48,13 +48,13 @@ struct OptionName {
   void (*apply)(Options& options, const std::string& value);
 };
 
-constexpr OptionName kOptions[] = {
-    {"--help", false, kEveryCommand, [](Options& options, const std::string&) { options.help = true; }},
-    {"--version", false, kEveryCommand, [](Options& options, const std::string&) { options.version = true; }},
-    {"--quiet", false, kEveryCommand, [](Options& options, const std::string&) { options.quiet = true; }},
-    {"--module", true, kEveryCommand, [](Options& options, const std::string& value) { options.module = value; }},
-    {"--rig", true, kEveryCommand, [](Options& options, const std::string& value) { options.rig = value; }},
-    {"--language", true, kEveryCommand, [](Options& options, const std::string& value) { options.language = value; }},
+constexpr OptionName KnownOptions[] = {
+    {"--help", false, EveryCommand, [](Options& options, const std::string&) { options.help = true; }},
+    {"--version", false, EveryCommand, [](Options& options, const std::string&) { options.version = true; }},
+    {"--quiet", false, EveryCommand, [](Options& options, const std::string&) { options.quiet = true; }},
+    {"--module", true, EveryCommand, [](Options& options, const std::string& value) { options.module = value; }},
+    {"--rig", true, EveryCommand, [](Options& options, const std::string& value) { options.rig = value; }},
+    {"--language", true, EveryCommand, [](Options& options, const std::string& value) { options.language = value; }},
     {"--seconds", true, bit(Command::record) | bit(Command::watch),
      [](Options& options, const std::string& value) { options.seconds = parseSeconds(value); }},
     {"--output", true, bit(Command::record),
@@ -65,20 +65,20 @@ constexpr OptionName kOptions[] = {
 };
 
 const CommandName* findCommand(Command command) {
-  const auto* const found =
-      std::find_if(std::begin(kCommands), std::end(kCommands), [&](auto& entry) { return entry.command == command; });
-  return found == std::end(kCommands) ? nullptr : found;
+  const auto* const found = std::find_if(std::begin(KnownCommands), std::end(KnownCommands),
+                                         [&](auto& entry) { return entry.command == command; });
+  return found == std::end(KnownCommands) ? nullptr : found;
 }
 
 Command commandNamed(const std::string& name) {
-  for (const CommandName& entry : kCommands) {
+  for (const CommandName& entry : KnownCommands) {
     if (entry.name == name) return entry.command;
   }
   throw UsageError("there is no command \"" + name + "\"; try --help");
 }
 
 const OptionName& optionNamed(const std::string& name) {
-  for (const OptionName& entry : kOptions) {
+  for (const OptionName& entry : KnownOptions) {
     if (entry.name == name) return entry;
   }
   throw UsageError("there is no option " + name + "; try --help");
@@ -120,7 +120,7 @@ class Reader {
     } else if (equals != std::string::npos) {
       throw UsageError(std::string(option.name) + " takes no value");
     }
-    if (option.commands != kEveryCommand && std::find(given_.begin(), given_.end(), &option) != given_.end()) {
+    if (option.commands != EveryCommand && std::find(given_.begin(), given_.end(), &option) != given_.end()) {
       throw UsageError(std::string(option.name) + " is given twice");
     }
     given_.push_back(&option);

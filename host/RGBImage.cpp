@@ -8,33 +8,33 @@ namespace brvhost {
 
 namespace {
 
-constexpr int kFractionBits = 16;
-constexpr std::size_t kLargestWidth = 65'535;
+constexpr int FractionBits = 16;
+constexpr std::size_t LargestWidth = 65'535;
 
-/// Factors with kFractionBits of fraction. Chroma comes in twice its value, which keeps the half of a mean.
+/// Factors with FractionBits of fraction. Chroma comes in twice its value, which keeps the half of a mean.
 struct Factors {
   std::int32_t luma, redFromCr, greenFromCb, greenFromCr, blueFromCb;
 };
 
 constexpr std::int32_t fixed(double value) {
-  return static_cast<std::int32_t>(value * (1 << kFractionBits) + (value < 0 ? -0.5 : 0.5));
+  return static_cast<std::int32_t>(value * (1 << FractionBits) + (value < 0 ? -0.5 : 0.5));
 }
 
 /// `red` and `blue` are the parts of the two in luma.
 constexpr Factors makeFactors(double red, double blue) {
-  constexpr double kLumaRange = 255.0 / 219.0;
-  constexpr double kHalfChromaRange = 255.0 / 224.0 / 2;
+  constexpr double LumaRange = 255.0 / 219.0;
+  constexpr double HalfChromaRange = 255.0 / 224.0 / 2;
   const double green = 1 - red - blue;
-  return {fixed(kLumaRange), fixed(2 * (1 - red) * kHalfChromaRange),
-          fixed(-2 * (1 - blue) * blue / green * kHalfChromaRange),
-          fixed(-2 * (1 - red) * red / green * kHalfChromaRange), fixed(2 * (1 - blue) * kHalfChromaRange)};
+  return {fixed(LumaRange), fixed(2 * (1 - red) * HalfChromaRange),
+          fixed(-2 * (1 - blue) * blue / green * HalfChromaRange),
+          fixed(-2 * (1 - red) * red / green * HalfChromaRange), fixed(2 * (1 - blue) * HalfChromaRange)};
 }
 
-constexpr Factors kBT601 = makeFactors(0.299, 0.114);
-constexpr Factors kBT709 = makeFactors(0.2126, 0.0722);
+constexpr Factors BT601 = makeFactors(0.299, 0.114);
+constexpr Factors BT709 = makeFactors(0.2126, 0.0722);
 
 std::uint8_t rounded(std::int32_t value) {
-  return static_cast<std::uint8_t>(std::clamp((value + (1 << (kFractionBits - 1))) >> kFractionBits, 0, 255));
+  return static_cast<std::uint8_t>(std::clamp((value + (1 << (FractionBits - 1))) >> FractionBits, 0, 255));
 }
 
 void writePixel(const Factors& factors, int y, int twiceCb, int twiceCr, std::uint8_t* out) {
@@ -53,7 +53,7 @@ ColorMatrix customaryMatrix(std::size_t height) {
 }
 
 RGBImage convertToRGB(const PictureView& picture, ColorMatrix matrix) {
-  const Factors& factors = matrix == ColorMatrix::bt709 ? kBT709 : kBT601;
+  const Factors& factors = matrix == ColorMatrix::bt709 ? BT709 : BT601;
   RGBImage image{picture.width, picture.height, std::vector<std::uint8_t>(picture.width * picture.height * 3)};
   const std::size_t pairs = chromaWidth(picture.width);
   std::uint8_t* out = image.pixels.data();
@@ -72,7 +72,7 @@ RGBImage convertToRGB(const PictureView& picture, ColorMatrix matrix) {
 RGBImage withSquarePixels(RGBImage image, Rational pixelAspect) {
   const double wanted = std::round(static_cast<double>(image.width) * pixelAspect.value());
   if (!pixelAspect.isKnown() || image.width == 0) return image;
-  const auto width = static_cast<std::size_t>(std::clamp(wanted, 1.0, static_cast<double>(kLargestWidth)));
+  const auto width = static_cast<std::size_t>(std::clamp(wanted, 1.0, static_cast<double>(LargestWidth)));
   if (width == image.width) return image;
 
   RGBImage scaled{width, image.height, std::vector<std::uint8_t>(width * image.height * 3)};

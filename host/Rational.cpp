@@ -7,10 +7,10 @@ namespace brvhost {
 
 namespace {
 
-constexpr double kLargestRatio = 1000;
+constexpr double LargestRatio = 1000;
 // A float holds 24 bits; a division of two of them and the way back lose one or two.
-constexpr double kRelativeTolerance = 3e-7;
-constexpr std::int64_t kLargestTerm = 100'000;
+constexpr double RelativeTolerance = 3e-7;
+constexpr std::int64_t LargestTerm = 100'000;
 
 }  // namespace
 
@@ -22,7 +22,7 @@ Rational reduced(std::int64_t numerator, std::int64_t denominator) {
 
 Rational simplestRatio(float value) {
   const double wanted = value;
-  if (!(wanted >= 1 / kLargestRatio && wanted <= kLargestRatio)) return {};  // NaN included
+  if (!(wanted >= 1 / LargestRatio && wanted <= LargestRatio)) return {};  // NaN included
 
   // Convergents of the continued fraction: each is the best ratio for its size.
   std::int64_t previousNumerator = 0, numerator = 1;
@@ -33,14 +33,14 @@ Rational simplestRatio(float value) {
     const auto term = static_cast<std::int64_t>(whole);
     const std::int64_t nextNumerator = term * numerator + previousNumerator;
     const std::int64_t nextDenominator = term * denominator + previousDenominator;
-    if (nextNumerator > kLargestTerm || nextDenominator > kLargestTerm) break;
+    if (nextNumerator > LargestTerm || nextDenominator > LargestTerm) break;
 
     previousNumerator = numerator;
     previousDenominator = denominator;
     numerator = nextNumerator;
     denominator = nextDenominator;
     const double reached = static_cast<double>(numerator) / static_cast<double>(denominator);
-    if (std::abs(reached - wanted) <= wanted * kRelativeTolerance) break;
+    if (std::abs(reached - wanted) <= wanted * RelativeTolerance) break;
     rest = 1 / (rest - whole);
   }
   return reduced(numerator, denominator);

@@ -14,12 +14,12 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr double kPollSeconds = 0.02;
-constexpr double kProgressSeconds = 1;
-constexpr double kIdleSeconds = 2;
+constexpr double PollSeconds = 0.02;
+constexpr double ProgressSeconds = 1;
+constexpr double IdleSeconds = 2;
 /// How much longer than asked a recording may take by the clock: a camera may be slow to begin, and frames may be
 /// missing.
-constexpr double kGraceSeconds = 5;
+constexpr double GraceSeconds = 5;
 
 double secondsBetween(Clock::time_point from, Clock::time_point to) {
   return std::chrono::duration<double>(to - from).count();
@@ -28,13 +28,13 @@ double secondsBetween(Clock::time_point from, Clock::time_point to) {
 /// Sees when nothing comes any more.
 class IdleWatch {
  public:
-  /// Whether samples have come, but none for kIdleSeconds.
+  /// Whether samples have come, but none for IdleSeconds.
   bool isIdle(std::int64_t sampleCount, Clock::time_point now) {
     if (sampleCount != lastCount_) {
       lastCount_ = sampleCount;
       lastChange_ = now;
     }
-    return lastCount_ > 0 && secondsBetween(lastChange_, now) >= kIdleSeconds;
+    return lastCount_ > 0 && secondsBetween(lastChange_, now) >= IdleSeconds;
   }
 
  private:
@@ -49,27 +49,28 @@ bool isPluggedIn(const Session& session, const Source& source) {
   return false;
 }
 
-/// Runs the main loop until the recording is over. Returns why it is over early, where that needs to be said.
+/// Runs the main loop until the recording is over. Returns what ended it before the user or the source's media did.
 std::optional<std::string> runUntilOver(Session& session, const Source& source, const Recorder& recorder,
                                         const Options& options, Console& console) {
   const Clock::time_point start = Clock::now();
   Clock::time_point nextProgress = start + std::chrono::seconds(1);
   IdleWatch idle;
   while (!recorder.isComplete()) {
-    Session::pump(kPollSeconds);
+    Session::pump(PollSeconds);
     const Clock::time_point now = Clock::now();
-    if (Interrupt::requested()) return "interrupted";
+    if (Interrupt::requested()) return std::nullopt;
+    if (recorder.failure()) return std::nullopt;  // what is left of the recording would hardly fare better
     if (!session.takeDeviceChanges().empty() && !isPluggedIn(session, source)) {
       return source.identifier + " was unplugged";
     }
     const bool isIdle = idle.isIdle(recorder.sampleCount(), now);
     if (options.untilIdle && isIdle) return std::nullopt;
-    if (options.seconds && secondsBetween(start, now) >= *options.seconds + kGraceSeconds) {
+    if (options.seconds && secondsBetween(start, now) >= *options.seconds + GraceSeconds) {
       return "the source did not deliver as much as was asked for";
     }
     if (now >= nextProgress) {
       console.progress(progressText(secondsBetween(start, now), recorder));
-      nextProgress += std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(kProgressSeconds));
+      nextProgress += std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(ProgressSeconds));
     }
   }
   return std::nullopt;
@@ -94,9 +95,10 @@ void recordSource(Session& session, const Options& options, std::ostream& out, C
   recorder.finish();
   console.endProgress();
 
-  if (earlyEnd) console.line(*earlyEnd);
+  if (Interrupt::requested()) console.line("interrupted");
   out << reportText(recorder, ticksPerSecond) << std::flush;
   if (const auto shortfall = shortfallOf(recorder)) throw Failure(*shortfall);
+  if (earlyEnd) throw Failure(*earlyEnd);
 }
 
 }  // namespace brvhost

@@ -17,7 +17,7 @@ namespace brvhost {
 namespace {
 
 /// The module asks that its property argument "required" be anything but null.
-constexpr int kRequired = 0;
+constexpr int Required = 0;
 
 extern "C" const char* localize(const char* key) {
   return translated(key);
@@ -93,7 +93,7 @@ std::vector<Source> Session::sources() const {
     source.providesVideo = supports("ProvidesVideo");
     source.providesAudio = supports("ProvidesAudio");
     source.isHDV = supports("HDV");
-    module_->getProperty(&source.deviceId, storeString, "device_id", &kRequired, identifier);
+    module_->getProperty(&source.deviceId, storeString, "device_id", &Required, identifier);
     found.push_back(std::move(source));
   }
   return found;
@@ -102,6 +102,7 @@ std::vector<Source> Session::sources() const {
 Source Session::find(const std::string& wanted) const {
   std::vector<Source> known = sources();
   std::vector<std::string> identifiers;
+  identifiers.reserve(known.size());
   for (const Source& source : known) identifiers.push_back(source.identifier);
   const std::vector<std::size_t> matches = matchSource(identifiers, wanted);
   if (matches.size() == 1) return std::move(known[matches.front()]);
@@ -115,7 +116,7 @@ Source Session::find(const std::string& wanted) const {
 FrameTiming Session::timing(const std::string& identifier) const {
   FrameTiming timing;
   timing.ticksPerSecond = module_->getTimescaleTicksPerSec(nullptr, identifier.c_str());
-  module_->getProperty(&timing.frameDuration, storeInteger, "frame_duration", &kRequired, identifier.c_str());
+  module_->getProperty(&timing.frameDuration, storeInteger, "frame_duration", &Required, identifier.c_str());
   return timing;
 }
 

@@ -3,7 +3,6 @@
 // The module in use: initialised, its services registered, its sources known. Made, called and destroyed by the main
 // thread, but for what is marked otherwise.
 
-#include <optional>
 #include <string>
 #include <vector>
 

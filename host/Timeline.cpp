@@ -10,7 +10,7 @@ namespace brvhost {
 namespace {
 
 /// Keeps sums of absurd gaps within an integer.
-constexpr std::int64_t kMostFrames = std::numeric_limits<std::int64_t>::max() / 4;
+constexpr std::int64_t MostFrames = std::numeric_limits<std::int64_t>::max() / 4;
 
 }  // namespace
 
@@ -46,7 +46,7 @@ bool VideoTimeline::liesBehind(double seconds, std::int64_t stamp, const FrameTi
 void VideoTimeline::add(std::int64_t stamp, const FrameTiming& timing) {
   if (continues(timing)) {
     const std::int64_t missing = framesMissing(lastStamp_, stamp, timing.frameDuration) - unstamped_;
-    dropped_ = std::min(dropped_ + std::clamp<std::int64_t>(missing, 0, kMostFrames), kMostFrames);
+    dropped_ = std::min(dropped_ + std::clamp<std::int64_t>(missing, 0, MostFrames), MostFrames);
   }
   if (timing.isKnown()) {
     lastPosition_ = positionOf(stamp, timing);
@@ -65,20 +65,20 @@ void VideoTimeline::add(std::int64_t stamp, const FrameTiming& timing) {
 
 std::int32_t soundTicksPerSecond(std::int32_t sourceTicksPerSecond, std::int64_t firstStamp, std::int64_t lastStamp,
                                  std::int64_t frames, std::int32_t sampleRate) {
-  constexpr double kTolerance = 0.02;  // well apart from 44,100 to 48,000, well above jitter and drift
-  static constexpr std::int32_t kCustomary[] = {600,     1'000,   8'000,   11'025,    16'000,       22'050, 24'000,
-                                                32'000,  44'100,  48'000,  88'200,    90'000,       96'000, 176'400,
-                                                192'000, 240'000, 600'000, 1'000'000, 1'000'000'000};
+  constexpr double Tolerance = 0.02;  // well apart from 44,100 to 48,000, well above jitter and drift
+  static constexpr std::int32_t Customary[] = {600,     1'000,   8'000,   11'025,    16'000,       22'050, 24'000,
+                                               32'000,  44'100,  48'000,  88'200,    90'000,       96'000, 176'400,
+                                               192'000, 240'000, 600'000, 1'000'000, 1'000'000'000};
 
   const auto source = std::max<std::int32_t>(sourceTicksPerSecond, 0);
   if (frames <= 0 || sampleRate <= 0 || lastStamp <= firstStamp) return source;
   const double elapsed = static_cast<double>(frames) / sampleRate;
   const double measured = (static_cast<double>(lastStamp) - static_cast<double>(firstStamp)) / elapsed;
-  const auto fits = [measured](std::int32_t rate) { return std::abs(rate - measured) <= kTolerance * measured; };
+  const auto fits = [measured](std::int32_t rate) { return std::abs(rate - measured) <= Tolerance * measured; };
 
   if (source > 0 && fits(source)) return source;
   const auto* const nearest = std::min_element(
-      std::begin(kCustomary), std::end(kCustomary),
+      std::begin(Customary), std::end(Customary),
       [measured](std::int32_t a, std::int32_t b) { return std::abs(a - measured) < std::abs(b - measured); });
   if (fits(*nearest)) return *nearest;
   return measured < std::numeric_limits<std::int32_t>::max() ? static_cast<std::int32_t>(std::lround(measured)) : 0;

@@ -11,7 +11,7 @@ struct Translation {
   const char* text;
 };
 
-constexpr Translation kEnglish[] = {
+constexpr Translation English[] = {
     {"p_source_systemdevice", "System Devices"},
     {"av_source_no_video_settings", "No video settings"},
     {"av_source_no_audio_settings", "No audio settings"},
@@ -24,7 +24,7 @@ constexpr Translation kEnglish[] = {
 
 const char* translated(const char* key) noexcept {
   if (key == nullptr) return "";
-  for (const Translation& translation : kEnglish) {
+  for (const Translation& translation : English) {
     if (translation.key == key) return translation.text;
   }
   return key;

@@ -9,9 +9,10 @@ namespace brvhost {
 
 namespace {
 
-/// Half a second at 60 frames a second: longer than disks usually hesitate, short enough for memory.
-constexpr std::size_t kQueueLength = 32;
-constexpr std::chrono::milliseconds kPatience{1'000};
+/// Every frame that waits keeps one of the source's pixel buffers, of which there may be no more than 16; when they are
+/// all out, the source loses frames. This leaves it enough to work with.
+constexpr std::size_t QueueLength = 8;
+constexpr std::chrono::milliseconds Patience{1'000};
 
 }  // namespace
 
@@ -19,7 +20,7 @@ VideoTrack::VideoTrack(const std::string& path, std::optional<double> seconds, s
     : path_(path),
       seconds_(seconds),
       askForTiming_(std::move(timing)),
-      queue_(kQueueLength),
+      queue_(QueueLength),
       file_(path),
       thread_([this] { writeFrames(); }) {}
 
@@ -31,7 +32,7 @@ void VideoTrack::frameArrived(const BRV_VideoBuffer& record) noexcept {
   if (!isArmed_.load(std::memory_order_acquire) || isComplete()) return;
   try {
     if (!accept(record)) return;
-    const bool isQueued = queue_.push(kPatience, [&](Frame& frame) {
+    const bool isQueued = queue_.push(Patience, [&](Frame& frame) {
       frame.picture = PixelBuffer::retain(static_cast<CVPixelBufferRef>(record.data));
       frame.displayWidth = record.width;
       frame.displayHeight = record.height;

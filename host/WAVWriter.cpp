@@ -22,33 +22,33 @@ class HeaderBuilder {
     for (std::size_t i = 0; i < byteCount; ++i) bytes_[used_++] = static_cast<std::uint8_t>(value >> (8 * i));
   }
 
-  const std::array<std::uint8_t, kWAVHeaderBytes>& bytes() const { return bytes_; }
+  const std::array<std::uint8_t, WAVHeaderBytes>& bytes() const { return bytes_; }
 
  private:
-  std::array<std::uint8_t, kWAVHeaderBytes> bytes_{};
+  std::array<std::uint8_t, WAVHeaderBytes> bytes_{};
   std::size_t used_ = 0;
 };
 
-constexpr std::uint64_t kBytesBehindRIFFSize = kWAVHeaderBytes - 8;
-constexpr std::uint32_t kSizeIsElsewhere = std::numeric_limits<std::uint32_t>::max();
-constexpr std::uint64_t kWideSizesBytes = 28;
+constexpr std::uint64_t BytesBehindRIFFSize = WAVHeaderBytes - 8;
+constexpr std::uint32_t SizeIsElsewhere = std::numeric_limits<std::uint32_t>::max();
+constexpr std::uint64_t WideSizesBytes = 28;
 
 }  // namespace
 
-std::array<std::uint8_t, kWAVHeaderBytes> wavHeader(const PCMFormat& format, std::uint64_t dataBytes) {
-  const std::uint64_t riffBytes = kBytesBehindRIFFSize + dataBytes;
-  const bool isWide = riffBytes >= kSizeIsElsewhere;
+std::array<std::uint8_t, WAVHeaderBytes> wavHeader(const PCMFormat& format, std::uint64_t dataBytes) {
+  const std::uint64_t riffBytes = BytesBehindRIFFSize + dataBytes;
+  const bool isWide = riffBytes >= SizeIsElsewhere;
   const auto frameBytes = static_cast<std::uint64_t>(format.bytesPerFrame());
   const auto sampleRate = static_cast<std::uint64_t>(format.sampleRate);
 
   HeaderBuilder header;
   isWide ? header.tag("RF64") : header.tag("RIFF");
-  header.number(isWide ? kSizeIsElsewhere : riffBytes, 4);
+  header.number(isWide ? SizeIsElsewhere : riffBytes, 4);
   header.tag("WAVE");
 
   // A reader passes over "JUNK"; the same bytes hold the 64-bit sizes once they are needed.
   isWide ? header.tag("ds64") : header.tag("JUNK");
-  header.number(kWideSizesBytes, 4);
+  header.number(WideSizesBytes, 4);
   header.number(isWide ? riffBytes : 0, 8);
   header.number(isWide ? dataBytes : 0, 8);
   header.number(isWide ? dataBytes / frameBytes : 0, 8);
@@ -64,7 +64,7 @@ std::array<std::uint8_t, kWAVHeaderBytes> wavHeader(const PCMFormat& format, std
   header.number(static_cast<std::uint64_t>(format.bitsPerSample), 2);
 
   header.tag("data");
-  header.number(isWide ? kSizeIsElsewhere : dataBytes, 4);
+  header.number(isWide ? SizeIsElsewhere : dataBytes, 4);
   return header.bytes();
 }
 

@@ -20,10 +20,10 @@ struct PCMFormat {
   friend bool operator==(const PCMFormat&, const PCMFormat&) = default;
 };
 
-inline constexpr std::size_t kWAVHeaderBytes = 80;
+inline constexpr std::size_t WAVHeaderBytes = 80;
 
 /// Everything before the samples, for a file with `dataBytes` of them.
-std::array<std::uint8_t, kWAVHeaderBytes> wavHeader(const PCMFormat& format, std::uint64_t dataBytes);
+std::array<std::uint8_t, WAVHeaderBytes> wavHeader(const PCMFormat& format, std::uint64_t dataBytes);
 
 class WAVWriter {
  public:

@@ -9,7 +9,7 @@ namespace brvhost {
 
 namespace {
 
-constexpr char kFrameMarker[] = {'F', 'R', 'A', 'M', 'E', '\n'};
+constexpr char FrameMarker[] = {'F', 'R', 'A', 'M', 'E', '\n'};
 
 }  // namespace
 
@@ -21,8 +21,8 @@ std::string y4mHeader(const Y4MFormat& format) {
 }
 
 Y4MWriter::Y4MWriter(OutputFile file, const Y4MFormat& format)
-    : file_(std::move(file)), format_(format), frame_(sizeof kFrameMarker + planarBytes(format.width, format.height)) {
-  std::copy(std::begin(kFrameMarker), std::end(kFrameMarker), frame_.begin());
+    : file_(std::move(file)), format_(format), frame_(sizeof FrameMarker + planarBytes(format.width, format.height)) {
+  std::copy(std::begin(FrameMarker), std::end(FrameMarker), frame_.begin());
   const std::string header = y4mHeader(format_);
   file_.write(header.data(), header.size());
 }
@@ -32,7 +32,7 @@ void Y4MWriter::writeFrame(const PictureView& picture) {
     throw Failure(formatted("a picture of %zu x %zu does not belong into %s, which holds %zu x %zu", picture.width,
                             picture.height, file_.path().c_str(), format_.width, format_.height));
   }
-  repackPlanar(picture, frame_.data() + sizeof kFrameMarker);
+  repackPlanar(picture, frame_.data() + sizeof FrameMarker);
   const std::uint64_t sizeBefore = file_.size();
   try {
     file_.write(frame_.data(), frame_.size());

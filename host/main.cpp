@@ -24,6 +24,6 @@ int main(int argumentCount, char** arguments) {
   } catch (const std::exception& exception) {
     console.endProgress();
     console.line(std::string("brvhost: ") + exception.what());
-    return kExitFailed;
+    return ExitFailed;
   }
 }

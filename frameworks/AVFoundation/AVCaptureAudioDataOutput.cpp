@@ -95,7 +95,8 @@ struct AVCaptureAudioDataOutput::Implementation final : SampleReceiver {
   std::mutex settingsLock;
   std::optional<AudioSettings> settings;
 
-  // Used on the device's lane alone.
+  // Used on the device's lane, and when that has stopped; the lock keeps the next start out meanwhile.
+  std::mutex laneLock;
   Ref<BlockPool> blocks = makeRef<BlockPool>();
   std::optional<AudioStreamConverter> converter;
   std::uint32_t absorbed = 0;  ///< chunks that are in the converter and have not led to a sample yet
@@ -128,10 +129,12 @@ AVCaptureOutputStatistics AVCaptureAudioDataOutput::statistics() const {
 bool AVCaptureAudioDataOutput::hasRoom() { return _implementation->delivery.waitingFrames() == 0; }
 
 void AVCaptureAudioDataOutput::finish() {
-  // Nothing comes in any more, so the lane's state may be touched here.
   Implementation& self = *_implementation;
-  if (self.absorbed > 0) self.delivery.push({}, SampleFate::stopped, nullptr, std::exchange(self.absorbed, 0));
-  if (self.converter) self.converter->endStream();
+  {
+    std::lock_guard lock(self.laneLock);
+    if (self.absorbed > 0) self.delivery.push({}, SampleFate::stopped, nullptr, std::exchange(self.absorbed, 0));
+    if (self.converter) self.converter->endStream();
+  }
   self.delivery.finish();
 }
 
@@ -141,6 +144,7 @@ void AVCaptureAudioDataOutput::receive(const hardware::AudioChunk& chunk, AVCapt
   if (self.delivery.waitingFrames() >= MostBuffersWaiting) {
     return self.delivery.push({}, SampleFate::late, connection);
   }
+  std::lock_guard lock(self.laneLock);
   auto result = self.converterFor(chunk.format->stream).convert(chunk, *self.blocks);
   if (result.failed) return self.delivery.push({}, SampleFate::noBuffer, connection);
   ++self.absorbed;

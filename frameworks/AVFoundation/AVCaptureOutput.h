@@ -59,7 +59,8 @@ class AVCaptureVideoDataOutputSampleBufferDelegate {
                                                   AVCaptureConnection* connection) = 0;
 
   // captureOutput:didDropSampleBuffer:fromConnection:
-  /// A frame that was captured and will not come: a sample with its time and without its picture. Once for every such frame.
+  /// A frame that was captured and will not come: a sample with its time and without its picture, null when memory is
+  /// short. Once for every such frame.
   virtual void captureOutputDidDropSampleBuffer(AVCaptureOutput* output, CMSampleBufferRef sampleBuffer,
                                                 AVCaptureConnection* connection) {
     static_cast<void>(output), static_cast<void>(sampleBuffer), static_cast<void>(connection);

@@ -15,6 +15,11 @@ bool offers(const AVCaptureDevice& device, AVMediaType mediaType) {
   return device.hasMediaType(mediaType) || device.hasMediaType(AVMediaTypeMuxed);
 }
 
+bool offersNothingElse(const AVCaptureDevice& device, AVMediaType mediaType) {
+  const AVMediaType other = mediaType == AVMediaTypeVideo ? AVMediaTypeAudio : AVMediaTypeVideo;
+  return device.hasMediaType(mediaType) && !device.hasMediaType(other) && !device.hasMediaType(AVMediaTypeMuxed);
+}
+
 /// The connections of each device, so that a device starts and stops once for all of its own.
 std::map<AVCaptureDevice*, std::vector<Ref<AVCaptureConnection>>> byDevice(
     const std::vector<Ref<AVCaptureConnection>>& connections) {
@@ -26,7 +31,9 @@ std::map<AVCaptureDevice*, std::vector<Ref<AVCaptureConnection>>> byDevice(
 }  // namespace
 
 AVCaptureSession::~AVCaptureSession() {
-  if (isRunning()) stop(_connections);
+  if (!isRunning()) return;
+  cutOff(_connections);
+  for (const auto& output : _outputs) output->finish();
 }
 
 void AVCaptureSession::addInput(AVCaptureDeviceInput* input) {
@@ -46,35 +53,46 @@ void AVCaptureSession::addOutput(AVCaptureOutput* output) {
 }
 
 void AVCaptureSession::removeOutput(AVCaptureOutput* output) {
-  std::lock_guard lock(_lock);
-  if (!output || !holds(_outputs, output)) return;
-  std::vector<Ref<AVCaptureConnection>> removed;
-  std::erase_if(_connections, [&](const Ref<AVCaptureConnection>& connection) {
-    if (&connection->output() != output) return false;
-    removed.push_back(connection);
-    return true;
-  });
-  if (isRunning()) stop(removed);
-  std::erase_if(_outputs, [&](const Ref<AVCaptureOutput>& entry) { return entry.get() == output; });
+  const auto kept = Ref<AVCaptureOutput>::retain(output);
+  {
+    std::lock_guard lock(_lock);
+    if (!output || !holds(_outputs, output)) return;
+    std::vector<Ref<AVCaptureConnection>> removed;
+    std::erase_if(_connections, [&](const Ref<AVCaptureConnection>& connection) {
+      if (&connection->output() != output) return false;
+      removed.push_back(connection);
+      return true;
+    });
+    if (isRunning()) cutOff(removed);
+    std::erase_if(_outputs, [&](const Ref<AVCaptureOutput>& entry) { return entry.get() == output; });
+  }
+  output->finish();
 }
 
 void AVCaptureSession::startRunning() {
   {
     std::lock_guard lock(_lock);
     if (isRunning()) return;
-    _running.store(true, std::memory_order_release);
     start(_connections);
+    _running.store(true, std::memory_order_release);
   }
   NSNotificationCenter::defaultCenter().postNotificationName(AVCaptureSessionDidStartRunningNotification, this);
 }
 
+/// First nothing comes in any more, then what is in goes out. A call that finds the session stopped by another thread
+/// waits for that as well.
 void AVCaptureSession::stopRunning() {
+  bool wasRunning;
+  std::vector<Ref<AVCaptureOutput>> outputs;
   {
     std::lock_guard lock(_lock);
-    if (!isRunning()) return;
-    stop(_connections);
+    wasRunning = isRunning();
+    if (wasRunning) cutOff(_connections);
     _running.store(false, std::memory_order_release);
+    outputs = _outputs;
   }
+  for (const auto& output : outputs) output->finish();
+  if (!wasRunning) return;
   NSNotificationCenter::defaultCenter().postNotificationName(AVCaptureSessionDidStopRunningNotification, this);
 }
 
@@ -84,9 +102,15 @@ bool AVCaptureSession::isConnected(const AVCaptureOutput& output) const {
 }
 
 void AVCaptureSession::connect(AVCaptureOutput& output) {
-  const auto input = std::find_if(_inputs.rbegin(), _inputs.rend(), [&](const Ref<AVCaptureDeviceInput>& candidate) {
-    return offers(candidate->device(), output.mediaType());
+  const AVMediaType mediaType = output.mediaType();
+  auto input = std::find_if(_inputs.rbegin(), _inputs.rend(), [&](const Ref<AVCaptureDeviceInput>& candidate) {
+    return offersNothingElse(candidate->device(), mediaType);
   });
+  if (input == _inputs.rend()) {
+    input = std::find_if(_inputs.rbegin(), _inputs.rend(), [&](const Ref<AVCaptureDeviceInput>& candidate) {
+      return offers(candidate->device(), mediaType);
+    });
+  }
   if (input == _inputs.rend()) return;
   auto connection = makeRef<AVCaptureConnection>(*input, Ref<AVCaptureOutput>::retain(&output));
   _connections.push_back(connection);
@@ -97,8 +121,7 @@ void AVCaptureSession::start(const std::vector<Ref<AVCaptureConnection>>& connec
   for (const auto& [device, own] : byDevice(connections)) device->stream().add(own);
 }
 
-/// First nothing comes in any more, then what is in goes out.
-void AVCaptureSession::stop(const std::vector<Ref<AVCaptureConnection>>& connections) {
+/// After the return the connections' outputs receive nothing more.
+void AVCaptureSession::cutOff(const std::vector<Ref<AVCaptureConnection>>& connections) {
   for (const auto& [device, own] : byDevice(connections)) device->stream().remove(own);
-  for (const auto& connection : connections) connection->output().finish();
 }

@@ -29,8 +29,8 @@ class AVCaptureConnection final : public NSObject {
   Ref<AVCaptureOutput> _output;
 };
 
-/// Any thread may call it; calls are carried out one after the other. Each output is connected to one input
-/// that has its medium, the one added last when there are several at the time the output is added. A device that is
+/// Any thread may call it, a delegate's queue included. Each output is connected to one input that has its medium: at
+/// the time the output is added, the latest input of a device with that medium alone, or else the latest. A device that is
 /// unplugged while the session runs delivers nothing, and delivers again when it is back; the session goes on.
 class AVCaptureSession final : public NSObject {
  public:
@@ -58,8 +58,10 @@ class AVCaptureSession final : public NSObject {
 
   bool isConnected(const AVCaptureOutput& output) const;
   void connect(AVCaptureOutput& output);
-  void start(const std::vector<Ref<AVCaptureConnection>>& connections);
-  void stop(const std::vector<Ref<AVCaptureConnection>>& connections);
+  static void start(const std::vector<Ref<AVCaptureConnection>>& connections);
+  static void cutOff(const std::vector<Ref<AVCaptureConnection>>& connections);
+
+  /// Never held while a delegate's queue is waited for.
 
   std::mutex _lock;
   std::atomic<bool> _running{false};

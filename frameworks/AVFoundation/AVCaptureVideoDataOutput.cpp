@@ -81,7 +81,9 @@ void AVCaptureVideoDataOutput::receive(const hardware::VideoFrame& frame, CFDict
     image = self.draw(frame, pixelAspectRatio);
     if (!image) return self.pushDropped(time, frame.duration, SampleFate::noBuffer, connection);
   }
-  self.delivery.push(self.makeSample(image.get(), time, frame.duration), SampleFate::deliver, connection);
+  auto sample = self.makeSample(image.get(), time, frame.duration);
+  const auto fate = sample ? SampleFate::deliver : SampleFate::noBuffer;
+  self.delivery.push(std::move(sample), fate, connection);
 }
 
 void AVCaptureVideoDataOutput::receiveLost(CMTime presentationTime, CMTime duration, AVCaptureConnection* connection) {
@@ -94,9 +96,16 @@ void AVCaptureVideoDataOutput::Implementation::handOver(void* delegate, SampleFa
   if (fate == SampleFate::deliver) {
     connection->input().device().stream().outputHasRoom();
     receiver->captureOutputDidOutputSampleBuffer(&output, sample, connection);
-  } else {
-    receiver->captureOutputDidDropSampleBuffer(&output, sample, connection);
+    return;
   }
+  // A frame that was still waiting when the session stopped has its picture yet.
+  CFRef<CMSampleBufferRef> withoutPicture;
+  if (sample && CMSampleBufferGetImageBuffer(sample)) {
+    withoutPicture =
+        makeSample(nullptr, CMSampleBufferGetPresentationTimeStamp(sample), CMSampleBufferGetDuration(sample));
+    sample = withoutPicture.get();
+  }
+  receiver->captureOutputDidDropSampleBuffer(&output, sample, connection);
 }
 
 bool AVCaptureVideoDataOutput::Implementation::prepareFor(std::int32_t newWidth, std::int32_t newHeight) {

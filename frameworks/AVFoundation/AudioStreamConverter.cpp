@@ -49,6 +49,7 @@ AudioStreamConverter::~AudioStreamConverter() {
 }
 
 AudioStreamConverter::Result AudioStreamConverter::convert(const hardware::AudioChunk& chunk, BlockPool& blocks) {
+  if (chunk.frameCount == 0) return {};  // to the converter it would mean that the input has ended
   if (!prepareFor(*chunk.format)) return {{}, true};
   if (!follows(chunk)) endStream();
 

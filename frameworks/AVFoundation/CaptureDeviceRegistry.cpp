@@ -1,4 +1,5 @@
 #include <AVFoundation/CaptureDeviceRegistry.h>
+#include <AVFoundation/CaptureStream.h>
 
 #include <algorithm>
 
@@ -14,20 +15,27 @@ CaptureDeviceRegistry& CaptureDeviceRegistry::shared() {
 
 void CaptureDeviceRegistry::prepare() {
   std::lock_guard preparation(_preparation);
+  std::shared_ptr<hardware::Provider> provider;
   {
     std::lock_guard lock(_lock);
     if (_provider) return;
-    _provider = hardware::systemProvider();
+    _provider = provider = hardware::systemProvider();
   }
-  const auto provider = _provider;
-  provider->setEventHandler([this](hardware::DeviceEvent event, const std::shared_ptr<hardware::Device>& device) {
-    handle(event, device);
+  provider->setEventHandler([this, from = provider.get()](hardware::DeviceEvent event,
+                                                          const std::shared_ptr<hardware::Device>& device) {
+    handle(from, event, device);
   });
-  // A device that comes in between is seen twice, which does no harm.
+  attachPresent(provider);
+}
+
+/// Enters the devices that are there already. Their events come at the same time; one change waits for the other.
+void CaptureDeviceRegistry::attachPresent(const std::shared_ptr<hardware::Provider>& provider) {
+  std::lock_guard changes(_changes);
   for (const auto& device : provider->devices()) {
     Ref<AVCaptureDevice> object;
     {
       std::lock_guard lock(_lock);
+      if (_provider != provider) return;
       Entry& entry = entryFor(device->description());
       entry.isConnected = true;
       object = entry.device;
@@ -36,21 +44,16 @@ void CaptureDeviceRegistry::prepare() {
   }
 }
 
+/// The provider's handler may be running, and wait for devices to be listed, while it is retired.
 void CaptureDeviceRegistry::forgetProvider() {
-  std::lock_guard preparation(_preparation);
   std::shared_ptr<hardware::Provider> provider;
-  {
-    std::lock_guard lock(_lock);
-    provider = std::exchange(_provider, nullptr);
-  }
-  if (provider) provider->setEventHandler(nullptr);
-
   std::vector<Entry> entries;
   {
     std::lock_guard lock(_lock);
-    entries = std::move(_entries);
-    _entries.clear();
+    provider = std::exchange(_provider, nullptr);
+    entries = std::exchange(_entries, {});
   }
+  if (provider) provider->setEventHandler(nullptr);
   for (const Entry& entry : entries) entry.device->detach();
 }
 
@@ -84,25 +87,33 @@ void CaptureDeviceRegistry::setAllowsScreenCaptureDevices(bool allows) {
   post(allows ? AVCaptureDeviceWasConnectedNotification : AVCaptureDeviceWasDisconnectedNotification, changed);
 }
 
-void CaptureDeviceRegistry::handle(hardware::DeviceEvent event, const std::shared_ptr<hardware::Device>& device) {
+void CaptureDeviceRegistry::handle(const hardware::Provider* provider, hardware::DeviceEvent event,
+                                   const std::shared_ptr<hardware::Device>& device) {
   const bool isAttached = event == hardware::DeviceEvent::attached;
   Ref<AVCaptureDevice> object;
   bool isToldOf;
   {
-    std::lock_guard lock(_lock);
-    Entry& entry = entryFor(device->description());
-    const bool wasListed = isListed(entry);
-    entry.isConnected = isAttached;
-    isToldOf = wasListed || isListed(entry);
-    object = entry.device;
-    // A device that comes back is listed behind the others, as a new one would be.
-    const auto position = _entries.begin() + (&entry - _entries.data());
-    if (isAttached) std::rotate(position, position + 1, _entries.end());
-  }
-  if (isAttached) {
-    object->attach(device);
-  } else {
-    object->detach();
+    std::lock_guard changes(_changes);
+    {
+      std::lock_guard lock(_lock);
+      if (_provider.get() != provider) return;
+      Entry& entry = entryFor(device->description());
+      object = entry.device;
+      // What left may have come back already, as another piece of hardware.
+      const auto present = object->stream().hardware();
+      if (!isAttached && present && present != device) return;
+      const bool wasListed = isListed(entry);
+      entry.isConnected = isAttached;
+      isToldOf = wasListed || isListed(entry);
+      // A device that comes back is listed behind the others, as a new one would be.
+      const auto position = _entries.begin() + (&entry - _entries.data());
+      if (isAttached) std::rotate(position, position + 1, _entries.end());
+    }
+    if (isAttached) {
+      object->attach(device);
+    } else {
+      object->detach();
+    }
   }
   if (isToldOf) {
     post(isAttached ? AVCaptureDeviceWasConnectedNotification : AVCaptureDeviceWasDisconnectedNotification, {object});

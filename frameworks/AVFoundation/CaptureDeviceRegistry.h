@@ -34,14 +34,18 @@ class CaptureDeviceRegistry {
   /// Takes the system's provider into use if that has not happened. Called without the lock.
   void prepare();
   void forgetProvider();
-  void handle(hardware::DeviceEvent event, const std::shared_ptr<hardware::Device>& device);
+  void handle(const hardware::Provider* provider, hardware::DeviceEvent event,
+              const std::shared_ptr<hardware::Device>& device);
+  void attachPresent(const std::shared_ptr<hardware::Provider>& provider);
   bool isListed(const Entry& entry) const { return entry.isConnected && (!entry.isScreenCapture || _allowsScreenCapture); }
   Entry& entryFor(const hardware::DeviceDescription& description);
   void dropUnused();
   static void post(NSNotificationName name, const std::vector<Ref<AVCaptureDevice>>& devices);
 
-  /// Held while the provider is taken into use or dropped.
+  /// Held while the provider is taken into use.
   std::mutex _preparation;
+  /// Held while a change of one device is carried out, so that changes end in the order in which they came.
+  std::mutex _changes;
   std::mutex _lock;
   std::shared_ptr<hardware::Provider> _provider;
   std::vector<Entry> _entries;  ///< connected ones in the order of their connection

@@ -1,11 +1,13 @@
 #include <AVFoundation/SampleDelivery.h>
 
+#include <AVFoundation/CaptureStream.h>
+
 #include <utility>
 
 namespace {
 
-// Consecutive reports beyond this many share one place in the line, so that a delegate that is stuck for hours
-// costs no memory. Every drop is still reported.
+// Reports beyond this many share places in the line, so that a delegate that is stuck for hours costs no memory. Every
+// drop is still reported.
 constexpr std::size_t LongestLine = 64;
 
 }  // namespace
@@ -13,14 +15,19 @@ constexpr std::size_t LongestLine = 64;
 void SampleDelivery::setDelegate(void* delegate, dispatch_queue_t queue) {
   std::vector<Item> dropped;
   CFRef<dispatch_queue_t> former;
-  std::lock_guard lock(_lock);
-  _delegate = queue ? delegate : nullptr;
-  former = std::exchange(_queue, CFRef<dispatch_queue_t>::retain(_delegate ? queue : nullptr));
-  while (_length > 0) {
-    Item item = takeFirst();
-    _statistics.pending -= item.count;
-    count(item.fate == SampleFate::deliver ? SampleFate::stopped : item.fate, item.count);
-    dropped.push_back(std::move(item));
+  {
+    std::lock_guard lock(_lock);
+    _delegate = queue ? delegate : nullptr;
+    former = std::exchange(_queue, CFRef<dispatch_queue_t>::retain(_delegate ? queue : nullptr));
+    while (_length > 0) {
+      Item item = takeFirst();
+      _statistics.pending -= item.count;
+      count(item.fate == SampleFate::deliver ? SampleFate::stopped : item.fate, item.count);
+      dropped.push_back(std::move(item));
+    }
+  }
+  for (const Item& item : dropped) {
+    if (item.connection) item.connection->input().device().stream().outputHasRoom();
   }
 }
 
@@ -34,11 +41,6 @@ std::size_t SampleDelivery::waitingFrames() const {
   return _waitingFrames;
 }
 
-bool SampleDelivery::isBusy() const {
-  std::lock_guard lock(_lock);
-  return _delivering || _waitingFrames > 0;
-}
-
 void SampleDelivery::push(CFRef<CMSampleBufferRef> sample, SampleFate fate, AVCaptureConnection* connection,
                           std::uint32_t count) {
   dispatch_queue_t queue;
@@ -50,13 +52,7 @@ void SampleDelivery::push(CFRef<CMSampleBufferRef> sample, SampleFate fate, AVCa
       return;
     }
     _statistics.pending += count;
-    if (fate != SampleFate::deliver && _length >= LongestLine) {
-      Item& last = _line[(_first + _length - 1) % _line.size()];
-      if (last.fate == fate) {
-        last.count += count;
-        return;
-      }
-    }
+    if (mergeReport(fate, count)) return;
     append({std::move(sample), Ref<AVCaptureConnection>::retain(connection), fate, count});
     queue = _queue.get();
     _output.retain();
@@ -80,7 +76,7 @@ void SampleDelivery::deliverNext() {
     if (_length == 0 || !dispatch_queue_is_current(_queue.get())) return;
     item = takeFirst();
     delegate = _delegate;
-    _delivering = true;
+    _deliveringOn = _queue;
   }
 
   const std::uint32_t calls = item.fate == SampleFate::deliver ? 1 : item.count;
@@ -88,30 +84,34 @@ void SampleDelivery::deliverNext() {
     _receiver.handOver(delegate, item.fate, item.sample.get(), item.connection.get());
   }
 
+  CFRef<dispatch_queue_t> queue;
   std::lock_guard lock(_lock);
-  _delivering = false;
+  if (_deliveringOn && dispatch_queue_is_current(_deliveringOn.get())) std::swap(queue, _deliveringOn);
   _statistics.pending -= item.count;
   count(item.fate, item.count);
 }
 
 void SampleDelivery::finish() {
   CFRef<dispatch_queue_t> queue;
+  CFRef<dispatch_queue_t> deliveringOn;
   {
     std::lock_guard lock(_lock);
     queue = _queue;
+    deliveringOn = _deliveringOn;
   }
-  if (!queue) return;
-  if (dispatch_queue_is_current(queue.get())) {
+  if (queue && dispatch_queue_is_current(queue.get())) {
     dropWaitingFrames();
-  } else {
+  } else if (queue) {
     dispatch_sync(queue.get(), [] {});
   }
+  const bool isElsewhere = deliveringOn && deliveringOn.get() != queue.get();
+  if (isElsewhere && !dispatch_queue_is_current(deliveringOn.get())) dispatch_sync(deliveringOn.get(), [] {});
 }
 
 void SampleDelivery::dropWaitingFrames() {
   std::lock_guard lock(_lock);
   for (std::size_t i = 0; i < _length; ++i) {
-    Item& item = _line[(_first + i) % _line.size()];
+    Item& item = at(i);
     if (item.fate == SampleFate::deliver) item.fate = SampleFate::stopped;
   }
   _waitingFrames = 0;
@@ -154,12 +154,23 @@ void SampleDelivery::append(Item item) {
   if (_length == _line.size()) {
     std::vector<Item> longer;
     longer.reserve(_length == 0 ? 8 : 2 * _length);
-    for (std::size_t i = 0; i < _length; ++i) longer.push_back(std::move(_line[(_first + i) % _line.size()]));
+    for (std::size_t i = 0; i < _length; ++i) longer.push_back(std::move(at(i)));
     longer.resize(longer.capacity());
     _line = std::move(longer);
     _first = 0;
   }
   if (item.fate == SampleFate::deliver) ++_waitingFrames;
-  _line[(_first + _length) % _line.size()] = std::move(item);
+  at(_length) = std::move(item);
   ++_length;
+}
+
+/// In a long line, adds a report to one of the same fate that no frame separates it from.
+bool SampleDelivery::mergeReport(SampleFate fate, std::uint32_t count) {
+  if (fate == SampleFate::deliver || _length < LongestLine) return false;
+  for (std::size_t i = _length; i > 0 && at(i - 1).fate != SampleFate::deliver; --i) {
+    if (at(i - 1).fate != fate) continue;
+    at(i - 1).count += count;
+    return true;
+  }
+  return false;
 }

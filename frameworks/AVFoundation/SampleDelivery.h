@@ -38,9 +38,6 @@ class SampleDelivery {
   /// How many frames wait for the delegate, the one that it is working on left out.
   std::size_t waitingFrames() const;
 
-  /// True while a frame is being delivered or waits.
-  bool isBusy() const;
-
   /// Adds a sample that stands for `count` captured ones; with another fate than `deliver` it is the report of a
   /// dropped one. Without a delegate it is counted as stopped. Device's lane.
   void push(CFRef<CMSampleBufferRef> sample, SampleFate fate, AVCaptureConnection* connection, std::uint32_t count = 1);
@@ -64,6 +61,8 @@ class SampleDelivery {
   void count(SampleFate fate, std::uint32_t count);
   Item takeFirst();
   void append(Item item);
+  Item& at(std::size_t position) { return _line[(_first + position) % _line.size()]; }
+  bool mergeReport(SampleFate fate, std::uint32_t count);
 
   AVCaptureOutput& _output;
   SampleReceiver& _receiver;
@@ -71,10 +70,11 @@ class SampleDelivery {
   mutable std::mutex _lock;
   void* _delegate = nullptr;
   CFRef<dispatch_queue_t> _queue;
+  /// Where the delivery in progress runs; that of a former delegate, perhaps.
+  CFRef<dispatch_queue_t> _deliveringOn;
   std::vector<Item> _line;  ///< ring, `_length` items from `_first`
   std::size_t _first = 0;
   std::size_t _length = 0;
   std::size_t _waitingFrames = 0;
-  bool _delivering = false;
   AVCaptureOutputStatistics _statistics;
 };

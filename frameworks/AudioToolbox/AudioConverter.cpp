@@ -1,6 +1,6 @@
-#include "AudioConverter.h"
+#include <AudioToolbox/AudioConverter.h>
 
-#include "ConversionEngine.h"
+#include <AudioToolbox/ConversionEngine.h>
 
 #include <algorithm>
 #include <cstring>

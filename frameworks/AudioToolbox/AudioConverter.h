@@ -31,25 +31,35 @@ enum {
 /// A null pointer where there must be none. All functions below return it.
 enum { kAudio_ParamError = -50 };
 
-/// Supplies input. On entry `*ioNumberDataPackets` is how many packets (frames) the converter would like;
-/// the callee sets it to how many it supplies, more or fewer, and points the buffers of `ioData` at
-/// them. The memory must stay valid until the next call of the callback or the end of the
-/// AudioConverterFillComplexBuffer call it happens in, whichever is first. 0 packets with a result of 0 mean that the
-/// input has ended. A non-zero result stops the conversion: what was produced so far is handed out and the status
-/// returned.
+/// Supplies input. On entry `*ioNumberDataPackets` is how many packets (frames) the converter would like; the callee
+/// sets it to how many it supplies, more or fewer, and points the buffers of `ioData` at them (the list has room for
+/// 8). The memory must stay valid until the next call of the callback or the end of the AudioConverterFillComplexBuffer
+/// call it happens in, whichever is first. 0 packets with a result of 0 mean that the input has ended. A non-zero
+/// result stops the conversion: what was produced so far is handed out, the status returned, and the next call goes on
+/// from there. `outDataPacketDescription` is null. The callback must not throw, and must not call the converter.
 typedef OSStatus (*AudioConverterComplexInputDataProc)(AudioConverterRef inAudioConverter, UInt32* ioNumberDataPackets,
                                                        AudioBufferList* ioData,
                                                        AudioStreamPacketDescription** outDataPacketDescription,
                                                        void* inUserData);
 
-/// Makes a converter that the caller disposes of. Both formats: linear PCM of 8, 16, 24 or 32-bit integers
-/// or 32 or 64-bit floats, packed or not, either byte order, interleaved or planar, 1 to 8 channels, 8 to
-/// 192 kHz. Anything else: kAudioConverterErr_FormatNotSupported, or one of the two sample-rate codes.
+/// Makes a converter that the caller disposes of. Both formats: linear PCM of signed 8, 16, 24 or 32-bit or unsigned
+/// 8-bit integers or 32 or 64-bit floats, packed or not (integers in containers of up to 4 bytes, aligned high or low),
+/// either byte order, interleaved or planar, 1 to 8 channels, 8 to 192 kHz. Anything else:
+/// kAudioConverterErr_FormatNotSupported, or one of the two sample-rate codes. The first converter between two rates
+/// tabulates its filter, which takes some milliseconds.
 ///
-/// Channels: equal counts map one to one; one channel goes to all outputs; more than two are mixed down to
-/// two by the layout set with kAudioConverterInputChannelLayout, and without one the first two are taken;
-/// otherwise channels beyond the smaller count are left out or silent. Two channels go to one as their mean.
-/// Integer output is rounded to nearest (ties to even), not dithered, and held at the type's limits; NaN becomes 0.
+/// Channels: equal counts map one to one; one channel goes to all outputs; more than two are mixed down to two by the
+/// layout set with kAudioConverterInputChannelLayout, and without one the first two are taken; otherwise channels
+/// beyond the smaller count are left out or silent. Two channels go to one as their mean.
+///
+/// Samples: integer output is rounded to nearest (ties to even), not dithered, and held at the type's limits; NaN
+/// becomes 0. Where neither rate nor channels change, every sample is exact or rounded once, and equal sample types
+/// keep every bit.
+///
+/// Rates: output frame n is the signal at the input time n * inputRate / outputRate. Between 48 and 44.1 kHz the
+/// response is flat within 0.01 dB to 20 kHz and more than 120 dB down from 23 kHz; other rates scale with the lower of
+/// the two. Of live input, less than 100 output frames are held back there. A whole piece has as many output frames as
+/// its input times the ratio of the rates, rounded to nearest, halves up. Infinite and NaN input counts as 0.
 OSStatus AudioConverterNew(const AudioStreamBasicDescription* inSourceFormat,
                            const AudioStreamBasicDescription* inDestinationFormat,
                            AudioConverterRef* outAudioConverter);
@@ -63,15 +73,20 @@ typedef UInt32 AudioConverterPropertyID;
 enum { kAudioConverterInputChannelLayout = 0x69636C20 /* 'icl ' */ };
 
 /// The only property is the channel layout of the input, an AudioChannelLayout. A layout whose channel count differs
-/// from the input's is refused with kAudioConverterErr_BadPropertySizeError.
+/// from the input's is refused with kAudioConverterErr_BadPropertySizeError; one of that count but without a known
+/// order of channels is as good as none. Setting it begins a new piece.
+///
+/// Mixed down to two, a side's own channels count 1, centre and surrounds -3 dB, a single rear surround -6 dB on either
+/// side; the low-frequency channel is left out. All is scaled so that input within full scale cannot clip.
 OSStatus AudioConverterSetProperty(AudioConverterRef inAudioConverter, AudioConverterPropertyID inPropertyID,
                                    UInt32 inPropertyDataSize, const void* inPropertyData);
 
-/// Produces up to `*ioOutputDataPacketSize` frames into `outOutputData`, pulling input as needed, and sets
-/// it and each buffer's mDataByteSize to what was produced: less only when the input ended or failed.
-/// Buffers smaller than the request, or a list of the wrong shape: kAudioConverterErr_InvalidOutputSize. Input
-/// buffers smaller than the callback's count: kAudioConverterErr_InvalidInputSize.
-/// Allocates nothing once it has seen the sizes in use.
+/// Produces up to `*ioOutputDataPacketSize` frames into `outOutputData`, pulling input as needed, and sets it and each
+/// buffer's mDataByteSize to what was produced: less only when the input ended or failed. Once the input has ended, the
+/// callback is not called again before a reset. Buffers smaller than the request, or a list of the wrong shape:
+/// kAudioConverterErr_InvalidOutputSize, and nothing is pulled. Input buffers smaller than the callback's count, or a
+/// list of the wrong shape: kAudioConverterErr_InvalidInputSize, and that input is ignored. `outPacketDescription` is
+/// not used. Allocates nothing once it has seen the sizes in use.
 OSStatus AudioConverterFillComplexBuffer(AudioConverterRef inAudioConverter,
                                          AudioConverterComplexInputDataProc inInputDataProc,
                                          void* inInputDataProcUserData, UInt32* ioOutputDataPacketSize,

@@ -1,4 +1,4 @@
-#include "AudioFormat.h"
+#include <AudioToolbox/AudioFormat.h>
 
 #include <cstdio>
 #include <cstring>

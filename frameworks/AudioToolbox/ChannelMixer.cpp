@@ -1,4 +1,4 @@
-#include "ChannelMixer.h"
+#include <AudioToolbox/ChannelMixer.h>
 
 #include <algorithm>
 

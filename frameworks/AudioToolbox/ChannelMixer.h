@@ -2,7 +2,7 @@
 
 // Which input channel reaches which output channel, and how loud.
 
-#include "SampleReader.h"
+#include <AudioToolbox/SampleReader.h>
 
 #include <memory>
 

@@ -1,7 +1,7 @@
-#include "ConversionEngine.h"
+#include <AudioToolbox/ConversionEngine.h>
 
-#include "Resampler.h"
-#include "SampleWriter.h"
+#include <AudioToolbox/Resampler.h>
+#include <AudioToolbox/SampleWriter.h>
 
 #include <algorithm>
 #include <cstring>

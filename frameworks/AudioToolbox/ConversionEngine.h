@@ -2,7 +2,7 @@
 
 // The ways from one format to another: a plain copy, a conversion sample by sample, or one through a change of rate.
 
-#include "ChannelMixer.h"
+#include <AudioToolbox/ChannelMixer.h>
 
 #include <memory>
 

@@ -1,4 +1,4 @@
-#include "EdgeExtension.h"
+#include <AudioToolbox/EdgeExtension.h>
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "FilterBank.h"
+#include <AudioToolbox/FilterBank.h>
 
 #include <algorithm>
 #include <cmath>

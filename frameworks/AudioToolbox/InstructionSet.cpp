@@ -1,4 +1,4 @@
-#include "InstructionSet.h"
+#include <AudioToolbox/InstructionSet.h>
 
 namespace AudioConversion {
 

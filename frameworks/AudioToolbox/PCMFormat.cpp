@@ -1,4 +1,4 @@
-#include "PCMFormat.h"
+#include <AudioToolbox/PCMFormat.h>
 
 namespace AudioConversion {
 namespace {

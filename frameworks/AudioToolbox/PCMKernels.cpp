@@ -1,4 +1,4 @@
-#include "PCMKernels.h"
+#include <AudioToolbox/PCMKernels.h>
 
 #include <type_traits>
 

@@ -1,8 +1,8 @@
 // Eight samples at a time. A vector of working values travels as __m256 whatever it holds, so that the shuffles are
 // written once.
 
-#include "PCMKernels.h"
-#include "SampleCodec.h"
+#include <AudioToolbox/PCMKernels.h>
+#include <AudioToolbox/SampleCodec.h>
 
 #if defined(__x86_64__)
 #include <immintrin.h>

@@ -1,4 +1,4 @@
-#include "Resampler.h"
+#include <AudioToolbox/Resampler.h>
 
 #include <algorithm>
 #include <limits>

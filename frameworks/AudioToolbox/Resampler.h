@@ -5,8 +5,8 @@
 // Output frame n is the signal at the input time n * inputRate / outputRate: the filter's delay is made up for by
 // holding back what cannot be computed yet. A stream's first and last frames are met by EdgeExtension.
 
-#include "EdgeExtension.h"
-#include "FilterBank.h"
+#include <AudioToolbox/EdgeExtension.h>
+#include <AudioToolbox/FilterBank.h>
 
 #include <array>
 

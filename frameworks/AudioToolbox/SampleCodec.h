@@ -4,7 +4,7 @@
 // scale is the same for every width, and right-justified, the value itself. Pure functions, endian-neutral, no
 // alignment needed.
 
-#include "PCMFormat.h"
+#include <AudioToolbox/PCMFormat.h>
 
 #include <bit>
 #include <cmath>
@@ -19,31 +19,65 @@ namespace AudioConversion {
 template <unsigned Bytes>
 using UnsignedOf = std::conditional_t<(Bytes > 4), uint64_t, uint32_t>;
 
-// Written byte by byte; compilers turn both into one move where the machine's order is the wanted one.
+// Words that the machine knows are moved as such; compilers do not see through a loop over bytes at every level.
+template <unsigned Bytes>
+inline constexpr bool kIsMachineWord = Bytes == 1 || Bytes == 2 || Bytes == 4 || Bytes == 8;
+
+template <unsigned Bytes>
+using WordOf =
+    std::conditional_t<Bytes == 1, uint8_t,
+                       std::conditional_t<Bytes == 2, uint16_t, std::conditional_t<Bytes == 4, uint32_t, uint64_t>>>;
+
+template <bool BigEndian, typename Word>
+Word inMachineOrder(Word word) noexcept {
+  if constexpr (BigEndian == (std::endian::native == std::endian::big) || sizeof(Word) == 1) {
+    return word;
+  } else if constexpr (sizeof(Word) == 2) {
+    return __builtin_bswap16(word);
+  } else if constexpr (sizeof(Word) == 4) {
+    return __builtin_bswap32(word);
+  } else {
+    return __builtin_bswap64(word);
+  }
+}
+
 template <unsigned Bytes, bool BigEndian>
 UnsignedOf<Bytes> loadBytes(const std::byte* at) noexcept {
-  UnsignedOf<Bytes> value = 0;
-  for (unsigned i = 0; i < Bytes; ++i) {
-    value |= static_cast<UnsignedOf<Bytes>>(at[BigEndian ? Bytes - 1 - i : i]) << (8 * i);
+  if constexpr (kIsMachineWord<Bytes>) {
+    WordOf<Bytes> word;
+    std::memcpy(&word, at, Bytes);
+    return inMachineOrder<BigEndian>(word);
+  } else {
+    UnsignedOf<Bytes> value = 0;
+    for (unsigned i = 0; i < Bytes; ++i) {
+      value |= static_cast<UnsignedOf<Bytes>>(at[BigEndian ? Bytes - 1 - i : i]) << (8 * i);
+    }
+    return value;
   }
-  return value;
 }
 
 template <unsigned Bytes, bool BigEndian>
 void storeBytes(std::byte* at, UnsignedOf<Bytes> value) noexcept {
-  for (unsigned i = 0; i < Bytes; ++i) {
-    at[BigEndian ? Bytes - 1 - i : i] = static_cast<std::byte>((value >> (8 * i)) & 0xFF);
+  if constexpr (kIsMachineWord<Bytes>) {
+    const WordOf<Bytes> word = inMachineOrder<BigEndian>(static_cast<WordOf<Bytes>>(value));
+    std::memcpy(at, &word, Bytes);
+  } else {
+    for (unsigned i = 0; i < Bytes; ++i) {
+      at[BigEndian ? Bytes - 1 - i : i] = static_cast<std::byte>((value >> (8 * i)) & 0xFF);
+    }
   }
 }
 
-/// What an integer sample of a given width and place needs beyond its container's bytes.
+/// What an integer sample of a given width and place needs beyond its container's bytes. By default, nothing.
 struct IntegerPlace {
-  unsigned bits;       ///< significant bits
-  unsigned leftShift;  ///< from its place in the left-justified container to the top
-  unsigned lowZeros;   ///< zero bits below an aligned-high sample in its container
-  uint32_t mask;       ///< the significant bits of the left-justified form: what lies below is padding, not sound
-  uint32_t offset;     ///< what an unsigned sample adds to the right-justified value
+  unsigned bits = 32;            ///< significant bits
+  unsigned leftShift = 0;        ///< from its place in the left-justified container to the top
+  unsigned lowZeros = 0;         ///< zero bits below an aligned-high sample in its container
+  uint32_t mask = ~uint32_t{0};  ///< the sample in the left-justified form; what lies below is padding, not sound
+  uint32_t offset = 0;           ///< what an unsigned sample adds to the right-justified value
 
+  IntegerPlace() = default;
+  /// `sample` is an integer.
   explicit IntegerPlace(const SampleEncoding& sample) noexcept
       : bits(sample.bits),
         leftShift(sample.alignedHigh ? 0 : sample.containerBytes * 8 - sample.bits),

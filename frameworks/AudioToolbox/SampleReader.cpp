@@ -1,4 +1,4 @@
-#include "SampleReader.h"
+#include <AudioToolbox/SampleReader.h>
 
 namespace AudioConversion {
 namespace {
@@ -41,7 +41,7 @@ typename SampleReader<Work>::ReadStrided SampleReader<Work>::readStridedFor(cons
 template <typename Work>
 SampleReader<Work>::SampleReader(const PCMFormat& format, InstructionSet set)
     : _format(format),
-      _place(format.sample),
+      _place(format.sample.isFloat() ? IntegerPlace() : IntegerPlace(format.sample)),
       _readStrided(readStridedFor(format.sample)),
       _kernels(pcmKernels<Work>(set, format.sample)) {}
 

@@ -2,8 +2,8 @@
 
 // Samples of any PCM format into planar working values. One thread at a time; allocates nothing.
 
-#include "PCMKernels.h"
-#include "SampleCodec.h"
+#include <AudioToolbox/PCMKernels.h>
+#include <AudioToolbox/SampleCodec.h>
 
 namespace AudioConversion {
 

@@ -1,4 +1,4 @@
-#include "SampleWriter.h"
+#include <AudioToolbox/SampleWriter.h>
 
 namespace AudioConversion {
 namespace {
@@ -42,7 +42,7 @@ typename SampleWriter<Work>::WriteStrided SampleWriter<Work>::writeStridedFor(co
 template <typename Work>
 SampleWriter<Work>::SampleWriter(const PCMFormat& format, InstructionSet set)
     : _format(format),
-      _place(format.sample),
+      _place(format.sample.isFloat() ? IntegerPlace() : IntegerPlace(format.sample)),
       _writeStrided(writeStridedFor(format.sample)),
       _kernels(pcmKernels<Work>(set, format.sample)) {}
 

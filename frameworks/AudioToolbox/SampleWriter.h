@@ -2,8 +2,8 @@
 
 // Planar working values into samples of any PCM format. One thread at a time; allocates nothing.
 
-#include "PCMKernels.h"
-#include "SampleCodec.h"
+#include <AudioToolbox/PCMKernels.h>
+#include <AudioToolbox/SampleCodec.h>
 
 namespace AudioConversion {
 

@@ -1,4 +1,4 @@
-#include "VectorKernels.h"
+#include <AudioToolbox/VectorKernels.h>
 
 #include <cmath>
 #include <cstring>
@@ -39,7 +39,8 @@ void store(Work* to, Vector<Work> values) {
 template <typename Work>
 Work sumOf(Vector<Work> values) {
   if constexpr (kLanes<Work> == 4) {
-    return (values[0] + values[2]) + (values[1] + values[3]);
+    const Vector<Work> pairs = values + __builtin_shufflevector(values, values, 2, 3, 2, 3);
+    return pairs[0] + pairs[1];
   } else {
     return values[0] + values[1];
   }
@@ -54,6 +55,8 @@ void advance(FilterRun<Work>& run) {
     ++run.frame;
   }
 }
+
+// Two sums for each channel, as additions wait for each other.
 
 template <typename Work>
 size_t filterOne(FilterRun<Work>& state, const Work* in, Work* out, size_t frames) {
@@ -87,9 +90,9 @@ size_t filterTwo(FilterRun<Work>& state, const Work* in0, const Work* in1, Work*
     Vector<Work> even0{}, odd0{}, even1{}, odd1{};
     for (size_t t = 0; t < run.taps; t += 2 * kStep) {
       const Vector<Work> even = load(row + t);
-      const Vector<Work> odd = load(row + t + kStep);
       even0 += even * load(samples0 + t);
       even1 += even * load(samples1 + t);
+      const Vector<Work> odd = load(row + t + kStep);
       odd0 += odd * load(samples0 + t + kStep);
       odd1 += odd * load(samples1 + t + kStep);
     }

@@ -3,7 +3,7 @@
 // The inner loops of rate conversion, in a portable form and one for AVX2 with FMA. Their results differ by rounding
 // alone; each gives the same result for the same frame wherever the frame lies in a run.
 
-#include "InstructionSet.h"
+#include <AudioToolbox/InstructionSet.h>
 
 #include <cstddef>
 

@@ -1,4 +1,4 @@
-#include "VectorKernels.h"
+#include <AudioToolbox/VectorKernels.h>
 
 #include <cmath>
 #include <limits>

@@ -10,10 +10,10 @@ typedef struct OpaqueCFRunLoop* CFRunLoopRef;
 
 typedef SInt32 CFRunLoopRunResult;
 enum {
-  kCFRunLoopRunFinished = 1,      ///< Called on another thread than the main one; nothing ran.
-  kCFRunLoopRunStopped = 2,       ///< CFRunLoopStop was called.
-  kCFRunLoopRunTimedOut = 3,      ///< The time is over.
-  kCFRunLoopRunHandledSource = 4, ///< One block ran and `returnAfterSourceHandled` was set.
+  kCFRunLoopRunFinished = 1,       ///< Called on another thread than the main one; nothing ran.
+  kCFRunLoopRunStopped = 2,        ///< CFRunLoopStop was called.
+  kCFRunLoopRunTimedOut = 3,       ///< The time is over.
+  kCFRunLoopRunHandledSource = 4,  ///< One block ran and `returnAfterSourceHandled` was set.
 };
 
 /// Runs the main queue's blocks as they come, for `seconds`; with 0, only those already waiting.

@@ -102,10 +102,11 @@ void SimulatedDevice::start(Sink& sink) {
   std::lock_guard lock(_mutex);
   if (_isUnplugged) return;
   makeStreams();
-  _isRunning = true;
   _startsAnew = false;
   _sink = &sink;
+  // Under the lock, so that the lane finds itself running; after it, should there be no thread for one.
   _lane = runtime::Scheduler::current().makeLane(_rig.description.name, *this);
+  _isRunning = true;
 }
 
 void SimulatedDevice::stop() {

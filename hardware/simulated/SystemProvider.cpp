@@ -28,7 +28,7 @@ SystemState& state() {
 }
 
 simulated::Rig environmentRig() {
-  const char* path = std::getenv("CAPTURE_RIG");
+  const char* path = std::getenv("CAPTURE_RIG");  // NOLINT(concurrency-mt-unsafe): read once, early
   const auto rig = path && *path ? simulated::loadRig(path) : simulated::parseRig(simulated::demoRigText(), "demo rig");
   if (const auto* error = std::get_if<simulated::RigError>(&rig)) {
     std::fprintf(stderr, "%s\n", error->message().c_str());

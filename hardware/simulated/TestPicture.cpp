@@ -40,7 +40,7 @@ struct NumberRow {
 };
 
 NumberRow numberRow(std::int32_t width, std::int32_t height) {
-  const std::int32_t top = height - height / 6;
+  const std::int32_t top = height - height / 12;
   const std::int32_t blockWidth = height < SmallestNumberedHeight ? 0 : even(width / NumberBlocks);
   return {top, even((width - blockWidth * NumberBlocks) / 2), blockWidth};
 }
@@ -65,7 +65,7 @@ std::array<std::uint32_t, Digits> digitsOf(std::uint32_t number) {
 
 TestPicture::TestPicture(std::int32_t width, std::int32_t height) : _width(width), _height(height) {
   const NumberRow row = numberRow(width, height);
-  _bandTop = height * 2 / 3;
+  _bandTop = height * 5 / 6;
   _blocksTop = row.top;
   _blockWidth = row.blockWidth;
   _blocksLeft = row.left;

@@ -66,18 +66,15 @@ Device::Device(DeviceManager* manager, AVCaptureDevice* device)
   }
   _name = _GenerateName(device->localizedName(), *type);
   if (*type == audio) {
-    _pAudioDevice = Ref<AVCaptureDevice>::retain(device);
-    _CreateAudioDevice();
+    _CreateAudioDevice(Ref<AVCaptureDevice>::retain(device));
   } else {
-    _pVideoDevice = Ref<AVCaptureDevice>::retain(device);
-    _CreateVideoDevice();
+    _CreateVideoDevice(Ref<AVCaptureDevice>::retain(device));
   }
   _pLock = zCritical::Factory(1);
 }
 
 Device::~Device() {
-  // Whatever the main thread has heard of so far: the session itself knows best whether it runs.
-  if (_pSession->isRunning()) _pSession->stopRunning();
+  stopDevice();
   for (const auto& observer : _pSessionObservers) {
     NSNotificationCenter::defaultCenter().removeObserver(observer.get());
   }
@@ -105,13 +102,15 @@ Device::~Device() {
   _pLock = nullptr;
 }
 
+/// Both blocks ask the session: one that has waited for the main thread may be overtaken by a later change.
 void Device::observeSession() {
   auto& center = NSNotificationCenter::defaultCenter();
   auto* const mainQueue = &NSOperationQueue::mainQueue();
-  auto stopObserver = center.addObserverForName(AVCaptureSessionDidStopRunningNotification, _pSession.get(), mainQueue,
-                                                [this](NSNotification&) { _running = false; });
-  auto startObserver = center.addObserverForName(AVCaptureSessionDidStartRunningNotification, _pSession.get(),
-                                                 mainQueue, [this](NSNotification&) { _running = true; });
+  const auto follow = [this](NSNotification&) { _running = _pSession->isRunning(); };
+  auto stopObserver =
+      center.addObserverForName(AVCaptureSessionDidStopRunningNotification, _pSession.get(), mainQueue, follow);
+  auto startObserver =
+      center.addObserverForName(AVCaptureSessionDidStartRunningNotification, _pSession.get(), mainQueue, follow);
   _pSessionObservers = {std::move(startObserver), std::move(stopObserver)};
 }
 
@@ -124,74 +123,81 @@ std::string Device::_GenerateName(const std::string& baseName, eMediaType type) 
   return candidate;
 }
 
-bool Device::_CreateVideoDevice() {
-  const auto device = videoDevice();
+bool Device::_CreateVideoDevice(Ref<AVCaptureDevice> device) {
   Ref<NSError> error;
   auto input = AVCaptureDeviceInput::initWithDevice(device.get(), &error);
   if (!input || error) {
-    const bool succeeded = !error;
-    if (error) setError(std::move(error));
-    return succeeded;
+    std::lock_guard lock(_graphLock);
+    _pVideoDevice = std::move(device);
+    if (error) _pError = error;
+    return !error;
   }
   _pSession->addInput(input.get());
 
   auto output = makeRef<AVCaptureVideoDataOutput>();
   output->setVideoSettings(videoSettings().get());
   output->setAlwaysDiscardsLateVideoFrames(true);
-  _pSession->addOutput(output.get());
-
   auto queue = CFRef<dispatch_queue_t>::adopt(dispatch_queue_create(_name.c_str(), DISPATCH_QUEUE_SERIAL));
   auto delegate = VCaptureDelegate::initWithDevice(this);
   delegate->setCaptureDevice(device.get());
   output->setSampleBufferDelegate(delegate.get(), queue.get());
+  _pSession->addOutput(output.get());
 
   const std::string deviceID = device->uniqueID();
+  bool bringsSound = false;
   {
     std::lock_guard lock(_graphLock);
+    _pVideoDevice = device;
     _pVideoInput = std::move(input);
     _pVideoOutput = std::move(output);
     _videoQueue = std::move(queue);
     _pVideoDelegate = delegate;
     _videoDeviceID = deviceID;
+    // A microphone that is there already stays what the source is heard through.
+    bringsSound = device->hasMediaType(AVMediaTypeMuxed) && !_pAudioDevice;
   }
-  if (device->hasMediaType(AVMediaTypeMuxed)) createAudioOutput(delegate.get(), _name + " Audio Track", deviceID);
+  if (bringsSound) createAudioOutput({}, delegate.get(), _name + " Audio Track", deviceID);
   _pDeviceManager->_addToTotalDeviceTable(this);
   return true;
 }
 
-bool Device::_CreateAudioDevice() {
-  const auto device = audioDevice();
+bool Device::_CreateAudioDevice(Ref<AVCaptureDevice> device) {
   Ref<NSError> error;
   auto input = AVCaptureDeviceInput::initWithDevice(device.get(), &error);
   if (!input || error) {
-    const bool succeeded = !error;
-    if (error) setError(std::move(error));
-    return succeeded;
+    std::lock_guard lock(_graphLock);
+    _pAudioDevice = std::move(device);
+    if (error) _pError = error;
+    return !error;
   }
   _pSession->addInput(input.get());
   {
     std::lock_guard lock(_graphLock);
     _pAudioInput = std::move(input);
   }
-  // The sound of a muxed device gives way to that of a microphone paired with it.
-  const AudioCallback former = releaseAudioGraph();
-  createAudioOutput(nullptr, _name, device->uniqueID());
-  setAudioDataArrivedCallback(former.callback, former.context);
+  const std::string deviceID = device->uniqueID();
+  createAudioOutput(std::move(device), nullptr, _name, deviceID);
   _pDeviceManager->_addToTotalDeviceTable(this);
   return true;
 }
 
-/// The audio branch of the session; with a video delegate, that of a muxed device.
-void Device::createAudioOutput(VCaptureDelegate* videoDelegate, const std::string& queueLabel, std::string deviceID) {
+/// The audio branch of the session: that of `device`, or with a video delegate that of a muxed device. The sound of a
+/// muxed device gives way to that of a microphone, which takes over the host's callback.
+void Device::createAudioOutput(Ref<AVCaptureDevice> device, VCaptureDelegate* videoDelegate,
+                               const std::string& queueLabel, std::string deviceID) {
+  const AudioCallback former = releaseAudioGraph();
   auto output = makeRef<AVCaptureAudioDataOutput>();
   auto delegate = ACaptureDelegate::init();
   delegate->setVideoDelegate(videoDelegate);
+  delegate->setAudioDataArrivedCallback(former.callback);
+  delegate->setAudioDataArrivedContext(former.context);
   output->setAudioSettings(GetAudioSettings().get());
   auto queue = CFRef<dispatch_queue_t>::adopt(dispatch_queue_create(queueLabel.c_str(), DISPATCH_QUEUE_SERIAL));
   output->setSampleBufferDelegate(delegate.get(), queue.get());
   _pSession->addOutput(output.get());
 
   std::lock_guard lock(_graphLock);
+  if (device) _pAudioDevice = std::move(device);
   _pAudioOutput = std::move(output);
   _audioQueue = std::move(queue);
   _pAudioDelegate = std::move(delegate);
@@ -216,34 +222,24 @@ Device::AudioCallback Device::releaseAudioGraph() {
   return callback;
 }
 
-void Device::setAudioTrackDevice(AVCaptureDevice* audioDevice) {
-  {
-    std::lock_guard lock(_graphLock);
-    if (!_pAudioDevice) {
-      _pAudioDevice = Ref<AVCaptureDevice>::retain(audioDevice);
-      audioDevice = nullptr;
-    }
-  }
-  if (audioDevice) {
+void Device::setAudioTrackDevice(AVCaptureDevice* device) {
+  std::unique_lock rebuild(_rebuildLock);
+  if (audioDevice()) {
+    rebuild.unlock();
     AV_LOG(LevelRefusal, "Already has an Audio Device Associated with it!\n");
     return;
   }
-  _CreateAudioDevice();
+  _CreateAudioDevice(Ref<AVCaptureDevice>::retain(device));
 }
 
-void Device::setVideoTrackDevice(AVCaptureDevice* videoDevice) {
-  {
-    std::lock_guard lock(_graphLock);
-    if (!_pVideoDevice) {
-      _pVideoDevice = Ref<AVCaptureDevice>::retain(videoDevice);
-      videoDevice = nullptr;
-    }
-  }
-  if (videoDevice) {
+void Device::setVideoTrackDevice(AVCaptureDevice* device) {
+  std::unique_lock rebuild(_rebuildLock);
+  if (videoDevice()) {
+    rebuild.unlock();
     AV_LOG(LevelRefusal, "Already has a Video Device Associated with it!\n");
     return;
   }
-  _CreateVideoDevice();
+  _CreateVideoDevice(Ref<AVCaptureDevice>::retain(device));
 }
 
 void Device::startDevice() {
@@ -253,12 +249,15 @@ void Device::startDevice() {
   if (!_videoFormatSelected) _SetSupportedVideoFormat(getBestSupportedVideoFormatIndex());
 }
 
+// The flag that isRunning asks for follows through the main thread. What is to stop stops whether or not that has run
+// its loop since the start.
+
 void Device::stopDevice() {
-  if (isRunning()) _pSession->stopRunning();
+  if (_pSession->isRunning()) _pSession->stopRunning();
 }
 
 void Device::restartDevice() {
-  if (isRunning()) {
+  if (_pSession->isRunning()) {
     _pSession->stopRunning();
     reconnectAudioOutput();
   }
@@ -268,6 +267,7 @@ void Device::restartDevice() {
 bool Device::isRunning() const { return _running && _pSession->isRunning(); }
 
 void Device::reconnectAudioOutput() {
+  std::lock_guard rebuild(_rebuildLock);
   Ref<AVCaptureAudioDataOutput> output;
   {
     std::lock_guard lock(_graphLock);
@@ -312,6 +312,7 @@ void Device::notifySourceChange(int code) {
 }
 
 void Device::setVideoDataArriveCallback(BRV_VideoDataArrivedCallback callback, void* context) {
+  std::lock_guard rebuild(_rebuildLock);
   std::unique_lock lock(_graphLock);
   const auto delegate = _pVideoDelegate;
   const auto queue = _videoQueue;
@@ -324,6 +325,7 @@ void Device::setVideoDataArriveCallback(BRV_VideoDataArrivedCallback callback, v
 }
 
 void Device::setAudioDataArrivedCallback(BRV_AudioDataArrivedCallback callback, void* context) {
+  std::lock_guard rebuild(_rebuildLock);
   std::unique_lock lock(_graphLock);
   const auto delegate = _pAudioDelegate;
   const auto queue = _audioQueue;

@@ -129,9 +129,10 @@ class Device {
 
   void observeSession();
   std::string _GenerateName(const std::string& baseName, eMediaType type) const;
-  bool _CreateVideoDevice();
-  bool _CreateAudioDevice();
-  void createAudioOutput(VCaptureDelegate* videoDelegate, const std::string& queueLabel, std::string deviceID);
+  bool _CreateVideoDevice(Ref<AVCaptureDevice> device);
+  bool _CreateAudioDevice(Ref<AVCaptureDevice> device);
+  void createAudioOutput(Ref<AVCaptureDevice> device, VCaptureDelegate* videoDelegate, const std::string& queueLabel,
+                         std::string deviceID);
   bool _SetSupportedVideoFormat(int index);
 
   Ref<AVCaptureDevice> videoDevice() const;
@@ -165,6 +166,11 @@ class Device {
   CFRef<dispatch_queue_t> _videoQueue;
   std::atomic<bool> _isHDV{false};
   std::atomic<bool> _videoFormatSelected{false};
+
+  /// Held while pairing rebuilds the graph, and by whatever changes callbacks or reconnects outputs, so that neither
+  /// undoes the other. Capture queues are waited for with it held: nothing that a host may call from its data
+  /// callbacks takes it.
+  std::mutex _rebuildLock;
 
   /// Guards the IDs, the error, devices, inputs, outputs, delegates and queues. Nothing is called with it held.
   mutable std::mutex _graphLock;

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "AVDeviceManager.h"
+#include "AVGuard.h"
 #include "AVLog.h"
 
 namespace AV {
@@ -25,22 +26,30 @@ void DeviceManager::observeHotPlug() {
   auto* const mainQueue = &NSOperationQueue::mainQueue();
   observers.push_back(center.addObserverForName(AVCaptureDeviceWasConnectedNotification, nullptr, mainQueue,
                                                 [this](NSNotification&) {
-                                                  detectDeviceConnect();
+                                                  guarded([this] { detectDeviceConnect(); });
                                                   tellHost(BRV_DEVICE_STATE_ATTACHED);
                                                 }));
   observers.push_back(center.addObserverForName(AVCaptureDeviceWasDisconnectedNotification, nullptr, mainQueue,
                                                 [this](NSNotification&) {
-                                                  _DetectDeviceDisconnect();
+                                                  guarded([this] { _DetectDeviceDisconnect(); });
                                                   tellHost(BRV_DEVICE_STATE_REMOVED);
                                                 }));
 }
 
+/// Touches nothing of the manager after the call, in which the host may end the library.
 void DeviceManager::tellHost(int deviceState) {
-  std::unique_lock lock(_tableLock);
-  const auto callback = stateChangeCallback;
-  void* const context = stateChangeContext;
+  const auto change = _stateChange;
+  std::unique_lock lock(change->lock);
+  const auto callback = change->stateChangeCallback;
+  void* const context = change->stateChangeContext;
+  if (!callback) return;
+  change->isCalling = true;
   lock.unlock();
-  if (callback) callback(context, deviceState);
+  callback(context, deviceState);
+  lock.lock();
+  change->isCalling = false;
+  lock.unlock();
+  change->callEnded.notify_all();
 }
 
 bool DeviceManager::_AllowDevice(const std::string& name) const {

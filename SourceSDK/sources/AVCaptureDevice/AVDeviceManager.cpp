@@ -129,24 +129,27 @@ DeviceUse DeviceManager::useDeviceWithIndex(int index) {
 }
 
 DeviceUse DeviceManager::use(Device* device) {
-  if (device) ++_uses[device];
+  if (device) _uses[device].holders.push_back(std::this_thread::get_id());
   return DeviceUse(this, device);
 }
 
 void DeviceManager::endUse(Device* device) {
-  {
-    std::lock_guard lock(_tableLock);
-    const auto entry = _uses.find(device);
-    if (--entry->second > 0) return;
-    _uses.erase(entry);
-    // Under the lock: once it is released, a removal may go on and the manager with it.
-    _useEnded.notify_all();
-  }
+  std::unique_ptr<Device> doomed;
+  std::lock_guard lock(_tableLock);
+  const auto entry = _uses.find(device);
+  auto& holders = entry->second.holders;
+  holders.erase(std::find(holders.begin(), holders.end(), std::this_thread::get_id()));
+  if (!holders.empty()) return;
+  if (entry->second.deletesDevice) doomed.reset(device);
+  _uses.erase(entry);
+  // Under the lock: once it is released, a removal may go on and the manager with it.
+  _useEnded.notify_all();
 }
 
 std::vector<DeviceUse> DeviceManager::useAllDevices() {
-  std::lock_guard lock(_tableLock);
   std::vector<DeviceUse> all;
+  std::lock_guard lock(_tableLock);
+  all.reserve(deviceMap.size());
   for (const auto& [name, device] : deviceMap) all.push_back(use(device));
   return all;
 }
@@ -186,6 +189,13 @@ void DeviceManager::_RemoveDevice(Device* device) {
     deviceMap.erase(name);
     const auto position = std::find(deviceList.begin(), deviceList.end(), device);
     if (position != deviceList.end()) deviceList.erase(position);
+    if (const auto uses = _uses.find(device); uses != _uses.end()) {
+      const auto& holders = uses->second.holders;
+      if (std::find(holders.begin(), holders.end(), std::this_thread::get_id()) != holders.end()) {
+        uses->second.deletesDevice = true;
+        return;
+      }
+    }
     _useEnded.wait(lock, [&] { return !_uses.contains(device); });
   }
   delete device;
@@ -224,9 +234,11 @@ void DeviceManager::stopAllDevices() {
 }
 
 void DeviceManager::setStateChangeCallback(BRV_DeviceStateChangedCallback callback, void* context) {
-  std::lock_guard lock(_tableLock);
-  stateChangeCallback = callback;
-  stateChangeContext = context;
+  std::unique_lock lock(_stateChange->lock);
+  _stateChange->stateChangeCallback = callback;
+  _stateChange->stateChangeContext = context;
+  // Calls are made on the main thread alone: there it can only be the callback itself that replaces it.
+  if (!NSThread::isMainThread()) _stateChange->callEnded.wait(lock, [this] { return !_stateChange->isCalling; });
 }
 
 void DeviceManager::PrintDeviceList() const {

@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "AVC/AVCDeviceManager.h"
@@ -88,14 +89,16 @@ class DeviceManager {
 
   /// Adds a source, which the manager owns from now on. Null, or a name that is taken: nothing happens.
   void _AddDevice(Device* device);
-  /// Stops a source, takes it out of every table and deletes it once nobody uses it.
+  /// Stops a source, takes it out of every table and deletes it once nobody uses it. A use of the calling thread itself,
+  /// in whose operation the removal comes about, deletes it when that ends.
   void _RemoveDevice(Device* device);
   /// Enters the source under the IDs of its capture devices. An ID that is in use stays with its source.
   void _addToTotalDeviceTable(Device* device);
   void _removeFromTotalDeviceTable(Device* device);
   void startAllDevices();
   void stopAllDevices();
-  /// The callback is called on the main thread after each pass that a notification started.
+  /// The callback is called on the main thread after each pass that a notification started. After the return the former
+  /// one is not running, unless called from it, and will not be called.
   void setStateChangeCallback(BRV_DeviceStateChangedCallback callback, void* context);
   void PrintDeviceList() const;
 
@@ -135,17 +138,28 @@ class DeviceManager {
   DeviceTable totalDeviceTable;
   std::string languageCode;
   std::string lastErrorMessage;
-  BRV_DeviceStateChangedCallback stateChangeCallback = nullptr;
-  void* stateChangeContext = nullptr;
+  /// The host's device-state callback. Shared with the call in progress, which may end the library.
+  struct StateChange {
+    std::mutex lock;
+    std::condition_variable callEnded;
+    bool isCalling = false;
+    BRV_DeviceStateChangedCallback stateChangeCallback = nullptr;
+    void* stateChangeContext = nullptr;
+  };
+  std::shared_ptr<StateChange> _stateChange = std::make_shared<StateChange>();
   std::vector<Ref<NSObject>> observers;
   std::unique_ptr<CapturePrefs> pPrefs;
   std::unique_ptr<AVCDeviceManager> pAVCDeviceManager;
 
   static DeviceManager* pInstance;
 
-  /// Guards the tables, the strings, the state-change pair and the uses.
+  /// Guards the tables, the strings and the uses.
   mutable std::mutex _tableLock;
-  std::map<const Device*, int> _uses;
+  struct Uses {
+    std::vector<std::thread::id> holders;
+    bool deletesDevice = false;
+  };
+  std::map<const Device*, Uses> _uses;
   std::condition_variable _useEnded;
 
   /// Held for the length of a pass. Recursive, because what happens in a pass may start another one on its thread.

@@ -1,11 +1,11 @@
 #include "AVFrameRateRange+AVRecorderAdditions.h"
 
 #include <array>
-#include <cstdio>
+#include <charconv>
 
 std::string localizedName(const AVFrameRateRange& range) {
-  // Enough for the largest double there is.
+  // Not printf: its decimal point depends on the host's locale. Enough for the largest double there is.
   std::array<char, 320> text;
-  std::snprintf(text.data(), text.size(), "%0.2f", range.maxFrameRate());
-  return text.data();
+  const auto end = std::to_chars(text.begin(), text.end(), range.maxFrameRate(), std::chars_format::fixed, 2).ptr;
+  return {text.begin(), end};
 }

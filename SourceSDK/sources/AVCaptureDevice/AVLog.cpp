@@ -4,15 +4,17 @@
 #include <Foundation/NSProcessInfo.h>
 
 #include <array>
-#include <condition_variable>
+#include <atomic>
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <functional>
 #include <map>
-#include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace {
 
@@ -23,9 +25,9 @@ double now() { return NSProcessInfo::processInfo().systemUptime(); }
 AV_LogCount::AV_LogCount() : _created(now()) {}
 
 std::int32_t AV_LogCount::logCount() {
-  constexpr double LongestPause = 5.0;
+  constexpr std::int64_t LongestPauseNanoseconds = 5'000'000'000;
   const double time = _created - now();
-  if (_lastLogTime && time - *_lastLogTime < -LongestPause) _logCount = 0;
+  if (_lastLogTime && std::llround((*_lastLogTime - time) * 1e9) > LongestPauseNanoseconds) _logCount = 0;
   _lastLogTime = time;
   return _logCount++;
 }
@@ -34,22 +36,21 @@ namespace AV {
 
 using LogTable = std::map<std::string, AV_LogCount, std::less<>>;
 
-// What the last registration left, guarded by g_logLock. The lock and the condition are never destroyed, so that a
-// thread may log as late as it likes.
+// What the last registration left, guarded by g_logLock. Nothing here has a destructor that would run when the module is
+// unloaded or the process ends, so that a thread may log as late as it likes.
 BRV_LogCallback _log = nullptr;
 void* pLogContext = nullptr;
-std::unique_ptr<LogTable> g_pLogTable;
+LogTable* g_pLogTable = nullptr;
 std::int32_t g_maxLogCount = 0;
 std::int32_t g_minLogCount = 0;
 std::int32_t g_netLogCount = 0;
 
 namespace {
 
-std::mutex& g_logLock = *new std::mutex;
-std::condition_variable& g_callEnded = *new std::condition_variable;
+constinit std::mutex g_logLock;
 
 /// Calls of the host's callback in progress: those of the present registration and those of the one before.
-std::array<int, 2> g_runningCalls{};
+constinit std::array<std::atomic<int>, 2> g_runningCalls{};
 std::size_t g_registration = 0;
 
 /// How many calls of the host's callback this thread is in.
@@ -77,7 +78,13 @@ enum class Verdict { suppress, emit, summarise };
 
 Verdict decide(std::string_view key) {
   auto entry = g_pLogTable->find(key);
-  if (entry == g_pLogTable->end()) entry = g_pLogTable->try_emplace(std::string(key)).first;
+  if (entry == g_pLogTable->end()) {
+    try {
+      entry = g_pLogTable->try_emplace(std::string(key)).first;
+    } catch (const std::bad_alloc&) {
+      return Verdict::suppress;
+    }
+  }
   const std::int32_t count = entry->second.logCount();
   if (count > g_maxLogCount) {
     entry->second.setLogCount(g_minLogCount);
@@ -90,9 +97,9 @@ Verdict decide(std::string_view key) {
 
 void setLog(BRV_LogCallback callback, void* context, std::int32_t maximumCount, std::int32_t minimumCount) {
   std::unique_lock lock(g_logLock);
-  g_pLogTable.reset();
+  delete std::exchange(g_pLogTable, nullptr);
   if (context) {
-    g_pLogTable = std::make_unique<LogTable>();
+    g_pLogTable = new LogTable;
     _log = callback;
     pLogContext = context;
     g_maxLogCount = maximumCount;
@@ -103,15 +110,16 @@ void setLog(BRV_LogCallback callback, void* context, std::int32_t maximumCount, 
     pLogContext = nullptr;
     g_maxLogCount = g_minLogCount = g_netLogCount = 0;
   }
-  const int& formerCalls = g_runningCalls[g_registration % 2];
+  const auto& formerCalls = g_runningCalls[g_registration % 2];
   ++g_registration;
-  g_callEnded.wait(lock, [&] { return formerCalls <= callsOnThisThread; });
+  lock.unlock();
+  for (int calls = formerCalls; calls > callsOnThisThread; calls = formerCalls) formerCalls.wait(calls);
 }
 
 void _aux_log(std::int32_t level, std::int32_t line, const char* file, const char* format, ...) {
   BRV_LogCallback callback;
   void* context;
-  int* runningCalls;
+  std::atomic<int>* runningCalls;
   Key key;
   {
     std::lock_guard lock(g_logLock);
@@ -144,11 +152,8 @@ void _aux_log(std::int32_t level, std::int32_t line, const char* file, const cha
   callback(context, level, "%s    %s", key.data(), message.data());
   --callsOnThisThread;
 
-  {
-    std::lock_guard lock(g_logLock);
-    --*runningCalls;
-  }
-  g_callEnded.notify_all();
+  --*runningCalls;
+  runningCalls->notify_all();
 }
 
 }  // namespace AV

@@ -8,8 +8,11 @@
 #include <string>
 
 #include "AVDeviceManager.h"
+#include "AVGuard.h"
 #include "AVLog.h"
 #include "common/CommonSDK.h"
+
+using AV::guarded;
 
 namespace {
 
@@ -57,75 +60,99 @@ AV::DeviceUse sourceOfError(int errorCode) {
 extern "C" {
 
 int BRV_IntitializeLibrary(void) {
-  AV::DeviceManager::initialize();
-  g_pDeviceManager = AV::DeviceManager::instance();
-  if (!CSDK::CommonSDKVariables::_instance) CSDK::CommonSDKVariables::initialize();
+  guarded([] {
+    AV::DeviceManager::initialize();
+    g_pDeviceManager = AV::DeviceManager::instance();
+    if (!CSDK::CommonSDKVariables::_instance) CSDK::CommonSDKVariables::initialize();
+  });
   return 1;
 }
 
 void BRV_UninitializeLibrary(void) {
-  delete g_pDeviceManager;
-  g_pDeviceManager = nullptr;
-  AV::setLog(nullptr, nullptr, 0, 0);
-  CSDK::uninitialize();
+  guarded([] {
+    delete g_pDeviceManager;
+    g_pDeviceManager = nullptr;
+    AV::setLog(nullptr, nullptr, 0, 0);
+    CSDK::uninitialize();
+  });
 }
 
 void BRV_RegisterLocalizeStringCallback(BRV_LocalizeStringCallback callback) {
-  if (!CSDK::CommonSDKVariables::_instance) CSDK::CommonSDKVariables::initialize();
-  auto& services = *CSDK::CommonSDKVariables::_instance;
-  std::lock_guard lock(services._translateLock);
-  services._localizeCallback = callback;
+  guarded([=] {
+    if (!CSDK::CommonSDKVariables::_instance) CSDK::CommonSDKVariables::initialize();
+    auto& services = *CSDK::CommonSDKVariables::_instance;
+    std::lock_guard lock(services._translateLock);
+    services._localizeCallback = callback;
+  });
 }
 
 void BRV_RegisterPreferenceCallback(BRV_GetPreferenceCallback get, BRV_SetPreferenceCallback set, void* context) {
-  if (!CSDK::CommonSDKVariables::_instance) CSDK::CommonSDKVariables::initialize();
-  auto& services = *CSDK::CommonSDKVariables::_instance;
-  std::lock_guard lock(services._prefsLock);
-  services._getPrefsCallback = get;
-  services._setPrefsCallback = set;
-  services._prefsContext = context;
+  guarded([=] {
+    if (!CSDK::CommonSDKVariables::_instance) CSDK::CommonSDKVariables::initialize();
+    auto& services = *CSDK::CommonSDKVariables::_instance;
+    std::lock_guard lock(services._prefsLock);
+    services._getPrefsCallback = get;
+    services._setPrefsCallback = set;
+    services._prefsContext = context;
+  });
 }
 
 void BRV_RegisterLogCallback(void*, BRV_LogCallback callback, void* context) {
-  AV::setLog(callback, context, MaximumLogCount, MinimumLogCount);
-  if (g_pDeviceManager) g_pDeviceManager->detectDeviceConnect();
+  guarded([=] {
+    AV::setLog(callback, context, MaximumLogCount, MinimumLogCount);
+    if (g_pDeviceManager) g_pDeviceManager->detectDeviceConnect();
+  });
 }
 
 void BRV_RegisterDeviceStateChangedCallback(void*, BRV_DeviceStateChangedCallback callback, void* context) {
-  if (g_pDeviceManager) g_pDeviceManager->setStateChangeCallback(callback, context);
+  guarded([=] {
+    if (g_pDeviceManager) g_pDeviceManager->setStateChangeCallback(callback, context);
+  });
 }
 
 void BRV_RegisterSourceChangedCallback(void*, const char* sourceId, BRV_SourceChangedCallback callback, void* context) {
-  if (const auto source = findSource(sourceId)) source->setSourceChangeCallback(callback, context);
+  guarded([=] {
+    if (const auto source = findSource(sourceId)) source->setSourceChangeCallback(callback, context);
+  });
 }
 
 void BRV_GetModelInfo(void*, char* buffer, int* length) {
-  const char* text = groupText();
-  if (length) *length = static_cast<int>(std::strlen(text));
-  if (buffer) std::strcpy(buffer, text);
+  guarded([=] {
+    const char* text = groupText();
+    if (length) *length = static_cast<int>(std::strlen(text));
+    if (buffer) std::strcpy(buffer, text);
+  });
 }
 
 int BRV_ConnectDevice(void) { return 1; }
 
 void BRV_DisconnectDevice(void) {
-  if (g_pDeviceManager) g_pDeviceManager->stopAllDevices();
+  guarded([] {
+    if (g_pDeviceManager) g_pDeviceManager->stopAllDevices();
+  });
 }
 
 int BRV_GetDeviceState(void) { return BRV_DEVICE_STATE; }
 
 void BRV_GetDeviceGroupDisplayName(const char* languageCode, char* buffer, int* length) {
-  exchangeText(groupText(), buffer, length);
-  if (buffer && g_pDeviceManager) g_pDeviceManager->setLanguageCode(languageCode ? languageCode : "");
+  guarded([=] {
+    exchangeText(groupText(), buffer, length);
+    if (buffer && g_pDeviceManager) g_pDeviceManager->setLanguageCode(languageCode ? languageCode : "");
+  });
 }
 
 int BRV_GetDeviceCount(void) { return 1; }
 
-void BRV_GetDeviceId(void*, char* buffer, int* length) { exchangeText(groupText(), buffer, length); }
+void BRV_GetDeviceId(void*, char* buffer, int* length) {
+  guarded([=] { exchangeText(groupText(), buffer, length); });
+}
 
-int BRV_GetSourceCount(void) { return g_pDeviceManager ? g_pDeviceManager->getDeviceCount() : 0; }
+int BRV_GetSourceCount(void) {
+  return guarded(0, [] { return g_pDeviceManager ? g_pDeviceManager->getDeviceCount() : 0; });
+}
 
 void BRV_GetSourceId(void*, int index, char* buffer, int* length) {
-  exchangeText(sourceIdAt(index).c_str(), buffer, length);
+  guarded([=] { exchangeText(sourceIdAt(index).c_str(), buffer, length); });
 }
 
 void BRV_GetSourceDisplayName(void*, const char* sourceId, void*, char* buffer, int* length) {
@@ -135,11 +162,13 @@ void BRV_GetSourceDisplayName(void*, const char* sourceId, void*, char* buffer, 
 int BRV_GetSourceState(void) { return BRV_SOURCE_STATE; }
 
 void BRV_GetErrorMessage(void*, void*, int errorCode, char* buffer, int* length) {
-  static std::string errorString;
-  if (!buffer && length) {
-    if (const auto source = sourceOfError(errorCode)) source->getErrorString(errorString);
-  }
-  exchangeText(errorString.c_str(), buffer, length);
+  guarded([=] {
+    static std::string errorString;
+    if (!buffer && length) {
+      if (const auto source = sourceOfError(errorCode)) source->getErrorString(errorString);
+    }
+    exchangeText(errorString.c_str(), buffer, length);
+  });
 }
 
 void BRV_DeleteString(char* string) { delete[] string; }
@@ -148,54 +177,64 @@ int BRV_ShowCustomConfigDialog(void) { return 0; }
 
 void BRV_RegisterVideoDataArrivedCallback(void*, const char* sourceId, BRV_VideoDataArrivedCallback callback,
                                           void* context) {
-  const auto source = findSource(sourceId);
-  if (!source) return;
-  source->stopDevice();
-  source->setVideoDataArriveCallback(callback, context);
-  if (callback && context) source->startDevice();
+  guarded([=] {
+    const auto source = findSource(sourceId);
+    if (!source) return;
+    source->stopDevice();
+    source->setVideoDataArriveCallback(callback, context);
+    if (callback && context) source->startDevice();
+  });
 }
 
 void BRV_RegisterAudioDataArrivedCallback(void*, const char* sourceId, BRV_AudioDataArrivedCallback callback,
                                           void* context) {
-  const auto source = findSource(sourceId);
-  if (!source) return;
-  source->stopDevice();
-  source->setAudioDataArrivedCallback(callback, context);
-  if (callback && context) source->startDevice();
+  guarded([=] {
+    const auto source = findSource(sourceId);
+    if (!source) return;
+    source->stopDevice();
+    source->setAudioDataArrivedCallback(callback, context);
+    if (callback && context) source->startDevice();
+  });
 }
 
 int BRV_SourceSupportsProperty(void*, const char* sourceId, const char* propertyName) {
-  const auto source = findSource(sourceId);
-  if (!source) return 0;
-  if (zString::string_equal(propertyName, "ProvidesVideo")) return source->hasVideoStream() ? 1 : 0;
-  if (zString::string_equal(propertyName, "ProvidesAudio")) return source->hasAudioStream() ? 1 : 0;
-  if (zString::string_equal(propertyName, "HDV")) return source->isHDV() ? 1 : 0;
-  return 0;
+  return guarded(0, [=] {
+    const auto source = findSource(sourceId);
+    if (!source) return 0;
+    if (zString::string_equal(propertyName, "ProvidesVideo")) return source->hasVideoStream() ? 1 : 0;
+    if (zString::string_equal(propertyName, "ProvidesAudio")) return source->hasAudioStream() ? 1 : 0;
+    if (zString::string_equal(propertyName, "HDV")) return source->isHDV() ? 1 : 0;
+    return 0;
+  });
 }
 
 int BRV_GetProperty(void* context, BRV_PropertyCallback callback, const char* propertyName, const void* required,
                     const char* sourceId) {
-  if (!required || !callback) return 0;
-  // The source is let go before the host is called, which may well run the main loop.
-  auto source = findSource(sourceId);
-  if (!source) return 0;
-  if (zString::string_equal(propertyName, "frame_duration")) {
-    const std::int64_t duration = source->getDeviceFrameDuration();
-    source = {};
-    callback(context, BRV_PROPERTY_INT64, &duration);
-    return 1;
-  }
-  if (zString::string_equal(propertyName, "device_id")) {
-    const std::string id = source->hasAudioStream() ? source->getAudioDeviceID() : source->getVideoDeviceID();
-    source = {};
-    callback(context, BRV_PROPERTY_STRING, id.c_str());
-  }
-  return 0;
+  return guarded(0, [=] {
+    if (!required) return 0;
+    // The source is let go before the host is called, which may well run the main loop.
+    auto source = findSource(sourceId);
+    if (!source) return 0;
+    if (zString::string_equal(propertyName, "frame_duration")) {
+      const std::int64_t duration = source->getDeviceFrameDuration();
+      source = {};
+      if (callback) callback(context, BRV_PROPERTY_INT64, &duration);
+      return 1;
+    }
+    if (zString::string_equal(propertyName, "device_id")) {
+      const std::string id = source->hasAudioStream() ? source->getAudioDeviceID() : source->getVideoDeviceID();
+      source = {};
+      if (callback) callback(context, BRV_PROPERTY_STRING, id.c_str());
+    }
+    return 0;
+  });
 }
 
 int BRV_GetTimescaleTicksPerSec(void*, const char* sourceId) {
-  const auto source = findSource(sourceId);
-  return source ? source->getDeviceTimescale() : -1;
+  return guarded(-1, [=] {
+    const auto source = findSource(sourceId);
+    return source ? source->getDeviceTimescale() : -1;
+  });
 }
 
 }  // extern "C"

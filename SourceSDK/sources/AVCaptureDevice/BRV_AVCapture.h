@@ -98,7 +98,8 @@ BRV_STATIC_ASSERT(offsetof(BRV_VideoBuffer, data) == 40);
 
 /*
  * One run of sound: 44,100 Hz, 16-bit signed little-endian, left and right interleaved, 4 bytes a frame. The
- * record and its samples are valid during the callback only.
+ * record and its samples are valid during the callback only. Time stamps count ticks of BRV_GetTimescaleTicksPerSec;
+ * but where a camera is paired with a microphone of its own, those of the microphone, usually its sample rate.
  */
 typedef struct BRV_AudioBuffer {
   int32_t format;        /* BRV_FORMAT_PCM */
@@ -107,7 +108,7 @@ typedef struct BRV_AudioBuffer {
   int32_t bitsPerSample; /* 16 */
   int32_t dataLength;    /* bytes at `data` */
   int32_t reserved0;     /* not written */
-  int64_t timeStamp;     /* presentation time of the first frame, in ticks of BRV_GetTimescaleTicksPerSec */
+  int64_t timeStamp;     /* presentation time of the first frame, see above */
   int32_t flags;         /* BRV_FLAG_FORMAT_CHANGED or 0 */
   int32_t reserved1;     /* not written */
   void* data;
@@ -145,11 +146,14 @@ typedef void (*BRV_SetPreferenceCallback)(void* context, const char* key, const 
  * ("File:line", or "File:line x 300" for a summary of suppressed lines) and the message, at most 511 bytes,
  * usually with its own line end. Levels: 2 banners, 3 refusals and set-up failures, 4 everything else. Called on
  * any thread, capture threads included, possibly several at once; it must not call the module back with
- * anything but read-only entry points, and must not wait for the thread that drives the module.
+ * anything but read-only entry points, and must not wait for the main thread or for the thread that drives the module.
  */
 typedef void (*BRV_LogCallback)(void* context, int level, const char* format, ...);
 
-/* `state` is BRV_DEVICE_STATE_ATTACHED or _REMOVED. Called on the main thread; the host enumerates again. */
+/*
+ * `state` is BRV_DEVICE_STATE_ATTACHED or _REMOVED. Called on the main thread; the host enumerates again. It must not
+ * wait for the thread that drives the module, where that is another one.
+ */
 typedef void (*BRV_DeviceStateChangedCallback)(void* context, int state);
 
 /* Something about a source changed. No part of the module calls it at present. */
@@ -159,7 +163,7 @@ typedef void (*BRV_SourceChangedCallback)(void* context, int change);
  * Receives one frame, on the source's video capture queue: one call at a time for a source, different
  * sources at the same time. While it runs, later frames of the source wait or are dropped and reported in the log. It
  * may call read-only entry points; it must not register or unregister, change settings or uninitialise,
- * and must not wait for the thread that drives the module.
+ * and must not wait for the main thread or for the thread that drives the module.
  */
 typedef void (*BRV_VideoDataArrivedCallback)(void* context, BRV_VideoBuffer* buffer);
 
@@ -251,7 +255,8 @@ typedef int (*BRV_GetSourceCount_Function)(void);
 /*
  * The identifier of the source at `index`, 0 to count - 1: what all entry points below take as `sourceId`. It stays the
  * same as long as the source exists, while a removal moves the indexes behind it down. Outside the range the length is
- * 0 and the text empty. Read-only.
+ * 0 and the text empty. Between the two calls no source may come or go, so make both on the main thread, or on a thread
+ * that the main thread waits for.
  */
 BRV_EXPORT void BRV_GetSourceId(void* unread, int index, char* buffer, int* length);
 typedef void (*BRV_GetSourceId_Function)(void* unread, int index, char* buffer, int* length);
@@ -307,8 +312,8 @@ typedef int (*BRV_SourceSupportsProperty_Function)(void* unread, const char* sou
 /*
  * Calls back with a property's value before it returns. "frame_duration": BRV_PROPERTY_INT64, the duration of a frame in
  * ticks of the source's timescale (0 before the first sample, -1 for a source without media); returns 1. "device_id":
- * BRV_PROPERTY_STRING, the capture device's unique identifier, the audio device's where there is sound; returns 0. Anything else, a null
- * `required` (which is not otherwise read) or a null callback: no call, 0. Read-only.
+ * BRV_PROPERTY_STRING, the capture device's unique identifier, the audio device's where there is sound; returns 0. Anything else, or a null
+ * `required` (which is not otherwise read): no call, 0. A null callback is not called; the result is the same. Read-only.
  */
 BRV_EXPORT int BRV_GetProperty(void* context, BRV_PropertyCallback callback, const char* propertyName,
                                const void* required, const char* sourceId);

@@ -169,6 +169,26 @@ TEST_F(VideoOutputTest, StoppedFromTheDelegateWaitingFramesAreDropped) {
   expectConservation();
 }
 
+TEST_F(VideoOutputTest, AStuckDelegateCostsNoMemoryAndEveryDropIsReported) {
+  Gate gate;
+  gate.attachTo(delegate);
+  session->startRunning();
+  capture(1);
+  gate.waitUntilEntered();
+  capture(2);
+  for (int i = 0; i < 1000; ++i) {
+    capture(3);
+    camera->loseFrame(CMTimeMake(3, 30));
+  }
+  gate.open();
+  session->stopRunning();
+
+  EXPECT_EQ(delegate.events.size(), 2002U);
+  EXPECT_EQ(output->statistics().droppedLate, 1000U);
+  EXPECT_EQ(output->statistics().droppedByDevice, 1000U);
+  expectConservation();
+}
+
 TEST_F(VideoOutputTest, FramesLostByTheDeviceAreReported) {
   session->startRunning();
   camera->loseFrame(CMTimeMake(1, 30));

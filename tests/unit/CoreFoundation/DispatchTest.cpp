@@ -5,9 +5,12 @@
 #include <dispatch/Scheduler.h>
 
 #include <gtest/gtest.h>
+#include <support/VirtualScheduler.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -82,6 +85,8 @@ TEST_F(DispatchTest, ItemsOfManyThreadsRunOneAtATimeAndInTheOrderOfEachThread) {
 TEST_F(DispatchTest, AnIdleQueueRunsASynchronousItemOnTheCallerAndCountsAsBusyMeanwhile) {
   const Queue queue = makeQueue("inline");
   std::string order;
+  dispatch_async(queue.get(), [] {});  // so that the queue's thread exists and has to be woken
+  dispatch_sync(queue.get(), [] {});
 
   dispatch_sync(queue.get(), [&, caller = std::this_thread::get_id()] {
     EXPECT_EQ(std::this_thread::get_id(), caller);
@@ -154,6 +159,43 @@ TEST_F(DispatchTest, AnItemMayGiveBackTheLastReference) {
   waitUntilAllObjectsAreGone(objectsBefore);
 }
 
+/// Its lanes run their items inside `wake`: the earliest moment at which a thread could.
+class EagerScheduler final : public runtime::Scheduler {
+ public:
+  EagerScheduler() { install(this); }
+  ~EagerScheduler() override { install(nullptr); }
+
+  runtime::Nanoseconds now() override { return 0; }
+  void sleepUntil(runtime::Nanoseconds) override {}
+  bool wait(runtime::Event& event, runtime::Nanoseconds) override { return event.takeSignal(); }
+  std::unique_ptr<runtime::Lane> makeLane(std::string_view, runtime::LaneClient& client) override {
+    return std::make_unique<EagerLane>(client);
+  }
+
+ private:
+  struct EagerLane final : runtime::Lane {
+    explicit EagerLane(runtime::LaneClient& laneClient) : client(laneClient) {}
+
+    void wake() override {
+      const std::int64_t lanes = runtime::liveLaneCount();
+      client.runNextItem();
+      EXPECT_EQ(runtime::liveLaneCount(), lanes) << "the lane ended while it was being woken";
+    }
+    bool isCurrent() const override { return true; }
+
+    runtime::LaneClient& client;
+  };
+};
+
+TEST_F(DispatchTest, AQueueOutlivesTheWakingOfItsThread) {
+  const EagerScheduler scheduler;
+  const dispatch_queue_t asynchronous = dispatch_queue_create(nullptr, nullptr);
+  dispatch_async(asynchronous, [=] { dispatch_release(asynchronous); });
+
+  const dispatch_queue_t synchronous = dispatch_queue_create(nullptr, nullptr);
+  dispatch_sync(synchronous, [=] { dispatch_async(synchronous, [=] { dispatch_release(synchronous); }); });
+}
+
 TEST_F(DispatchTest, NothingIsLeftOfAQueueReleasedAfterASynchronousItem) {
   for (int round = 0; round < 2000; ++round) {
     const dispatch_queue_t queue = dispatch_queue_create("device", nullptr);
@@ -203,17 +245,15 @@ TEST_F(DispatchTest, NullQueuesAndItemsAreIgnored) {
 TEST(DispatchDeathTest, WaitingForTheQueueOneRunsOnAbortsWithItsName) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto deadlock = [](dispatch_queue_t queue) { dispatch_sync(queue, [queue] { dispatch_sync(queue, [] {}); }); };
-  const auto deadlockThroughAnotherQueue = [](dispatch_queue_t queue) {
+  const auto deadlockThroughABusyQueue = [](dispatch_queue_t queue) {
+    const test::VirtualScheduler scheduler;  // keeps the other queue busy until it is waited for
     const Queue other = makeQueue("other");
-    Roadblock roadblock(other.get());  // so that the item may run on the other queue's thread
-    dispatch_sync(queue, [&] {
-      roadblock.remove();
-      dispatch_sync(other.get(), [queue] { dispatch_sync(queue, [] {}); });
-    });
+    dispatch_async(other.get(), [] {});
+    dispatch_sync(queue, [&] { dispatch_sync(other.get(), [queue] { dispatch_sync(queue, [] {}); }); });
   };
 
   EXPECT_DEATH(deadlock(makeQueue("Camera 1").get()), "current queue \"Camera 1\"");
-  EXPECT_DEATH(deadlockThroughAnotherQueue(makeQueue("Camera 2").get()), "current queue \"Camera 2\"");
+  EXPECT_DEATH(deadlockThroughABusyQueue(makeQueue("Camera 2").get()), "current queue \"Camera 2\"");
 }
 
 }  // namespace

@@ -1,18 +1,16 @@
 // Lanes and events: on threads, and on a scheduler that runs everything on one thread in virtual time.
 
+#include <Foundation/NSOperation.h>
 #include <dispatch/Scheduler.h>
 #include <dispatch/dispatch.h>
 
-#include <Foundation/NSOperation.h>
-
 #include <gtest/gtest.h>
+#include <support/VirtualScheduler.h>
 
-#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <string>
 #include <thread>
-#include <vector>
 
 namespace {
 
@@ -125,69 +123,8 @@ TEST(EventTest, ASignalIsKeptForTheNextWaitAndTakenByIt) {
   EXPECT_FALSE(event.wait(0));
 }
 
-/// Runs whichever lane is due first, on the thread that waits, and lets no real time pass.
-class VirtualScheduler final : public runtime::Scheduler {
- public:
-  VirtualScheduler() { install(this); }
-  ~VirtualScheduler() override { install(nullptr); }
-
-  Nanoseconds now() override { return _now; }
-  void sleepUntil(Nanoseconds time) override {
-    while (runOneUntil(time)) {
-    }
-  }
-  bool wait(runtime::Event& event, Nanoseconds deadline) override {
-    while (!event.takeSignal()) {
-      if (!runOneUntil(deadline)) return event.takeSignal();
-    }
-    return true;
-  }
-  std::unique_ptr<runtime::Lane> makeLane(std::string_view, runtime::LaneClient& client) override {
-    return std::make_unique<VirtualLane>(*this, client);
-  }
-
- private:
-  class VirtualLane final : public runtime::Lane {
-   public:
-    VirtualLane(VirtualScheduler& scheduler, runtime::LaneClient& laneClient)
-        : _lanes(scheduler._lanes), _current(scheduler._current), client(laneClient) {
-      _lanes.push_back(this);
-    }
-    ~VirtualLane() override { std::erase(_lanes, this); }
-    void wake() override {}
-    bool isCurrent() const override { return _current == this; }
-
-   private:
-    std::vector<VirtualLane*>& _lanes;
-    const VirtualLane*& _current;
-
-   public:
-    runtime::LaneClient& client;
-  };
-
-  bool runOneUntil(Nanoseconds deadline) {
-    const auto dueOf = [](VirtualLane* lane) { return lane->client.nextItemTime(); };
-    const auto first = std::ranges::min_element(_lanes, {}, dueOf);
-    const Nanoseconds due = first == _lanes.end() ? runtime::Never : dueOf(*first);
-    if (due == runtime::Never || due > deadline) {
-      EXPECT_NE(deadline, runtime::Never) << "nothing will ever happen";
-      _now = std::max(_now, deadline);
-      return false;
-    }
-    _now = std::max(_now, due);
-    const VirtualLane* const before = std::exchange(_current, *first);
-    (*first)->client.runNextItem();
-    _current = before;
-    return true;
-  }
-
-  Nanoseconds _now = 1;
-  std::vector<VirtualLane*> _lanes;
-  const VirtualLane* _current = nullptr;
-};
-
 TEST(VirtualTimeTest, ClocksQueuesAndTheRunLoopWorkOnOneThread) {
-  VirtualScheduler scheduler;
+  test::VirtualScheduler scheduler;
   std::string happened;
   {
     const dispatch_queue_t queue = dispatch_queue_create("frames", nullptr);

@@ -1,11 +1,11 @@
 #include <Foundation/NSNotification.h>
-
 #include <dispatch/Scheduler.h>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -98,6 +98,18 @@ TEST_F(NotificationTest, RemovalCancelsWaitingBlocksAndLetsGoOfWhatTheyHold) {
 
   EXPECT_EQ(object->retainCount(), 1);
   NSRunLoop::mainRunLoop().runUntilIdle();
+}
+
+TEST_F(NotificationTest, APostUnderWayQueuesNothingForARemovedObserver) {
+  const auto object = makeRef<Thing>();
+  Ref<NSObject> onMain;
+  const auto first = observe(Connected, [&] { center.removeObserver(onMain.get()); });
+  onMain = observeOnMainQueue(Connected, [] { FAIL() << "ran after the removal"; });
+
+  postFromAnotherThread(Connected, object.get());
+
+  EXPECT_EQ(object->retainCount(), 1);
+  center.removeObserver(first.get());
 }
 
 TEST_F(NotificationTest, ABlockMayRemoveItselfAlsoFromANestedRun) {

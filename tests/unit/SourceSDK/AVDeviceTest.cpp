@@ -113,6 +113,60 @@ TEST_F(DeviceTest, AMicrophonePairedWithARunningMuxedSourceTakesOverItsSound) {
   EXPECT_THAT(audioTimes, ElementsAre(7));
 }
 
+TEST_F(DeviceTest, ACamcorderThatJoinsItsMicrophoneLeavesTheSoundToIt) {
+  hardware::DeviceDescription description = fake::camcorder("Deck", "d")->description();
+  description.linkedDevices = {"m"};
+  auto deck = std::make_shared<fake::Device>(description);
+  auto microphone = fake::microphone("Mic", "m", {"d"});
+  detect({microphone});
+  source().setAudioDataArrivedCallback(countAudio, this);
+  start();
+
+  provider->plug(deck);
+  source().setVideoDataArriveCallback(countVideo, this);
+  for (int run = 0; run < 2; ++run) {  // the second time with the outputs connected anew
+    microphone->captureSound(CMTimeMake(run, 44100), silence.data(), 1024);
+    deck->captureSound(CMTimeMake(100, 48000), silence.data(), 1024);
+    deck->captureFrame(CMTimeMake(run, 30));
+    source().stopDevice();
+    start();
+  }
+  source().stopDevice();
+
+  EXPECT_THAT(audioTimes, ElementsAre(0, 1));
+  EXPECT_THAT(videoTimes, ElementsAre(0, 1));
+  EXPECT_EQ(source().getAudioDeviceID(), "m");
+  provider->unplug(deck);
+  provider->unplug(microphone);
+  EXPECT_EQ(manager->getDeviceCount(), 0);
+}
+
+TEST_F(DeviceTest, AStopDoesNotWaitForTheMainThreadToHearOfTheStart) {
+  auto camera = fake::camera("Cam", "c");
+  detect({camera});
+  std::thread([&] {
+    source().restartDevice();
+    EXPECT_FALSE(source().isRunning()) << "the main thread has not run its loop";
+    source().stopDevice();
+  }).join();
+  EXPECT_FALSE(camera->isRunning());
+
+  source().restartDevice();
+  NSRunLoop::mainRunLoop().runUntilIdle();  // the late notifications
+  EXPECT_TRUE(source().isRunning());
+}
+
+TEST_F(DeviceTest, ASourceRemovedWithinItsOwnUseIsDeletedWhenThatEnds) {
+  auto camera = fake::camera("Cam", "c");
+  detect({camera});
+  {
+    const auto use = manager->useDeviceWithName("Cam Video");
+    provider->unplug(camera);
+    EXPECT_EQ(manager->getDeviceCount(), 0);
+    EXPECT_EQ(use->getVideoDeviceID(), "c");
+  }
+}
+
 TEST_F(DeviceTest, AMicrophonePairedWithARunningCameraIsHeardAtOnce) {
   auto camera = fake::camera("Cam", "c", {"m"});
   auto microphone = fake::microphone("Mic", "m", {"c"});

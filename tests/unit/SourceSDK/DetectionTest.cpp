@@ -1,6 +1,8 @@
 #include <CoreMediaIO/CMIOHardware.h>
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <future>
 #include <map>
 #include <thread>
 
@@ -27,6 +29,10 @@ class DetectionTest : public FrameworkTest {
   void detect(std::vector<std::shared_ptr<fake::Device>> devices) {
     begin(std::move(devices));
     manager->detectDeviceConnect();
+  }
+
+  static void endLibrary(void* context, int) {
+    delete std::exchange(static_cast<DetectionTest*>(context)->manager, nullptr);
   }
 
   std::vector<std::string> names() const {
@@ -164,6 +170,43 @@ TEST_F(DetectionTest, ChangesNoticedElsewhereWaitForTheMainThread) {
 
   EXPECT_THAT(names(), ElementsAre("Cam 2 Video"));
   EXPECT_EQ(states.size(), 2U);
+}
+
+TEST_F(DetectionTest, TheHostMayEndTheLibraryWhenItHearsOfAChange) {
+  begin({});
+  manager->setStateChangeCallback(endLibrary, this);
+
+  provider->plug(fake::camera("Cam", "c"));
+
+  EXPECT_EQ(manager, nullptr);
+}
+
+TEST_F(DetectionTest, AReplacedStateCallbackIsNotRunningAnyMore) {
+  begin({});
+  struct Slow {
+    std::promise<void> entered, mayReturn;
+    std::atomic<bool> isReplaced{false};
+  } slow;
+  manager->setStateChangeCallback(
+      [](void* context, int) {
+        auto* state = static_cast<Slow*>(context);
+        state->entered.set_value();
+        state->mayReturn.get_future().wait();
+        EXPECT_FALSE(state->isReplaced);
+      },
+      &slow);
+  std::thread host([&] {
+    slow.entered.get_future().wait();
+    std::thread releasing([&] { slow.mayReturn.set_value(); });
+    manager->setStateChangeCallback(nullptr, nullptr);
+    slow.isReplaced = true;
+    releasing.join();
+  });
+
+  provider->plug(fake::camera("Cam", "c"));
+  host.join();
+
+  EXPECT_TRUE(slow.isReplaced);
 }
 
 TEST_F(DetectionTest, FireWireCamcordersAreMarkedByTheirUnits) {

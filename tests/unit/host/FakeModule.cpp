@@ -1,5 +1,5 @@
 // A module of made-up sources for the host's tests. It starts and stops them as the real one does, delivers as fast as
-// its callbacks return, and writes into each picture in which run of the source it was made.
+// its callbacks return, and fills each picture with 50 times the number of the source's run that it was made in.
 
 #include <AVCaptureDevice/BRV_AVCapture.h>
 #include <CoreVideo/CVPixelBuffer.h>
@@ -16,10 +16,10 @@
 
 namespace {
 
-constexpr std::int64_t kFrameTicks = 1'001;
-constexpr int kTicksPerSecond = 30'000;
-constexpr std::size_t kWidth = 18;
-constexpr int kRunFrames = 441;
+constexpr std::int64_t FrameTicks = 1'001;
+constexpr int TicksPerSecond = 30'000;
+constexpr std::size_t Width = 18;
+constexpr int RunFrames = 441;
 
 struct FakeSource {
   std::string name;
@@ -85,21 +85,20 @@ void unplug(const std::string& name) {
 
 void FakeSource::deliverVideo() {
   BRV_VideoBuffer record = {};
-  timescale = kTicksPerSecond;
+  timescale = TicksPerSecond;
   for (int frame = 0; !stops; ++frame) {
     if (frame == 3 || frame == 4) continue;  // the camera loses two
     CVPixelBufferRef buffer = nullptr;
-    if (CVPixelBufferCreate(nullptr, kWidth, 2, kCVPixelFormatType_422YpCbCr8_yuvs, nullptr, &buffer) != 0)
-      std::abort();
+    if (CVPixelBufferCreate(nullptr, Width, 2, kCVPixelFormatType_422YpCbCr8_yuvs, nullptr, &buffer) != 0) std::abort();
     CVPixelBufferLockBaseAddress(buffer, 0);
-    std::memset(CVPixelBufferGetBaseAddress(buffer), runs, CVPixelBufferGetDataSize(buffer));
+    std::memset(CVPixelBufferGetBaseAddress(buffer), 50 * runs, CVPixelBufferGetDataSize(buffer));
     CVPixelBufferUnlockBaseAddress(buffer, 0);
     record.format = BRV_FORMAT_PIXEL_BUFFER;
-    record.width = kWidth;
+    record.width = Width;
     record.height = 2;
     record.rowBytes = static_cast<std::int32_t>(CVPixelBufferGetBytesPerRow(buffer));
     record.pixelAspectRatio = 10.0F / 11;
-    record.timeStamp = frame * kFrameTicks;
+    record.timeStamp = frame * FrameTicks;
     record.data = buffer;
     if (video != nullptr && videoContext != nullptr) video(videoContext, &record);
     record.flags = BRV_FLAG_NOT_FIRST;
@@ -113,8 +112,8 @@ void FakeSource::deliverVideo() {
 }
 
 void FakeSource::deliverAudio() {
-  std::vector<char> samples(kRunFrames * 4);
-  BRV_AudioBuffer record = {BRV_FORMAT_PCM, 44'100, 2, 16, kRunFrames * 4, 0, 0, 0, 0, samples.data()};
+  std::vector<char> samples(RunFrames * 4);
+  BRV_AudioBuffer record = {BRV_FORMAT_PCM, 44'100, 2, 16, RunFrames * 4, 0, 0, 0, 0, samples.data()};
   if (!hasVideo) timescale = 48'000;
   for (int run = 0; !stops; ++run) {
     record.timeStamp = run * 480;  // the microphone counts 48,000 to the second
@@ -217,7 +216,7 @@ BRV_EXPORT int BRV_GetProperty(void* context, BRV_PropertyCallback callback, con
     callback(context, BRV_PROPERTY_STRING, source->deviceId.c_str());
     return 0;
   }
-  const std::int64_t duration = source->timescale > 0 ? kFrameTicks : 0;
+  const std::int64_t duration = source->timescale > 0 ? FrameTicks : 0;
   callback(context, BRV_PROPERTY_INT64, &duration);
   return 1;
 }

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstring>
 #include <sstream>
 #include <thread>
 
@@ -15,6 +16,10 @@ namespace brvhost {
 namespace {
 
 using testing::HasSubstr;
+
+/// Every byte of a picture from the third start of a source: the final one for picture with sound.
+constexpr char ThirdRun = static_cast<char>(150);
+constexpr const char* ClipHeader = "YUV4MPEG2 W18 H2 F30000:1001 Ip A10:11 C422\n";
 
 /// Runs brvhost's commands against a module of made-up sources.
 class HostTest : public testing::Test {
@@ -49,7 +54,7 @@ class HostTest : public testing::Test {
 };
 
 TEST_F(HostTest, ListsSourcesWithTheirKindsInTheHostsLanguage) {
-  EXPECT_EQ(runHost({"list"}), kExitDone);
+  EXPECT_EQ(runHost({"list"}), ExitDone);
 
   EXPECT_EQ(output(),
             "System Devices: 4 sources\n"
@@ -70,20 +75,20 @@ TEST_F(HostTest, KeepsTheLogToItselfWhenAskedTo) {
 }
 
 TEST_F(HostTest, RecordsExactlyWhatWasAskedForFromTheFirstFrameOfTheFinalStart) {
-  EXPECT_EQ(runHost({"record", "camera", "--seconds", "1", "--output", directory_.file("take")}), kExitDone);
+  EXPECT_EQ(runHost({"record", "camera", "--seconds", "1", "--output", directory_.file("take")}), ExitDone);
 
   // 30 frame times fit into a second; the camera lost two. All are of the third start, none from before.
-  std::string expected = "YUV4MPEG2 W18 H2 F30000:1001 Ip A10:11 C422\n";
-  for (int frame = 0; frame < 28; ++frame) expected += "FRAME\n" + std::string(36 + 18 + 18, '\3');
+  std::string expected = ClipHeader;
+  for (int frame = 0; frame < 28; ++frame) expected += "FRAME\n" + std::string(36 + 18 + 18, ThirdRun);
   EXPECT_EQ(directory_.contents("take.y4m"), expected);
 
   const std::string sound = directory_.contents("take.wav");
-  ASSERT_EQ(sound.size(), kWAVHeaderBytes + 44'100 * 4);
+  ASSERT_EQ(sound.size(), WAVHeaderBytes + 44'100 * 4);
   const auto header = wavHeader({}, 44'100 * 4);
   EXPECT_TRUE(std::equal(header.begin(), header.end(), sound.begin(),
                          [](std::uint8_t a, char b) { return a == static_cast<std::uint8_t>(b); }));
   for (std::size_t run = 0; run < 100; ++run) {
-    ASSERT_EQ(sound[kWAVHeaderBytes + run * 441 * 4], static_cast<char>(run)) << "sound is missing or doubled";
+    ASSERT_EQ(sound[WAVHeaderBytes + run * 441 * 4], static_cast<char>(run)) << "sound is missing or doubled";
   }
 
   EXPECT_EQ(output(), directory_.file("take.y4m") +
@@ -101,37 +106,47 @@ TEST_F(HostTest, RecordsOnlyTheMediaThatASourceHas) {
   runHost({"record", "mic", "--seconds", "0.5", "--output", directory_.file("take")});
 
   EXPECT_FALSE(directory_.contains("take.y4m"));
-  EXPECT_EQ(directory_.contents("take.wav").size(), kWAVHeaderBytes + 22'050 * 4);
+  EXPECT_EQ(directory_.contents("take.wav").size(), WAVHeaderBytes + 22'050 * 4);
 }
 
 TEST_F(HostTest, FinishesTheFilesWhenTheSourceIsUnplugged) {
-  runHost({"record", "loose", "--output", directory_.file("take")});
-
+  EXPECT_EQ(failureOf({"record", "loose", "--output", directory_.file("take")}, ExitFailed),
+            "Loose Video was unplugged");
   EXPECT_THAT(output(), HasSubstr("captured 10, delivered 8, dropped 2, not written 0"));
-  EXPECT_THAT(log(), HasSubstr("Loose Video was unplugged"));
+  EXPECT_EQ(directory_.contents("take.y4m").size(), std::strlen(ClipHeader) + 8 * (6 + 72));
 }
 
-TEST_F(HostTest, SavesASnapshotWithSquarePixels) {
+TEST_F(HostTest, SavesASnapshotFromTheFinalStartWithSquarePixels) {
   runHost({"snapshot", "0", directory_.file("picture.png")});
 
   EXPECT_EQ(output(), directory_.file("picture.png") + ": 16 x 2\n");
-  EXPECT_EQ(directory_.contents("picture.png").substr(1, 3), "PNG");
+  const std::vector<std::uint8_t> pixels(36 * 2, static_cast<std::uint8_t>(ThirdRun));
+  const RGBImage image = convertToRGB({pixels.data(), 36, 18, 2}, ColorMatrix::bt601);
+  const std::vector<std::uint8_t> expected = encodePNG(withSquarePixels(image, {10, 11}));
+  EXPECT_EQ(directory_.contents("picture.png"), std::string(expected.begin(), expected.end()));
+}
+
+TEST_F(HostTest, ProbesSourcesForTheirPictureAndSaysWhereNoneCame) {
+  runHost({"list", "--probe"});
+
+  EXPECT_THAT(output(), HasSubstr("mic-1\n     picture  18 x 2, 29.97 frames/s (1001 of 30000 ticks)\n"));
+  EXPECT_THAT(output(), HasSubstr("still-1\n     picture  none came\n"));
 }
 
 TEST_F(HostTest, SaysWhatIsWrongWithACommand) {
   const std::string take = directory_.file("take");
-  EXPECT_THAT(failureOf({"record", "cellar", "--output", take}, kExitWrongUse),
+  EXPECT_THAT(failureOf({"record", "cellar", "--output", take}, ExitWrongUse),
               HasSubstr("\"cellar\" is no source; there are:\n  0  Camera Video\n  1  Mic Audio"));
-  EXPECT_THAT(failureOf({"snapshot", "mic", take}, kExitFailed), HasSubstr("Mic Audio has no picture"));
-  EXPECT_THAT(failureOf({"record", "camera", "--output", "/nowhere/take"}, kExitFailed),
+  EXPECT_THAT(failureOf({"snapshot", "mic", take}, ExitFailed), HasSubstr("Mic Audio has no picture"));
+  EXPECT_THAT(failureOf({"record", "camera", "--output", "/nowhere/take"}, ExitFailed),
               HasSubstr("cannot create /nowhere/take.y4m: No such file or directory"));
-  EXPECT_THAT(failureOf({"list", "--rig", "/nowhere/studio.rig"}, kExitFailed),
+  EXPECT_THAT(failureOf({"list", "--rig", "/nowhere/studio.rig"}, ExitFailed),
               HasSubstr("cannot read /nowhere/studio.rig"));
 }
 
 TEST_F(HostTest, SaysWhatIsWrongWithAModule) {
-  EXPECT_THAT(failureOf({"list"}, kExitFailed, "/nowhere/module.so"), HasSubstr("/nowhere/module.so"));
-  const std::string missing = failureOf({"list"}, kExitFailed, LACKING_MODULE);
+  EXPECT_THAT(failureOf({"list"}, ExitFailed, "/nowhere/module.so"), HasSubstr("/nowhere/module.so"));
+  const std::string missing = failureOf({"list"}, ExitFailed, LACKING_MODULE);
   EXPECT_THAT(missing, HasSubstr("it lacks BRV_UninitializeLibrary, "));
   EXPECT_THAT(missing, HasSubstr("BRV_GetTimescaleTicksPerSec"));
   EXPECT_THAT(missing, testing::Not(HasSubstr("BRV_IntitializeLibrary")));
@@ -156,8 +171,8 @@ TEST_F(HostTest, AnInterruptEndsARecordingWithWholeFiles) {
   const std::size_t header = clip.find('\n') + 1;
   EXPECT_EQ((clip.size() - header) % (6 + 72), 0U);
   const std::string sound = directory_.contents("take.wav");
-  const auto expected = wavHeader({}, sound.size() - kWAVHeaderBytes);
-  EXPECT_EQ(sound.substr(0, kWAVHeaderBytes), std::string(expected.begin(), expected.end()));
+  const auto expected = wavHeader({}, sound.size() - WAVHeaderBytes);
+  EXPECT_EQ(sound.substr(0, WAVHeaderBytes), std::string(expected.begin(), expected.end()));
 }
 
 TEST(ConsoleTest, RedrawsTheProgressBelowALineOfLog) {

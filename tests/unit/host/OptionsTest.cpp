@@ -69,7 +69,7 @@ TEST(OptionsTest, RefusesWhatItDoesNotUnderstand) {
       ADD_FAILURE() << "accepted";
     } catch (const UsageError& error) {
       EXPECT_THAT(error.what(), testing::HasSubstr(message));
-      EXPECT_EQ(error.exitCode(), kExitWrongUse);
+      EXPECT_EQ(error.exitCode(), ExitWrongUse);
     }
   }
 }

@@ -21,23 +21,23 @@ std::vector<std::uint8_t> randomBytes(std::size_t count) {
 }
 
 TEST(RepackTest, AgreesWithAPlainLoopAtEveryWidth) {
-  constexpr std::size_t kHeight = 3;
+  constexpr std::size_t Height = 3;
   for (std::size_t width = 1; width <= 70; ++width) {
     SCOPED_TRACE(width);
     const std::size_t rowBytes = yuvsRowBytes(width) + 12;
-    const std::vector<std::uint8_t> pixels = randomBytes(rowBytes * kHeight);
+    const std::vector<std::uint8_t> pixels = randomBytes(rowBytes * Height);
     std::vector<std::uint8_t> expected;
-    for (std::size_t y = 0; y < kHeight; ++y) {
+    for (std::size_t y = 0; y < Height; ++y) {
       for (std::size_t x = 0; x < width; ++x) expected.push_back(pixels[y * rowBytes + 2 * x]);
     }
     for (const std::size_t chroma : {1U, 3U}) {
-      for (std::size_t y = 0; y < kHeight; ++y) {
+      for (std::size_t y = 0; y < Height; ++y) {
         for (std::size_t x = 0; x < width; x += 2) expected.push_back(pixels[y * rowBytes + 2 * x + chroma]);
       }
     }
 
-    std::vector<std::uint8_t> planes(planarBytes(width, kHeight));
-    repackPlanar({pixels.data(), rowBytes, width, kHeight}, planes.data());
+    std::vector<std::uint8_t> planes(planarBytes(width, Height));
+    repackPlanar({pixels.data(), rowBytes, width, Height}, planes.data());
 
     ASSERT_EQ(planes, expected);
   }

@@ -9,9 +9,9 @@
 namespace brvhost {
 namespace {
 
-constexpr std::int64_t kLargest = std::numeric_limits<std::int64_t>::max();
-constexpr std::int64_t kSmallest = std::numeric_limits<std::int64_t>::min();
-constexpr FrameTiming kNTSC{30'000, 1'001};
+constexpr std::int64_t Largest = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t Smallest = std::numeric_limits<std::int64_t>::min();
+constexpr FrameTiming NTSC{30'000, 1'001};
 
 TEST(TimelineTest, ReadsMissingFramesFromGaps) {
   struct Case {
@@ -30,8 +30,8 @@ TEST(TimelineTest, ReadsMissingFramesFromGaps) {
       {9'009, 0, 1'001, 0},  // going back
       {0, 1'001, 0, 0},
       {0, 1'001, -1, 0},
-      {kSmallest, kLargest, 1, kLargest - 1},
-      {0, kLargest, kLargest, 0},
+      {Smallest, Largest, 1, Largest - 1},
+      {0, Largest, Largest, 0},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(framesMissing(c.previous, c.next, c.duration), c.missing)
@@ -41,7 +41,7 @@ TEST(TimelineTest, ReadsMissingFramesFromGaps) {
 
 TEST(TimelineTest, CountsFramesAndGapsOfARecording) {
   VideoTimeline timeline;
-  for (const std::int64_t frame : {7, 8, 11, 12, 14}) timeline.add(frame * 1'001, kNTSC);
+  for (const std::int64_t frame : {7, 8, 11, 12, 14}) timeline.add(frame * 1'001, NTSC);
 
   EXPECT_EQ(timeline.delivered(), 5);
   EXPECT_EQ(timeline.dropped(), 3);
@@ -52,13 +52,13 @@ TEST(TimelineTest, CountsFramesAndGapsOfARecording) {
 
 TEST(TimelineTest, AFrameWithoutATimeStampIsNeitherAGapNorHidesOne) {
   VideoTimeline timeline;
-  timeline.add(0, kNTSC);
+  timeline.add(0, NTSC);
   timeline.add(0, {0, 0});
-  timeline.add(2 * 1'001, kNTSC);
+  timeline.add(2 * 1'001, NTSC);
   EXPECT_EQ(timeline.dropped(), 0);
 
   timeline.add(0, {0, 0});
-  timeline.add(5 * 1'001, kNTSC);
+  timeline.add(5 * 1'001, NTSC);
   EXPECT_EQ(timeline.dropped(), 1);
   EXPECT_EQ(timeline.delivered(), 5);
   EXPECT_EQ(timeline.lastStamp(), 5 * 1'001);
@@ -82,7 +82,7 @@ TEST(TimelineTest, SecondsHoldTheFramesWhoseMiddleLiesInThem) {
     int frames;
   };
   const Case cases[] = {
-      {{30, 1}, 3, 90},           {kNTSC, 3, 90},     {{25, 1}, 0.04, 1}, {{25, 1}, 0.09, 2},
+      {{30, 1}, 3, 90},           {NTSC, 3, 90},      {{25, 1}, 0.04, 1}, {{25, 1}, 0.09, 2},
       {{60'000, 1'001}, 10, 599}, {{600, 20}, 2, 60},
   };
   for (const Case& c : cases) {
@@ -99,8 +99,8 @@ TEST(TimelineTest, SecondsHoldTheFramesWhoseMiddleLiesInThem) {
 TEST(TimelineTest, SurvivesAbsurdTimeStamps) {
   VideoTimeline timeline;
   for (int i = 0; i < 10; ++i) {
-    timeline.add(kSmallest, {1, 1});
-    timeline.add(kLargest, {1, 1});
+    timeline.add(Smallest, {1, 1});
+    timeline.add(Largest, {1, 1});
   }
   EXPECT_EQ(timeline.delivered(), 20);
   EXPECT_GT(timeline.captured(), 0);
@@ -122,7 +122,7 @@ TEST(TimelineTest, FindsTheUnitOfASoundsTimeStamps) {
       {"one run only", 600, 5, 5, 0, 600},
       {"stamps that stand still", 600, 5, 5, 88'200, 600},
       {"nothing known", -1, 0, 0, 0, 0},
-      {"absurd stamps", 600, kSmallest, kLargest, 1, 0},
+      {"absurd stamps", 600, Smallest, Largest, 1, 0},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(soundTicksPerSecond(c.source, c.first, c.last, c.frames, 44'100), c.ticks) << c.what;

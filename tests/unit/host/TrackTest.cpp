@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <cstring>
-#include <future>
 #include <thread>
 
 #include "AudioTrack.h"
@@ -14,12 +13,12 @@
 namespace brvhost {
 namespace {
 
-constexpr std::chrono::milliseconds kNoPatience{0};
-constexpr std::chrono::hours kAllPatience{1};
+constexpr std::chrono::milliseconds NoPatience{0};
+constexpr std::chrono::hours AllPatience{1};
 
 TEST(BoundedQueueTest, KeepsTheOrderRefusesWhenFullAndEmptiesAfterClosing) {
   BoundedQueue<int> queue(2);
-  const auto put = [&](int value) { return queue.push(kNoPatience, [value](int& item) { item = value; }); };
+  const auto put = [&](int value) { return queue.push(NoPatience, [value](int& item) { item = value; }); };
   int item = 0;
 
   EXPECT_TRUE(put(1));
@@ -38,10 +37,10 @@ TEST(BoundedQueueTest, KeepsTheOrderRefusesWhenFullAndEmptiesAfterClosing) {
 }
 
 TEST(BoundedQueueTest, APatientProducerLosesNothingToASlowConsumer) {
-  constexpr int kItems = 5'000;
+  constexpr int Items = 5'000;
   BoundedQueue<int> queue(3);
   std::thread producer([&] {
-    for (int i = 0; i < kItems; ++i) EXPECT_TRUE(queue.push(kAllPatience, [i](int& item) { item = i; }));
+    for (int i = 0; i < Items; ++i) EXPECT_TRUE(queue.push(AllPatience, [i](int& item) { item = i; }));
     queue.close();
   });
 
@@ -50,13 +49,13 @@ TEST(BoundedQueueTest, APatientProducerLosesNothingToASlowConsumer) {
   while (queue.pop(item)) EXPECT_EQ(item, expected++);
   producer.join();
 
-  EXPECT_EQ(expected, kItems);
+  EXPECT_EQ(expected, Items);
 }
 
 TEST(BoundedQueueTest, AnItemThatCannotBeFilledLeavesItsPlaceFree) {
   BoundedQueue<int> queue(1);
-  EXPECT_THROW(queue.push(kNoPatience, [](int&) { throw std::bad_alloc(); }), std::bad_alloc);
-  EXPECT_TRUE(queue.push(kNoPatience, [](int& item) { item = 8; }));
+  EXPECT_THROW(queue.push(NoPatience, [](int&) { throw std::bad_alloc(); }), std::bad_alloc);
+  EXPECT_TRUE(queue.push(NoPatience, [](int& item) { item = 8; }));
 }
 
 /// Hands frames to a track as a module does.
@@ -183,7 +182,7 @@ TEST(AudioTrackTest, CutsAtTheFrameThatFillsTheTimeAskedFor) {
   EXPECT_TRUE(track.isComplete());
   EXPECT_EQ(track.statistics().frames, 441);
   EXPECT_EQ(track.statistics().lastStamp, 300);
-  EXPECT_EQ(directory.contents("sound.wav").size(), kWAVHeaderBytes + 441 * 4);
+  EXPECT_EQ(directory.contents("sound.wav").size(), WAVHeaderBytes + 441 * 4);
 }
 
 TEST(AudioTrackTest, WritesWholeFramesAndEndsWhereTheFormatChanges) {
@@ -197,7 +196,7 @@ TEST(AudioTrackTest, WritesWholeFramesAndEndsWhereTheFormatChanges) {
   track.soundArrived(soundOf(ragged, 10, 48'000));
   track.finish();
 
-  EXPECT_EQ(directory.contents("sound.wav").size(), kWAVHeaderBytes + 4 * 10);
+  EXPECT_EQ(directory.contents("sound.wav").size(), WAVHeaderBytes + 4 * 10);
   EXPECT_TRUE(track.statistics().ending.has_value());
   EXPECT_EQ(track.statistics().notWritten, 10);
 }

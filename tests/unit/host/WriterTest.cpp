@@ -16,21 +16,21 @@ std::string little(std::uint64_t value, int bytes) {
   return text;
 }
 
-std::string textOf(const std::array<std::uint8_t, kWAVHeaderBytes>& bytes) {
+std::string textOf(const std::array<std::uint8_t, WAVHeaderBytes>& bytes) {
   return {bytes.begin(), bytes.end()};
 }
 
-const std::string kFormatChunk = "fmt " + little(16, 4) + little(1, 2) + little(2, 2) + little(44'100, 4) +
-                                 little(176'400, 4) + little(4, 2) + little(16, 2);
+const std::string FormatChunk = "fmt " + little(16, 4) + little(1, 2) + little(2, 2) + little(44'100, 4) +
+                                little(176'400, 4) + little(4, 2) + little(16, 2);
 
 TEST(Y4MWriterTest, WritesOddWidthsAndLeavesTheRowsPaddingOut) {
   const TemporaryDirectory directory;
-  constexpr std::size_t kRowBytes = 16;  // 3 pixels take 8 bytes, the rest is padding
-  std::uint8_t pixels[2 * kRowBytes];
+  constexpr std::size_t RowBytes = 16;  // 3 pixels take 8 bytes, the rest is padding
+  std::uint8_t pixels[2 * RowBytes];
   std::iota(std::begin(pixels), std::end(pixels), std::uint8_t{'A'});
 
   Y4MWriter writer(OutputFile(directory.file("odd.y4m")), {3, 2, {30'000, 1'001}, {10, 11}});
-  writer.writeFrame({pixels, kRowBytes, 3, 2});
+  writer.writeFrame({pixels, RowBytes, 3, 2});
   writer.close();
 
   EXPECT_EQ(directory.contents("odd.y4m"),
@@ -63,17 +63,17 @@ TEST(Y4MWriterTest, RefusesAPictureOfAnotherSizeAndKeepsTheFileWhole) {
 
 TEST(WAVWriterTest, WritesTheHeaderThatReadersExpect) {
   const std::string small = "RIFF" + little(72 + 400, 4) + "WAVE" + "JUNK" + little(28, 4) + std::string(28, '\0') +
-                            kFormatChunk + "data" + little(400, 4);
+                            FormatChunk + "data" + little(400, 4);
   EXPECT_EQ(textOf(wavHeader({}, 400)), small);
 }
 
 TEST(WAVWriterTest, BecomesRF64WhereASizeNoLongerFits) {
-  constexpr std::uint64_t kLastSmall = 0xFFFF'FFFFULL - 72 - 3;
-  EXPECT_EQ(textOf(wavHeader({}, kLastSmall)).substr(0, 4), "RIFF");
+  constexpr std::uint64_t LastSmall = 0xFFFF'FFFFULL - 72 - 3;
+  EXPECT_EQ(textOf(wavHeader({}, LastSmall)).substr(0, 4), "RIFF");
 
-  const std::uint64_t data = kLastSmall + 4;
+  const std::uint64_t data = LastSmall + 4;
   const std::string wide = "RF64" + little(0xFFFF'FFFF, 4) + "WAVE" + "ds64" + little(28, 4) + little(data + 72, 8) +
-                           little(data, 8) + little(data / 4, 8) + little(0, 4) + kFormatChunk + "data" +
+                           little(data, 8) + little(data / 4, 8) + little(0, 4) + FormatChunk + "data" +
                            little(0xFFFF'FFFF, 4);
   EXPECT_EQ(textOf(wavHeader({}, data)), wide);
 }
@@ -84,9 +84,9 @@ TEST(WAVWriterTest, KeepsTheSizesOfAnUnfinishedFileWithinASecondOfTheTruth) {
   WAVWriter writer(OutputFile(directory.file("sound.wav")), {});
 
   writer.write(half.data(), half.size());
-  EXPECT_EQ(directory.contents("sound.wav").substr(0, kWAVHeaderBytes), textOf(wavHeader({}, 0)));
+  EXPECT_EQ(directory.contents("sound.wav").substr(0, WAVHeaderBytes), textOf(wavHeader({}, 0)));
   writer.write(half.data(), half.size());
-  EXPECT_EQ(directory.contents("sound.wav").substr(0, kWAVHeaderBytes), textOf(wavHeader({}, 176'400)));
+  EXPECT_EQ(directory.contents("sound.wav").substr(0, WAVHeaderBytes), textOf(wavHeader({}, 176'400)));
   writer.write(half.data(), half.size());
   writer.close();
 
@@ -108,7 +108,7 @@ TEST(OutputFileTest, NamesTheFileAndTheReasonWhenTheDiskIsFull) {
     FAIL() << "a full disk went unnoticed";
   } catch (const Failure& failure) {
     EXPECT_STREQ(failure.what(), "cannot write to /dev/full: No space left on device");
-    EXPECT_EQ(failure.exitCode(), kExitFailed);
+    EXPECT_EQ(failure.exitCode(), ExitFailed);
   }
 }
 

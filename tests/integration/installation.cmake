@@ -1,0 +1,28 @@
+# Installs into a folder of its own and builds a host against that, once through the CMake package and once through
+# pkg-config.
+set(prefix ${BUILD}/installation)
+set(consumer ${BUILD}/consumer)
+file(REMOVE_RECURSE ${prefix} ${consumer})
+
+macro(run)
+  execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY)
+endmacro()
+
+run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix})
+run(${CMAKE_COMMAND} -S ${CONSUMER} -B ${consumer} -G Ninja -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_C_COMPILER=${C_COMPILER})
+run(${CMAKE_COMMAND} --build ${consumer})
+run(${consumer}/consumer)
+
+set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
+set(ENV{LD_LIBRARY_PATH} ${prefix}/${LIBDIR})
+function(ask_pkg_config result)
+  execute_process(COMMAND pkg-config --define-prefix ${ARGN} avcapturedevice
+    OUTPUT_VARIABLE answer OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+  separate_arguments(answer)
+  set(${result} ${answer} PARENT_SCOPE)
+endfunction()
+ask_pkg_config(flags --cflags --libs)
+ask_pkg_config(module --variable=module)
+run(${C_COMPILER} -std=c11 ${CONSUMER}/host.c -o ${consumer}/with-pkg-config ${flags} -ldl "-DMODULE=\"${module}\"")
+run(${consumer}/with-pkg-config)
+run(${prefix}/bin/brvhost list)

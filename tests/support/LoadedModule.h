@@ -1,0 +1,74 @@
+#pragma once
+
+// The built module, loaded and driven as a host does: through its exported entry points alone.
+
+#include <BRV_AVCapture.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+class LoadedModule {
+ public:
+  LoadedModule();
+  ~LoadedModule();
+  LoadedModule(const LoadedModule&) = delete;
+  LoadedModule& operator=(const LoadedModule&) = delete;
+
+  /// Looks an entry point up by its type: entryPoint<BRV_GetSourceCount_Function>("BRV_GetSourceCount").
+  template <typename Function>
+  Function entryPoint(const char* name) const {
+    return reinterpret_cast<Function>(symbol(name));
+  }
+
+ private:
+  void* symbol(const char* name) const;
+
+  void* _handle;
+};
+
+/// Calls an entry point of `module` by its name.
+#define BRV_CALL(module, name) ((module).entryPoint<name##_Function>(#name))
+
+/// What a host holds: the module initialised, its log, and the media of its sources.
+class Host {
+ public:
+  Host();
+  /// Uninitialises, when that has not been done.
+  ~Host();
+
+  /// Text of an entry point of the two-call convention, given the arguments in front.
+  template <typename Function, typename... Arguments>
+  static std::string text(Function function, Arguments... arguments) {
+    int length = -1;
+    function(arguments..., nullptr, &length);
+    std::string value(static_cast<std::size_t>(length) + 1, '#');
+    function(arguments..., value.data(), &length);
+    EXPECT_EQ(value[static_cast<std::size_t>(length)], '\0');
+    value.resize(static_cast<std::size_t>(length));
+    return value;
+  }
+
+  std::vector<std::string> sources() const;
+  bool has(const std::string& source, const char* property) const;
+  int timescale(const std::string& source) const;
+  std::int64_t frameDuration(const std::string& source) const;
+  std::string deviceId(const std::string& source) const;
+  void registerVideo(const std::string& source, BRV_VideoDataArrivedCallback callback, void* context) const;
+  void registerAudio(const std::string& source, BRV_AudioDataArrivedCallback callback, void* context) const;
+  void disconnect() const;
+  void uninitialize();
+
+  /// How often each message came through the log, and every device state that was told.
+  int logged(const std::string& message) const;
+  std::vector<int> states() const;
+
+  LoadedModule module;
+
+ private:
+  struct Received;
+  static void log(void* context, int level, const char* format, ...);
+
+  Received* _received;
+  bool _isInitialized = true;
+};
