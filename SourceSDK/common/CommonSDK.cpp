@@ -20,9 +20,13 @@ bool CommonSDKVariables::isPreferencesRegistered() {
   return _getPrefsCallback && _setPrefsCallback && _prefsContext;
 }
 
-void initialize() { CommonSDKVariables::initialize(); }
+void initialize() {
+  CommonSDKVariables::initialize();
+}
 
-bool isInitialized() { return CommonSDKVariables::_instance != nullptr; }
+bool isInitialized() {
+  return CommonSDKVariables::_instance != nullptr;
+}
 
 void uninitialize() {
   if (CommonSDKVariables::_initCount > 0) {

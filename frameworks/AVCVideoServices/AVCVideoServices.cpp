@@ -43,6 +43,8 @@ int CreateAVCDeviceController(AVCDeviceController** controller, int (*)(AVCDevic
   return status;
 }
 
-void DestroyAVCDeviceController(AVCDeviceController* controller) { delete controller; }
+void DestroyAVCDeviceController(AVCDeviceController* controller) {
+  delete controller;
+}
 
 }  // namespace AVS

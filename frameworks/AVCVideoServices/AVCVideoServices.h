@@ -40,12 +40,10 @@ class AVCDeviceController {
 /// Creates the controller; 0 on success, else an error code and a null `*controller`. The notification
 /// functions are accepted and never called: units send no messages here, and who wants to know what is
 /// plugged in asks.
-int CreateAVCDeviceController(AVCDeviceController** controller,
-                              int (*controllerNotification)(AVCDeviceController* controller, void* refCon,
-                                                            AVCDevice* device),
-                              void* refCon,
-                              int (*messageNotification)(AVCDevice* device, unsigned int messageType,
-                                                         void* messageArgument, void* refCon));
+int CreateAVCDeviceController(
+    AVCDeviceController** controller,
+    int (*controllerNotification)(AVCDeviceController* controller, void* refCon, AVCDevice* device), void* refCon,
+    int (*messageNotification)(AVCDevice* device, unsigned int messageType, void* messageArgument, void* refCon));
 
 /// Destroys the controller and its records. Null is ignored.
 void DestroyAVCDeviceController(AVCDeviceController* controller);

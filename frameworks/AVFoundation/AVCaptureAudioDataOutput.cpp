@@ -126,7 +126,9 @@ AVCaptureOutputStatistics AVCaptureAudioDataOutput::statistics() const {
   return _implementation->delivery.statistics();
 }
 
-bool AVCaptureAudioDataOutput::hasRoom() { return _implementation->delivery.waitingFrames() == 0; }
+bool AVCaptureAudioDataOutput::hasRoom() {
+  return _implementation->delivery.waitingFrames() == 0;
+}
 
 void AVCaptureAudioDataOutput::finish() {
   Implementation& self = *_implementation;
@@ -160,7 +162,8 @@ void AVCaptureAudioDataOutput::Implementation::handOver(void* delegate, SampleFa
       &output, sample, connection);
 }
 
-AudioStreamConverter& AVCaptureAudioDataOutput::Implementation::converterFor(const AudioStreamBasicDescription& native) {
+AudioStreamConverter& AVCaptureAudioDataOutput::Implementation::converterFor(
+    const AudioStreamBasicDescription& native) {
   AudioStreamBasicDescription destination;
   {
     std::lock_guard lock(settingsLock);

@@ -19,9 +19,9 @@ class AVCaptureAudioDataOutput final : public AVCaptureOutput {
   AVCaptureAudioDataOutput();
 
   // setAudioSettings:
-  /// Linear PCM by the keys of AVAudioSettings.h: rate, channels, bit depth, float, interleaving, byte order; what is not named is as the
-  /// device has it. Null: the device's own format. Takes effect with the next buffer. False, and the earlier settings
-  /// stay, for anything but linear PCM.
+  /// Linear PCM by the keys of AVAudioSettings.h: rate, channels, bit depth, float, interleaving, byte order; what is
+  /// not named is as the device has it. Null: the device's own format. Takes effect with the next buffer. False, and
+  /// the earlier settings stay, for anything but linear PCM.
   bool setAudioSettings(const NSDictionary* audioSettings);
 
   // setSampleBufferDelegate:queue:

@@ -105,12 +105,17 @@ AVCaptureDevice::AVCaptureDevice(const hardware::DeviceDescription& description)
     _state->activeFormat = description.initialAudioFormat;
   }
   if (_state->activeFormat >= _state->formats.size()) _state->activeFormat = 0;
-  if (!_state->formats.empty()) _state->minFrameDuration = shortestFrameDuration(*_state->formats[_state->activeFormat]);
+  if (!_state->formats.empty())
+    _state->minFrameDuration = shortestFrameDuration(*_state->formats[_state->activeFormat]);
 }
 
-AVCaptureDevice::~AVCaptureDevice() { _stream->setHardware(nullptr); }
+AVCaptureDevice::~AVCaptureDevice() {
+  _stream->setHardware(nullptr);
+}
 
-std::vector<Ref<AVCaptureDevice>> AVCaptureDevice::devices() { return CaptureDeviceRegistry::shared().devices(); }
+std::vector<Ref<AVCaptureDevice>> AVCaptureDevice::devices() {
+  return CaptureDeviceRegistry::shared().devices();
+}
 
 std::vector<Ref<AVCaptureDevice>> AVCaptureDevice::devicesWithMediaType(AVMediaType mediaType) {
   auto found = devices();
@@ -118,9 +123,13 @@ std::vector<Ref<AVCaptureDevice>> AVCaptureDevice::devicesWithMediaType(AVMediaT
   return found;
 }
 
-const std::string& AVCaptureDevice::localizedName() const { return _state->description.name; }
+const std::string& AVCaptureDevice::localizedName() const {
+  return _state->description.name;
+}
 
-const std::string& AVCaptureDevice::uniqueID() const { return _state->description.uniqueID; }
+const std::string& AVCaptureDevice::uniqueID() const {
+  return _state->description.uniqueID;
+}
 
 bool AVCaptureDevice::isConnected() const {
   std::lock_guard lock(_state->lock);
@@ -146,7 +155,9 @@ std::vector<Ref<AVCaptureDevice>> AVCaptureDevice::linkedDevices() const {
   return linked;
 }
 
-std::vector<Ref<AVCaptureDeviceFormat>> AVCaptureDevice::formats() const { return _state->formats; }
+const std::vector<Ref<AVCaptureDeviceFormat>>& AVCaptureDevice::formats() const {
+  return _state->formats;
+}
 
 Ref<AVCaptureDeviceFormat> AVCaptureDevice::activeFormat() const {
   std::lock_guard lock(_state->lock);
@@ -154,8 +165,9 @@ Ref<AVCaptureDeviceFormat> AVCaptureDevice::activeFormat() const {
 }
 
 void AVCaptureDevice::setActiveFormat(AVCaptureDeviceFormat* format) {
-  const auto known = std::find_if(_state->formats.begin(), _state->formats.end(),
-                                  [&](const Ref<AVCaptureDeviceFormat>& candidate) { return candidate.get() == format; });
+  const auto known =
+      std::find_if(_state->formats.begin(), _state->formats.end(),
+                   [&](const Ref<AVCaptureDeviceFormat>& candidate) { return candidate.get() == format; });
   if (known == _state->formats.end()) {
     NSLog("*** -[AVCaptureDevice setActiveFormat:] the format is not one of %s", localizedName().c_str());
     return;
@@ -203,8 +215,8 @@ bool AVCaptureDevice::lockForConfiguration(Ref<NSError>* error) {
     return false;
   }
   if (const auto reason = device->configurationFailure()) {
-    store(error, NSError::errorWithDomain(AVFoundationErrorDomain,
-                                          AVErrorDeviceLockedForConfigurationByAnotherProcess, *reason));
+    store(error, NSError::errorWithDomain(AVFoundationErrorDomain, AVErrorDeviceLockedForConfigurationByAnotherProcess,
+                                          *reason));
     return false;
   }
   std::lock_guard lock(_state->lock);

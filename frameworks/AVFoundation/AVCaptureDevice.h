@@ -51,18 +51,19 @@ class AVCaptureDevice final : public NSObject {
   /// The devices that belong to the same piece of equipment and are plugged in now.
   std::vector<Ref<AVCaptureDevice>> linkedDevices() const;
 
-  /// Formats in the device's order: video formats of a device with pictures, sound formats of one without.
-  std::vector<Ref<AVCaptureDeviceFormat>> formats() const;
+  /// Formats in the device's order, the same for its whole life: video formats of a device with pictures, sound formats of one without.
+  const std::vector<Ref<AVCaptureDeviceFormat>>& formats() const;
 
   /// Null for a device without formats.
   Ref<AVCaptureDeviceFormat> activeFormat() const;
 
   /// The format must be one of `formats`, and the caller must hold the configuration lock; otherwise
-  /// nothing changes and the mistake is written to the standard error. Resets the frame duration to the format's shortest. A running
-  /// device changes over at its next sample.
+  /// nothing changes and the mistake is written to the standard error. Resets the frame duration to the format's
+  /// shortest. A running device changes over at its next sample.
   void setActiveFormat(AVCaptureDeviceFormat* format);
 
-  /// The shortest duration of a frame: the inverse of the highest rate in use. The zero time for a device without pictures.
+  /// The shortest duration of a frame: the inverse of the highest rate in use. The zero time for a device without
+  /// pictures.
   CMTime activeVideoMinFrameDuration() const;
 
   /// Under the same conditions as setActiveFormat; the duration must lie in one of the active format's ranges.

@@ -15,16 +15,17 @@
 class AVCaptureConnection;
 class AVCaptureOutput;
 
-/// What became of the samples that reached an output since it was made. Every one ends in exactly one of the other counts:
-/// captured = delivered + dropped + pending.
+/// What became of the samples that reached an output since it was made. Every one ends in exactly one of the other
+/// counts: captured = delivered + dropped + pending.
 struct AVCaptureOutputStatistics {
   std::uint64_t captured = 0;
-  std::uint64_t delivered = 0;       ///< handed to the delegate
-  std::uint64_t droppedLate = 0;     ///< the delegate was still busy with earlier ones
-  std::uint64_t droppedNoBuffer = 0; ///< every buffer of the pool was in use
-  std::uint64_t droppedByDevice = 0; ///< lost before it got here
-  std::uint64_t droppedStopped = 0;  ///< still waiting when the session stopped from the delegate's own queue, or without a delegate
-  std::uint64_t pending = 0;         ///< waiting for the delegate
+  std::uint64_t delivered = 0;        ///< handed to the delegate
+  std::uint64_t droppedLate = 0;      ///< the delegate was still busy with earlier ones
+  std::uint64_t droppedNoBuffer = 0;  ///< every buffer of the pool was in use
+  std::uint64_t droppedByDevice = 0;  ///< lost before it got here
+  std::uint64_t droppedStopped =
+      0;  ///< still waiting when the session stopped from the delegate's own queue, or without a delegate
+  std::uint64_t pending = 0;  ///< waiting for the delegate
 
   std::uint64_t dropped() const noexcept { return droppedLate + droppedNoBuffer + droppedByDevice + droppedStopped; }
 };

@@ -30,15 +30,16 @@ class AVCaptureConnection final : public NSObject {
 };
 
 /// Any thread may call it, a delegate's queue included. Each output is connected to one input that has its medium: at
-/// the time the output is added, the latest input of a device with that medium alone, or else the latest. A device that is
-/// unplugged while the session runs delivers nothing, and delivers again when it is back; the session goes on.
+/// the time the output is added, the latest input of a device with that medium alone, or else the latest. A device that
+/// is unplugged while the session runs delivers nothing, and delivers again when it is back; the session goes on.
 class AVCaptureSession final : public NSObject {
  public:
   AVCaptureSession() = default;
 
   // addInput: addOutput: removeOutput:
   /// Retained until removed or until the session goes. What is there already, or is not, is left as it is. On a running
-  /// session they take effect at once; after removeOutput no sample reaches the output's delegate, as after stopRunning.
+  /// session they take effect at once; after removeOutput no sample reaches the output's delegate, as after
+  /// stopRunning.
   void addInput(AVCaptureDeviceInput* input);
   void addOutput(AVCaptureOutput* output);
   void removeOutput(AVCaptureOutput* output);

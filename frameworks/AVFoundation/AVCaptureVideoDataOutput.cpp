@@ -64,9 +64,13 @@ AVCaptureOutputStatistics AVCaptureVideoDataOutput::statistics() const {
   return _implementation->delivery.statistics();
 }
 
-bool AVCaptureVideoDataOutput::hasRoom() { return _implementation->delivery.waitingFrames() == 0; }
+bool AVCaptureVideoDataOutput::hasRoom() {
+  return _implementation->delivery.waitingFrames() == 0;
+}
 
-void AVCaptureVideoDataOutput::finish() { _implementation->delivery.finish(); }
+void AVCaptureVideoDataOutput::finish() {
+  _implementation->delivery.finish();
+}
 
 void AVCaptureVideoDataOutput::receive(const hardware::VideoFrame& frame, CFDictionaryRef pixelAspectRatio,
                                        AVCaptureConnection* connection) {
@@ -158,6 +162,7 @@ CFRef<CMSampleBufferRef> AVCaptureVideoDataOutput::Implementation::makeSample(CV
                                                                               CMTime duration) const {
   const CMSampleTimingInfo timing{duration, presentationTime, kCMTimeInvalid};
   CMSampleBufferRef sample = nullptr;
-  CMSampleBufferCreateForImageBuffer(kCFAllocatorDefault, image, true, nullptr, nullptr, format.get(), &timing, &sample);
+  CMSampleBufferCreateForImageBuffer(kCFAllocatorDefault, image, true, nullptr, nullptr, format.get(), &timing,
+                                     &sample);
   return CFRef<CMSampleBufferRef>::adopt(sample);
 }

@@ -27,8 +27,8 @@ class AVCaptureVideoDataOutput final : public AVCaptureOutput {
   void setAlwaysDiscardsLateVideoFrames(bool alwaysDiscardsLateVideoFrames);
 
   // setSampleBufferDelegate:queue:
-  /// The delegate is borrowed: take it away again, then let `queue` run empty, before it goes. The queue is retained. Frames that wait for
-  /// an earlier delegate are dropped. Both null: frames are dropped.
+  /// The delegate is borrowed: take it away again, then let `queue` run empty, before it goes. The queue is retained.
+  /// Frames that wait for an earlier delegate are dropped. Both null: frames are dropped.
   void setSampleBufferDelegate(AVCaptureVideoDataOutputSampleBufferDelegate* sampleBufferDelegate,
                                dispatch_queue_t queue);
 

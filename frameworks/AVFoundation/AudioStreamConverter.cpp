@@ -69,8 +69,8 @@ AudioStreamConverter::Result AudioStreamConverter::convert(const hardware::Audio
 
   _input = &chunk;
   UInt32 produced = capacity;
-  const OSStatus status = AudioConverterFillComplexBuffer(_converter, &AudioStreamConverter::supplyInput, this, &produced,
-                                                          &output.list, nullptr);
+  const OSStatus status = AudioConverterFillComplexBuffer(_converter, &AudioStreamConverter::supplyInput, this,
+                                                          &produced, &output.list, nullptr);
   _input = nullptr;
   if (status != noErr && status != NoInputYet) {
     blocks.giveBack(memory);
@@ -99,9 +99,9 @@ AudioStreamConverter::Result AudioStreamConverter::convert(const hardware::Audio
 AudioStreamConverter::Result AudioStreamConverter::makeSample(CFRef<CMBlockBufferRef> block, UInt32 frames,
                                                               CMTime time) const {
   CMSampleBufferRef sample = nullptr;
-  if (!block || CMAudioSampleBufferCreateReadyWithPacketDescriptions(kCFAllocatorDefault, block.get(),
-                                                                     _destinationFormat.get(), CMItemCount{frames}, time,
-                                                                     nullptr, &sample) != noErr) {
+  if (!block ||
+      CMAudioSampleBufferCreateReadyWithPacketDescriptions(kCFAllocatorDefault, block.get(), _destinationFormat.get(),
+                                                           CMItemCount{frames}, time, nullptr, &sample) != noErr) {
     return {{}, true};
   }
   return {CFRef<CMSampleBufferRef>::adopt(sample), false};
@@ -144,8 +144,8 @@ void AudioStreamConverter::endStream() {
 CMTime AudioStreamConverter::timeOfNextFrame(const hardware::AudioChunk& chunk) const {
   CMTime time = chunk.presentationTime;
   if (!CMTIME_IS_NUMERIC(time)) return time;
-  const double owed = static_cast<double>(_framesIn) / _source.mSampleRate -
-                      static_cast<double>(_framesOut) / _destination.mSampleRate;
+  const double owed =
+      static_cast<double>(_framesIn) / _source.mSampleRate - static_cast<double>(_framesOut) / _destination.mSampleRate;
   time.value -= std::llround(owed * time.timescale);
   return time;
 }

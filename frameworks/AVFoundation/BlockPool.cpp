@@ -52,8 +52,8 @@ CFRef<CMBlockBufferRef> BlockPool::makeBlock(Memory memory, std::size_t dataLeng
   retain();  // for freeBlock
   const CMBlockBufferCustomBlockSource source{0, nullptr, &BlockPool::freeBlock, this};
   CMBlockBufferRef block = nullptr;
-  if (CMBlockBufferCreateWithMemoryBlock(kCFAllocatorDefault, memory.bytes, memory.size, kCFAllocatorDefault, &source, 0,
-                                         dataLength, 0, &block) != kCMBlockBufferNoErr) {
+  if (CMBlockBufferCreateWithMemoryBlock(kCFAllocatorDefault, memory.bytes, memory.size, kCFAllocatorDefault, &source,
+                                         0, dataLength, 0, &block) != kCMBlockBufferNoErr) {
     freeBlock(this, memory.bytes, memory.size);
     return {};
   }

@@ -19,12 +19,13 @@ class BlockPool final : public NSObject {
 
   BlockPool() = default;
 
-  /// At least `size` bytes, 64-byte aligned, contents undefined; null bytes when memory is short. Memory of earlier blocks
-  /// is used again. What is taken goes on to `makeBlock` or `giveBack`. Any thread.
+  /// At least `size` bytes, 64-byte aligned, contents undefined; null bytes when memory is short. Memory of earlier
+  /// blocks is used again. What is taken goes on to `makeBlock` or `giveBack`. Any thread.
   Memory take(std::size_t size);
   void giveBack(Memory memory);
 
-  /// A block buffer over the first `dataLength` bytes, which gives the memory back when it goes; null when it cannot be made.
+  /// A block buffer over the first `dataLength` bytes, which gives the memory back when it goes; null when it cannot be
+  /// made.
   CFRef<CMBlockBufferRef> makeBlock(Memory memory, std::size_t dataLength);
 
  private:

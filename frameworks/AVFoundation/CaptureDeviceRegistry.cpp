@@ -21,10 +21,10 @@ void CaptureDeviceRegistry::prepare() {
     if (_provider) return;
     _provider = provider = hardware::systemProvider();
   }
-  provider->setEventHandler([this, from = provider.get()](hardware::DeviceEvent event,
-                                                          const std::shared_ptr<hardware::Device>& device) {
-    handle(from, event, device);
-  });
+  provider->setEventHandler(
+      [this, from = provider.get()](hardware::DeviceEvent event, const std::shared_ptr<hardware::Device>& device) {
+        handle(from, event, device);
+      });
   attachPresent(provider);
 }
 
@@ -124,9 +124,8 @@ void CaptureDeviceRegistry::handle(const hardware::Provider* provider, hardware:
 }
 
 CaptureDeviceRegistry::Entry& CaptureDeviceRegistry::entryFor(const hardware::DeviceDescription& description) {
-  const auto known = std::find_if(_entries.begin(), _entries.end(), [&](const Entry& entry) {
-    return entry.device->uniqueID() == description.uniqueID;
-  });
+  const auto known = std::find_if(_entries.begin(), _entries.end(),
+                                  [&](const Entry& entry) { return entry.device->uniqueID() == description.uniqueID; });
   if (known != _entries.end()) return *known;
   return _entries.emplace_back(Entry{makeRef<AVCaptureDevice>(description), description.isScreenCapture, false});
 }

@@ -37,7 +37,9 @@ class CaptureDeviceRegistry {
   void handle(const hardware::Provider* provider, hardware::DeviceEvent event,
               const std::shared_ptr<hardware::Device>& device);
   void attachPresent(const std::shared_ptr<hardware::Provider>& provider);
-  bool isListed(const Entry& entry) const { return entry.isConnected && (!entry.isScreenCapture || _allowsScreenCapture); }
+  bool isListed(const Entry& entry) const {
+    return entry.isConnected && (!entry.isScreenCapture || _allowsScreenCapture);
+  }
   Entry& entryFor(const hardware::DeviceDescription& description);
   void dropUnused();
   static void post(NSNotificationName name, const std::vector<Ref<AVCaptureDevice>>& devices);

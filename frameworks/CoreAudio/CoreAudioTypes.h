@@ -59,13 +59,13 @@ typedef UInt32 AudioChannelLayoutTag;
 enum {
   kAudioChannelLayoutTag_Mono = (100u << 16) | 1,
   kAudioChannelLayoutTag_Stereo = (101u << 16) | 2,
-  kAudioChannelLayoutTag_Quadraphonic = (108u << 16) | 4,      ///< front left, front right, back left, back right
-  kAudioChannelLayoutTag_MPEG_3_0_A = (113u << 16) | 3,        ///< L R C
-  kAudioChannelLayoutTag_MPEG_4_0_A = (115u << 16) | 4,        ///< L R C Cs
-  kAudioChannelLayoutTag_MPEG_5_0_A = (117u << 16) | 5,        ///< L R C Ls Rs
-  kAudioChannelLayoutTag_MPEG_5_1_A = (121u << 16) | 6,        ///< L R C LFE Ls Rs
-  kAudioChannelLayoutTag_MPEG_6_1_A = (125u << 16) | 7,        ///< L R C LFE Ls Rs Cs
-  kAudioChannelLayoutTag_MPEG_7_1_A = (126u << 16) | 8,        ///< L R C LFE Ls Rs Lc Rc
+  kAudioChannelLayoutTag_Quadraphonic = (108u << 16) | 4,  ///< front left, front right, back left, back right
+  kAudioChannelLayoutTag_MPEG_3_0_A = (113u << 16) | 3,    ///< L R C
+  kAudioChannelLayoutTag_MPEG_4_0_A = (115u << 16) | 4,    ///< L R C Cs
+  kAudioChannelLayoutTag_MPEG_5_0_A = (117u << 16) | 5,    ///< L R C Ls Rs
+  kAudioChannelLayoutTag_MPEG_5_1_A = (121u << 16) | 6,    ///< L R C LFE Ls Rs
+  kAudioChannelLayoutTag_MPEG_6_1_A = (125u << 16) | 7,    ///< L R C LFE Ls Rs Cs
+  kAudioChannelLayoutTag_MPEG_7_1_A = (126u << 16) | 8,    ///< L R C LFE Ls Rs Lc Rc
 };
 
 /// A layout given by its tag. Channel bitmaps and descriptions of single channels are not modelled, but

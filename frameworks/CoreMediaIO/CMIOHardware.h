@@ -25,15 +25,17 @@ enum { kCMIOHardwarePropertyAllowScreenCaptureDevices = 0x79657320 /* 'yes ' */ 
 
 enum {
   kCMIOHardwareNoError = 0,
-  kCMIOHardwareUnknownPropertyError = 0x77686F3F, // 'who?'
-  kCMIOHardwareBadPropertySizeError = 0x2173697A, // '!siz'
-  kCMIOHardwareBadObjectError = 0x216F626A,       // '!obj'
+  kCMIOHardwareUnknownPropertyError = 0x77686F3F,  // 'who?'
+  kCMIOHardwareBadPropertySizeError = 0x2173697A,  // '!siz'
+  kCMIOHardwareBadObjectError = 0x216F626A,        // '!obj'
 };
 
 /// Sets a property. Known on the system object: kCMIOHardwarePropertyAllowScreenCaptureDevices (a UInt32,
-/// 0 or not), which lets tethered devices appear among the capture devices from then on, with a connect notification each. Any thread.
-OSStatus CMIOObjectSetPropertyData(CMIOObjectID objectID, const CMIOObjectPropertyAddress* address, UInt32 qualifierDataSize,
-                                   const void* qualifierData, UInt32 dataSize, const void* data);
+/// 0 or not), which lets tethered devices appear among the capture devices from then on, with a connect notification
+/// each. Any thread.
+OSStatus CMIOObjectSetPropertyData(CMIOObjectID objectID, const CMIOObjectPropertyAddress* address,
+                                   UInt32 qualifierDataSize, const void* qualifierData, UInt32 dataSize,
+                                   const void* data);
 
 CF_EXTERN_C_END
 

@@ -31,11 +31,11 @@ struct FrameRateRange {
 };
 
 struct VideoFormat {
-  FourCharCode mediaSubType = 0;          ///< the device's native codec or pixel format
-  std::int32_t width = 0;                 ///< coded size in pixels; may be 0 x 0 where a device reports none
+  FourCharCode mediaSubType = 0;  ///< the device's native codec or pixel format
+  std::int32_t width = 0;         ///< coded size in pixels; may be 0 x 0 where a device reports none
   std::int32_t height = 0;
-  std::optional<std::string> name;        ///< for people
-  double presentationWidth = 0;           ///< display size where it differs from the coded one, else 0
+  std::optional<std::string> name;  ///< for people
+  double presentationWidth = 0;     ///< display size where it differs from the coded one, else 0
   double presentationHeight = 0;
   std::vector<FrameRateRange> frameRates;
 };
@@ -57,12 +57,12 @@ struct DeviceDescription {
   std::string uniqueID;
   bool hasVideo = false;
   bool hasAudio = false;
-  bool isMuxed = false;                     ///< one stream of picture and sound; its formats are video formats
-  bool isScreenCapture = false;             ///< listed only once screen-capture devices are admitted
-  std::vector<std::string> linkedDevices;   ///< unique IDs
+  bool isMuxed = false;                    ///< one stream of picture and sound; its formats are video formats
+  bool isScreenCapture = false;            ///< listed only once screen-capture devices are admitted
+  std::vector<std::string> linkedDevices;  ///< unique IDs
   std::vector<VideoFormat> videoFormats;
   std::vector<AudioFormat> audioFormats;
-  std::size_t initialVideoFormat = 0;       ///< what the device runs at when it is plugged in
+  std::size_t initialVideoFormat = 0;  ///< what the device runs at when it is plugged in
   std::size_t initialAudioFormat = 0;
   std::optional<PixelAspectRatio> pixelAspectRatio;
 };
@@ -88,7 +88,7 @@ class VideoFrame {
 
 /// A run of sound from a microphone, in the device's format. Valid only during the sink's call.
 struct AudioChunk {
-  CMTime presentationTime{};                ///< of the first frame
+  CMTime presentationTime{};  ///< of the first frame
   std::uint32_t frameCount = 0;
   const AudioFormat* format = nullptr;
   const AudioBufferList* buffers = nullptr;  ///< one buffer, or one a channel for planar formats
@@ -167,8 +167,8 @@ class Provider {
   virtual std::vector<std::shared_ptr<Device>> devices() = 0;
 
   /// Who hears of devices that come and go, from now on; null for nobody. The handler is called on a thread of the
-  /// provider or on the one that plugged, never with a lock held, after `devices` shows the change. A detached device has stopped
-  /// before its event is sent. When this call returns, the earlier handler is not running and will not run.
+  /// provider or on the one that plugged, never with a lock held, after `devices` shows the change. A detached device
+  /// has stopped before its event is sent. When this call returns, the earlier handler is not running and will not run.
   virtual void setEventHandler(EventHandler handler) = 0;
 
   virtual FireWireBus fireWireBus() = 0;

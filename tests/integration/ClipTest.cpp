@@ -101,11 +101,11 @@ TEST_F(ClipTest, EveryFrameArrivesOnceInOrderAndBitIdentical) {
     std::int64_t ticks;
     int ticksPerSecond;
   };
-  for (const Case& c : {Case{64, 36, "25:1", 1, 25}, Case{176, 144, "30000:1001", 1001, 30000},
-                        Case{640, 360, "60:1", 1, 60}}) {
+  for (const Case& c :
+       {Case{64, 36, "25:1", 1, 25}, Case{176, 144, "30000:1001", 1001, 30000}, Case{640, 360, "60:1", 1, 60}}) {
     constexpr std::size_t Frames = 50;
-    std::string file = "YUV4MPEG2 W" + std::to_string(c.width) + " H" + std::to_string(c.height) + " F" + c.rate +
-                       " Ip A1:1 C422\n";
+    std::string file =
+        "YUV4MPEG2 W" + std::to_string(c.width) + " H" + std::to_string(c.height) + " F" + c.rate + " Ip A1:1 C422\n";
     std::vector<std::string> expected;
     for (std::size_t i = 0; i < Frames; ++i) {
       const std::string planes = noise(random, c.width * c.height * 2);
@@ -156,8 +156,8 @@ std::string bytesOf(T value) {
 std::string wav(std::uint16_t tag, std::uint16_t bits, std::uint32_t rate, const std::string& data) {
   const auto frame = static_cast<std::uint16_t>(2 * bits / 8);
   return "RIFF" + bytesOf(static_cast<std::uint32_t>(36 + data.size())) + "WAVEfmt " + bytesOf(std::uint32_t{16}) +
-         bytesOf(tag) + bytesOf(std::uint16_t{2}) + bytesOf(rate) + bytesOf(rate * frame) + bytesOf(frame) + bytesOf(bits) +
-         "data" + bytesOf(static_cast<std::uint32_t>(data.size())) + data;
+         bytesOf(tag) + bytesOf(std::uint16_t{2}) + bytesOf(rate) + bytesOf(rate * frame) + bytesOf(frame) +
+         bytesOf(bits) + "data" + bytesOf(static_cast<std::uint32_t>(data.size())) + data;
 }
 
 TEST_F(ClipTest, SoundInTheHostsFormatArrivesBitIdentical) {

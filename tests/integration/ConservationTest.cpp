@@ -117,8 +117,8 @@ TEST_F(ConservationTest, UnplugInTheMiddleLosesNothingUnreported) {
 TEST_F(ConservationTest, EightCamerasAtOnceLoseNothingUnreported) {
   std::string rig;
   for (int i = 0; i < 8; ++i) {
-    rig += "[device]\nid = " + std::to_string(i) +
-           "\nname = Cam\nmedia = video\nvideo format = 1280x720 yuvs, rates 30\n";
+    rig +=
+        "[device]\nid = " + std::to_string(i) + "\nname = Cam\nmedia = video\nvideo format = 1280x720 yuvs, rates 30\n";
   }
   const auto provider = install(rig);
   Host host;

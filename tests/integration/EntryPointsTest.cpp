@@ -15,8 +15,8 @@ class EntryPointsTest : public FrameworkTest {};
 TEST_F(EntryPointsTest, TheDemoRigIsEnumerated) {
   Host host;
 
-  EXPECT_THAT(host.sources(), ElementsAre("HD Webcam Video", "Desk Camera Video", "Desk Camera 1 Video", "HDV Camcorder",
-                                          "Tethered Phone", "Studio Microphone Audio"));
+  EXPECT_THAT(host.sources(), ElementsAre("HD Webcam Video", "Desk Camera Video", "Desk Camera 1 Video",
+                                          "HDV Camcorder", "Tethered Phone", "Studio Microphone Audio"));
   struct Case {
     const char *source, *id;
     bool video, audio, hdv;
@@ -52,10 +52,9 @@ TEST_F(EntryPointsTest, SourcesAppearWithTheLogRegistrationAndOnlyOnce) {
 TEST_F(EntryPointsTest, TheGroupIsNamedByTheHostsTranslation) {
   Host host;
   const auto group = [&] {
-    return std::vector<std::string>{
-        Host::text(BRV_CALL(host.module, BRV_GetDeviceId), static_cast<void*>(nullptr)),
-        Host::text(BRV_CALL(host.module, BRV_GetDeviceGroupDisplayName), "en"),
-        Host::text(BRV_CALL(host.module, BRV_GetModelInfo), static_cast<void*>(nullptr))};
+    return std::vector<std::string>{Host::text(BRV_CALL(host.module, BRV_GetDeviceId), static_cast<void*>(nullptr)),
+                                    Host::text(BRV_CALL(host.module, BRV_GetDeviceGroupDisplayName), "en"),
+                                    Host::text(BRV_CALL(host.module, BRV_GetModelInfo), static_cast<void*>(nullptr))};
   };
   const std::string key = "p_source_systemdevice";
   EXPECT_THAT(group(), ElementsAre(key, key, key));
@@ -132,7 +131,8 @@ TEST_F(EntryPointsTest, TheErrorOfARefusedConfigurationIsHandedOutOnce) {
   };
 
   static int context;
-  host.registerVideo("Cam Video", [](void*, BRV_VideoBuffer*) {}, &context);
+  host.registerVideo(
+      "Cam Video", [](void*, BRV_VideoBuffer*) {}, &context);
   host.registerVideo("Cam Video", nullptr, nullptr);
 
   EXPECT_EQ(message(1), "") << "a code that names no source";

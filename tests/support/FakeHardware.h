@@ -105,9 +105,8 @@ class Device final : public hardware::Device {
   /// Captures interleaved sound in the selected format.
   void captureSound(CMTime time, const void* samples, std::uint32_t frames) {
     const auto& format = _description.audioFormats[selectedAudioFormat];
-    AudioBufferList list{1,
-                         {{format.stream.mChannelsPerFrame, frames * format.stream.mBytesPerFrame,
-                           const_cast<void*>(samples)}}};
+    AudioBufferList list{
+        1, {{format.stream.mChannelsPerFrame, frames * format.stream.mBytesPerFrame, const_cast<void*>(samples)}}};
     const hardware::AudioChunk chunk{time, frames, &format, &list};
     std::lock_guard lock(_lock);
     if (_sink) _sink->audioChunkCaptured(chunk);

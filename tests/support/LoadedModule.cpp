@@ -123,4 +123,6 @@ void Host::registerAudio(const std::string& source, BRV_AudioDataArrivedCallback
   BRV_CALL(module, BRV_RegisterAudioDataArrivedCallback)(nullptr, source.c_str(), callback, context);
 }
 
-void Host::disconnect() const { BRV_CALL(module, BRV_DisconnectDevice)(); }
+void Host::disconnect() const {
+  BRV_CALL(module, BRV_DisconnectDevice)();
+}

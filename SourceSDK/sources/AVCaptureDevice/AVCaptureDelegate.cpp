@@ -122,7 +122,9 @@ void VCaptureDelegate::markFormatChange() {
 
 ACaptureDelegate::ACaptureDelegate() : _destinationDescription(HostDescription) {}
 
-Ref<ACaptureDelegate> ACaptureDelegate::init() { return Ref<ACaptureDelegate>::adopt(new ACaptureDelegate); }
+Ref<ACaptureDelegate> ACaptureDelegate::init() {
+  return Ref<ACaptureDelegate>::adopt(new ACaptureDelegate);
+}
 
 ACaptureDelegate::~ACaptureDelegate() {
   _pOutputBuffer.reset();

@@ -63,7 +63,9 @@ class VCaptureDelegate final : public NSObject, public AVCaptureVideoDataOutputS
   void setNotifySourceChangeContext(void* context) noexcept { _pSourceChangeContext = context; }
 
   BRV_VideoDataArrivedCallback videoDataArrivedCallback() const noexcept { return _pVideoDataArriveCallback; }
-  void setVideoDataArrivedCallback(BRV_VideoDataArrivedCallback callback) noexcept { _pVideoDataArriveCallback = callback; }
+  void setVideoDataArrivedCallback(BRV_VideoDataArrivedCallback callback) noexcept {
+    _pVideoDataArriveCallback = callback;
+  }
   void* videoDataArrivedContext() const noexcept { return _pVideoDataArriveContext; }
   void setVideoDataArrivedContext(void* context) noexcept { _pVideoDataArriveContext = context; }
 
@@ -111,7 +113,9 @@ class ACaptureDelegate final : public NSObject, public AVCaptureAudioDataOutputS
   void setNotifySourceChangeContext(void* context) noexcept { _pSourceChangeContext = context; }
 
   BRV_AudioDataArrivedCallback audioDataArrivedCallback() const noexcept { return _pAudioDataArriveCallback; }
-  void setAudioDataArrivedCallback(BRV_AudioDataArrivedCallback callback) noexcept { _pAudioDataArriveCallback = callback; }
+  void setAudioDataArrivedCallback(BRV_AudioDataArrivedCallback callback) noexcept {
+    _pAudioDataArriveCallback = callback;
+  }
   void* audioDataArrivedContext() const noexcept { return _pAudioDataArriveContext; }
   void setAudioDataArrivedContext(void* context) noexcept { _pAudioDataArriveContext = context; }
 

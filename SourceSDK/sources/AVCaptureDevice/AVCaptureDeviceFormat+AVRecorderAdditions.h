@@ -7,8 +7,11 @@
 #include <optional>
 #include <string>
 
-/// The format's name for people; absent when it has neither a name nor a size.
+/// The format's name for people; absent when it has neither a name nor a size, or is of no known medium.
 std::optional<std::string> localizedName(const AVCaptureDeviceFormat& format);
 
 /// True for a muxed MPEG-2 transport stream of high definition.
 bool isHDV(const AVCaptureDeviceFormat& format);
+
+/// True for a sound format that can be mixed with other sound.
+bool isMixable(const AVCaptureDeviceFormat& format);

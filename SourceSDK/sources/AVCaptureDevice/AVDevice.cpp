@@ -100,6 +100,7 @@ Device::~Device() {
   setSourceChangeCallback(nullptr, nullptr);
   delete _pLock;
   _pLock = nullptr;
+  _pAudioFormats.clear();
 }
 
 /// Both blocks ask the session: one that has waited for the main thread may be overtaken by a later change.
@@ -264,7 +265,9 @@ void Device::restartDevice() {
   _pSession->startRunning();
 }
 
-bool Device::isRunning() const { return _running && _pSession->isRunning(); }
+bool Device::isRunning() const {
+  return _running && _pSession->isRunning();
+}
 
 void Device::reconnectAudioOutput() {
   std::lock_guard rebuild(_rebuildLock);

@@ -51,7 +51,8 @@ class Device {
   /// Starts the session, and applies the automatic choice of video format until the host has made one, which blocks
   /// for 100 ms. No-op while running.
   void startDevice();
-  /// Stops the session: after the return no sample is being delivered, unless called from the delivery. No-op while stopped.
+  /// Stops the session: after the return no sample is being delivered, unless called from the delivery. No-op while
+  /// stopped.
   void stopDevice();
   /// Stops a running session, and starts it in every case. Leaves the video format alone.
   void restartDevice();
@@ -87,8 +88,26 @@ class Device {
   bool hasAudioStream() const;
   bool hasVideoStream() const;
 
+  // Sound formats: those of the audio device that can be mixed with other sound, in its order. An index is a position in
+  // that list; -1 stands for none. What is set here changes what the hardware captures; records keep their format. Host
+  // thread only.
+
+  /// Built at the first use that finds a format, and kept for the life of the source.
+  const std::vector<Ref<AVCaptureDeviceFormat>>& get_supported_audio_formats();
+  std::size_t get_supported_audio_format_count() { return get_supported_audio_formats().size(); }
+  int supportedAudioFormatListCount() { return static_cast<int>(get_supported_audio_format_count()); }
+  bool getSupportedAudioFormatString(int index, std::string* out);
+  /// Applies a format and starts the source, or starts it anew.
+  bool setSupportedAudioFormat(int index);
+  /// The index last applied with success; -1 before.
+  int getSelectedAudioFormatIndex() const { return static_cast<int>(static_cast<std::int32_t>(_selectedAudioFormatIndex)); }
+  /// The name of what the audio device runs at. False, and `out` as it was, without an audio device or when the format has
+  /// no name.
+  bool getSelectedAudioFormatString(std::string* out) const;
+
   // Video formats and frame rates. An index is a position in the device's list of formats, or in the active format's
-  // list of frame-rate ranges; -1 stands for none. Reading with an index outside the list changes nothing and yields false, "" or 0.
+  // list of frame-rate ranges; -1 stands for none. Reading with an index outside the list changes nothing and yields
+  // false, "" or 0.
 
   int supportedVideoFormatListCount() const;
   bool getSupportedVideoFormatString(int index, std::string* out) const;
@@ -165,7 +184,9 @@ class Device {
   CFRef<dispatch_queue_t> _audioQueue;
   CFRef<dispatch_queue_t> _videoQueue;
   std::atomic<bool> _isHDV{false};
+  std::uint64_t _selectedAudioFormatIndex = ~std::uint64_t{0};
   std::atomic<bool> _videoFormatSelected{false};
+  std::vector<Ref<AVCaptureDeviceFormat>> _pAudioFormats;
 
   /// Held while pairing rebuilds the graph, and by whatever changes callbacks or reconnects outputs, so that neither
   /// undoes the other. Capture queues are waited for with it held: nothing that a host may call from its data

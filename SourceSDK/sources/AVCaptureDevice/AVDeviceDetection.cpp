@@ -24,11 +24,11 @@ constexpr std::array<std::string_view, 5> RefusedWords{"Decklink", "Blackmagic",
 void DeviceManager::observeHotPlug() {
   auto& center = NSNotificationCenter::defaultCenter();
   auto* const mainQueue = &NSOperationQueue::mainQueue();
-  observers.push_back(center.addObserverForName(AVCaptureDeviceWasConnectedNotification, nullptr, mainQueue,
-                                                [this](NSNotification&) {
-                                                  guarded([this] { detectDeviceConnect(); });
-                                                  tellHost(BRV_DEVICE_STATE_ATTACHED);
-                                                }));
+  observers.push_back(
+      center.addObserverForName(AVCaptureDeviceWasConnectedNotification, nullptr, mainQueue, [this](NSNotification&) {
+        guarded([this] { detectDeviceConnect(); });
+        tellHost(BRV_DEVICE_STATE_ATTACHED);
+      }));
   observers.push_back(center.addObserverForName(AVCaptureDeviceWasDisconnectedNotification, nullptr, mainQueue,
                                                 [this](NSNotification&) {
                                                   guarded([this] { _DetectDeviceDisconnect(); });

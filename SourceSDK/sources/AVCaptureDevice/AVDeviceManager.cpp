@@ -154,7 +154,9 @@ std::vector<DeviceUse> DeviceManager::useAllDevices() {
   return all;
 }
 
-const char* DeviceManager::getDeviceName() const { return CSDK::TranslateString("p_source_systemdevice"); }
+const char* DeviceManager::getDeviceName() const {
+  return CSDK::TranslateString("p_source_systemdevice");
+}
 
 std::string DeviceManager::getLanguageCode() const {
   std::lock_guard lock(_tableLock);
@@ -254,7 +256,8 @@ void DeviceManager::PrintDeviceList() const {
   }
   AV_LOG(LevelBanner, "---------------    Begin Print Device List    ---------------\n");
   for (const Line& line : lines) {
-    AV_LOG(LevelOther, "\t%s (AudioID=%s, VideoID=%s)\n", line.name.c_str(), line.audioID.c_str(), line.videoID.c_str());
+    AV_LOG(LevelOther, "\t%s (AudioID=%s, VideoID=%s)\n", line.name.c_str(), line.audioID.c_str(),
+           line.videoID.c_str());
   }
   AV_LOG(LevelBanner, "---------------    End Print Device List    ---------------\n");
 }

@@ -89,8 +89,8 @@ class DeviceManager {
 
   /// Adds a source, which the manager owns from now on. Null, or a name that is taken: nothing happens.
   void _AddDevice(Device* device);
-  /// Stops a source, takes it out of every table and deletes it once nobody uses it. A use of the calling thread itself,
-  /// in whose operation the removal comes about, deletes it when that ends.
+  /// Stops a source, takes it out of every table and deletes it once nobody uses it. A use of the calling thread
+  /// itself, in whose operation the removal comes about, deletes it when that ends.
   void _RemoveDevice(Device* device);
   /// Enters the source under the IDs of its capture devices. An ID that is in use stays with its source.
   void _addToTotalDeviceTable(Device* device);

@@ -27,10 +27,14 @@ std::int64_t pixelCount(const AVCaptureDeviceFormat& format) {
   return std::int64_t{size.width} * size.height;
 }
 
-bool isIndex(int index, std::size_t count) { return index >= 0 && static_cast<std::size_t>(index) < count; }
+bool isIndex(int index, std::size_t count) {
+  return index >= 0 && static_cast<std::size_t>(index) < count;
+}
 
-std::vector<Ref<AVCaptureDeviceFormat>> formatsOf(const Ref<AVCaptureDevice>& device) {
-  return device ? device->formats() : std::vector<Ref<AVCaptureDeviceFormat>>{};
+/// Borrowed from the device.
+const std::vector<Ref<AVCaptureDeviceFormat>>& formatsOf(const Ref<AVCaptureDevice>& device) {
+  static const std::vector<Ref<AVCaptureDeviceFormat>> none;
+  return device ? device->formats() : none;
 }
 
 std::vector<Ref<AVFrameRateRange>> rangesOf(const Ref<AVCaptureDevice>& device) {
@@ -51,10 +55,14 @@ CMVideoDimensions activeDimensions(const Ref<AVCaptureDevice>& device) {
 
 }  // namespace
 
-int Device::supportedVideoFormatListCount() const { return static_cast<int>(formatsOf(videoDevice()).size()); }
+int Device::supportedVideoFormatListCount() const {
+  const auto device = videoDevice();
+  return static_cast<int>(formatsOf(device).size());
+}
 
 bool Device::getSupportedVideoFormatString(int index, std::string* out) const {
-  const auto formats = formatsOf(videoDevice());
+  const auto device = videoDevice();
+  const auto& formats = formatsOf(device);
   if (!isIndex(index, formats.size())) return false;
   const auto name = localizedName(*formats[static_cast<std::size_t>(index)]);
   *out = name ? *name : _name + " - " + translated("av_source_no_video_format_name");
@@ -62,7 +70,8 @@ bool Device::getSupportedVideoFormatString(int index, std::string* out) const {
 }
 
 int Device::getBestSupportedVideoFormatIndex() const {
-  const auto formats = formatsOf(videoDevice());
+  const auto device = videoDevice();
+  const auto& formats = formatsOf(device);
   std::int64_t best = 0;
   int bestIndex = 0;
   for (std::size_t i = 0; i < formats.size(); ++i) {
@@ -80,7 +89,8 @@ bool Device::getBestSupportedVideoFormatString(std::string* out) const {
 }
 
 bool Device::isVideoFormatPotentiallyTooLarge(int index) const {
-  const auto formats = formatsOf(videoDevice());
+  const auto device = videoDevice();
+  const auto& formats = formatsOf(device);
   return isIndex(index, formats.size()) && pixelCount(*formats[static_cast<std::size_t>(index)]) > MostPixels;
 }
 
@@ -91,7 +101,7 @@ bool Device::setSupportedVideoFormat(int index) {
 
 bool Device::_SetSupportedVideoFormat(int index) {
   const auto device = videoDevice();
-  const auto formats = formatsOf(device);
+  const auto& formats = formatsOf(device);
   if (!isIndex(index, formats.size())) return false;
 
   zThread::MicroSleep(SettlingTimeMicroseconds);
@@ -110,7 +120,7 @@ bool Device::_SetSupportedVideoFormat(int index) {
 
 int Device::getSelectedVideoFormatIndex() const {
   const auto device = videoDevice();
-  const auto formats = formatsOf(device);
+  const auto& formats = formatsOf(device);
   if (formats.empty()) return -1;
   const auto active = device->activeFormat();
   const auto activeName = active ? localizedName(*active) : std::nullopt;
@@ -130,7 +140,9 @@ bool Device::getSelectedVideoFormatString(std::string* out) const {
   return true;
 }
 
-int Device::supportedVideoFPSCount() const { return static_cast<int>(rangesOf(videoDevice()).size()); }
+int Device::supportedVideoFPSCount() const {
+  return static_cast<int>(rangesOf(videoDevice()).size());
+}
 
 float Device::getSupportedVideoFPS(int index) const {
   const auto ranges = rangesOf(videoDevice());
@@ -201,8 +213,12 @@ std::int64_t Device::getDeviceFrameDuration() const {
   return CMTimeConvertScale(duration, timescale, kCMTimeRoundingMethod_RoundHalfAwayFromZero).value;
 }
 
-int Device::getDeviceWidth() const { return activeDimensions(videoDevice()).width; }
+int Device::getDeviceWidth() const {
+  return activeDimensions(videoDevice()).width;
+}
 
-int Device::getDeviceHeight() const { return activeDimensions(videoDevice()).height; }
+int Device::getDeviceHeight() const {
+  return activeDimensions(videoDevice()).height;
+}
 
 }  // namespace AV

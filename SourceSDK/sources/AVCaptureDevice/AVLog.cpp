@@ -18,7 +18,9 @@
 
 namespace {
 
-double now() { return NSProcessInfo::processInfo().systemUptime(); }
+double now() {
+  return NSProcessInfo::processInfo().systemUptime();
+}
 
 }  // namespace
 
@@ -36,8 +38,8 @@ namespace AV {
 
 using LogTable = std::map<std::string, AV_LogCount, std::less<>>;
 
-// What the last registration left, guarded by g_logLock. Nothing here has a destructor that would run when the module is
-// unloaded or the process ends, so that a thread may log as late as it likes.
+// What the last registration left, guarded by g_logLock. Nothing here has a destructor that would run when the module
+// is unloaded or the process ends, so that a thread may log as late as it likes.
 BRV_LogCallback _log = nullptr;
 void* pLogContext = nullptr;
 LogTable* g_pLogTable = nullptr;

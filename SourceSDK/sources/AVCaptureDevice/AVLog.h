@@ -35,7 +35,8 @@ namespace AV {
 /// this very thread, and will not be called.
 void setLog(BRV_LogCallback callback, void* context, std::int32_t maximumCount, std::int32_t minimumCount);
 
-/// Logs a printf-style message of the call site at `file`:`line`. Text beyond 511 bytes is cut off between two characters.
+/// Logs a printf-style message of the call site at `file`:`line`. Text beyond 511 bytes is cut off between two
+/// characters.
 [[gnu::format(printf, 4, 5)]] void _aux_log(std::int32_t level, std::int32_t line, const char* file, const char* format,
                                             ...);
 

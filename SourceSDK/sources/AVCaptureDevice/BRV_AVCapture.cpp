@@ -3,6 +3,7 @@
 #include "BRV_AVCapture.h"
 
 #include <lumora/zString.h>
+#include <lumora/zXML.h>
 
 #include <cstring>
 #include <string>
@@ -10,6 +11,7 @@
 #include "AVDeviceManager.h"
 #include "AVGuard.h"
 #include "AVLog.h"
+#include "AVSettings.h"
 #include "common/CommonSDK.h"
 
 using AV::guarded;
@@ -18,6 +20,7 @@ namespace {
 
 constexpr std::int32_t MaximumLogCount = 400;
 constexpr std::int32_t MinimumLogCount = 100;
+constexpr std::int32_t LevelOther = 4;
 
 /// The manager between initialisation and uninitialisation. Entry points that come outside that time find no source.
 AV::DeviceManager* g_pDeviceManager = nullptr;
@@ -124,7 +127,9 @@ void BRV_GetModelInfo(void*, char* buffer, int* length) {
   });
 }
 
-int BRV_ConnectDevice(void) { return 1; }
+int BRV_ConnectDevice(void) {
+  return 1;
+}
 
 void BRV_DisconnectDevice(void) {
   guarded([] {
@@ -132,7 +137,9 @@ void BRV_DisconnectDevice(void) {
   });
 }
 
-int BRV_GetDeviceState(void) { return BRV_DEVICE_STATE; }
+int BRV_GetDeviceState(void) {
+  return BRV_DEVICE_STATE;
+}
 
 void BRV_GetDeviceGroupDisplayName(const char* languageCode, char* buffer, int* length) {
   guarded([=] {
@@ -141,7 +148,9 @@ void BRV_GetDeviceGroupDisplayName(const char* languageCode, char* buffer, int* 
   });
 }
 
-int BRV_GetDeviceCount(void) { return 1; }
+int BRV_GetDeviceCount(void) {
+  return 1;
+}
 
 void BRV_GetDeviceId(void*, char* buffer, int* length) {
   guarded([=] { exchangeText(groupText(), buffer, length); });
@@ -159,7 +168,9 @@ void BRV_GetSourceDisplayName(void*, const char* sourceId, void*, char* buffer, 
   exchangeText(sourceId ? sourceId : "", buffer, length);
 }
 
-int BRV_GetSourceState(void) { return BRV_SOURCE_STATE; }
+int BRV_GetSourceState(void) {
+  return BRV_SOURCE_STATE;
+}
 
 void BRV_GetErrorMessage(void*, void*, int errorCode, char* buffer, int* length) {
   guarded([=] {
@@ -171,9 +182,13 @@ void BRV_GetErrorMessage(void*, void*, int errorCode, char* buffer, int* length)
   });
 }
 
-void BRV_DeleteString(char* string) { delete[] string; }
+void BRV_DeleteString(char* string) {
+  delete[] string;
+}
 
-int BRV_ShowCustomConfigDialog(void) { return 0; }
+int BRV_ShowCustomConfigDialog(void) {
+  return 0;
+}
 
 void BRV_RegisterVideoDataArrivedCallback(void*, const char* sourceId, BRV_VideoDataArrivedCallback callback,
                                           void* context) {
@@ -234,6 +249,69 @@ int BRV_GetTimescaleTicksPerSec(void*, const char* sourceId) {
   return guarded(-1, [=] {
     const auto source = findSource(sourceId);
     return source ? source->getDeviceTimescale() : -1;
+  });
+}
+
+void BRV_QueryParameterOptions(void*, const char* sourceId, const char* parameterName, char* buffer, int* length) {
+  guarded([=] {
+    static AV::RecordText xmlBuffer;
+    const auto source = findSource(sourceId);
+    if (!source || !length) return;
+    if (buffer) {
+      xmlBuffer.moveTo(buffer, *length);
+      return;
+    }
+    *length = 0;
+    const auto record = AV::makeOptionsRecord(*source.get(), parameterName, g_pDeviceManager->getLanguageCode());
+    if (xmlBuffer.write(*record)) {
+      *length = xmlBuffer.length();
+    } else {
+      AV_LOG(LevelOther, "Failed to Write Settings Record to XML\n");
+    }
+  });
+}
+
+void BRV_GetSourceSettings(void*, const char* sourceId, char* buffer, int* length) {
+  guarded([=] {
+    static AV::RecordText xmlBuffer;
+    if (!length) return;
+    if (buffer) {
+      xmlBuffer.moveTo(buffer, *length);
+      return;
+    }
+    *length = 0;
+    const auto source = findSource(sourceId);
+    if (!source) return;
+    if (xmlBuffer.write(*AV::makeSettingsRecord(*source.get()))) {
+      *length = xmlBuffer.length();
+    } else {
+      AV_LOG(LevelOther, "Failed to Write Settings Record to XML\n");
+    }
+  });
+}
+
+int BRV_SetSourceSettings(void*, const char* sourceId, const char* settingsText) {
+  return guarded(1, [=] {
+    const auto source = findSource(sourceId);
+    if (!source) return 1;
+    source->startDevice();
+    zRecord settings;
+    if (!settingsText || zXML::ParseBuffer(zXML::Mode, &settings, settingsText, -1) != zXML::Success) return 1;
+    return AV::applySettings(*g_pDeviceManager, *source.get(), settings);
+  });
+}
+
+int BRV_GetValidParameterValues(void*, const char* sourceId, char* buffer, int* length) {
+  return guarded(0, [=] {
+    static AV::RecordText xmlBuffer;
+    const auto source = findSource(sourceId);
+    if (buffer || !source) {
+      if (buffer && length) xmlBuffer.moveTo(buffer, *length);
+      xmlBuffer.clear();
+      return 0;
+    }
+    if (length && xmlBuffer.write(*AV::makeValidValuesRecord(*source.get()))) *length = xmlBuffer.length();
+    return 0;
   });
 }
 

@@ -46,12 +46,12 @@ extern "C" {
 /* ---- Four-character codes: first character in the most significant byte ---- */
 
 enum {
-  BRV_DEVICE_STATE = 0x6B726564,         /* 'kred': what BRV_GetDeviceState returns */
-  BRV_SOURCE_STATE = 0x6B6E6F73,         /* 'knos': what BRV_GetSourceState returns */
+  BRV_DEVICE_STATE = 0x6B726564,          /* 'kred': what BRV_GetDeviceState returns */
+  BRV_SOURCE_STATE = 0x6B6E6F73,          /* 'knos': what BRV_GetSourceState returns */
   BRV_DEVICE_STATE_ATTACHED = 0x6B647361, /* 'kdsa': devices were looked for after one was plugged in */
   BRV_DEVICE_STATE_REMOVED = 0x6B647372,  /* 'kdsr': devices were looked for after one was unplugged */
-  BRV_FORMAT_PIXEL_BUFFER = 0x63767078,  /* 'cvpx': BRV_VideoBuffer.data is a CVPixelBufferRef */
-  BRV_FORMAT_PCM = 0x6670636D            /* 'fpcm': BRV_AudioBuffer.data points to PCM samples */
+  BRV_FORMAT_PIXEL_BUFFER = 0x63767078,   /* 'cvpx': BRV_VideoBuffer.data is a CVPixelBufferRef */
+  BRV_FORMAT_PCM = 0x6670636D             /* 'fpcm': BRV_AudioBuffer.data points to PCM samples */
 };
 
 /* Bits of `flags` in both records. */
@@ -262,8 +262,7 @@ BRV_EXPORT void BRV_GetSourceId(void* unread, int index, char* buffer, int* leng
 typedef void (*BRV_GetSourceId_Function)(void* unread, int index, char* buffer, int* length);
 
 /* The source's name for people: its identifier; no look-up is made. Read-only. */
-BRV_EXPORT void BRV_GetSourceDisplayName(void* unread0, const char* sourceId, void* unread1, char* buffer,
-                                         int* length);
+BRV_EXPORT void BRV_GetSourceDisplayName(void* unread0, const char* sourceId, void* unread1, char* buffer, int* length);
 typedef void (*BRV_GetSourceDisplayName_Function)(void* unread0, const char* sourceId, void* unread1, char* buffer,
                                                   int* length);
 
@@ -291,8 +290,9 @@ typedef int (*BRV_ShowCustomConfigDialog_Function)(void);
 /*
  * Stops the source, replaces its video callback and, when callback and context are both non-null, starts it
  * again; otherwise the whole source stays stopped, its sound included. After the return the earlier callback
- * is not running and will not be called. Blocks for the time of the start; the first one, until the host has chosen a format, includes
- * 100 ms before the format is set. A source without video ignores the pair but is stopped and started all the same.
+ * is not running and will not be called. Blocks for the time of the start; the first one, until the host has chosen a
+ * format, includes 100 ms before the format is set. A source without video ignores the pair but is stopped and started
+ * all the same.
  */
 BRV_EXPORT void BRV_RegisterVideoDataArrivedCallback(void* unread, const char* sourceId,
                                                      BRV_VideoDataArrivedCallback callback, void* context);
@@ -310,10 +310,11 @@ BRV_EXPORT int BRV_SourceSupportsProperty(void* unread, const char* sourceId, co
 typedef int (*BRV_SourceSupportsProperty_Function)(void* unread, const char* sourceId, const char* propertyName);
 
 /*
- * Calls back with a property's value before it returns. "frame_duration": BRV_PROPERTY_INT64, the duration of a frame in
- * ticks of the source's timescale (0 before the first sample, -1 for a source without media); returns 1. "device_id":
- * BRV_PROPERTY_STRING, the capture device's unique identifier, the audio device's where there is sound; returns 0. Anything else, or a null
- * `required` (which is not otherwise read): no call, 0. A null callback is not called; the result is the same. Read-only.
+ * Calls back with a property's value before it returns. "frame_duration": BRV_PROPERTY_INT64, the duration of a frame
+ * in ticks of the source's timescale (0 before the first sample, -1 for a source without media); returns 1.
+ * "device_id": BRV_PROPERTY_STRING, the capture device's unique identifier, the audio device's where there is sound;
+ * returns 0. Anything else, or a null `required` (which is not otherwise read): no call, 0. A null callback is not
+ * called; the result is the same. Read-only.
  */
 BRV_EXPORT int BRV_GetProperty(void* context, BRV_PropertyCallback callback, const char* propertyName,
                                const void* required, const char* sourceId);
@@ -326,6 +327,56 @@ typedef int (*BRV_GetProperty_Function)(void* context, BRV_PropertyCallback call
  */
 BRV_EXPORT int BRV_GetTimescaleTicksPerSec(void* unread, const char* sourceId);
 typedef int (*BRV_GetTimescaleTicksPerSec_Function)(void* unread, const char* sourceId);
+
+/* ---- Settings of one source ---- */
+
+/*
+ * Three parameters can be set: "Video Settings" (the capture format), "Video FPS" (the frame-rate range of that format)
+ * and "Audio Settings" (the sound format). A choice is named by its index. Records are trees in the XML form of lumora:
+ * read them with zXML::ParseBuffer.
+ *
+ * The entry points that hand out a record follow a variant of the two-call convention. Length call: builds the record
+ * and stores its length in bytes in `*length`, 0 when it cannot be written (which the log says). Copy call: copies
+ * `*length` bytes, the length that was stored, without a terminator, and forgets the record. It never copies more than
+ * there is.
+ */
+
+/*
+ * The choices of one parameter: record "parameter" with the texts "name", "type" ("int") and "global" ("false"), and for each
+ * choice a child "option" with the 16-bit "value" and, where it has a title, a child "title" with the texts "lang" (the
+ * language of the last copy call of BRV_GetDeviceGroupDisplayName) and "value". Without a choice there is one option, 0,
+ * whose title says so; for an unknown parameter there is none. At most 65,536 are listed. An unknown source leaves `*length` as it
+ * was: set it to 0 before.
+ */
+BRV_EXPORT void BRV_QueryParameterOptions(void* unread, const char* sourceId, const char* parameterName, char* buffer,
+                                          int* length);
+typedef void (*BRV_QueryParameterOptions_Function)(void* unread, const char* sourceId, const char* parameterName,
+                                                   char* buffer, int* length);
+
+/*
+ * What is selected: record "settings" with a child "parameter" for each parameter, of the text "name" and the 32-bit
+ * "value". A parameter of a medium that the source lacks has 0; one whose selection is not known is left out. The length is 0 for an
+ * unknown source.
+ */
+BRV_EXPORT void BRV_GetSourceSettings(void* unread, const char* sourceId, char* buffer, int* length);
+typedef void (*BRV_GetSourceSettings_Function)(void* unread, const char* sourceId, char* buffer, int* length);
+
+/*
+ * Starts the source, then applies the parameters of a settings record in the order in which they stand. 1 when the last
+ * one that applies succeeded, also when nothing was to be applied or the text is no record; otherwise a code of 0 or
+ * below for BRV_GetErrorMessage. A value that names no choice fails and changes nothing. Blocks for 100 ms for each
+ * video format or frame rate.
+ */
+BRV_EXPORT int BRV_SetSourceSettings(void* unread, const char* sourceId, const char* settingsText);
+typedef int (*BRV_SetSourceSettings_Function)(void* unread, const char* sourceId, const char* settingsText);
+
+/*
+ * What each parameter accepts: record "source" with a child "parameter" for each parameter of the source's media, of the text "name", and
+ * below it a child "option" with the 32-bit "value" for each choice. Always 0. A length call for an unknown source leaves `*length`
+ * as it was.
+ */
+BRV_EXPORT int BRV_GetValidParameterValues(void* unread, const char* sourceId, char* buffer, int* length);
+typedef int (*BRV_GetValidParameterValues_Function)(void* unread, const char* sourceId, char* buffer, int* length);
 
 #if defined(__cplusplus)
 }

@@ -38,8 +38,7 @@ class AudioOutputTest : public FrameworkTest, public AVCaptureAudioDataOutputSam
     microphone->selectedAudioFormat = formatIndex;
     fake::install({microphone});
     session = makeRef<AVCaptureSession>();
-    session->addInput(
-        AVCaptureDeviceInput::initWithDevice(AVCaptureDevice::devices().front().get(), nullptr).get());
+    session->addInput(AVCaptureDeviceInput::initWithDevice(AVCaptureDevice::devices().front().get(), nullptr).get());
     microphone->selectedAudioFormat = formatIndex;
     EXPECT_TRUE(output->setAudioSettings(
         makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{
@@ -86,7 +85,8 @@ TEST_F(AudioOutputTest, ConvertedBuffersFollowEachOtherWithoutASeam) {
       const double time = (chunk * static_cast<double>(ChunkFrames) + i) / 48000;
       sound[2 * i] = sound[2 * i + 1] = static_cast<float>(0.5 * std::sin(2 * std::numbers::pi * frequency * time));
     }
-    microphone->captureSound(CMTimeMake(chunk * static_cast<std::int64_t>(ChunkFrames), 48000), sound.data(), ChunkFrames);
+    microphone->captureSound(CMTimeMake(chunk * static_cast<std::int64_t>(ChunkFrames), 48000), sound.data(),
+                             ChunkFrames);
     dispatch_sync(queue.get(), [] {});
   }
   session->stopRunning();
@@ -118,7 +118,8 @@ TEST_F(AudioOutputTest, AGapInTheTimeStampsBeginsANewStream) {
 
   ASSERT_EQ(buffers.size(), 2U);
   EXPECT_EQ(buffers[1].time.value, 48000);
-  EXPECT_EQ(buffers[1].sound, std::vector<std::int16_t>(buffers[1].sound.size())) << "nothing of the old stream is left";
+  EXPECT_EQ(buffers[1].sound, std::vector<std::int16_t>(buffers[1].sound.size()))
+      << "nothing of the old stream is left";
 }
 
 TEST_F(AudioOutputTest, TheDevicesFormatMayChangeWhileItRuns) {
@@ -137,7 +138,7 @@ TEST_F(AudioOutputTest, TheDevicesFormatMayChangeWhileItRuns) {
 
 TEST_F(AudioOutputTest, OnlyLinearPCMIsAccepted) {
   EXPECT_FALSE(output->setAudioSettings(makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{
-                                            {AVFormatIDKey, NSNumber::numberWithInt(0x61616320)}})
+                                                                  {AVFormatIDKey, NSNumber::numberWithInt(0x61616320)}})
                                             .get()));
   EXPECT_TRUE(output->setAudioSettings(nullptr));
 }

@@ -53,8 +53,7 @@ class VideoOutputTest : public FrameworkTest {
  protected:
   VideoOutputTest() {
     fake::install({camera});
-    session->addInput(
-        AVCaptureDeviceInput::initWithDevice(AVCaptureDevice::devices().front().get(), nullptr).get());
+    session->addInput(AVCaptureDeviceInput::initWithDevice(AVCaptureDevice::devices().front().get(), nullptr).get());
     output->setSampleBufferDelegate(&delegate, queue.get());
     session->addOutput(output.get());
   }
@@ -74,7 +73,8 @@ class VideoOutputTest : public FrameworkTest {
   std::shared_ptr<fake::Device> camera = fake::camera("Cam", "c");
   Ref<AVCaptureSession> session = makeRef<AVCaptureSession>();
   Ref<AVCaptureVideoDataOutput> output = makeRef<AVCaptureVideoDataOutput>();
-  CFRef<dispatch_queue_t> queue = CFRef<dispatch_queue_t>::adopt(dispatch_queue_create("frames", DISPATCH_QUEUE_SERIAL));
+  CFRef<dispatch_queue_t> queue =
+      CFRef<dispatch_queue_t>::adopt(dispatch_queue_create("frames", DISPATCH_QUEUE_SERIAL));
   RecordingDelegate delegate;
 };
 
@@ -244,8 +244,8 @@ TEST(SessionNotificationTest, ASessionTellsWhenItStartsAndStops) {
   auto& center = NSNotificationCenter::defaultCenter();
   std::vector<Ref<NSObject>> tokens;
   for (auto name : {AVCaptureSessionDidStartRunningNotification, AVCaptureSessionDidStopRunningNotification}) {
-    tokens.push_back(center.addObserverForName(name, session.get(), nullptr,
-                                               [&](NSNotification& notification) { names.push_back(notification.name()); }));
+    tokens.push_back(center.addObserverForName(
+        name, session.get(), nullptr, [&](NSNotification& notification) { names.push_back(notification.name()); }));
   }
 
   session->stopRunning();
@@ -254,7 +254,8 @@ TEST(SessionNotificationTest, ASessionTellsWhenItStartsAndStops) {
   session->stopRunning();
   for (const auto& token : tokens) center.removeObserver(token.get());
 
-  EXPECT_THAT(names, ElementsAre(AVCaptureSessionDidStartRunningNotification, AVCaptureSessionDidStopRunningNotification));
+  EXPECT_THAT(names,
+              ElementsAre(AVCaptureSessionDidStartRunningNotification, AVCaptureSessionDidStopRunningNotification));
 }
 
 }  // namespace

@@ -60,7 +60,8 @@ TEST_F(FireWireRegistryTest, WithoutAControllerNothingIsFound) {
 
   AV::AVCDeviceManager registry;
 
-  EXPECT_THAT(log.lines(), ElementsAre("3 bvDeviceManager_avs::init_controller() - couldnt create controller 0xe00002c0"));
+  EXPECT_THAT(log.lines(),
+              ElementsAre("3 bvDeviceManager_avs::init_controller() - couldnt create controller 0xe00002c0"));
   EXPECT_FALSE(registry.hasDeviceWithUID(1));
   EXPECT_FALSE(registry.isDeviceHDV(0));
 }

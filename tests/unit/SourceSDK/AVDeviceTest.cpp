@@ -326,7 +326,9 @@ TEST_F(DeviceTest, AStoppedVideoOutputCanBeTakenOutAndPutBack) {
 
 TEST(AudioSettingsTest, SoundIsAskedForInTheHostsFormat) {
   const auto settings = AV::GetAudioSettings();
-  const auto value = [&](CFStringRef key) { return dynamic_cast<NSNumber*>(settings->objectForKey(key))->longLongValue(); };
+  const auto value = [&](CFStringRef key) {
+    return dynamic_cast<NSNumber*>(settings->objectForKey(key))->longLongValue();
+  };
 
   EXPECT_EQ(settings->count(), 6U);
   EXPECT_EQ(value(AVFormatIDKey), 0x6C70636D);

@@ -37,7 +37,8 @@ class DetectionTest : public FrameworkTest {
 
   std::vector<std::string> names() const {
     std::vector<std::string> found;
-    for (int i = 0; i < manager->getDeviceCount(); ++i) found.push_back(manager->getDeviceWithIndex(i)->getDeviceName());
+    for (int i = 0; i < manager->getDeviceCount(); ++i)
+      found.push_back(manager->getDeviceWithIndex(i)->getDeviceName());
     return found;
   }
   AV::Device& source(const std::string& name) { return *manager->getDeviceWithName(name); }
@@ -49,8 +50,8 @@ class DetectionTest : public FrameworkTest {
 };
 
 TEST_F(DetectionTest, CamerasComeFirstAndNamesAreUnique) {
-  detect({fake::microphone("Mic", "m1"), fake::camera("Cam", "c1"), fake::camera("Cam", "c2"), fake::camera("Cam", "c3"),
-          fake::camcorder("Deck", "d1"), fake::camcorder("Deck", "d2")});
+  detect({fake::microphone("Mic", "m1"), fake::camera("Cam", "c1"), fake::camera("Cam", "c2"),
+          fake::camera("Cam", "c3"), fake::camcorder("Deck", "d1"), fake::camcorder("Deck", "d2")});
 
   EXPECT_THAT(names(), ElementsAre("Cam Video", "Cam 1 Video", "Cam 2 Video", "Deck", "Deck 1", "Mic Audio"));
   EXPECT_EQ(manager->getIndexOfDeviceWithName("Cam 2 Video"), 2);
@@ -67,11 +68,12 @@ TEST_F(DetectionTest, CamerasComeFirstAndNamesAreUnique) {
 
 TEST_F(DetectionTest, NamesOfOtherPlugInsDevicesAreRefused) {
   begin({});
-  for (const char* refused : {"UltraStudio Decklink 4K", "Blackmagic Design", "Intensity Pro", "Brevanta Virtual Camera",
-                              "AJA Io 4K"}) {
+  for (const char* refused :
+       {"UltraStudio Decklink 4K", "Blackmagic Design", "Intensity Pro", "Brevanta Virtual Camera", "AJA Io 4K"}) {
     EXPECT_FALSE(manager->_AllowDevice(refused)) << refused;
   }
-  for (const char* allowed : {"AJAX Camera", "blackmagic design", ""}) EXPECT_TRUE(manager->_AllowDevice(allowed)) << allowed;
+  for (const char* allowed : {"AJAX Camera", "blackmagic design", ""})
+    EXPECT_TRUE(manager->_AllowDevice(allowed)) << allowed;
 
   provider->plug(fake::camera("Intensity Pro", "card"));
   provider->plug(fake::microphone("Brevanta Virtual Microphone", "virtual"));
@@ -102,7 +104,8 @@ TEST_F(DetectionTest, LinkedDevicesFormOneSourceInWhateverOrderTheyCome) {
 }
 
 TEST_F(DetectionTest, AnAudioDeviceJoinsEverySourceItIsLinkedTo) {
-  detect({fake::camera("One", "c1", {"m"}), fake::camera("Two", "c2", {"m"}), fake::microphone("Mic", "m", {"c1", "c2"})});
+  detect(
+      {fake::camera("One", "c1", {"m"}), fake::camera("Two", "c2", {"m"}), fake::microphone("Mic", "m", {"c1", "c2"})});
 
   EXPECT_THAT(names(), ElementsAre("One Video", "Two Video"));
   EXPECT_EQ(source("One Video").getAudioDeviceID(), "m");
@@ -117,7 +120,8 @@ TEST_F(DetectionTest, DevicesLinkedOnlyToTheirOwnKindBecomeNoSource) {
 }
 
 TEST_F(DetectionTest, ASecondLinkedMicrophoneIsRefusedAndLogged) {
-  detect({fake::camera("Cam", "c", {"m1", "m2"}), fake::microphone("One", "m1", {"c"}), fake::microphone("Two", "m2", {"c"})});
+  detect({fake::camera("Cam", "c", {"m1", "m2"}), fake::microphone("One", "m1", {"c"}),
+          fake::microphone("Two", "m2", {"c"})});
 
   EXPECT_EQ(source("Cam Video").getAudioDeviceID(), "m1");
   EXPECT_THAT(log.lines(), ElementsAre("3 Already has an Audio Device Associated with it!\n"));
@@ -211,8 +215,8 @@ TEST_F(DetectionTest, AReplacedStateCallbackIsNotRunningAnyMore) {
 
 TEST_F(DetectionTest, FireWireCamcordersAreMarkedByTheirUnits) {
   begin({fake::camcorder("Plain", "#08004601024a6c51"), fake::camcorder("Prefixed", " 0x08004601024A6C51"),
-         fake::camcorder("DV", "#11"), fake::camcorder("Unknown", "#22"),
-         fake::camcorder("Long", "#108004601024a6c51"), fake::camera("Short", "")});
+         fake::camcorder("DV", "#11"), fake::camcorder("Unknown", "#22"), fake::camcorder("Long", "#108004601024a6c51"),
+         fake::camera("Short", "")});
   provider->bus.units = {{0x08004601024a6c51, false, true}, {0x11, true, false}, {0, true, true}};
 
   manager->detectDeviceConnect();

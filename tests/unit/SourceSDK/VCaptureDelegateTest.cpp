@@ -11,16 +11,17 @@ namespace {
 class VideoDelegateTest : public FrameworkTest {
  protected:
   VideoDelegateTest() : delegate(VCaptureDelegate::initWithDevice(nullptr)) {
-    delegate->setVideoDataArrivedCallback(
-        [](void* context, BRV_VideoBuffer* buffer) {
-          auto* test = static_cast<VideoDelegateTest*>(context);
-          test->records.push_back(*buffer);
-          if (test->duringCallback) test->duringCallback();
-        });
+    delegate->setVideoDataArrivedCallback([](void* context, BRV_VideoBuffer* buffer) {
+      auto* test = static_cast<VideoDelegateTest*>(context);
+      test->records.push_back(*buffer);
+      if (test->duringCallback) test->duringCallback();
+    });
     delegate->setVideoDataArrivedContext(this);
   }
 
-  void deliver(CMTime time) { delegate->captureOutputDidOutputSampleBuffer(nullptr, samples::frame(image.get(), time).get(), nullptr); }
+  void deliver(CMTime time) {
+    delegate->captureOutputDidOutputSampleBuffer(nullptr, samples::frame(image.get(), time).get(), nullptr);
+  }
   int lastFlags() const { return records.back().flags; }
 
   CFRef<CVPixelBufferRef> image = samples::picture(64, 48);
@@ -56,8 +57,8 @@ TEST_F(VideoDelegateTest, ARecordDescribesItsFrame) {
 
 TEST_F(VideoDelegateTest, FlagsTellTheFirstFrameAndEveryChangeOfTheTimescale) {
   const std::vector<std::pair<CMTime, int>> steps{
-      {CMTimeMake(1, 600), 0},   {CMTimeMake(2, 600), 1},  {CMTimeMake(3, 90000), 0x21},
-      {CMTimeMake(4, 90000), 1}, {kCMTimeInvalid, 0x21},   {CMTimeMake(5, 90000), 0x21},
+      {CMTimeMake(1, 600), 0},   {CMTimeMake(2, 600), 1}, {CMTimeMake(3, 90000), 0x21},
+      {CMTimeMake(4, 90000), 1}, {kCMTimeInvalid, 0x21},  {CMTimeMake(5, 90000), 0x21},
   };
   for (const auto& [time, flags] : steps) {
     deliver(time);
@@ -126,7 +127,8 @@ TEST_F(VideoDelegateTest, DisplaySizesAreTruncated) {
   auto size = makeRef<NSDictionary>();
   size->insert(kCVImageBufferDisplayWidthKey, NSNumber::numberWithDouble(1919.7));
   size->insert(kCVImageBufferDisplayHeightKey, NSNumber::numberWithDouble(1080.2));
-  CVBufferSetAttachment(image.get(), kCVImageBufferDisplayDimensionsKey, size->toCF(), kCVAttachmentMode_ShouldPropagate);
+  CVBufferSetAttachment(image.get(), kCVImageBufferDisplayDimensionsKey, size->toCF(),
+                        kCVAttachmentMode_ShouldPropagate);
 
   deliver(CMTimeMake(1, 30));
 

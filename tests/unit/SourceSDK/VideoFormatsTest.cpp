@@ -58,9 +58,7 @@ TEST_F(VideoFormatsTest, TheAutomaticChoiceIsTheFirstLargestUpToFullHD) {
   const auto f = fake::videoFormat;
   for (const Case& c : {Case{{f(1280, 720), f(1920, 1080), f(3840, 2160)}, 1},
                         Case{{f(640, 480), f(1280, 720), f(1920, 1080), f(2048, 1080), f(0, 0), f(1920, 1080)}, 2},
-                        Case{{f(3840, 2160), f(4096, 2160)}, 0},
-                        Case{{f(0, 0), f(16, 16)}, 1},
-                        Case{{}, 0}}) {
+                        Case{{f(3840, 2160), f(4096, 2160)}, 0}, Case{{f(0, 0), f(16, 16)}, 1}, Case{{}, 0}}) {
     AV::Device& source = sourceWith(c.formats);
     EXPECT_EQ(source.getBestSupportedVideoFormatIndex(), c.best);
     for (std::size_t i = 0; i < c.formats.size(); ++i) {

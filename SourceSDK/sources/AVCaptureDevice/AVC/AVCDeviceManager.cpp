@@ -41,7 +41,9 @@ const AVS::AVCDevice* AVCDeviceManager::deviceWithUID(unsigned long long guid) {
   return hasDeviceWithUID(guid) ? *devicesByGUID.Find(guid) : nullptr;
 }
 
-bool AVCDeviceManager::isDeviceHDV(unsigned long long guid) { return isHDV(deviceWithUID(guid)); }
+bool AVCDeviceManager::isDeviceHDV(unsigned long long guid) {
+  return isHDV(deviceWithUID(guid));
+}
 
 bool AVCDeviceManager::isHDV(const AVS::AVCDevice* device) {
   return device && !device->isDVDevice && device->isMPEGDevice;
@@ -51,8 +53,12 @@ void AVCDeviceManager::filleDeviceList(zList<const AVS::AVCDevice*>& list) const
   for (const auto& [guid, device] : devicesByGUID) list.Append(device);
 }
 
-int _AVCDeviceControllerNotification(AVS::AVCDeviceController*, void*, AVS::AVCDevice*) { return 0; }
+int _AVCDeviceControllerNotification(AVS::AVCDeviceController*, void*, AVS::AVCDevice*) {
+  return 0;
+}
 
-int _AVCDeviceMessageNotification(AVS::AVCDevice*, unsigned int, void*, void*) { return 0; }
+int _AVCDeviceMessageNotification(AVS::AVCDevice*, unsigned int, void*, void*) {
+  return 0;
+}
 
 }  // namespace AV

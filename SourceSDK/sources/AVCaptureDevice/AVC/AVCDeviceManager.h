@@ -41,6 +41,7 @@ class AVCDeviceManager {
 
 /// What the framework could call on changes; nothing is done, 0.
 int _AVCDeviceControllerNotification(AVS::AVCDeviceController* controller, void* refCon, AVS::AVCDevice* device);
-int _AVCDeviceMessageNotification(AVS::AVCDevice* device, unsigned int messageType, void* messageArgument, void* refCon);
+int _AVCDeviceMessageNotification(AVS::AVCDevice* device, unsigned int messageType, void* messageArgument,
+                                  void* refCon);
 
 }  // namespace AV
