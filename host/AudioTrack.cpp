@@ -18,26 +18,26 @@ constexpr std::chrono::milliseconds Patience{1'000};
 }  // namespace
 
 AudioTrack::AudioTrack(const std::string& path, std::optional<double> seconds)
-    : path_(path), seconds_(seconds), queue_(QueueLength), file_(path), thread_([this] { writeRuns(); }) {}
+    : _path(path), _seconds(seconds), _queue(QueueLength), _file(path), _thread([this] { writeRuns(); }) {}
 
 AudioTrack::~AudioTrack() {
   finish();
 }
 
 void AudioTrack::soundArrived(const BRV_AudioBuffer& record) noexcept {
-  if (!isArmed_.load(std::memory_order_acquire) || isComplete()) return;
+  if (!_isArmed.load(std::memory_order_acquire) || isComplete()) return;
   try {
     const PCMFormat format{record.sampleRate, record.channels, record.bitsPerSample};
     const std::size_t bytes = accept(record, format);
     if (bytes == 0) return;
     const auto* const samples = static_cast<const std::uint8_t*>(record.data);
-    const bool isQueued = queue_.push(Patience, [&](Run& run) {
+    const bool isQueued = _queue.push(Patience, [&](Run& run) {
       run.format = format;
       run.samples.assign(samples, samples + bytes);
     });
     if (isQueued) return;
-    const std::lock_guard lock(mutex_);
-    statistics_.notWritten += static_cast<std::int64_t>(bytes) / format.bytesPerFrame();
+    const std::lock_guard lock(_mutex);
+    _statistics.notWritten += static_cast<std::int64_t>(bytes) / format.bytesPerFrame();
   } catch (const std::exception& exception) {
     end(&AudioStatistics::failure, exception.what());
   }
@@ -49,12 +49,12 @@ std::size_t AudioTrack::accept(const BRV_AudioBuffer& record, const PCMFormat& f
       format.bytesPerFrame() <= 0) {
     return 0;
   }
-  const std::lock_guard lock(mutex_);
-  AudioStatistics& statistics = statistics_;
+  const std::lock_guard lock(_mutex);
+  AudioStatistics& statistics = _statistics;
   std::int64_t frames = record.dataLength / format.bytesPerFrame();
-  if (seconds_) {
-    const std::int64_t room = std::llround(*seconds_ * format.sampleRate) - statistics.frames;
-    if (frames >= room) isComplete_.store(true, std::memory_order_release);
+  if (_seconds) {
+    const std::int64_t room = std::llround(*_seconds * format.sampleRate) - statistics.frames;
+    if (frames >= room) _isComplete.store(true, std::memory_order_release);
     frames = std::min(frames, room);
   }
   if (frames <= 0) return 0;
@@ -73,7 +73,7 @@ std::size_t AudioTrack::accept(const BRV_AudioBuffer& record, const PCMFormat& f
 void AudioTrack::writeRuns() noexcept {
   Run run;
   bool goesOn = true;
-  while (queue_.pop(run)) {
+  while (_queue.pop(run)) {
     try {
       goesOn = goesOn && write(run);
     } catch (const std::exception& exception) {
@@ -84,43 +84,43 @@ void AudioTrack::writeRuns() noexcept {
 }
 
 bool AudioTrack::write(const Run& run) {
-  if (!writer_) writer_.emplace(std::move(file_), run.format);
-  if (run.format != writer_->format()) {
-    end(&AudioStatistics::ending, ("the format of the sound changed; " + path_ + " ends there").c_str());
+  if (!_writer) _writer.emplace(std::move(_file), run.format);
+  if (run.format != _writer->format()) {
+    end(&AudioStatistics::ending, ("the format of the sound changed; " + _path + " ends there").c_str());
     return false;
   }
-  writer_->write(run.samples.data(), run.samples.size());
-  const std::lock_guard lock(mutex_);
-  statistics_.written = writer_->frameCount();
+  _writer->write(run.samples.data(), run.samples.size());
+  const std::lock_guard lock(_mutex);
+  _statistics.written = _writer->frameCount();
   return true;
 }
 
 void AudioTrack::end(std::optional<std::string> AudioStatistics::*why, const char* reason) noexcept {
-  const std::lock_guard lock(mutex_);
-  if (!(statistics_.*why)) statistics_.*why = reason;
-  isComplete_.store(true, std::memory_order_release);
+  const std::lock_guard lock(_mutex);
+  if (!(_statistics.*why)) _statistics.*why = reason;
+  _isComplete.store(true, std::memory_order_release);
 }
 
 void AudioTrack::finish() noexcept {
-  if (!thread_.joinable()) return;
-  queue_.close();
-  thread_.join();
+  if (!_thread.joinable()) return;
+  _queue.close();
+  _thread.join();
   try {
-    if (writer_) {
-      writer_->close();
+    if (_writer) {
+      _writer->close();
     } else {
-      file_.discard();
+      _file.discard();
     }
   } catch (const std::exception& exception) {
     end(&AudioStatistics::failure, exception.what());
   }
-  const std::lock_guard lock(mutex_);
-  statistics_.notWritten = statistics_.frames - statistics_.written;
+  const std::lock_guard lock(_mutex);
+  _statistics.notWritten = _statistics.frames - _statistics.written;
 }
 
 AudioStatistics AudioTrack::statistics() const {
-  const std::lock_guard lock(mutex_);
-  return statistics_;
+  const std::lock_guard lock(_mutex);
+  return _statistics;
 }
 
 }  // namespace brvhost

@@ -40,7 +40,7 @@ class AudioTrack {
   AudioTrack& operator=(const AudioTrack&) = delete;
 
   /// Sound counts from now on.
-  void arm() noexcept { isArmed_.store(true, std::memory_order_release); }
+  void arm() noexcept { _isArmed.store(true, std::memory_order_release); }
 
   /// The capture thread's side: copies the samples and hands them on; waits for a moment when the writer's queue is
   /// full.
@@ -51,8 +51,8 @@ class AudioTrack {
 
   /// Any thread.
   AudioStatistics statistics() const;
-  bool isComplete() const { return isComplete_.load(std::memory_order_acquire); }
-  const std::string& path() const { return path_; }
+  bool isComplete() const { return _isComplete.load(std::memory_order_acquire); }
+  const std::string& path() const { return _path; }
 
  private:
   struct Run {
@@ -65,19 +65,19 @@ class AudioTrack {
   bool write(const Run& run);
   void end(std::optional<std::string> AudioStatistics::*why, const char* reason) noexcept;
 
-  const std::string path_;
-  const std::optional<double> seconds_;
+  const std::string _path;
+  const std::optional<double> _seconds;
 
-  BoundedQueue<Run> queue_;
-  std::atomic<bool> isArmed_{false};
-  std::atomic<bool> isComplete_{false};
-  mutable std::mutex mutex_;  ///< guards the statistics
-  AudioStatistics statistics_;
+  BoundedQueue<Run> _queue;
+  std::atomic<bool> _isArmed{false};
+  std::atomic<bool> _isComplete{false};
+  mutable std::mutex _mutex;  ///< guards the statistics
+  AudioStatistics _statistics;
 
   // Writer thread, and whoever has joined it.
-  OutputFile file_;
-  std::optional<WAVWriter> writer_;
-  std::thread thread_;
+  OutputFile _file;
+  std::optional<WAVWriter> _writer;
+  std::thread _thread;
 };
 
 }  // namespace brvhost

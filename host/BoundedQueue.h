@@ -15,55 +15,55 @@ namespace brvhost {
 template <typename Item>
 class BoundedQueue {
  public:
-  explicit BoundedQueue(std::size_t capacity) : slots_(capacity) {}
+  explicit BoundedQueue(std::size_t capacity) : _slots(capacity) {}
 
   /// Lets `fill(Item&)` write the next free place, which still holds what some earlier item left. When there is none,
   /// waits for one, `patience` at most. False when the queue stayed full or is closed. What `fill` throws is passed on.
   template <typename Fill>
   bool push(std::chrono::milliseconds patience, Fill&& fill) {
     {
-      std::unique_lock lock(mutex_);
-      const auto hasRoom = [this] { return isClosed_ || count_ < slots_.size(); };
-      if (!roomMade_.wait_for(lock, patience, hasRoom) || isClosed_) return false;
-      fill(slots_[(first_ + count_) % slots_.size()]);
-      ++count_;
+      std::unique_lock lock(_mutex);
+      const auto hasRoom = [this] { return _isClosed || _count < _slots.size(); };
+      if (!_roomMade.wait_for(lock, patience, hasRoom) || _isClosed) return false;
+      fill(_slots[(_first + _count) % _slots.size()]);
+      ++_count;
     }
-    itemAdded_.notify_one();
+    _itemAdded.notify_one();
     return true;
   }
 
   /// Swaps the oldest item into `item`, waiting for one. False once the queue is closed and empty.
   bool pop(Item& item) {
     {
-      std::unique_lock lock(mutex_);
-      itemAdded_.wait(lock, [this] { return isClosed_ || count_ > 0; });
-      if (count_ == 0) return false;
-      std::swap(item, slots_[first_]);
-      first_ = (first_ + 1) % slots_.size();
-      --count_;
+      std::unique_lock lock(_mutex);
+      _itemAdded.wait(lock, [this] { return _isClosed || _count > 0; });
+      if (_count == 0) return false;
+      std::swap(item, _slots[_first]);
+      _first = (_first + 1) % _slots.size();
+      --_count;
     }
-    roomMade_.notify_one();
+    _roomMade.notify_one();
     return true;
   }
 
   /// Refuses what comes from now on; what is waiting can still be popped.
   void close() {
     {
-      const std::lock_guard lock(mutex_);
-      isClosed_ = true;
+      const std::lock_guard lock(_mutex);
+      _isClosed = true;
     }
-    itemAdded_.notify_all();
-    roomMade_.notify_all();
+    _itemAdded.notify_all();
+    _roomMade.notify_all();
   }
 
  private:
-  std::mutex mutex_;
-  std::condition_variable itemAdded_;
-  std::condition_variable roomMade_;
-  std::vector<Item> slots_;
-  std::size_t first_ = 0;
-  std::size_t count_ = 0;
-  bool isClosed_ = false;
+  std::mutex _mutex;
+  std::condition_variable _itemAdded;
+  std::condition_variable _roomMade;
+  std::vector<Item> _slots;
+  std::size_t _first = 0;
+  std::size_t _count = 0;
+  bool _isClosed = false;
 };
 
 }  // namespace brvhost

@@ -14,6 +14,7 @@
 #include "Interrupt.h"
 #include "PNGWriter.h"
 #include "RGBImage.h"
+#include "SourceSettings.h"
 
 namespace brvhost {
 
@@ -86,6 +87,7 @@ void listSources(Session& session, const Options& options, std::ostream& out) {
 void takeSnapshot(Session& session, const Options& options, std::ostream& out) {
   const Source source = session.find(options.source);
   if (!source.providesVideo) throw Failure(source.identifier + " has no picture");
+  requireSettings(session, source, options.settings);
   const auto frame = grabFrame(session, source, SnapshotFrame, FrameTimeoutSeconds);
   if (!frame) {
     if (Interrupt::requested()) throw Failure("interrupted");
@@ -148,6 +150,11 @@ int run(const Options& options, std::ostream& out, Console& console) {
     case Command::snapshot:
       takeSnapshot(session, options, out);
       break;
+    case Command::show:
+      showSource(session, options, out);
+      break;
+    case Command::set:
+      return setSource(session, options, out);
     case Command::watch:
       watchDevices(session, options, out);
       break;

@@ -22,40 +22,40 @@ Console& Console::standardError() {
 
 void Console::line(std::string_view text) noexcept {
   text = withoutLineEnd(text);
-  const std::lock_guard lock(mutex_);
-  if (!progress_.empty()) std::fputs(ClearLine, stream_);
-  std::fwrite(text.data(), 1, text.size(), stream_);
-  std::fputc('\n', stream_);
-  if (!progress_.empty()) rewrite(progress_);
-  std::fflush(stream_);
+  const std::lock_guard lock(_mutex);
+  if (!_progress.empty()) std::fputs(ClearLine, _stream);
+  std::fwrite(text.data(), 1, text.size(), _stream);
+  std::fputc('\n', _stream);
+  if (!_progress.empty()) rewrite(_progress);
+  std::fflush(_stream);
 }
 
 void Console::progress(const std::string& text) noexcept {
-  if (!rewritesProgress_) {
+  if (!_rewritesProgress) {
     line(text);
     return;
   }
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(_mutex);
   rewrite(text);
-  std::fflush(stream_);
+  std::fflush(_stream);
   try {
-    progress_ = text;
+    _progress = text;
   } catch (...) {
-    progress_.clear();  // the line on the screen is then only not redrawn after the next log line
+    _progress.clear();  // the line on the screen is then only not redrawn after the next log line
   }
 }
 
 void Console::endProgress() noexcept {
-  const std::lock_guard lock(mutex_);
-  if (progress_.empty()) return;
-  progress_.clear();
-  std::fputc('\n', stream_);
-  std::fflush(stream_);
+  const std::lock_guard lock(_mutex);
+  if (_progress.empty()) return;
+  _progress.clear();
+  std::fputc('\n', _stream);
+  std::fflush(_stream);
 }
 
 void Console::rewrite(std::string_view text) noexcept {
-  std::fputs(ClearLine, stream_);
-  std::fwrite(text.data(), 1, text.size(), stream_);
+  std::fputs(ClearLine, _stream);
+  std::fwrite(text.data(), 1, text.size(), _stream);
 }
 
 }  // namespace brvhost

@@ -13,7 +13,7 @@ namespace brvhost {
 class Console {
  public:
   /// Writes to `stream`, which stays the caller's. `rewritesProgress`: whether it is a terminal.
-  Console(std::FILE* stream, bool rewritesProgress) : stream_(stream), rewritesProgress_(rewritesProgress) {}
+  Console(std::FILE* stream, bool rewritesProgress) : _stream(stream), _rewritesProgress(rewritesProgress) {}
   Console(const Console&) = delete;
   Console& operator=(const Console&) = delete;
 
@@ -32,10 +32,10 @@ class Console {
  private:
   void rewrite(std::string_view text) noexcept;
 
-  std::FILE* const stream_;
-  const bool rewritesProgress_;
-  std::mutex mutex_;
-  std::string progress_;
+  std::FILE* const _stream;
+  const bool _rewritesProgress;
+  std::mutex _mutex;
+  std::string _progress;
 };
 
 }  // namespace brvhost

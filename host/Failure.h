@@ -16,12 +16,12 @@ enum ExitCode { ExitDone = 0, ExitFailed = 1, ExitWrongUse = 2 };
 class Failure : public std::runtime_error {
  public:
   explicit Failure(const std::string& message, ExitCode exitCode = ExitFailed)
-      : std::runtime_error(message), exitCode_(exitCode) {}
+      : std::runtime_error(message), _exitCode(exitCode) {}
 
-  ExitCode exitCode() const noexcept { return exitCode_; }
+  ExitCode exitCode() const noexcept { return _exitCode; }
 
  private:
-  ExitCode exitCode_;
+  ExitCode _exitCode;
 };
 
 /// The command line asks for something that does not exist or makes no sense.

@@ -21,43 +21,43 @@ double secondsSince(Clock::time_point start) {
 /// Keeps the newest frame up to the wanted one.
 class Grabber {
  public:
-  explicit Grabber(int wanted) : wanted_(wanted) {}
+  explicit Grabber(int wanted) : _wanted(wanted) {}
 
   /// Forgets what came so far.
   void reset() {
-    const std::lock_guard lock(mutex_);
-    count_ = 0;
-    frame_ = {};
+    const std::lock_guard lock(_mutex);
+    _count = 0;
+    _frame = {};
   }
 
   static void videoArrived(void* context, BRV_VideoBuffer* buffer) { static_cast<Grabber*>(context)->keep(*buffer); }
 
   int count() const {
-    const std::lock_guard lock(mutex_);
-    return count_;
+    const std::lock_guard lock(_mutex);
+    return _count;
   }
 
   Frame take() {
-    const std::lock_guard lock(mutex_);
-    return std::move(frame_);
+    const std::lock_guard lock(_mutex);
+    return std::move(_frame);
   }
 
  private:
   void keep(const BRV_VideoBuffer& record) {
     if (record.format != BRV_FORMAT_PIXEL_BUFFER || record.data == nullptr) return;
-    const std::lock_guard lock(mutex_);
-    if (count_ == wanted_) return;
-    ++count_;
-    frame_.picture = PixelBuffer::retain(static_cast<CVPixelBufferRef>(record.data));
-    frame_.displayWidth = record.width;
-    frame_.displayHeight = record.height;
-    frame_.pixelAspectRatio = record.pixelAspectRatio;
+    const std::lock_guard lock(_mutex);
+    if (_count == _wanted) return;
+    ++_count;
+    _frame.picture = PixelBuffer::retain(static_cast<CVPixelBufferRef>(record.data));
+    _frame.displayWidth = record.width;
+    _frame.displayHeight = record.height;
+    _frame.pixelAspectRatio = record.pixelAspectRatio;
   }
 
-  mutable std::mutex mutex_;
-  const int wanted_;
-  int count_ = 0;
-  Frame frame_;
+  mutable std::mutex _mutex;
+  const int _wanted;
+  int _count = 0;
+  Frame _frame;
 };
 
 }  // namespace
@@ -79,6 +79,21 @@ std::optional<Frame> grabFrame(Session& session, const Source& source, int frame
   Frame frame = grabber.take();
   frame.timing = session.timing(source.identifier);
   return frame;
+}
+
+FrameTiming awaitTiming(Session& session, const Source& source, double timeoutSeconds) {
+  char context = 0;  // the module starts nothing for a null one
+  const RunningSource running(session, source);
+  session.start(
+      source, [](void*, BRV_VideoBuffer*) {}, [](void*, BRV_AudioBuffer*) {}, &context, [] {});
+
+  const Clock::time_point start = Clock::now();
+  FrameTiming timing = session.timing(source.identifier);
+  while (timing.ticksPerSecond <= 0 && secondsSince(start) < timeoutSeconds && !Interrupt::requested()) {
+    Session::pump(PollSeconds);
+    timing = session.timing(source.identifier);
+  }
+  return timing;
 }
 
 }  // namespace brvhost

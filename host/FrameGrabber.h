@@ -23,4 +23,8 @@ struct Frame {
 /// frame comes within `timeoutSeconds` or the user interrupts. Main thread; the source is stopped again.
 std::optional<Frame> grabFrame(Session& session, const Source& source, int frameCount, double timeoutSeconds);
 
+/// Starts `source` and returns how it counts time as soon as its samples tell; unknown when none comes within
+/// `timeoutSeconds` or the user interrupts. Main thread; the source is stopped again.
+FrameTiming awaitTiming(Session& session, const Source& source, double timeoutSeconds);
+
 }  // namespace brvhost

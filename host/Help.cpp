@@ -10,6 +10,8 @@ constexpr const char* ProgramHelp =
 usage: brvhost [options] COMMAND ...
 
   list                         show the sources
+  show SOURCE                  show what can be set on a source, and its frames
+  set SOURCE NAME=INDEX...     try settings out
   record SOURCE --output BASE  record to BASE.y4m and BASE.wav
   snapshot SOURCE FILE.png     save one picture
   watch                        follow devices being plugged in and removed
@@ -37,15 +39,41 @@ such a device, and the identifier of its capture device; the frame rate where it
   --probe  start each source that has a picture for a moment, and show the picture's size and frame rate
 )";
 
+constexpr const char* ShowHelp =
+    R"(usage: brvhost [options] show SOURCE
+
+Shows the choices of "Video Settings", "Video FPS" and "Audio Settings" with their indexes, "*" in front of
+the selected ones (none where nothing has been chosen yet). The frame rates are those of the selected
+format. Then the size, the rate and the duration of frames and the ticks of time stamps, for which the
+source is started until its first samples have come, for 2 seconds at most; what is not known then is left
+out.
+)";
+
+constexpr const char* SetHelp =
+    R"(usage: brvhost [options] set SOURCE NAME=INDEX...
+
+Starts the source, applies the settings in the order given, and shows the module's answer, its message where
+it refuses, and what is selected then. NAME is "Video Settings", "Video FPS" or "Audio Settings", or for
+short video, fps or audio; case does not matter. INDEX is as show tells it; the frame rates are those of the
+format, so set that first.
+
+The simulated hardware is part of the process: settings last until brvhost ends. To record with them, give
+them to record with --set.
+
+Exits with 1 when a setting does not hold in the end, with 2 for an unknown NAME or an INDEX that is none.
+)";
+
 constexpr const char* RecordHelp =
-    R"(usage: brvhost [options] record SOURCE --output BASE [--seconds N] [--until-idle]
+    R"(usage: brvhost [options] record SOURCE --output BASE [--set NAME=INDEX]... [--seconds N] [--until-idle]
 
 Records the picture to BASE.y4m (uncompressed 4:2:2) and the sound to BASE.wav (44,100 Hz, 16 bits,
 stereo), whichever the source has. Existing files are replaced. The recording begins with the first frame
 after the source was started in its final format. Ctrl-C ends it, and the files are complete then too.
 
-  --seconds N    stop after N seconds of picture and of sound, by their time stamps
-  --until-idle   stop when nothing has come for 2 seconds after the last sample: the end of a clip
+  --set NAME=INDEX  apply a setting before (see set); may be repeated, and is done in the order given. When one
+                    does not hold nothing is recorded. Without it the module chooses the format
+  --seconds N       stop after N seconds of picture and of sound, by their time stamps
+  --until-idle      stop when nothing has come for 2 seconds after the last sample: the end of a clip
 
 The report counts frames like this. Delivered ones reached this program. Dropped ones did not; they are
 read from the gaps between time stamps, a gap being worth its length in frame durations, rounded, less one
@@ -55,10 +83,12 @@ not filled in the file. A picture whose size changes ends BASE.y4m there, while 
 )";
 
 constexpr const char* SnapshotHelp =
-    R"(usage: brvhost [options] snapshot SOURCE FILE.png
+    R"(usage: brvhost [options] snapshot SOURCE FILE.png [--set NAME=INDEX]...
 
 Starts the source, lets a few frames pass, and saves one as RGB with square pixels. Fails when no frame
 comes within 5 seconds.
+
+  --set NAME=INDEX  apply a setting before (see set); may be repeated, and is done in the order given
 )";
 
 constexpr const char* WatchHelp =
@@ -74,6 +104,10 @@ const char* helpText(Command command) {
   switch (command) {
     case Command::list:
       return ListHelp;
+    case Command::show:
+      return ShowHelp;
+    case Command::set:
+      return SetHelp;
     case Command::record:
       return RecordHelp;
     case Command::snapshot:

@@ -17,20 +17,20 @@ constexpr const char* ModuleName = "AVCaptureDevice.so";
 /// Looks entry points up and remembers which ones were not there.
 class Lookup {
  public:
-  explicit Lookup(void* handle) : handle_(handle) {}
+  explicit Lookup(void* handle) : _handle(handle) {}
 
   template <typename Function>
   void find(const char* name, Function& function) {
-    function = reinterpret_cast<Function>(::dlsym(handle_, name));
+    function = reinterpret_cast<Function>(::dlsym(_handle, name));
     if (function != nullptr) return;
-    missing_ += missing_.empty() ? name : std::string(", ") + name;
+    _missing += _missing.empty() ? name : std::string(", ") + name;
   }
 
-  const std::string& missing() const { return missing_; }
+  const std::string& missing() const { return _missing; }
 
  private:
-  void* handle_;
-  std::string missing_;
+  void* _handle;
+  std::string _missing;
 };
 
 std::string findEntryPoints(void* handle, EntryPoints& table) {
@@ -44,11 +44,15 @@ std::string findEntryPoints(void* handle, EntryPoints& table) {
   lookup.find("BRV_GetDeviceGroupDisplayName", table.getDeviceGroupDisplayName);
   lookup.find("BRV_GetSourceCount", table.getSourceCount);
   lookup.find("BRV_GetSourceId", table.getSourceId);
+  lookup.find("BRV_GetErrorMessage", table.getErrorMessage);
   lookup.find("BRV_RegisterVideoDataArrivedCallback", table.registerVideoDataArrivedCallback);
   lookup.find("BRV_RegisterAudioDataArrivedCallback", table.registerAudioDataArrivedCallback);
   lookup.find("BRV_SourceSupportsProperty", table.sourceSupportsProperty);
   lookup.find("BRV_GetProperty", table.getProperty);
   lookup.find("BRV_GetTimescaleTicksPerSec", table.getTimescaleTicksPerSec);
+  lookup.find("BRV_QueryParameterOptions", table.queryParameterOptions);
+  lookup.find("BRV_GetSourceSettings", table.getSourceSettings);
+  lookup.find("BRV_SetSourceSettings", table.setSourceSettings);
   return lookup.missing();
 }
 
@@ -62,17 +66,17 @@ std::filesystem::path directoryOfThisProgram() {
 Module::Module(const std::string& path) {
   // dlopen searches the system's directories for a name without a slash; here a path is always meant.
   const std::string file = path.find('/') == std::string::npos ? "./" + path : path;
-  handle_ = ::dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (handle_ == nullptr) throw Failure(std::string("cannot load the module: ") + ::dlerror());
+  _handle = ::dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (_handle == nullptr) throw Failure(std::string("cannot load the module: ") + ::dlerror());
 
-  const std::string missing = findEntryPoints(handle_, entryPoints_);
+  const std::string missing = findEntryPoints(_handle, _entryPoints);
   if (missing.empty()) return;
-  ::dlclose(handle_);
+  ::dlclose(_handle);
   throw Failure(path + " is not a capture-source module: it lacks " + missing);
 }
 
 Module::~Module() {
-  ::dlclose(handle_);
+  ::dlclose(_handle);
 }
 
 std::string Module::locate(const std::string& option, const char* environment) {

@@ -20,11 +20,15 @@ struct EntryPoints {
   BRV_GetDeviceGroupDisplayName_Function getDeviceGroupDisplayName = nullptr;
   BRV_GetSourceCount_Function getSourceCount = nullptr;
   BRV_GetSourceId_Function getSourceId = nullptr;
+  BRV_GetErrorMessage_Function getErrorMessage = nullptr;
   BRV_RegisterVideoDataArrivedCallback_Function registerVideoDataArrivedCallback = nullptr;
   BRV_RegisterAudioDataArrivedCallback_Function registerAudioDataArrivedCallback = nullptr;
   BRV_SourceSupportsProperty_Function sourceSupportsProperty = nullptr;
   BRV_GetProperty_Function getProperty = nullptr;
   BRV_GetTimescaleTicksPerSec_Function getTimescaleTicksPerSec = nullptr;
+  BRV_QueryParameterOptions_Function queryParameterOptions = nullptr;
+  BRV_GetSourceSettings_Function getSourceSettings = nullptr;
+  BRV_SetSourceSettings_Function setSourceSettings = nullptr;
 };
 
 class Module {
@@ -35,7 +39,7 @@ class Module {
   Module(const Module&) = delete;
   Module& operator=(const Module&) = delete;
 
-  const EntryPoints* operator->() const { return &entryPoints_; }
+  const EntryPoints* operator->() const { return &_entryPoints; }
 
   /// Where the module is: `option` if not empty, else `environment` if not null or empty, else the first file that
   /// exists in the places where a build and an installation put it, seen from the directory of this program. Throws
@@ -43,8 +47,8 @@ class Module {
   static std::string locate(const std::string& option, const char* environment);
 
  private:
-  void* handle_ = nullptr;
-  EntryPoints entryPoints_;
+  void* _handle = nullptr;
+  EntryPoints _entryPoints;
 };
 
 }  // namespace brvhost

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 #include <iterator>
+#include <limits>
 #include <string_view>
 #include <system_error>
 
@@ -18,17 +19,23 @@ constexpr unsigned bit(Command command) {
 }
 constexpr unsigned EveryCommand = ~0U;
 
+constexpr std::size_t AnyNumber = std::numeric_limits<std::size_t>::max();
+
 struct CommandName {
   std::string_view name;
   Command command;
-  std::size_t operandCount;
+  std::size_t leastOperands;
+  std::size_t mostOperands;
+  const char* secondOperand;  ///< what stands behind the source
 };
 
 constexpr CommandName KnownCommands[] = {
-    {"list", Command::list, 0},
-    {"record", Command::record, 1},
-    {"snapshot", Command::snapshot, 2},
-    {"watch", Command::watch, 0},
+    {"list", Command::list, 0, 0, nullptr},
+    {"show", Command::show, 1, 1, nullptr},
+    {"set", Command::set, 2, AnyNumber, "a setting, NAME=INDEX"},
+    {"record", Command::record, 1, 1, nullptr},
+    {"snapshot", Command::snapshot, 2, 2, "a file"},
+    {"watch", Command::watch, 0, 0, nullptr},
 };
 
 double parseSeconds(const std::string& text) {
@@ -46,6 +53,7 @@ struct OptionName {
   bool takesValue;
   unsigned commands;
   void (*apply)(Options& options, const std::string& value);
+  bool repeats = false;
 };
 
 constexpr OptionName KnownOptions[] = {
@@ -59,6 +67,8 @@ constexpr OptionName KnownOptions[] = {
      [](Options& options, const std::string& value) { options.seconds = parseSeconds(value); }},
     {"--output", true, bit(Command::record),
      [](Options& options, const std::string& value) { options.output = value; }},
+    {"--set", true, bit(Command::record) | bit(Command::snapshot),
+     [](Options& options, const std::string& value) { options.settings.push_back(parseSetting(value)); }, true},
     {"--until-idle", false, bit(Command::record),
      [](Options& options, const std::string&) { options.untilIdle = true; }},
     {"--probe", false, bit(Command::list), [](Options& options, const std::string&) { options.probe = true; }},
@@ -87,22 +97,22 @@ const OptionName& optionNamed(const std::string& name) {
 /// Sorts a command line into its command, what belongs to that, and the options, which may stand anywhere.
 class Reader {
  public:
-  Reader(const std::vector<std::string>& arguments, Options& options) : arguments_(arguments), options_(options) {}
+  Reader(const std::vector<std::string>& arguments, Options& options) : _arguments(arguments), _options(options) {}
 
   void read() {
-    while (next_ < arguments_.size()) {
-      const std::string& argument = arguments_[next_++];
-      if (!onlyOperands_ && argument == "--") {
-        onlyOperands_ = true;
-      } else if (!onlyOperands_ && argument.size() > 1 && argument[0] == '-') {
+    while (_next < _arguments.size()) {
+      const std::string& argument = _arguments[_next++];
+      if (!_onlyOperands && argument == "--") {
+        _onlyOperands = true;
+      } else if (!_onlyOperands && argument.size() > 1 && argument[0] == '-') {
         readOption(argument);
-      } else if (options_.command == Command::none) {
-        options_.command = commandNamed(argument);
+      } else if (_options.command == Command::none) {
+        _options.command = commandNamed(argument);
       } else {
-        operands_.push_back(argument);
+        _operands.push_back(argument);
       }
     }
-    if (!options_.help && !options_.version) checkWhole();
+    if (!_options.help && !_options.version) checkWhole();
   }
 
  private:
@@ -113,49 +123,55 @@ class Reader {
     if (option.takesValue) {
       if (equals != std::string::npos) {
         value = argument.substr(equals + 1);
-      } else if (next_ < arguments_.size()) {
-        value = arguments_[next_++];
+      } else if (_next < _arguments.size()) {
+        value = _arguments[_next++];
       }
       if (value.empty()) throw UsageError(std::string(option.name) + " needs a value");
     } else if (equals != std::string::npos) {
       throw UsageError(std::string(option.name) + " takes no value");
     }
-    if (option.commands != EveryCommand && std::find(given_.begin(), given_.end(), &option) != given_.end()) {
+    if (option.commands != EveryCommand && !option.repeats &&
+        std::find(_given.begin(), _given.end(), &option) != _given.end()) {
       throw UsageError(std::string(option.name) + " is given twice");
     }
-    given_.push_back(&option);
-    option.apply(options_, value);
+    _given.push_back(&option);
+    option.apply(_options, value);
   }
 
   void checkWhole() {
-    const CommandName* const command = findCommand(options_.command);
-    if (command == nullptr) throw UsageError("a command is needed: list, record, snapshot or watch; try --help");
+    const CommandName* const command = findCommand(_options.command);
+    if (command == nullptr)
+      throw UsageError("a command is needed: list, show, set, record, snapshot or watch; try --help");
     const std::string name(command->name);
-    for (const OptionName* option : given_) {
-      if ((option->commands & bit(options_.command)) == 0) {
+    for (const OptionName* option : _given) {
+      if ((option->commands & bit(_options.command)) == 0) {
         throw UsageError(std::string(option->name) + " does not go with " + name);
       }
     }
-    if (operands_.size() < command->operandCount) {
-      throw UsageError(name + " needs " + (operands_.empty() ? "a source" : "a file") + "; try " + name + " --help");
+    if (_operands.size() < command->leastOperands) {
+      const std::string missing = _operands.empty() ? "a source" : command->secondOperand;
+      throw UsageError(name + " needs " + missing + "; try " + name + " --help");
     }
-    if (operands_.size() > command->operandCount) {
-      throw UsageError("\"" + operands_[command->operandCount] + "\" is too much for " + name +
+    if (_operands.size() > command->mostOperands) {
+      throw UsageError("\"" + _operands[command->mostOperands] + "\" is too much for " + name +
                        "; names with blanks want quotes");
     }
-    if (!operands_.empty()) options_.source = operands_[0];
-    if (options_.command == Command::snapshot) options_.output = operands_[1];
-    if (options_.command == Command::record && options_.output.empty()) {
+    if (!_operands.empty()) _options.source = _operands[0];
+    if (_options.command == Command::snapshot) _options.output = _operands[1];
+    if (_options.command == Command::set) {
+      std::transform(_operands.begin() + 1, _operands.end(), std::back_inserter(_options.settings), parseSetting);
+    }
+    if (_options.command == Command::record && _options.output.empty()) {
       throw UsageError("record needs --output; try record --help");
     }
   }
 
-  const std::vector<std::string>& arguments_;
-  Options& options_;
-  std::size_t next_ = 0;
-  bool onlyOperands_ = false;
-  std::vector<std::string> operands_;
-  std::vector<const OptionName*> given_;
+  const std::vector<std::string>& _arguments;
+  Options& _options;
+  std::size_t _next = 0;
+  bool _onlyOperands = false;
+  std::vector<std::string> _operands;
+  std::vector<const OptionName*> _given;
 };
 
 }  // namespace

@@ -6,9 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "Settings.h"
+
 namespace brvhost {
 
-enum class Command { none, list, record, snapshot, watch };
+enum class Command { none, list, show, set, record, snapshot, watch };
 
 struct Options {
   Command command = Command::none;
@@ -19,9 +21,10 @@ struct Options {
   std::string rig;     ///< path; empty: leave the environment alone
   std::string language;
 
-  std::string source;             ///< record, snapshot
+  std::string source;             ///< show, set, record, snapshot
   std::string output;             ///< record: base of the files' names; snapshot: the file
   std::optional<double> seconds;  ///< record, watch; absent: until interrupted
+  std::vector<Setting> settings;  ///< set, record, snapshot: in the order given
   bool untilIdle = false;         ///< record
   bool probe = false;             ///< list
 };

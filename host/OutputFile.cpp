@@ -11,24 +11,24 @@
 
 namespace brvhost {
 
-OutputFile::OutputFile(std::string path) : path_(std::move(path)) {
-  descriptor_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (descriptor_ < 0) fail("create", errno);
+OutputFile::OutputFile(std::string path) : _path(std::move(path)) {
+  _descriptor = ::open(_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  if (_descriptor < 0) fail("create", errno);
 }
 
 OutputFile::~OutputFile() {
-  if (isOpen()) ::close(descriptor_);
+  if (isOpen()) ::close(_descriptor);
 }
 
 OutputFile::OutputFile(OutputFile&& other) noexcept
-    : path_(std::move(other.path_)), descriptor_(std::exchange(other.descriptor_, -1)), size_(other.size_) {}
+    : _path(std::move(other._path)), _descriptor(std::exchange(other._descriptor, -1)), _size(other._size) {}
 
 OutputFile& OutputFile::operator=(OutputFile&& other) noexcept {
   if (this != &other) {
-    if (isOpen()) ::close(descriptor_);
-    path_ = std::move(other.path_);
-    descriptor_ = std::exchange(other.descriptor_, -1);
-    size_ = other.size_;
+    if (isOpen()) ::close(_descriptor);
+    _path = std::move(other._path);
+    _descriptor = std::exchange(other._descriptor, -1);
+    _size = other._size;
   }
   return *this;
 }
@@ -36,19 +36,19 @@ OutputFile& OutputFile::operator=(OutputFile&& other) noexcept {
 void OutputFile::write(const void* bytes, std::size_t count) {
   const auto* next = static_cast<const char*>(bytes);
   while (count > 0) {
-    const ssize_t written = ::write(descriptor_, next, count);
+    const ssize_t written = ::write(_descriptor, next, count);
     if (written < 0 && errno == EINTR) continue;
     if (written < 0) fail("write to", errno);
     next += written;
     count -= static_cast<std::size_t>(written);
-    size_ += static_cast<std::uint64_t>(written);
+    _size += static_cast<std::uint64_t>(written);
   }
 }
 
 void OutputFile::overwrite(std::uint64_t offset, const void* bytes, std::size_t count) {
   const auto* next = static_cast<const char*>(bytes);
   while (count > 0) {
-    const ssize_t written = ::pwrite(descriptor_, next, count, static_cast<off_t>(offset));
+    const ssize_t written = ::pwrite(_descriptor, next, count, static_cast<off_t>(offset));
     if (written < 0 && errno == EINTR) continue;
     if (written < 0) fail("write to", errno);
     next += written;
@@ -58,24 +58,24 @@ void OutputFile::overwrite(std::uint64_t offset, const void* bytes, std::size_t 
 }
 
 void OutputFile::truncate(std::uint64_t size) noexcept {
-  if (!isOpen() || ::ftruncate(descriptor_, static_cast<off_t>(size)) != 0) return;
-  ::lseek(descriptor_, static_cast<off_t>(size), SEEK_SET);
-  size_ = size;
+  if (!isOpen() || ::ftruncate(_descriptor, static_cast<off_t>(size)) != 0) return;
+  ::lseek(_descriptor, static_cast<off_t>(size), SEEK_SET);
+  _size = size;
 }
 
 void OutputFile::close() {
   if (!isOpen()) return;
-  if (::close(std::exchange(descriptor_, -1)) != 0 && errno != EINTR) fail("finish", errno);
+  if (::close(std::exchange(_descriptor, -1)) != 0 && errno != EINTR) fail("finish", errno);
 }
 
 void OutputFile::discard() noexcept {
   if (!isOpen()) return;
-  ::close(std::exchange(descriptor_, -1));
-  ::unlink(path_.c_str());
+  ::close(std::exchange(_descriptor, -1));
+  ::unlink(_path.c_str());
 }
 
 void OutputFile::fail(const char* action, int error) const {
-  throw Failure(formatted("cannot %s %s: %s", action, path_.c_str(), std::generic_category().message(error).c_str()));
+  throw Failure(formatted("cannot %s %s: %s", action, _path.c_str(), std::generic_category().message(error).c_str()));
 }
 
 }  // namespace brvhost

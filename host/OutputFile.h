@@ -17,10 +17,10 @@ class OutputFile {
   OutputFile(OutputFile&& other) noexcept;
   OutputFile& operator=(OutputFile&& other) noexcept;
 
-  const std::string& path() const { return path_; }
-  bool isOpen() const { return descriptor_ >= 0; }
+  const std::string& path() const { return _path; }
+  bool isOpen() const { return _descriptor >= 0; }
   /// Bytes in the file.
-  std::uint64_t size() const { return size_; }
+  std::uint64_t size() const { return _size; }
 
   /// Appends all of the bytes or throws Failure; part of them may then be in the file.
   void write(const void* bytes, std::size_t count);
@@ -36,9 +36,9 @@ class OutputFile {
  private:
   [[noreturn]] void fail(const char* action, int error) const;
 
-  std::string path_;
-  int descriptor_ = -1;
-  std::uint64_t size_ = 0;
+  std::string _path;
+  int _descriptor = -1;
+  std::uint64_t _size = 0;
 };
 
 }  // namespace brvhost

@@ -15,57 +15,57 @@ class PixelBuffer {
  public:
   PixelBuffer() = default;
   ~PixelBuffer() { reset(); }
-  PixelBuffer(PixelBuffer&& other) noexcept : buffer_(std::exchange(other.buffer_, nullptr)) {}
+  PixelBuffer(PixelBuffer&& other) noexcept : _buffer(std::exchange(other._buffer, nullptr)) {}
   PixelBuffer& operator=(PixelBuffer&& other) noexcept {
-    std::swap(buffer_, other.buffer_);
+    std::swap(_buffer, other._buffer);
     return *this;
   }
 
   /// Keeps `buffer`, which may be null.
   static PixelBuffer retain(CVPixelBufferRef buffer) {
     PixelBuffer held;
-    held.buffer_ = CVPixelBufferRetain(buffer);
+    held._buffer = CVPixelBufferRetain(buffer);
     return held;
   }
 
   void reset() {
-    if (buffer_ != nullptr) CVPixelBufferRelease(std::exchange(buffer_, nullptr));
+    if (_buffer != nullptr) CVPixelBufferRelease(std::exchange(_buffer, nullptr));
   }
 
-  CVPixelBufferRef get() const { return buffer_; }
-  explicit operator bool() const { return buffer_ != nullptr; }
+  CVPixelBufferRef get() const { return _buffer; }
+  explicit operator bool() const { return _buffer != nullptr; }
 
  private:
-  CVPixelBufferRef buffer_ = nullptr;
+  CVPixelBufferRef _buffer = nullptr;
 };
 
 /// The bytes of a 'yuvs' pixel buffer, locked for reading as long as this exists. The buffer is borrowed.
 class LockedPicture {
  public:
-  explicit LockedPicture(CVPixelBufferRef buffer) : buffer_(buffer) {
-    isLocked_ = buffer != nullptr && CVPixelBufferGetPixelFormatType(buffer) == kCVPixelFormatType_422YpCbCr8_yuvs &&
+  explicit LockedPicture(CVPixelBufferRef buffer) : _buffer(buffer) {
+    _isLocked = buffer != nullptr && CVPixelBufferGetPixelFormatType(buffer) == kCVPixelFormatType_422YpCbCr8_yuvs &&
                 CVPixelBufferLockBaseAddress(buffer, kCVPixelBufferLock_ReadOnly) == kCVReturnSuccess;
-    if (!isLocked_) return;
-    view_ = {static_cast<const std::uint8_t*>(CVPixelBufferGetBaseAddress(buffer)), CVPixelBufferGetBytesPerRow(buffer),
+    if (!_isLocked) return;
+    _view = {static_cast<const std::uint8_t*>(CVPixelBufferGetBaseAddress(buffer)), CVPixelBufferGetBytesPerRow(buffer),
              CVPixelBufferGetWidth(buffer), CVPixelBufferGetHeight(buffer)};
   }
   ~LockedPicture() {
-    if (isLocked_) CVPixelBufferUnlockBaseAddress(buffer_, kCVPixelBufferLock_ReadOnly);
+    if (_isLocked) CVPixelBufferUnlockBaseAddress(_buffer, kCVPixelBufferLock_ReadOnly);
   }
   LockedPicture(const LockedPicture&) = delete;
   LockedPicture& operator=(const LockedPicture&) = delete;
 
   /// False for another pixel format and for a buffer whose rows are too short for its width.
   bool isReadable() const {
-    return isLocked_ && view_.pixels != nullptr && view_.width > 0 && view_.height > 0 &&
-           view_.rowBytes >= yuvsRowBytes(view_.width);
+    return _isLocked && _view.pixels != nullptr && _view.width > 0 && _view.height > 0 &&
+           _view.rowBytes >= yuvsRowBytes(_view.width);
   }
-  const PictureView& view() const { return view_; }
+  const PictureView& view() const { return _view; }
 
  private:
-  CVPixelBufferRef buffer_;
-  bool isLocked_ = false;
-  PictureView view_;
+  CVPixelBufferRef _buffer;
+  bool _isLocked = false;
+  PictureView _view;
 };
 
 }  // namespace brvhost

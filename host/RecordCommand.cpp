@@ -7,6 +7,7 @@
 #include "Interrupt.h"
 #include "RecordReport.h"
 #include "Recorder.h"
+#include "SourceSettings.h"
 
 namespace brvhost {
 
@@ -30,16 +31,16 @@ class IdleWatch {
  public:
   /// Whether samples have come, but none for IdleSeconds.
   bool isIdle(std::int64_t sampleCount, Clock::time_point now) {
-    if (sampleCount != lastCount_) {
-      lastCount_ = sampleCount;
-      lastChange_ = now;
+    if (sampleCount != _lastCount) {
+      _lastCount = sampleCount;
+      _lastChange = now;
     }
-    return lastCount_ > 0 && secondsBetween(lastChange_, now) >= IdleSeconds;
+    return _lastCount > 0 && secondsBetween(_lastChange, now) >= IdleSeconds;
   }
 
  private:
-  std::int64_t lastCount_ = 0;
-  Clock::time_point lastChange_;
+  std::int64_t _lastCount = 0;
+  Clock::time_point _lastChange;
 };
 
 bool isPluggedIn(const Session& session, const Source& source) {
@@ -81,6 +82,7 @@ std::optional<std::string> runUntilOver(Session& session, const Source& source, 
 void recordSource(Session& session, const Options& options, std::ostream& out, Console& console) {
   const Source source = session.find(options.source);
   if (!source.providesVideo && !source.providesAudio) throw Failure(source.identifier + " has nothing to record");
+  requireSettings(session, source, options.settings);  // before the files of an earlier recording are replaced
 
   Recorder recorder(options.output, {source.providesVideo, source.providesAudio}, options.seconds,
                     [&session, &source] { return session.timing(source.identifier); });

@@ -6,42 +6,42 @@ namespace brvhost {
 
 Recorder::Recorder(const std::string& base, Media media, std::optional<double> seconds,
                    std::function<FrameTiming()> timing) {
-  if (media.video) video_ = std::make_unique<VideoTrack>(base + ".y4m", seconds, std::move(timing));
-  if (media.audio) audio_ = std::make_unique<AudioTrack>(base + ".wav", seconds);
+  if (media.video) _video = std::make_unique<VideoTrack>(base + ".y4m", seconds, std::move(timing));
+  if (media.audio) _audio = std::make_unique<AudioTrack>(base + ".wav", seconds);
 }
 
 void Recorder::arm() noexcept {
-  if (video_) video_->arm();
-  if (audio_) audio_->arm();
+  if (_video) _video->arm();
+  if (_audio) _audio->arm();
 }
 
 void Recorder::videoArrived(void* context, BRV_VideoBuffer* buffer) {
   const auto* const recorder = static_cast<Recorder*>(context);
-  if (recorder->video_) recorder->video_->frameArrived(*buffer);
+  if (recorder->_video) recorder->_video->frameArrived(*buffer);
 }
 
 void Recorder::audioArrived(void* context, BRV_AudioBuffer* buffer) {
   const auto* const recorder = static_cast<Recorder*>(context);
-  if (recorder->audio_) recorder->audio_->soundArrived(*buffer);
+  if (recorder->_audio) recorder->_audio->soundArrived(*buffer);
 }
 
 void Recorder::finish() noexcept {
-  if (video_) video_->finish();
-  if (audio_) audio_->finish();
+  if (_video) _video->finish();
+  if (_audio) _audio->finish();
 }
 
 bool Recorder::isComplete() const {
-  return (!video_ || video_->isComplete()) && (!audio_ || audio_->isComplete());
+  return (!_video || _video->isComplete()) && (!_audio || _audio->isComplete());
 }
 
 std::int64_t Recorder::sampleCount() const {
-  return (video_ ? video_->statistics().timeline.delivered() : 0) + (audio_ ? audio_->statistics().frames : 0);
+  return (_video ? _video->statistics().timeline.delivered() : 0) + (_audio ? _audio->statistics().frames : 0);
 }
 
 std::optional<std::string> Recorder::failure() const {
   std::optional<std::string> failure;
-  if (video_) failure = video_->statistics().failure;
-  if (!failure && audio_) failure = audio_->statistics().failure;
+  if (_video) failure = _video->statistics().failure;
+  if (!failure && _audio) failure = _audio->statistics().failure;
   return failure;
 }
 

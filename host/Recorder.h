@@ -37,8 +37,8 @@ class Recorder {
   void finish() noexcept;
 
   /// Null where the source has no such medium.
-  const VideoTrack* video() const { return video_.get(); }
-  const AudioTrack* audio() const { return audio_.get(); }
+  const VideoTrack* video() const { return _video.get(); }
+  const AudioTrack* audio() const { return _audio.get(); }
 
   /// Whether every medium is at its limit or has ended.
   bool isComplete() const;
@@ -48,8 +48,8 @@ class Recorder {
   std::optional<std::string> failure() const;
 
  private:
-  std::unique_ptr<VideoTrack> video_;
-  std::unique_ptr<AudioTrack> audio_;
+  std::unique_ptr<VideoTrack> _video;
+  std::unique_ptr<AudioTrack> _audio;
 };
 
 }  // namespace brvhost

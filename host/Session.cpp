@@ -57,6 +57,18 @@ std::string textOf(Call&& call) {
   return text;
 }
 
+/// Reads a record from the module, which writes no terminator behind it. `call(buffer, length)` makes one call of the
+/// two-call convention.
+template <typename Call>
+std::string recordOf(Call&& call) {
+  int length = 0;
+  call(nullptr, &length);
+  if (length <= 0) return {};
+  std::string record(static_cast<std::size_t>(length), '\0');
+  call(record.data(), &length);
+  return record;
+}
+
 }  // namespace
 
 const char* Source::kind() const {
@@ -64,36 +76,36 @@ const char* Source::kind() const {
   return providesAudio ? "audio" : "no media";
 }
 
-Session::Session(Module& module, Console* console, const std::string& language) : module_(module) {
-  module_->registerLocalizeStringCallback(localize);
-  module_->intitializeLibrary();
-  module_->registerDeviceStateChangedCallback(nullptr, deviceStateChanged, this);
-  module_->registerLogCallback(nullptr, printLog, console);
+Session::Session(Module& module, Console* console, const std::string& language) : _module(module) {
+  _module->registerLocalizeStringCallback(localize);
+  _module->intitializeLibrary();
+  _module->registerDeviceStateChangedCallback(nullptr, deviceStateChanged, this);
+  _module->registerLogCallback(nullptr, printLog, console);
   pump(0);
-  groupName_ =
-      textOf([&](char* buffer, int* length) { module_->getDeviceGroupDisplayName(language.c_str(), buffer, length); });
+  _groupName =
+      textOf([&](char* buffer, int* length) { _module->getDeviceGroupDisplayName(language.c_str(), buffer, length); });
 }
 
 Session::~Session() {
   disconnect();
-  module_->uninitializeLibrary();
+  _module->uninitializeLibrary();
 }
 
 std::vector<Source> Session::sources() const {
   std::vector<Source> found;
-  const int count = module_->getSourceCount();
+  const int count = _module->getSourceCount();
   for (int index = 0; index < count; ++index) {
     Source source;
     source.identifier =
-        textOf([&](char* buffer, int* length) { module_->getSourceId(nullptr, index, buffer, length); });
+        textOf([&](char* buffer, int* length) { _module->getSourceId(nullptr, index, buffer, length); });
     const char* const identifier = source.identifier.c_str();
     const auto supports = [&](const char* name) {
-      return module_->sourceSupportsProperty(nullptr, identifier, name) != 0;
+      return _module->sourceSupportsProperty(nullptr, identifier, name) != 0;
     };
     source.providesVideo = supports("ProvidesVideo");
     source.providesAudio = supports("ProvidesAudio");
     source.isHDV = supports("HDV");
-    module_->getProperty(&source.deviceId, storeString, "device_id", &Required, identifier);
+    _module->getProperty(&source.deviceId, storeString, "device_id", &Required, identifier);
     found.push_back(std::move(source));
   }
   return found;
@@ -115,16 +127,38 @@ Source Session::find(const std::string& wanted) const {
 
 FrameTiming Session::timing(const std::string& identifier) const {
   FrameTiming timing;
-  timing.ticksPerSecond = module_->getTimescaleTicksPerSec(nullptr, identifier.c_str());
-  module_->getProperty(&timing.frameDuration, storeInteger, "frame_duration", &Required, identifier.c_str());
+  timing.ticksPerSecond = _module->getTimescaleTicksPerSec(nullptr, identifier.c_str());
+  _module->getProperty(&timing.frameDuration, storeInteger, "frame_duration", &Required, identifier.c_str());
   return timing;
+}
+
+std::string Session::parameterOptions(const Source& source, const char* parameter) const {
+  return recordOf([&](char* buffer, int* length) {
+    _module->queryParameterOptions(nullptr, source.identifier.c_str(), parameter, buffer, length);
+  });
+}
+
+std::string Session::settings(const Source& source) const {
+  return recordOf([&](char* buffer, int* length) {
+    _module->getSourceSettings(nullptr, source.identifier.c_str(), buffer, length);
+  });
+}
+
+int Session::setSettings(const Source& source, const std::string& record) {
+  const int answer = _module->setSourceSettings(nullptr, source.identifier.c_str(), record.c_str());
+  pump(0);
+  return answer;
+}
+
+std::string Session::errorMessage(int code) const {
+  return textOf([&](char* buffer, int* length) { _module->getErrorMessage(nullptr, nullptr, code, buffer, length); });
 }
 
 void Session::registerCallbacks(const Source& source, BRV_VideoDataArrivedCallback video,
                                 BRV_AudioDataArrivedCallback audio, void* context) const {
   const char* const identifier = source.identifier.c_str();
-  if (source.providesVideo) module_->registerVideoDataArrivedCallback(nullptr, identifier, video, context);
-  if (source.providesAudio) module_->registerAudioDataArrivedCallback(nullptr, identifier, audio, context);
+  if (source.providesVideo) _module->registerVideoDataArrivedCallback(nullptr, identifier, video, context);
+  if (source.providesAudio) _module->registerAudioDataArrivedCallback(nullptr, identifier, audio, context);
   pump(0);
 }
 
@@ -133,15 +167,15 @@ void Session::startAgain(const Source& source, BRV_VideoDataArrivedCallback vide
   // Either registration starts the whole source; a second one would restart it.
   const char* const identifier = source.identifier.c_str();
   if (source.providesVideo) {
-    module_->registerVideoDataArrivedCallback(nullptr, identifier, video, context);
+    _module->registerVideoDataArrivedCallback(nullptr, identifier, video, context);
   } else {
-    module_->registerAudioDataArrivedCallback(nullptr, identifier, audio, context);
+    _module->registerAudioDataArrivedCallback(nullptr, identifier, audio, context);
   }
   pump(0);
 }
 
 void Session::disconnect() const {
-  module_->disconnectDevice();
+  _module->disconnectDevice();
   pump(0);
 }
 
@@ -154,12 +188,12 @@ void Session::pump(double seconds) noexcept {
 }
 
 std::vector<int> Session::takeDeviceChanges() {
-  return std::exchange(deviceChanges_, {});
+  return std::exchange(_deviceChanges, {});
 }
 
 void Session::deviceStateChanged(void* context, int state) {
   try {
-    static_cast<Session*>(context)->deviceChanges_.push_back(state);
+    static_cast<Session*>(context)->_deviceChanges.push_back(state);
   } catch (...) {
     // Out of memory: the next change brings the list up to date.
   }

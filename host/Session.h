@@ -34,7 +34,7 @@ class Session {
   Session& operator=(const Session&) = delete;
 
   /// The name of the group that all sources are in, in the session's language.
-  const std::string& groupName() const { return groupName_; }
+  const std::string& groupName() const { return _groupName; }
 
   /// The sources of this moment, in the module's order.
   std::vector<Source> sources() const;
@@ -44,6 +44,18 @@ class Session {
 
   /// How a source counts time. Any thread, data callbacks included.
   FrameTiming timing(const std::string& identifier) const;
+
+  /// The record of a parameter's choices, and the one of what is selected. Empty when the source is gone or the module
+  /// cannot write it.
+  std::string parameterOptions(const Source& source, const char* parameter) const;
+  std::string settings(const Source& source) const;
+
+  /// Starts the source and applies a settings record. The module's answer: above 0 success, otherwise a code for
+  /// `errorMessage`. Blocks while a camera settles, some tenths of a second.
+  int setSettings(const Source& source, const std::string& record);
+
+  /// The module's text for a code; empty when it has none.
+  std::string errorMessage(int code) const;
 
   /// Registers the callbacks of what the source provides, with `context` behind them, stops the source, and calls
   /// `ready`. Then starts it for good, in the format that the first start chose: every sample from its first on comes
@@ -75,22 +87,22 @@ class Session {
 
   static void deviceStateChanged(void* context, int state);
 
-  Module& module_;
-  std::string groupName_;
-  std::vector<int> deviceChanges_;
+  Module& _module;
+  std::string _groupName;
+  std::vector<int> _deviceChanges;
 };
 
 /// Keeps a source registered; stops it at the end of a scope, whichever way that is left.
 class RunningSource {
  public:
-  RunningSource(Session& session, const Source& source) : session_(session), source_(source) {}
-  ~RunningSource() { session_.stop(source_); }
+  RunningSource(Session& session, const Source& source) : _session(session), _source(source) {}
+  ~RunningSource() { _session.stop(_source); }
   RunningSource(const RunningSource&) = delete;
   RunningSource& operator=(const RunningSource&) = delete;
 
  private:
-  Session& session_;
-  const Source& source_;
+  Session& _session;
+  const Source& _source;
 };
 
 }  // namespace brvhost

@@ -1,21 +1,13 @@
 #include "SourceMatch.h"
 
-#include <algorithm>
 #include <charconv>
 #include <system_error>
+
+#include "ASCIICase.h"
 
 namespace brvhost {
 
 namespace {
-
-char lowered(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool beginsWith(std::string_view text, std::string_view beginning) {
-  return text.size() >= beginning.size() && std::equal(beginning.begin(), beginning.end(), text.begin(),
-                                                       [](char a, char b) { return lowered(a) == lowered(b); });
-}
 
 template <typename Predicate>
 std::vector<std::size_t> indexesWhere(const std::vector<std::string>& identifiers, Predicate&& matches) {
@@ -37,10 +29,9 @@ std::vector<std::size_t> matchSource(const std::vector<std::string>& identifiers
   const auto [end, error] = std::from_chars(wanted.data(), wanted.data() + wanted.size(), index);
   if (error == std::errc() && end == wanted.data() + wanted.size() && index < identifiers.size()) return {index};
 
-  found = indexesWhere(identifiers,
-                       [&](std::string_view name) { return name.size() == wanted.size() && beginsWith(name, wanted); });
+  found = indexesWhere(identifiers, [&](std::string_view name) { return equalsAnyCase(name, wanted); });
   if (!found.empty()) return found;
-  return indexesWhere(identifiers, [&](std::string_view name) { return beginsWith(name, wanted); });
+  return indexesWhere(identifiers, [&](std::string_view name) { return beginsWithAnyCase(name, wanted); });
 }
 
 }  // namespace brvhost

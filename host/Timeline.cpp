@@ -24,19 +24,19 @@ std::int64_t framesMissing(std::int64_t previousStamp, std::int64_t nextStamp, s
 }
 
 bool VideoTimeline::continues(const FrameTiming& timing) const {
-  return timing.isKnown() && timing.ticksPerSecond == lastTiming_.ticksPerSecond;
+  return timing.isKnown() && timing.ticksPerSecond == _lastTiming.ticksPerSecond;
 }
 
 double VideoTimeline::positionOf(std::int64_t stamp, const FrameTiming& timing) const {
-  if (delivered_ == 0) return 0;
+  if (_delivered == 0) return 0;
   if (!continues(timing)) {
-    const double durations = static_cast<double>(unstamped_ + 1);
-    return lastPosition_ + durations * inSeconds(lastTiming_.frameDuration, lastTiming_.ticksPerSecond);
+    const double durations = static_cast<double>(_unstamped + 1);
+    return _lastPosition + durations * inSeconds(_lastTiming.frameDuration, _lastTiming.ticksPerSecond);
   }
   // Against the first frame where its unit still holds: sums of rounded seconds drift.
-  const bool sinceFirst = timing.ticksPerSecond == firstTiming_.ticksPerSecond;
-  const double ticks = static_cast<double>(stamp) - static_cast<double>(sinceFirst ? firstStamp_ : lastStamp_);
-  return (sinceFirst ? 0 : lastPosition_) + ticks / timing.ticksPerSecond;
+  const bool sinceFirst = timing.ticksPerSecond == _firstTiming.ticksPerSecond;
+  const double ticks = static_cast<double>(stamp) - static_cast<double>(sinceFirst ? _firstStamp : _lastStamp);
+  return (sinceFirst ? 0 : _lastPosition) + ticks / timing.ticksPerSecond;
 }
 
 bool VideoTimeline::liesBehind(double seconds, std::int64_t stamp, const FrameTiming& timing) const {
@@ -45,22 +45,22 @@ bool VideoTimeline::liesBehind(double seconds, std::int64_t stamp, const FrameTi
 
 void VideoTimeline::add(std::int64_t stamp, const FrameTiming& timing) {
   if (continues(timing)) {
-    const std::int64_t missing = framesMissing(lastStamp_, stamp, timing.frameDuration) - unstamped_;
-    dropped_ = std::min(dropped_ + std::clamp<std::int64_t>(missing, 0, MostFrames), MostFrames);
+    const std::int64_t missing = framesMissing(_lastStamp, stamp, timing.frameDuration) - _unstamped;
+    _dropped = std::min(_dropped + std::clamp<std::int64_t>(missing, 0, MostFrames), MostFrames);
   }
   if (timing.isKnown()) {
-    lastPosition_ = positionOf(stamp, timing);
-    lastStamp_ = stamp;
-    if (!firstTiming_.isKnown()) {
-      firstStamp_ = stamp;
-      firstTiming_ = timing;
+    _lastPosition = positionOf(stamp, timing);
+    _lastStamp = stamp;
+    if (!_firstTiming.isKnown()) {
+      _firstStamp = stamp;
+      _firstTiming = timing;
     }
-    lastTiming_ = timing;
-    unstamped_ = 0;
-  } else if (lastTiming_.isKnown()) {
-    ++unstamped_;
+    _lastTiming = timing;
+    _unstamped = 0;
+  } else if (_lastTiming.isKnown()) {
+    ++_unstamped;
   }
-  ++delivered_;
+  ++_delivered;
 }
 
 std::int32_t soundTicksPerSecond(std::int32_t sourceTicksPerSecond, std::int64_t firstStamp, std::int64_t lastStamp,

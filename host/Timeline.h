@@ -36,26 +36,26 @@ class VideoTimeline {
   /// known to be missing.
   void add(std::int64_t stamp, const FrameTiming& timing);
 
-  std::int64_t delivered() const { return delivered_; }
-  std::int64_t dropped() const { return dropped_; }
-  std::int64_t captured() const { return delivered_ + dropped_; }
-  std::int64_t firstStamp() const { return firstStamp_; }
-  std::int64_t lastStamp() const { return lastStamp_; }
+  std::int64_t delivered() const { return _delivered; }
+  std::int64_t dropped() const { return _dropped; }
+  std::int64_t captured() const { return _delivered + _dropped; }
+  std::int64_t firstStamp() const { return _firstStamp; }
+  std::int64_t lastStamp() const { return _lastStamp; }
   /// The timing behind those two stamps, of the first and last frame that had any.
-  const FrameTiming& firstTiming() const { return firstTiming_; }
-  const FrameTiming& lastTiming() const { return lastTiming_; }
+  const FrameTiming& firstTiming() const { return _firstTiming; }
+  const FrameTiming& lastTiming() const { return _lastTiming; }
 
  private:
   bool continues(const FrameTiming& timing) const;
 
-  std::int64_t delivered_ = 0;
-  std::int64_t dropped_ = 0;
-  std::int64_t unstamped_ = 0;  ///< frames without known timing since the last one with it
-  std::int64_t firstStamp_ = 0;
-  std::int64_t lastStamp_ = 0;
-  FrameTiming firstTiming_;
-  FrameTiming lastTiming_;
-  double lastPosition_ = 0;
+  std::int64_t _delivered = 0;
+  std::int64_t _dropped = 0;
+  std::int64_t _unstamped = 0;  ///< frames without known timing since the last one with it
+  std::int64_t _firstStamp = 0;
+  std::int64_t _lastStamp = 0;
+  FrameTiming _firstTiming;
+  FrameTiming _lastTiming;
+  double _lastPosition = 0;
 };
 
 /// The ticks per second in which sound is counted. Sound that shares its device with a picture is stamped in the

@@ -17,31 +17,31 @@ constexpr std::chrono::milliseconds Patience{1'000};
 }  // namespace
 
 VideoTrack::VideoTrack(const std::string& path, std::optional<double> seconds, std::function<FrameTiming()> timing)
-    : path_(path),
-      seconds_(seconds),
-      askForTiming_(std::move(timing)),
-      queue_(QueueLength),
-      file_(path),
-      thread_([this] { writeFrames(); }) {}
+    : _path(path),
+      _seconds(seconds),
+      _askForTiming(std::move(timing)),
+      _queue(QueueLength),
+      _file(path),
+      _thread([this] { writeFrames(); }) {}
 
 VideoTrack::~VideoTrack() {
   finish();
 }
 
 void VideoTrack::frameArrived(const BRV_VideoBuffer& record) noexcept {
-  if (!isArmed_.load(std::memory_order_acquire) || isComplete()) return;
+  if (!_isArmed.load(std::memory_order_acquire) || isComplete()) return;
   try {
     if (!accept(record)) return;
-    const bool isQueued = queue_.push(Patience, [&](Frame& frame) {
+    const bool isQueued = _queue.push(Patience, [&](Frame& frame) {
       frame.picture = PixelBuffer::retain(static_cast<CVPixelBufferRef>(record.data));
       frame.displayWidth = record.width;
       frame.displayHeight = record.height;
       frame.pixelAspectRatio = record.pixelAspectRatio;
-      frame.frameRate = timing_.frameRate();
+      frame.frameRate = _timing.frameRate();
     });
     if (isQueued) return;
-    const std::lock_guard lock(mutex_);
-    ++statistics_.notWritten;
+    const std::lock_guard lock(_mutex);
+    ++_statistics.notWritten;
   } catch (const std::exception& exception) {
     end(&VideoStatistics::failure, exception.what());
   }
@@ -49,22 +49,22 @@ void VideoTrack::frameArrived(const BRV_VideoBuffer& record) noexcept {
 
 bool VideoTrack::accept(const BRV_VideoBuffer& record) {
   if (record.format != BRV_FORMAT_PIXEL_BUFFER || record.data == nullptr) return false;
-  if (!timing_.isKnown() || (record.flags & BRV_FLAG_FORMAT_CHANGED) != 0) timing_ = askForTiming_();
+  if (!_timing.isKnown() || (record.flags & BRV_FLAG_FORMAT_CHANGED) != 0) _timing = _askForTiming();
 
-  const std::lock_guard lock(mutex_);
-  VideoTimeline& timeline = statistics_.timeline;
-  if (seconds_ && timeline.liesBehind(*seconds_, record.timeStamp, timing_)) {
-    isComplete_.store(true, std::memory_order_release);
+  const std::lock_guard lock(_mutex);
+  VideoTimeline& timeline = _statistics.timeline;
+  if (_seconds && timeline.liesBehind(*_seconds, record.timeStamp, _timing)) {
+    _isComplete.store(true, std::memory_order_release);
     return false;
   }
-  timeline.add(record.timeStamp, timing_);
+  timeline.add(record.timeStamp, _timing);
   return true;
 }
 
 void VideoTrack::writeFrames() noexcept {
   Frame frame;
   bool goesOn = true;
-  while (queue_.pop(frame)) {
+  while (_queue.pop(frame)) {
     try {
       goesOn = goesOn && write(frame);
     } catch (const std::exception& exception) {
@@ -80,51 +80,51 @@ bool VideoTrack::write(const Frame& frame) {
   const LockedPicture picture(frame.picture.get());
   if (!picture.isReadable()) throw Failure("the source delivers pictures that this host cannot read");
   const PictureView& view = picture.view();
-  if (!writer_) {
+  if (!_writer) {
     const Rational aspect = pixelAspect(frame.pixelAspectRatio, frame.displayWidth, frame.displayHeight,
                                         static_cast<std::int64_t>(view.width), static_cast<std::int64_t>(view.height));
-    writer_.emplace(std::move(file_), Y4MFormat{view.width, view.height, frame.frameRate, aspect});
+    _writer.emplace(std::move(_file), Y4MFormat{view.width, view.height, frame.frameRate, aspect});
   }
-  const Y4MFormat& format = writer_->format();
+  const Y4MFormat& format = _writer->format();
   if (view.width != format.width || view.height != format.height) {
     const std::string reason = formatted("the picture changed from %zu x %zu to %zu x %zu; %s ends there", format.width,
-                                         format.height, view.width, view.height, path_.c_str());
+                                         format.height, view.width, view.height, _path.c_str());
     end(&VideoStatistics::ending, reason.c_str());
     return false;
   }
-  writer_->writeFrame(view);
-  const std::lock_guard lock(mutex_);
-  statistics_.format = format;
-  statistics_.written = writer_->frameCount();
+  _writer->writeFrame(view);
+  const std::lock_guard lock(_mutex);
+  _statistics.format = format;
+  _statistics.written = _writer->frameCount();
   return true;
 }
 
 void VideoTrack::end(std::optional<std::string> VideoStatistics::*why, const char* reason) noexcept {
-  const std::lock_guard lock(mutex_);
-  if (!(statistics_.*why)) statistics_.*why = reason;
-  isComplete_.store(true, std::memory_order_release);
+  const std::lock_guard lock(_mutex);
+  if (!(_statistics.*why)) _statistics.*why = reason;
+  _isComplete.store(true, std::memory_order_release);
 }
 
 void VideoTrack::finish() noexcept {
-  if (!thread_.joinable()) return;
-  queue_.close();
-  thread_.join();
+  if (!_thread.joinable()) return;
+  _queue.close();
+  _thread.join();
   try {
-    if (writer_) {
-      writer_->close();
+    if (_writer) {
+      _writer->close();
     } else {
-      file_.discard();
+      _file.discard();
     }
   } catch (const std::exception& exception) {
     end(&VideoStatistics::failure, exception.what());
   }
-  const std::lock_guard lock(mutex_);
-  statistics_.notWritten = statistics_.timeline.delivered() - statistics_.written;
+  const std::lock_guard lock(_mutex);
+  _statistics.notWritten = _statistics.timeline.delivered() - _statistics.written;
 }
 
 VideoStatistics VideoTrack::statistics() const {
-  const std::lock_guard lock(mutex_);
-  return statistics_;
+  const std::lock_guard lock(_mutex);
+  return _statistics;
 }
 
 }  // namespace brvhost

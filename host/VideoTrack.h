@@ -38,7 +38,7 @@ class VideoTrack {
   VideoTrack& operator=(const VideoTrack&) = delete;
 
   /// Frames count from now on.
-  void arm() noexcept { isArmed_.store(true, std::memory_order_release); }
+  void arm() noexcept { _isArmed.store(true, std::memory_order_release); }
 
   /// The capture thread's side: retains the picture and hands it on. Returns at once while the writer keeps up; when
   /// its queue is full it waits for a place for a moment, as a source that is read as fast as it is taken needs it to.
@@ -49,8 +49,8 @@ class VideoTrack {
 
   /// Any thread.
   VideoStatistics statistics() const;
-  bool isComplete() const { return isComplete_.load(std::memory_order_acquire); }
-  const std::string& path() const { return path_; }
+  bool isComplete() const { return _isComplete.load(std::memory_order_acquire); }
+  const std::string& path() const { return _path; }
 
  private:
   struct Frame {
@@ -66,23 +66,23 @@ class VideoTrack {
   bool write(const Frame& frame);
   void end(std::optional<std::string> VideoStatistics::*why, const char* reason) noexcept;
 
-  const std::string path_;
-  const std::optional<double> seconds_;
-  const std::function<FrameTiming()> askForTiming_;
+  const std::string _path;
+  const std::optional<double> _seconds;
+  const std::function<FrameTiming()> _askForTiming;
 
   // Capture thread.
-  FrameTiming timing_;
+  FrameTiming _timing;
 
-  BoundedQueue<Frame> queue_;
-  std::atomic<bool> isArmed_{false};
-  std::atomic<bool> isComplete_{false};
-  mutable std::mutex mutex_;  ///< guards the statistics
-  VideoStatistics statistics_;
+  BoundedQueue<Frame> _queue;
+  std::atomic<bool> _isArmed{false};
+  std::atomic<bool> _isComplete{false};
+  mutable std::mutex _mutex;  ///< guards the statistics
+  VideoStatistics _statistics;
 
   // Writer thread, and whoever has joined it.
-  OutputFile file_;
-  std::optional<Y4MWriter> writer_;
-  std::thread thread_;
+  OutputFile _file;
+  std::optional<Y4MWriter> _writer;
+  std::thread _thread;
 };
 
 }  // namespace brvhost

@@ -14,19 +14,19 @@ namespace {
 class HeaderBuilder {
  public:
   void tag(const char (&text)[5]) {
-    std::memcpy(bytes_.data() + used_, text, 4);
-    used_ += 4;
+    std::memcpy(_bytes.data() + _used, text, 4);
+    _used += 4;
   }
 
   void number(std::uint64_t value, std::size_t byteCount) {
-    for (std::size_t i = 0; i < byteCount; ++i) bytes_[used_++] = static_cast<std::uint8_t>(value >> (8 * i));
+    for (std::size_t i = 0; i < byteCount; ++i) _bytes[_used++] = static_cast<std::uint8_t>(value >> (8 * i));
   }
 
-  const std::array<std::uint8_t, WAVHeaderBytes>& bytes() const { return bytes_; }
+  const std::array<std::uint8_t, WAVHeaderBytes>& bytes() const { return _bytes; }
 
  private:
-  std::array<std::uint8_t, WAVHeaderBytes> bytes_{};
-  std::size_t used_ = 0;
+  std::array<std::uint8_t, WAVHeaderBytes> _bytes{};
+  std::size_t _used = 0;
 };
 
 constexpr std::uint64_t BytesBehindRIFFSize = WAVHeaderBytes - 8;
@@ -68,43 +68,43 @@ std::array<std::uint8_t, WAVHeaderBytes> wavHeader(const PCMFormat& format, std:
   return header.bytes();
 }
 
-WAVWriter::WAVWriter(OutputFile file, const PCMFormat& format) : file_(std::move(file)), format_(format) {
-  if (format_.sampleRate <= 0 || format_.channels <= 0 || format_.bitsPerSample != 16) {
-    throw Failure(formatted("%s cannot hold sound of %d Hz, %d channels, %d bits", file_.path().c_str(),
-                            format_.sampleRate, format_.channels, format_.bitsPerSample));
+WAVWriter::WAVWriter(OutputFile file, const PCMFormat& format) : _file(std::move(file)), _format(format) {
+  if (_format.sampleRate <= 0 || _format.channels <= 0 || _format.bitsPerSample != 16) {
+    throw Failure(formatted("%s cannot hold sound of %d Hz, %d channels, %d bits", _file.path().c_str(),
+                            _format.sampleRate, _format.channels, _format.bitsPerSample));
   }
-  const auto header = wavHeader(format_, 0);
-  file_.write(header.data(), header.size());
+  const auto header = wavHeader(_format, 0);
+  _file.write(header.data(), header.size());
 }
 
 std::int64_t WAVWriter::frameCount() const {
-  return static_cast<std::int64_t>(dataBytes_) / format_.bytesPerFrame();
+  return static_cast<std::int64_t>(_dataBytes) / _format.bytesPerFrame();
 }
 
 void WAVWriter::write(const void* samples, std::size_t bytes) {
-  const std::uint64_t sizeBefore = file_.size();
+  const std::uint64_t sizeBefore = _file.size();
   try {
-    file_.write(samples, bytes);
+    _file.write(samples, bytes);
   } catch (const Failure&) {
-    file_.truncate(sizeBefore);
+    _file.truncate(sizeBefore);
     throw;
   }
-  dataBytes_ += bytes;
+  _dataBytes += bytes;
   const auto bytesPerSecond =
-      static_cast<std::uint64_t>(format_.sampleRate) * static_cast<std::uint64_t>(format_.bytesPerFrame());
-  if (dataBytes_ - dataBytesInHeader_ >= bytesPerSecond) updateHeader();
+      static_cast<std::uint64_t>(_format.sampleRate) * static_cast<std::uint64_t>(_format.bytesPerFrame());
+  if (_dataBytes - _dataBytesInHeader >= bytesPerSecond) updateHeader();
 }
 
 void WAVWriter::close() {
   updateHeader();
-  file_.close();
+  _file.close();
 }
 
 void WAVWriter::updateHeader() {
-  if (dataBytes_ == dataBytesInHeader_) return;
-  const auto header = wavHeader(format_, dataBytes_);
-  file_.overwrite(0, header.data(), header.size());
-  dataBytesInHeader_ = dataBytes_;
+  if (_dataBytes == _dataBytesInHeader) return;
+  const auto header = wavHeader(_format, _dataBytes);
+  _file.overwrite(0, header.data(), header.size());
+  _dataBytesInHeader = _dataBytes;
 }
 
 }  // namespace brvhost

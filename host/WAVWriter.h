@@ -30,7 +30,7 @@ class WAVWriter {
   /// Takes over the open, empty `file` and writes a header for no sound at all. Throws Failure.
   WAVWriter(OutputFile file, const PCMFormat& format);
 
-  const PCMFormat& format() const { return format_; }
+  const PCMFormat& format() const { return _format; }
   /// Frames of sound in the file.
   std::int64_t frameCount() const;
 
@@ -43,10 +43,10 @@ class WAVWriter {
  private:
   void updateHeader();
 
-  OutputFile file_;
-  const PCMFormat format_;
-  std::uint64_t dataBytes_ = 0;
-  std::uint64_t dataBytesInHeader_ = 0;
+  OutputFile _file;
+  const PCMFormat _format;
+  std::uint64_t _dataBytes = 0;
+  std::uint64_t _dataBytesInHeader = 0;
 };
 
 }  // namespace brvhost

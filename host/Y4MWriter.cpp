@@ -21,26 +21,26 @@ std::string y4mHeader(const Y4MFormat& format) {
 }
 
 Y4MWriter::Y4MWriter(OutputFile file, const Y4MFormat& format)
-    : file_(std::move(file)), format_(format), frame_(sizeof FrameMarker + planarBytes(format.width, format.height)) {
-  std::copy(std::begin(FrameMarker), std::end(FrameMarker), frame_.begin());
-  const std::string header = y4mHeader(format_);
-  file_.write(header.data(), header.size());
+    : _file(std::move(file)), _format(format), _frame(sizeof FrameMarker + planarBytes(format.width, format.height)) {
+  std::copy(std::begin(FrameMarker), std::end(FrameMarker), _frame.begin());
+  const std::string header = y4mHeader(_format);
+  _file.write(header.data(), header.size());
 }
 
 void Y4MWriter::writeFrame(const PictureView& picture) {
-  if (picture.width != format_.width || picture.height != format_.height) {
+  if (picture.width != _format.width || picture.height != _format.height) {
     throw Failure(formatted("a picture of %zu x %zu does not belong into %s, which holds %zu x %zu", picture.width,
-                            picture.height, file_.path().c_str(), format_.width, format_.height));
+                            picture.height, _file.path().c_str(), _format.width, _format.height));
   }
-  repackPlanar(picture, frame_.data() + sizeof FrameMarker);
-  const std::uint64_t sizeBefore = file_.size();
+  repackPlanar(picture, _frame.data() + sizeof FrameMarker);
+  const std::uint64_t sizeBefore = _file.size();
   try {
-    file_.write(frame_.data(), frame_.size());
+    _file.write(_frame.data(), _frame.size());
   } catch (const Failure&) {
-    file_.truncate(sizeBefore);
+    _file.truncate(sizeBefore);
     throw;
   }
-  ++frameCount_;
+  ++_frameCount;
 }
 
 }  // namespace brvhost

@@ -28,20 +28,20 @@ class Y4MWriter {
   /// Takes over the open, empty `file` and writes the header. Throws Failure.
   Y4MWriter(OutputFile file, const Y4MFormat& format);
 
-  const Y4MFormat& format() const { return format_; }
-  std::int64_t frameCount() const { return frameCount_; }
+  const Y4MFormat& format() const { return _format; }
+  std::int64_t frameCount() const { return _frameCount; }
 
   /// Appends a picture of the format's size. Throws Failure; the file then still ends behind a whole frame.
   void writeFrame(const PictureView& picture);
 
   /// Throws Failure.
-  void close() { file_.close(); }
+  void close() { _file.close(); }
 
  private:
-  OutputFile file_;
-  const Y4MFormat format_;
-  std::vector<std::uint8_t> frame_;  ///< the marker and the planes, so that a frame is one write
-  std::int64_t frameCount_ = 0;
+  OutputFile _file;
+  const Y4MFormat _format;
+  std::vector<std::uint8_t> _frame;  ///< the marker and the planes, so that a frame is one write
+  std::int64_t _frameCount = 0;
 };
 
 }  // namespace brvhost

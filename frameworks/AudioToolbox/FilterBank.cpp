@@ -118,18 +118,25 @@ std::shared_ptr<const FilterBank<Work>> FilterBank<Work>::forRatio(const RateRat
     RateRatio ratio;
     std::shared_ptr<const FilterBank> bank;
   };
-  static std::mutex mutex;
-  static std::vector<Cached> cache;  // most recently used last
-
-  // Held while a bank is made: two threads in need of the same one make it once.
-  const std::lock_guard lock(mutex);
-  const auto found =
-      std::find_if(cache.begin(), cache.end(), [&](const Cached& entry) { return entry.ratio == ratio; });
-  if (found != cache.end()) {
+  // Never destroyed: a converter may be made as late as at the end of the process.
+  static auto& mutex = *new std::mutex;
+  static auto& cache = *new std::vector<Cached>;  // most recently used last
+  const auto find = [&]() -> std::shared_ptr<const FilterBank> {
+    const auto found =
+        std::find_if(cache.begin(), cache.end(), [&](const Cached& entry) { return entry.ratio == ratio; });
+    if (found == cache.end()) return nullptr;
     std::rotate(found, found + 1, cache.end());
     return cache.back().bank;
+  };
+  {
+    const std::lock_guard lock(mutex);
+    if (auto bank = find()) return bank;
   }
+  // Made without the lock, so that nobody who needs another one waits for it. Of two threads that make the same one,
+  // the second takes the first's.
   auto bank = std::make_shared<const FilterBank>(ratio);
+  const std::lock_guard lock(mutex);
+  if (auto made = find()) return made;
   if (cache.size() == kCachedBanks) cache.erase(cache.begin());
   cache.push_back({ratio, bank});
   return bank;

@@ -301,7 +301,9 @@ TEST_F(SettingsTest, HostileDocumentsAreAppliedWhollyOrNotAtAll) {
     const std::string before = settings("Pair Video");
     const int result = BRV_CALL(host->module, BRV_SetSourceSettings)(nullptr, "Pair Video", hostile.c_str());
     EXPECT_TRUE(result == 1 || (isRecord && result == 0));
-    if (!isRecord) EXPECT_EQ(settings("Pair Video"), before);
+    if (!isRecord) {
+      EXPECT_EQ(settings("Pair Video"), before);
+    }
   }
 }
 

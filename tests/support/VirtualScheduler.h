@@ -37,6 +37,9 @@ class VirtualScheduler final : public runtime::Scheduler {
     return std::make_unique<VirtualLane>(*this, client);
   }
 
+  /// Lets time pass without anyone running, as when the machine is busy.
+  void stall(runtime::Nanoseconds span) { _now += span; }
+
  private:
   class VirtualLane final : public runtime::Lane {
    public:

@@ -1,4 +1,4 @@
-#include <unit/CoreFoundation/AllocationCount.h>
+#include <support/AllocationCount.h>
 
 #include <utility>
 

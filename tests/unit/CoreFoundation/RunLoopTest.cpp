@@ -2,13 +2,12 @@
 
 #include <CoreFoundation/CFRunLoop.h>
 #include <Foundation/NSOperation.h>
-
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <limits>
+#include <string>
 #include <thread>
-#include <vector>
 
 namespace {
 
@@ -18,84 +17,50 @@ void add(std::function<void()> block) {
   NSOperationQueue::mainQueue().addOperationWithBlock(std::move(block));
 }
 
-TEST(RunLoopTest, RunsBlocksInOrderAndThoseTheyAddUntilIdle) {
-  std::vector<int> order;
+CFRunLoopRunResult run(double seconds, Boolean returnAfterOne = true) {
+  return CFRunLoopRunInMode(kCFRunLoopDefaultMode, seconds, returnAfterOne);
+}
+
+TEST(RunLoopTest, RunsBlocksInOrderAndThoseTheyAddLater) {
+  NSRunLoop& loop = NSRunLoop::mainRunLoop();
+  std::string order;
   add([&] {
-    order.push_back(1);
-    add([&] { order.push_back(3); });
+    order += 'a';
+    add([&] { order += 'c'; });
   });
   add(nullptr);
-  add([&] { order.push_back(2); });
-  EXPECT_TRUE(order.empty());
+  add([&] { order += 'b'; });
 
-  NSRunLoop::mainRunLoop().runUntilIdle();
-
-  EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
-}
-
-TEST(RunLoopTest, NothingRunsOnAnotherThread) {
-  bool ran = false;
-  add([&] { ran = true; });
-
-  std::thread([] {
-    EXPECT_FALSE(NSThread::isMainThread());
-    EXPECT_FALSE(NSRunLoop::mainRunLoop().runForSeconds(0));
-    EXPECT_FALSE(NSRunLoop::mainRunLoop().runOneBlock(0));
-    NSRunLoop::mainRunLoop().runUntilIdle();
-    EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false), kCFRunLoopRunFinished);
+  std::thread([&] {
+    EXPECT_FALSE(loop.runOneBlock(0));
+    loop.runUntilIdle();
+    EXPECT_EQ(run(0), kCFRunLoopRunFinished);
   }).join();
-
-  EXPECT_TRUE(NSThread::isMainThread());
-  EXPECT_FALSE(ran);
-  EXPECT_TRUE(NSRunLoop::mainRunLoop().runOneBlock(0));
-  EXPECT_TRUE(ran);
+  EXPECT_EQ(order, "") << "nothing runs on another thread";
+  EXPECT_TRUE(loop.runForSeconds(0));
+  EXPECT_EQ(order, "ab") << "a run without time ends though a block adds another";
+  loop.runUntilIdle();
+  EXPECT_EQ(order, "abc");
 }
 
-TEST(RunLoopTest, ARunWithoutTimeEndsThoughABlockAddsItselfAgain) {
-  int runs = 0;
-  std::function<void()> again = [&] {
-    if (++runs < 1000) add(again);
-  };
-  add(again);
-
-  EXPECT_TRUE(NSRunLoop::mainRunLoop().runForSeconds(0));
-
-  EXPECT_EQ(runs, 1);
-  NSRunLoop::mainRunLoop().runUntilIdle();
-}
-
-TEST(RunLoopTest, AWaitingRunIsWokenByABlockFromAnotherThread) {
+TEST(RunLoopTest, AWaitingRunIsWokenByABlockOrAStopFromAnotherThread) {
   std::thread::id ranOn;
-  std::thread other([&] { add([&] { ranOn = std::this_thread::get_id(); }); });
-
-  EXPECT_TRUE(NSRunLoop::mainRunLoop().runOneBlock(Forever));
-
-  other.join();
-  EXPECT_EQ(ranOn, std::this_thread::get_id());
-}
-
-TEST(RunLoopTest, StopEndsTheCurrentRunAndTheNextOne) {
-  NSRunLoop& loop = NSRunLoop::mainRunLoop();
-
-  std::thread other([&] { loop.stop(); });
-  EXPECT_FALSE(loop.runForSeconds(Forever));
-  other.join();
-
-  loop.stop();
-  EXPECT_FALSE(loop.runForSeconds(Forever));
-  EXPECT_TRUE(loop.runForSeconds(0)) << "a stop ends one run only";
-}
-
-TEST(RunLoopTest, TheCInterfaceTellsWhyItReturned) {
-  const auto run = [](double seconds) { return CFRunLoopRunInMode(kCFRunLoopDefaultMode, seconds, true); };
-  add([] {});
-  add([] {});
-
+  std::thread adder([&] { add([&] { ranOn = std::this_thread::get_id(); }); });
   EXPECT_EQ(run(Forever), kCFRunLoopRunHandledSource);
-  EXPECT_EQ(run(std::numeric_limits<double>::quiet_NaN()), kCFRunLoopRunHandledSource);
-  EXPECT_EQ(run(-1), kCFRunLoopRunTimedOut);
+  EXPECT_EQ(ranOn, std::this_thread::get_id());
+  adder.join();
+
+  std::thread stopper([] { CFRunLoopStop(CFRunLoopGetMain()); });
+  EXPECT_EQ(run(Forever, false), kCFRunLoopRunStopped);
+  stopper.join();
+}
+
+TEST(RunLoopTest, AStopBetweenTwoRunsEndsTheNextOneAlone) {
   CFRunLoopStop(CFRunLoopGetMain());
-  EXPECT_EQ(run(Forever), kCFRunLoopRunStopped);
+  EXPECT_EQ(run(Forever, false), kCFRunLoopRunStopped);
+  for (const double seconds : {0.0, -1.0, std::numeric_limits<double>::quiet_NaN()}) {
+    EXPECT_EQ(run(seconds, false), kCFRunLoopRunTimedOut) << seconds;
+  }
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #pragma once
 
-// Small media files for tests, in a folder of their own that goes with the object.
+// Rigs, and small media files in a folder of their own that goes with the object.
 
 #include <unistd.h>
 
@@ -9,6 +9,9 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <variant>
+
+#include "simulated/RigParser.h"
 
 class MediaFolder {
  public:
@@ -18,19 +21,20 @@ class MediaFolder {
   }
   ~MediaFolder() { std::filesystem::remove_all(_path); }
 
-  MediaFolder(const MediaFolder&) = delete;
-  MediaFolder& operator=(const MediaFolder&) = delete;
-
-  std::string pathOf(const std::string& name) const { return (_path / name).string(); }
-
+  /// Writes a file and returns its path.
   std::string write(const std::string& name, const std::string& bytes) const {
     std::ofstream(_path / name, std::ios::binary) << bytes;
-    return pathOf(name);
+    return (_path / name).string();
   }
 
  private:
   std::filesystem::path _path;
 };
+
+/// The rig of a text that is known to be right.
+inline hardware::simulated::Rig makeRig(const std::string& text) {
+  return std::get<hardware::simulated::Rig>(hardware::simulated::parseRig(text, "test.rig"));
+}
 
 /// The number in little-endian bytes.
 template <typename Number>
@@ -41,8 +45,8 @@ std::string littleEndian(Number number) {
 }
 
 inline std::string chunk(const std::string& code, const std::string& content) {
-  return code + littleEndian(static_cast<std::uint32_t>(content.size())) + content +
-         std::string(content.size() % 2, '\0');
+  const auto size = static_cast<std::uint32_t>(content.size());
+  return code + littleEndian(size) + content + std::string(size % 2, '\0');
 }
 
 /// The content of a plain format chunk.
@@ -52,8 +56,8 @@ inline std::string waveFormat(std::uint16_t code, std::uint16_t channels, std::u
          littleEndian(bytesPerFrame) + littleEndian(bits);
 }
 
-inline std::string waveFile(const std::string& chunks) {
-  return chunk("RIFF", "WAVE" + chunks);
+inline std::string waveFile(const std::string& format, const std::string& samples) {
+  return chunk("RIFF", "WAVE" + chunk("fmt ", format) + chunk("data", samples));
 }
 
 /// A 4 x 2 clip in 4:2:2 at 25 frames a second whose frame i is filled with the byte i.

@@ -1,10 +1,15 @@
 // A module of made-up sources for the host's tests. It starts and stops them as the real one does, delivers as fast as
-// its callbacks return, and fills each picture with 50 times the number of the source's run that it was made in.
+// its callbacks return, and fills each picture with 50 times the number of the source's run that it was made in. Until
+// a format is set, every start chooses the first one, and its first frame rate.
 
 #include <AVCaptureDevice/BRV_AVCapture.h>
 #include <CoreVideo/CVPixelBuffer.h>
 #include <Foundation/NSOperation.h>
+#include <lumora/zBuffer.h>
+#include <lumora/zRecord.h>
+#include <lumora/zXML.h>
 
+#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -16,10 +21,21 @@
 
 namespace {
 
-constexpr std::int64_t FrameTicks = 1'001;
 constexpr int TicksPerSecond = 30'000;
-constexpr std::size_t Width = 18;
 constexpr int RunFrames = 441;
+
+constexpr int ChoiceCount = 2;  // of everything
+
+struct FakeFormat {
+  const char* title;
+  std::size_t width;
+  std::array<const char*, ChoiceCount> rateTitles;
+  std::array<std::int64_t, ChoiceCount> frameTicks;
+};
+
+constexpr std::array<FakeFormat, ChoiceCount> Formats = {
+    {{"Wide", 18, {"29.97", "14.99"}, {1'001, 2'002}}, {"Narrow", 8, {"30.00", "60.00"}, {1'000, 500}}}};
+constexpr std::array<const char*, ChoiceCount> SoundFormats = {"Loud", nullptr};  // the second has no title
 
 struct FakeSource {
   std::string name;
@@ -35,6 +51,10 @@ struct FakeSource {
   int runs = 0;
   std::atomic<bool> stops{false};
   std::atomic<int> timescale{-1};
+  bool isFormatChosen = false;
+  std::atomic<std::size_t> format{1};
+  std::atomic<std::size_t> rate{0};
+  int soundFormat = -1;
   std::vector<std::thread> threads;
 
   FakeSource(const char* sourceName, const char* device, bool picture, bool sound)
@@ -48,12 +68,17 @@ struct FakeSource {
   }
 
   void start() {
+    if (!threads.empty()) return;
+    if (!isFormatChosen) format = rate = 0;
     stops = false;
     ++runs;
     if (isSilent) return;
     if (hasVideo) threads.emplace_back([this] { deliverVideo(); });
     if (hasAudio) threads.emplace_back([this] { deliverAudio(); });
   }
+
+  std::int64_t frameTicks() const { return Formats[format].frameTicks[rate]; }
+  bool set(const std::string& parameter, int index);
 
   void deliverVideo();
   void deliverAudio();
@@ -67,6 +92,9 @@ struct Library {
   BRV_DeviceStateChangedCallback stateChanged = nullptr;
   void* stateContext = nullptr;
   std::string language;
+  std::string error;
+  zBuffer options{0, 0};
+  zBuffer settings{0, 0};
 };
 
 Library library;
@@ -83,22 +111,43 @@ void unplug(const std::string& name) {
   if (library.stateChanged != nullptr) library.stateChanged(library.stateContext, BRV_DEVICE_STATE_REMOVED);
 }
 
+bool FakeSource::set(const std::string& parameter, int index) {
+  const bool isChoice = index >= 0 && index < ChoiceCount;
+  if (parameter == "Video Settings" && hasVideo) {
+    isFormatChosen = true;
+    if (!isChoice) {
+      library.error = "There is no such format.";
+      return false;
+    }
+    format = static_cast<std::size_t>(index);
+    rate = 0;
+  } else if (parameter == "Video FPS" && hasVideo) {
+    if (isChoice) rate = static_cast<std::size_t>(index);
+    return isChoice;
+  } else if (parameter == "Audio Settings" && hasAudio) {
+    if (isChoice) soundFormat = index;
+    return isChoice;
+  }
+  return true;
+}
+
 void FakeSource::deliverVideo() {
   BRV_VideoBuffer record = {};
   timescale = TicksPerSecond;
   for (int frame = 0; !stops; ++frame) {
     if (frame == 3 || frame == 4) continue;  // the camera loses two
     CVPixelBufferRef buffer = nullptr;
-    if (CVPixelBufferCreate(nullptr, Width, 2, kCVPixelFormatType_422YpCbCr8_yuvs, nullptr, &buffer) != 0) std::abort();
+    const std::size_t width = Formats[format].width;
+    if (CVPixelBufferCreate(nullptr, width, 2, kCVPixelFormatType_422YpCbCr8_yuvs, nullptr, &buffer) != 0) std::abort();
     CVPixelBufferLockBaseAddress(buffer, 0);
     std::memset(CVPixelBufferGetBaseAddress(buffer), 50 * runs, CVPixelBufferGetDataSize(buffer));
     CVPixelBufferUnlockBaseAddress(buffer, 0);
     record.format = BRV_FORMAT_PIXEL_BUFFER;
-    record.width = Width;
+    record.width = static_cast<std::int32_t>(width);
     record.height = 2;
     record.rowBytes = static_cast<std::int32_t>(CVPixelBufferGetBytesPerRow(buffer));
     record.pixelAspectRatio = 10.0F / 11;
-    record.timeStamp = frame * FrameTicks;
+    record.timeStamp = frame * frameTicks();
     record.data = buffer;
     if (video != nullptr && videoContext != nullptr) video(videoContext, &record);
     record.flags = BRV_FLAG_NOT_FIRST;
@@ -128,6 +177,48 @@ void giveText(const std::string& text, char* buffer, int* length) {
   } else if (length != nullptr) {
     *length = static_cast<int>(text.size());
   }
+}
+
+void giveRecord(zBuffer& kept, const zRecord* root, char* buffer, int* length) {
+  if (buffer != nullptr) {
+    std::memcpy(buffer, kept.Data(), static_cast<std::size_t>(*length));
+    kept.MakeEmpty();
+  } else {
+    zXML::RecordToBuffer(&kept, *root, zXML::Format, true, false);
+    *length = static_cast<int>(kept.Length());
+  }
+}
+
+zRecord* addTo(zRecord& parent, const char* name) {
+  auto* const child = new zRecord(name);
+  parent.AddChild(child, zRecord::AtEnd);
+  return child;
+}
+
+void addOptions(zRecord& root, const std::vector<const char*>& titles) {
+  for (std::size_t i = 0; i < titles.size(); ++i) {
+    zRecord* const option = addTo(root, "option");
+    option->SetUInt16("value", static_cast<unsigned short>(i), 0);
+    if (titles[i] != nullptr) addTo(*option, "title")->SetCString("value", titles[i], 0);
+  }
+}
+
+std::vector<const char*> titlesOf(const FakeSource& source, const std::string& parameter) {
+  const auto& rates = Formats[source.format].rateTitles;
+  if (parameter == "Audio Settings") {
+    if (!source.hasAudio) return {library.localize("av_source_no_audio_settings")};
+    return {SoundFormats.begin(), SoundFormats.end()};
+  }
+  if (!source.hasVideo) return {library.localize("av_source_no_video_settings")};
+  if (parameter == "Video FPS") return {rates.begin(), rates.end()};
+  return {Formats[0].title, Formats[1].title};
+}
+
+void addSelection(zRecord& root, const char* name, int value) {
+  if (value < 0) return;
+  zRecord* const parameter = addTo(root, "parameter");
+  parameter->SetCString("name", name, 0);
+  parameter->SetInt32("value", value, 0);
 }
 
 }  // namespace
@@ -180,6 +271,10 @@ BRV_EXPORT void BRV_GetSourceId(void*, int index, char* buffer, int* length) {
   giveText(library.sources[static_cast<std::size_t>(index)]->name, buffer, length);
 }
 
+BRV_EXPORT void BRV_GetErrorMessage(void*, void*, int, char* buffer, int* length) {
+  giveText(library.error, buffer, length);
+}
+
 BRV_EXPORT void BRV_RegisterVideoDataArrivedCallback(void*, const char* sourceId, BRV_VideoDataArrivedCallback callback,
                                                      void* context) {
   FakeSource* const source = find(sourceId);
@@ -216,7 +311,7 @@ BRV_EXPORT int BRV_GetProperty(void* context, BRV_PropertyCallback callback, con
     callback(context, BRV_PROPERTY_STRING, source->deviceId.c_str());
     return 0;
   }
-  const std::int64_t duration = source->timescale > 0 ? FrameTicks : 0;
+  const std::int64_t duration = source->timescale > 0 && source->hasVideo ? source->frameTicks() : 0;
   callback(context, BRV_PROPERTY_INT64, &duration);
   return 1;
 }
@@ -224,6 +319,39 @@ BRV_EXPORT int BRV_GetProperty(void* context, BRV_PropertyCallback callback, con
 BRV_EXPORT int BRV_GetTimescaleTicksPerSec(void*, const char* sourceId) {
   const FakeSource* const source = find(sourceId);
   return source == nullptr ? -1 : source->timescale.load();
+}
+
+BRV_EXPORT void BRV_QueryParameterOptions(void*, const char* sourceId, const char* parameterName, char* buffer,
+                                          int* length) {
+  const FakeSource* const source = find(sourceId);
+  if (source == nullptr) return;
+  zRecord root("parameter");
+  addOptions(root, titlesOf(*source, parameterName));
+  giveRecord(library.options, &root, buffer, length);
+}
+
+BRV_EXPORT void BRV_GetSourceSettings(void*, const char* sourceId, char* buffer, int* length) {
+  const FakeSource* const source = find(sourceId);
+  if (source == nullptr) return;
+  zRecord root("settings");
+  addSelection(root, "Video Settings", source->hasVideo ? static_cast<int>(source->format) : 0);
+  addSelection(root, "Video FPS", source->hasVideo ? static_cast<int>(source->rate) : 0);
+  addSelection(root, "Audio Settings", source->hasAudio ? source->soundFormat : 0);
+  giveRecord(library.settings, &root, buffer, length);
+}
+
+BRV_EXPORT int BRV_SetSourceSettings(void*, const char* sourceId, const char* settingsText) {
+  FakeSource* const source = find(sourceId);
+  zRecord root;
+  if (source == nullptr) return 1;
+  source->start();
+  if (zXML::ParseBuffer(zXML::Mode, &root, settingsText, -1) != zXML::Success) return 1;
+  int result = 1;
+  for (unsigned int i = 0; i < root.ChildCount(); ++i) {
+    const zRecord& parameter = *root.Child(i);
+    result = source->set(parameter.AsCString("name", "", nullptr), parameter.AsInt32("value", -1)) ? 1 : -7;
+  }
+  return result;
 }
 
 }  // extern "C"

@@ -24,13 +24,13 @@ constexpr const char* ClipHeader = "YUV4MPEG2 W18 H2 F30000:1001 Ip A10:11 C422\
 /// Runs brvhost's commands against a module of made-up sources.
 class HostTest : public testing::Test {
  protected:
-  ~HostTest() override { std::fclose(log_); }
+  ~HostTest() override { std::fclose(_log); }
 
   int runHost(std::vector<std::string> arguments, const std::string& module = FAKE_MODULE) {
     arguments.insert(arguments.begin(), {"--module", module});
-    Console console(log_, false);
-    out_.str({});
-    return run(parseOptions(arguments, nullptr), out_, console);
+    Console console(_log, false);
+    _out.str({});
+    return run(parseOptions(arguments, nullptr), _out, console);
   }
 
   std::string failureOf(const std::vector<std::string>& arguments, ExitCode expected,
@@ -45,12 +45,12 @@ class HostTest : public testing::Test {
     return {};
   }
 
-  std::string output() const { return out_.str(); }
-  std::string log() const { return directory_.contents("log"); }
+  std::string output() const { return _out.str(); }
+  std::string log() const { return _directory.contents("log"); }
 
-  TemporaryDirectory directory_;
-  std::ostringstream out_;
-  std::FILE* log_ = std::fopen(directory_.file("log").c_str(), "w");
+  TemporaryDirectory _directory;
+  std::ostringstream _out;
+  std::FILE* _log = std::fopen(_directory.file("log").c_str(), "w");
 };
 
 TEST_F(HostTest, ListsSourcesWithTheirKindsInTheHostsLanguage) {
@@ -75,14 +75,14 @@ TEST_F(HostTest, KeepsTheLogToItselfWhenAskedTo) {
 }
 
 TEST_F(HostTest, RecordsExactlyWhatWasAskedForFromTheFirstFrameOfTheFinalStart) {
-  EXPECT_EQ(runHost({"record", "camera", "--seconds", "1", "--output", directory_.file("take")}), ExitDone);
+  EXPECT_EQ(runHost({"record", "camera", "--seconds", "1", "--output", _directory.file("take")}), ExitDone);
 
   // 30 frame times fit into a second; the camera lost two. All are of the third start, none from before.
   std::string expected = ClipHeader;
   for (int frame = 0; frame < 28; ++frame) expected += "FRAME\n" + std::string(36 + 18 + 18, ThirdRun);
-  EXPECT_EQ(directory_.contents("take.y4m"), expected);
+  EXPECT_EQ(_directory.contents("take.y4m"), expected);
 
-  const std::string sound = directory_.contents("take.wav");
+  const std::string sound = _directory.contents("take.wav");
   ASSERT_EQ(sound.size(), WAVHeaderBytes + 44'100 * 4);
   const auto header = wavHeader({}, 44'100 * 4);
   EXPECT_TRUE(std::equal(header.begin(), header.end(), sound.begin(),
@@ -91,39 +91,121 @@ TEST_F(HostTest, RecordsExactlyWhatWasAskedForFromTheFirstFrameOfTheFinalStart) 
     ASSERT_EQ(sound[WAVHeaderBytes + run * 441 * 4], static_cast<char>(run)) << "sound is missing or doubled";
   }
 
-  EXPECT_EQ(output(), directory_.file("take.y4m") +
+  EXPECT_EQ(output(), _directory.file("take.y4m") +
                           "\n"
                           "  picture     18 x 2, 30000/1001 frames a second, pixels 10:11\n"
                           "  frames      captured 30, delivered 28, dropped 2, not written 0\n"
                           "  time stamps first 0 (0.000 s), last 29029 (0.968 s), 30000 ticks a second\n" +
-                          directory_.file("take.wav") +
+                          _directory.file("take.wav") +
                           "\n"
                           "  sound       1.000 s (44100 frames), not written 0\n"
                           "  time stamps first 0 (0.000 s), last 47520 (0.990 s), 48000 ticks a second\n");
 }
 
 TEST_F(HostTest, RecordsOnlyTheMediaThatASourceHas) {
-  runHost({"record", "mic", "--seconds", "0.5", "--output", directory_.file("take")});
+  runHost({"record", "mic", "--seconds", "0.5", "--output", _directory.file("take")});
 
-  EXPECT_FALSE(directory_.contains("take.y4m"));
-  EXPECT_EQ(directory_.contents("take.wav").size(), WAVHeaderBytes + 22'050 * 4);
+  EXPECT_FALSE(_directory.contains("take.y4m"));
+  EXPECT_EQ(_directory.contents("take.wav").size(), WAVHeaderBytes + 22'050 * 4);
 }
 
 TEST_F(HostTest, FinishesTheFilesWhenTheSourceIsUnplugged) {
-  EXPECT_EQ(failureOf({"record", "loose", "--output", directory_.file("take")}, ExitFailed),
+  EXPECT_EQ(failureOf({"record", "loose", "--output", _directory.file("take")}, ExitFailed),
             "Loose Video was unplugged");
   EXPECT_THAT(output(), HasSubstr("captured 10, delivered 8, dropped 2, not written 0"));
-  EXPECT_EQ(directory_.contents("take.y4m").size(), std::strlen(ClipHeader) + 8 * (6 + 72));
+  EXPECT_EQ(_directory.contents("take.y4m").size(), std::strlen(ClipHeader) + 8 * (6 + 72));
 }
 
 TEST_F(HostTest, SavesASnapshotFromTheFinalStartWithSquarePixels) {
-  runHost({"snapshot", "0", directory_.file("picture.png")});
+  runHost({"snapshot", "0", _directory.file("picture.png")});
 
-  EXPECT_EQ(output(), directory_.file("picture.png") + ": 16 x 2\n");
+  EXPECT_EQ(output(), _directory.file("picture.png") + ": 16 x 2\n");
   const std::vector<std::uint8_t> pixels(36 * 2, static_cast<std::uint8_t>(ThirdRun));
   const RGBImage image = convertToRGB({pixels.data(), 36, 18, 2}, ColorMatrix::bt601);
   const std::vector<std::uint8_t> expected = encodePNG(withSquarePixels(image, {10, 11}));
-  EXPECT_EQ(directory_.contents("picture.png"), std::string(expected.begin(), expected.end()));
+  EXPECT_EQ(_directory.contents("picture.png"), std::string(expected.begin(), expected.end()));
+}
+
+TEST_F(HostTest, ShowsTheChoicesThatHoldOnceTheSourceWasStarted) {
+  runHost({"show", "camera"});
+  EXPECT_EQ(output(),
+            "Camera Video  (video+audio)\n"
+            "  Video Settings\n"
+            "    * 0  Wide\n"
+            "      1  Narrow\n"
+            "  Video FPS\n"
+            "    * 0  29.97\n"
+            "      1  14.99\n"
+            "  Audio Settings\n"
+            "      0  Loud\n"
+            "      1  (no title)\n"
+            "  frame size      18 x 2\n"
+            "  frame rate      29.97 frames a second\n"
+            "  frame duration  1001 ticks\n"
+            "  timescale       30000 ticks a second\n");
+
+  runHost({"show", "mic"});
+  EXPECT_THAT(output(), HasSubstr("  Video FPS\n    * 0  No video settings\n"));
+  EXPECT_THAT(output(), testing::EndsWith("      1  (no title)\n  timescale       48000 ticks a second\n"));
+
+  runHost({"show", "still"});
+  EXPECT_THAT(output(), testing::EndsWith("  Audio Settings\n    * 0  No audio settings\n"));
+}
+
+TEST_F(HostTest, SetsWhatItWasToldInThatOrderAndShowsWhatIsSelectedThen) {
+  EXPECT_EQ(runHost({"set", "camera", "video=1", "FPS=1", "audio=1"}), ExitDone);
+  EXPECT_EQ(output(),
+            "Camera Video: Video Settings=1, Video FPS=1, Audio Settings=1\n"
+            "  answer          1 (done)\n"
+            "  Video Settings  1  Narrow\n"
+            "  Video FPS       1  60.00\n"
+            "  Audio Settings  1  (no title)\n");
+
+  EXPECT_EQ(runHost({"set", "camera", "fps=1", "video=1"}), ExitDone);
+  EXPECT_THAT(output(), HasSubstr("  Video FPS       0  30.00\n  Audio Settings  not known\n"));
+}
+
+TEST_F(HostTest, TellsARefusedSettingAndOneThatTheModulesAnswerHides) {
+  EXPECT_EQ(runHost({"set", "camera", "video=9"}), ExitFailed);
+  EXPECT_THAT(output(), HasSubstr("  answer          -7 (failed)\n"
+                                  "  message         There is no such format.\n"
+                                  "  not taken       Video Settings is 0 (Wide), not 9\n"));
+
+  EXPECT_EQ(runHost({"set", "camera", "audio=9"}), ExitFailed);
+  EXPECT_THAT(output(), HasSubstr("  message         the module has none\n  Video Settings  0  Wide\n"));
+
+  EXPECT_EQ(runHost({"set", "camera", "video=9", "audio=0"}), ExitFailed);
+  EXPECT_THAT(output(), HasSubstr("  answer          1 (done)\n"
+                                  "  not taken       Video Settings is 0 (Wide), not 9\n"));
+}
+
+TEST_F(HostTest, RecordsWithTheSettingsAndKeepsAFrameRateOverTheStarts) {
+  struct Case {
+    std::vector<std::string> settings;
+    const char* header;
+  };
+  const Case cases[] = {
+      {{"--set", "video=1", "--set", "fps=1"}, "YUV4MPEG2 W8 H2 F60:1 Ip"},
+      {{"--set", "fps=1", "--set", "video=1"}, "YUV4MPEG2 W8 H2 F30:1 Ip"},
+      {{"--set", "fps=1", "--set", "audio=0"}, "YUV4MPEG2 W18 H2 F15000:1001 Ip"},
+  };
+  for (const Case& c : cases) {
+    std::vector<std::string> arguments = {"record", "camera", "--seconds", "1", "--output", _directory.file("take")};
+    arguments.insert(arguments.end(), c.settings.begin(), c.settings.end());
+    EXPECT_EQ(runHost(arguments), ExitDone);
+    EXPECT_THAT(_directory.contents("take.y4m"), testing::StartsWith(c.header));
+  }
+}
+
+TEST_F(HostTest, RecordsAndSavesNothingWhenASettingDoesNotHold) {
+  const std::string take = _directory.file("take");
+  EXPECT_EQ(failureOf({"record", "camera", "--output", take, "--set", "video=9"}, ExitFailed),
+            "Camera Video refused a setting (code -7): There is no such format.; Video Settings is 0 (Wide), not 9");
+  EXPECT_EQ(failureOf({"record", "camera", "--output", take, "--set", "audio=9"}, ExitFailed),
+            "Camera Video refused a setting (code -7): the module has no message for it");
+  EXPECT_EQ(failureOf({"snapshot", "camera", take + ".png", "--set", "video=9", "--set", "fps=0"}, ExitFailed),
+            "Camera Video did not take a setting; Video Settings is 0 (Wide), not 9");
+  for (const char* file : {"take.y4m", "take.wav", "take.png"}) EXPECT_FALSE(_directory.contains(file)) << file;
 }
 
 TEST_F(HostTest, ProbesSourcesForTheirPictureAndSaysWhereNoneCame) {
@@ -134,7 +216,7 @@ TEST_F(HostTest, ProbesSourcesForTheirPictureAndSaysWhereNoneCame) {
 }
 
 TEST_F(HostTest, SaysWhatIsWrongWithACommand) {
-  const std::string take = directory_.file("take");
+  const std::string take = _directory.file("take");
   EXPECT_THAT(failureOf({"record", "cellar", "--output", take}, ExitWrongUse),
               HasSubstr("\"cellar\" is no source; there are:\n  0  Camera Video\n  1  Mic Audio"));
   EXPECT_THAT(failureOf({"snapshot", "mic", take}, ExitFailed), HasSubstr("Mic Audio has no picture"));
@@ -156,21 +238,23 @@ TEST_F(HostTest, AnInterruptEndsARecordingWithWholeFiles) {
   std::FILE* const quiet = std::fopen("/dev/null", "w");
   Console console(quiet, false);
   std::thread interrupter([&] {
-    // Something in the file means that the recording runs and the signal is caught.
-    std::error_code error;
-    while (std::filesystem::file_size(directory_.file("take.y4m"), error) == 0 || error) std::this_thread::yield();
+    // Something in both files means that the recording runs, wants for nothing, and that the signal is caught.
+    for (const char* file : {"take.y4m", "take.wav"}) {
+      std::error_code error;
+      while (std::filesystem::file_size(_directory.file(file), error) == 0 || error) std::this_thread::yield();
+    }
     std::raise(SIGTERM);
   });
 
-  run(parseOptions({"--module", FAKE_MODULE, "record", "camera", "--output", directory_.file("take")}, nullptr), out_,
+  run(parseOptions({"--module", FAKE_MODULE, "record", "camera", "--output", _directory.file("take")}, nullptr), _out,
       console);
   interrupter.join();
   std::fclose(quiet);
 
-  const std::string clip = directory_.contents("take.y4m");
+  const std::string clip = _directory.contents("take.y4m");
   const std::size_t header = clip.find('\n') + 1;
   EXPECT_EQ((clip.size() - header) % (6 + 72), 0U);
-  const std::string sound = directory_.contents("take.wav");
+  const std::string sound = _directory.contents("take.wav");
   const auto expected = wavHeader({}, sound.size() - WAVHeaderBytes);
   EXPECT_EQ(sound.substr(0, WAVHeaderBytes), std::string(expected.begin(), expected.end()));
 }

@@ -27,6 +27,20 @@ TEST(OptionsTest, ReadsARecordingWithEverythingInAnyOrder) {
   EXPECT_EQ(options.language, "de");
 }
 
+TEST(OptionsTest, KeepsTheOrderOfSettingsHoweverTheyAreGiven) {
+  const std::vector<Setting> expected = {{VideoFPS, 1}, {VideoSettings, 2}, {VideoFPS, 0}};
+  const Arguments cases[] = {
+      {"set", "0", "Video FPS=1", "Video Settings=2", "Video FPS=0"},
+      {"record", "--set", "fps=1", "0", "--set=video=2", "--output", "a", "--set", "fps=0"},
+      {"snapshot", "--set", "fps=1", "--set", "video=2", "0", "a.png", "--set", "fps=0"},
+  };
+  for (const Arguments& arguments : cases) {
+    const Options options = parseOptions(arguments, nullptr);
+    EXPECT_EQ(options.settings, expected) << arguments.front();
+    EXPECT_EQ(options.source, "0");
+  }
+}
+
 TEST(OptionsTest, TakesWhatFollowsTwoDashesAsItIs) {
   const Options options = parseOptions({"snapshot", "--", "-odd- Video", "--file.png"}, nullptr);
 
@@ -56,6 +70,12 @@ TEST(OptionsTest, RefusesWhatItDoesNotUnderstand) {
       {{"record", "My", "Camera", "--output", "a"}, "\"Camera\" is too much"},
       {{"record", "0", "--output", "a", "--until-idle=yes"}, "--until-idle takes no value"},
       {{"snapshot", "0"}, "snapshot needs a file"},
+      {{"show"}, "show needs a source"},
+      {{"show", "0", "1"}, "\"1\" is too much"},
+      {{"show", "0", "--set", "fps=1"}, "--set does not go with show"},
+      {{"set", "0"}, "set needs a setting"},
+      {{"set", "0", "fps=1", "fps"}, "not \"fps\""},
+      {{"record", "0", "--output", "a", "--set", "zoom=1"}, "no setting \"zoom\""},
       {{"watch", "--seconds", "0"}, "not \"0\""},
       {{"watch", "--seconds", "-1"}, "not \"-1\""},
       {{"watch", "--seconds", "3s"}, "not \"3s\""},

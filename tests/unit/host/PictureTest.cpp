@@ -133,9 +133,9 @@ TEST(PNGWriterTest, WritesWhatLibpngReadsBack) {
 
 TEST(PNGWriterTest, RefusesPicturesThatPNGCannotHold) {
   const RGBImage empty;
-  const RGBImage short_{4, 4, std::vector<std::uint8_t>(5)};
+  const RGBImage _short{4, 4, std::vector<std::uint8_t>(5)};
   const RGBImage tooWide{2'000'000, 1, std::vector<std::uint8_t>(6'000'000)};  // libpng itself objects
-  for (const RGBImage* image : {&empty, &short_, &tooWide}) EXPECT_THROW(encodePNG(*image), Failure);
+  for (const RGBImage* image : {&empty, &_short, &tooWide}) EXPECT_THROW(encodePNG(*image), Failure);
 }
 
 }  // namespace

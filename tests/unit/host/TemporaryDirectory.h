@@ -15,14 +15,14 @@ class TemporaryDirectory {
  public:
   TemporaryDirectory() {
     std::string pattern = (std::filesystem::temp_directory_path() / "brvhost-XXXXXX").string();
-    path_ = ::mkdtemp(pattern.data()) == nullptr ? "." : pattern;
+    _path = ::mkdtemp(pattern.data()) == nullptr ? "." : pattern;
   }
   ~TemporaryDirectory() {
     std::error_code error;
-    if (path_ != ".") std::filesystem::remove_all(path_, error);
+    if (_path != ".") std::filesystem::remove_all(_path, error);
   }
 
-  std::string file(const std::string& name) const { return path_ + "/" + name; }
+  std::string file(const std::string& name) const { return _path + "/" + name; }
   bool contains(const std::string& name) const { return std::filesystem::exists(file(name)); }
   std::string contents(const std::string& name) const {
     std::ifstream stream(file(name), std::ios::binary);
@@ -30,7 +30,7 @@ class TemporaryDirectory {
   }
 
  private:
-  std::string path_;
+  std::string _path;
 };
 
 }  // namespace brvhost

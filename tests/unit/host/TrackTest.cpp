@@ -61,15 +61,15 @@ TEST(BoundedQueueTest, AnItemThatCannotBeFilledLeavesItsPlaceFree) {
 /// Hands frames to a track as a module does.
 class VideoTrackTest : public testing::Test {
  protected:
-  void SetUp() override { track_->arm(); }
+  void SetUp() override { _track->arm(); }
 
   VideoTrack& useFile(const std::string& path, std::optional<double> seconds = {}) {
-    track_ = std::make_unique<VideoTrack>(path, seconds, [this] {
-      ++timingQueries_;
-      return timing_;
+    _track = std::make_unique<VideoTrack>(path, seconds, [this] {
+      ++_timingQueries;
+      return _timing;
     });
-    track_->arm();
-    return *track_;
+    _track->arm();
+    return *_track;
   }
 
   void deliver(std::int64_t stamp, std::size_t width = 2, std::int32_t flags = BRV_FLAG_NOT_FIRST) {
@@ -87,76 +87,76 @@ class VideoTrackTest : public testing::Test {
     record.timeStamp = stamp;
     record.flags = flags;
     record.data = buffer;
-    track_->frameArrived(record);
+    _track->frameArrived(record);
     CVPixelBufferRelease(buffer);
   }
 
-  TemporaryDirectory directory_;
-  FrameTiming timing_{25, 1};
-  std::atomic<int> timingQueries_{0};
-  std::unique_ptr<VideoTrack> track_ = std::make_unique<VideoTrack>(directory_.file("clip.y4m"), std::nullopt, [this] {
-    ++timingQueries_;
-    return timing_;
+  TemporaryDirectory _directory;
+  FrameTiming _timing{25, 1};
+  std::atomic<int> _timingQueries{0};
+  std::unique_ptr<VideoTrack> _track = std::make_unique<VideoTrack>(_directory.file("clip.y4m"), std::nullopt, [this] {
+    ++_timingQueries;
+    return _timing;
   });
 };
 
 TEST_F(VideoTrackTest, IgnoresWhatCameBeforeItWasArmed) {
-  track_ = std::make_unique<VideoTrack>(directory_.file("clip.y4m"), std::nullopt, [this] { return timing_; });
+  _track = std::make_unique<VideoTrack>(_directory.file("clip.y4m"), std::nullopt, [this] { return _timing; });
   deliver(0);
-  track_->arm();
+  _track->arm();
   deliver(1);
-  track_->finish();
+  _track->finish();
 
-  EXPECT_EQ(track_->statistics().timeline.firstStamp(), 1);
-  EXPECT_EQ(track_->statistics().written, 1);
+  EXPECT_EQ(_track->statistics().timeline.firstStamp(), 1);
+  EXPECT_EQ(_track->statistics().written, 1);
 }
 
 TEST_F(VideoTrackTest, EndsTheFileWhereThePictureChangesItsSize) {
   deliver(0);
   deliver(1);
   deliver(2, 4);
-  track_->finish();
+  _track->finish();
 
-  const VideoStatistics statistics = track_->statistics();
-  EXPECT_EQ(directory_.contents("clip.y4m"),
+  const VideoStatistics statistics = _track->statistics();
+  EXPECT_EQ(_directory.contents("clip.y4m"),
             "YUV4MPEG2 W2 H1 F25:1 Ip A1:1 C422\n"
             "FRAME\npppp"
             "FRAME\npppp");
   EXPECT_THAT(statistics.ending.value_or(""), testing::HasSubstr("changed from 2 x 1 to 4 x 1"));
   EXPECT_EQ(statistics.notWritten, 1);
-  EXPECT_TRUE(track_->isComplete());
+  EXPECT_TRUE(_track->isComplete());
 }
 
 TEST_F(VideoTrackTest, AsksAgainHowTimeIsCountedWhenTheFormatChanged) {
-  timing_ = {600, 20};
+  _timing = {600, 20};
   deliver(0, 2, 0);
   deliver(20);
-  EXPECT_EQ(timingQueries_, 1);
+  EXPECT_EQ(_timingQueries, 1);
 
-  timing_ = {90'000, 3'000};
+  _timing = {90'000, 3'000};
   deliver(900'000, 2, BRV_FLAG_NOT_FIRST | BRV_FLAG_FORMAT_CHANGED);
   deliver(906'000);
-  track_->finish();
+  _track->finish();
 
-  EXPECT_EQ(timingQueries_, 2);
-  EXPECT_EQ(track_->statistics().timeline.dropped(), 1);
-  EXPECT_EQ(track_->statistics().written, 4);
+  EXPECT_EQ(_timingQueries, 2);
+  EXPECT_EQ(_track->statistics().timeline.dropped(), 1);
+  EXPECT_EQ(_track->statistics().written, 4);
 }
 
 TEST_F(VideoTrackTest, ReportsAFullDiskAndKeepsTheAccount) {
   useFile("/dev/full");
   deliver(0);
-  track_->finish();
+  _track->finish();
 
-  const VideoStatistics statistics = track_->statistics();
+  const VideoStatistics statistics = _track->statistics();
   EXPECT_THAT(statistics.failure.value_or(""), testing::HasSubstr("No space left"));
   EXPECT_EQ(statistics.timeline.delivered(), 1);
   EXPECT_EQ(statistics.notWritten, 1);
 }
 
 TEST_F(VideoTrackTest, LeavesNoFileBehindWhenNoFrameCame) {
-  track_->finish();
-  EXPECT_FALSE(directory_.contains("clip.y4m"));
+  _track->finish();
+  EXPECT_FALSE(_directory.contains("clip.y4m"));
 }
 
 BRV_AudioBuffer soundOf(std::vector<std::uint8_t>& samples, std::int64_t stamp, std::int32_t sampleRate = 44'100) {
