@@ -51,7 +51,8 @@ class AVCaptureDevice final : public NSObject {
   /// The devices that belong to the same piece of equipment and are plugged in now.
   std::vector<Ref<AVCaptureDevice>> linkedDevices() const;
 
-  /// Formats in the device's order, the same for its whole life: video formats of a device with pictures, sound formats of one without.
+  /// Formats in the device's order, the same for its whole life: video formats of a device with pictures, sound formats
+  /// of one without.
   const std::vector<Ref<AVCaptureDeviceFormat>>& formats() const;
 
   /// Null for a device without formats.

@@ -117,8 +117,14 @@ void AVCaptureSession::connect(AVCaptureOutput& output) {
   if (isRunning()) start({connection});
 }
 
+/// All of them or, when a device cannot have a thread, none.
 void AVCaptureSession::start(const std::vector<Ref<AVCaptureConnection>>& connections) {
-  for (const auto& [device, own] : byDevice(connections)) device->stream().add(own);
+  try {
+    for (const auto& [device, own] : byDevice(connections)) device->stream().add(own);
+  } catch (...) {
+    cutOff(connections);
+    throw;
+  }
 }
 
 /// After the return the connections' outputs receive nothing more.

@@ -41,6 +41,11 @@ void CaptureDeviceRegistry::attachPresent(const std::shared_ptr<hardware::Provid
       object = entry.device;
     }
     object->attach(device);
+    std::unique_lock lock(_lock);
+    if (_provider == provider) continue;
+    lock.unlock();
+    object->detach();  // the provider has been replaced meanwhile
+    return;
   }
 }
 

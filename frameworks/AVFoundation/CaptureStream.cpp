@@ -54,24 +54,32 @@ void CaptureStream::add(const std::vector<Ref<AVCaptureConnection>>& connections
     _connections.insert(_connections.end(), connections.begin(), connections.end());
     if (_connections.empty()) return;
   }
-  if (auto device = hardware()) device->start(*this);
+  const auto device = hardware();
+  if (!device) return;
+  try {
+    device->start(*this);
+  } catch (...) {
+    drop(connections);
+    throw;
+  }
 }
 
 void CaptureStream::remove(const std::vector<Ref<AVCaptureConnection>>& connections) {
   std::lock_guard control(_control);
-  bool wasLast;
-  {
-    std::lock_guard lock(_connectionsLock);
-    std::erase_if(_connections, [&](const Ref<AVCaptureConnection>& connection) {
-      return std::find(connections.begin(), connections.end(), connection) != connections.end();
-    });
-    wasLast = _connections.empty();
-  }
-  if (!wasLast) {
+  if (drop(connections) > 0) {
     outputHasRoom();  // the connection that went may have been the one without room
     return;
   }
   if (auto device = hardware()) device->stop();
+}
+
+/// Returns how many connections are left.
+std::size_t CaptureStream::drop(const std::vector<Ref<AVCaptureConnection>>& connections) {
+  std::lock_guard lock(_connectionsLock);
+  std::erase_if(_connections, [&](const Ref<AVCaptureConnection>& connection) {
+    return std::find(connections.begin(), connections.end(), connection) != connections.end();
+  });
+  return _connections.size();
 }
 
 void CaptureStream::outputHasRoom() {

@@ -19,7 +19,8 @@ class CaptureStream final : public hardware::Sink {
   void setHardware(std::shared_ptr<hardware::Device> device);
   std::shared_ptr<hardware::Device> hardware() const;
 
-  /// Adds connections and starts the hardware for the first ones.
+  /// Adds connections and starts the hardware for the first ones. When that throws, for want of a thread, nothing was
+  /// added.
   void add(const std::vector<Ref<AVCaptureConnection>>& connections);
 
   /// Removes connections and stops the hardware with the last ones. After the return no sample comes to them.
@@ -35,6 +36,7 @@ class CaptureStream final : public hardware::Sink {
   bool hasRoomForAudio() override { return hasRoom(AVMediaTypeAudio); }
 
  private:
+  std::size_t drop(const std::vector<Ref<AVCaptureConnection>>& connections);
   bool hasRoom(AVMediaType mediaType);
   bool everyOutputHasRoom(AVMediaType mediaType);
 

@@ -176,7 +176,8 @@ TEST_F(HotPlugTest, KeptFramesExhaustThePoolAndOutliveTheLibrary) {
   for (int i = 0; i < 300 && host.logged("Dropped a Frame!\n") == 0; ++i) NSRunLoop::mainRunLoop().runForSeconds(0.01);
   EXPECT_GT(host.logged("Dropped a Frame!\n"), 0);
   host.disconnect();
-  EXPECT_LE(keeper.kept.size(), 32U) << "a pool's worth of each size: the first frames may come before the format is set";
+  EXPECT_LE(keeper.kept.size(), 32U)
+      << "a pool's worth of each size: the first frames may come before the format is set";
   provider->unplug("desk-camera-left");
   host.uninitialize();
 

@@ -254,7 +254,8 @@ void Device::startDevice() {
 // its loop since the start.
 
 void Device::stopDevice() {
-  if (_pSession->isRunning()) _pSession->stopRunning();
+  // Also when another thread has just stopped it: what that lets arrive is waited for.
+  _pSession->stopRunning();
 }
 
 void Device::restartDevice() {

@@ -88,9 +88,9 @@ class Device {
   bool hasAudioStream() const;
   bool hasVideoStream() const;
 
-  // Sound formats: those of the audio device that can be mixed with other sound, in its order. An index is a position in
-  // that list; -1 stands for none. What is set here changes what the hardware captures; records keep their format. Host
-  // thread only.
+  // Sound formats: those of the audio device that can be mixed with other sound, in its order. An index is a position
+  // in that list; -1 stands for none. What is set here changes what the hardware captures; records keep their format.
+  // Host thread only.
 
   /// Built at the first use that finds a format, and kept for the life of the source.
   const std::vector<Ref<AVCaptureDeviceFormat>>& get_supported_audio_formats();
@@ -100,9 +100,11 @@ class Device {
   /// Applies a format and starts the source, or starts it anew.
   bool setSupportedAudioFormat(int index);
   /// The index last applied with success; -1 before.
-  int getSelectedAudioFormatIndex() const { return static_cast<int>(static_cast<std::int32_t>(_selectedAudioFormatIndex)); }
-  /// The name of what the audio device runs at. False, and `out` as it was, without an audio device or when the format has
-  /// no name.
+  int getSelectedAudioFormatIndex() const {
+    return static_cast<int>(static_cast<std::int32_t>(_selectedAudioFormatIndex));
+  }
+  /// The name of what the audio device runs at. False, and `out` as it was, without an audio device or when the format
+  /// has no name.
   bool getSelectedAudioFormatString(std::string* out) const;
 
   // Video formats and frame rates. An index is a position in the device's list of formats, or in the active format's

@@ -9,9 +9,11 @@ namespace AV {
 const std::vector<Ref<AVCaptureDeviceFormat>>& Device::get_supported_audio_formats() {
   const auto device = audioDevice();
   if (_pAudioFormats.empty() && device) {
+    std::vector<Ref<AVCaptureDeviceFormat>> mixable;
     for (const auto& format : device->formats()) {
-      if (isMixable(*format)) _pAudioFormats.push_back(format);
+      if (isMixable(*format)) mixable.push_back(format);
     }
+    _pAudioFormats = std::move(mixable);
   }
   return _pAudioFormats;
 }

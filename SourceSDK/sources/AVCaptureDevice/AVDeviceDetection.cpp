@@ -43,11 +43,11 @@ void DeviceManager::tellHost(int deviceState) {
   const auto callback = change->stateChangeCallback;
   void* const context = change->stateChangeContext;
   if (!callback) return;
-  change->isCalling = true;
+  ++change->callsInProgress;
   lock.unlock();
   callback(context, deviceState);
   lock.lock();
-  change->isCalling = false;
+  --change->callsInProgress;
   lock.unlock();
   change->callEnded.notify_all();
 }

@@ -20,17 +20,56 @@ constexpr std::int32_t LevelOther = 4;
 
 }  // namespace
 
+void DeviceUses::begin(Device* device) {
+  std::vector<std::thread::id> caller{std::this_thread::get_id()};
+  std::lock_guard lock(_lock);
+  auto& holders = _uses[device].holders;
+  if (holders.empty()) {
+    holders = std::move(caller);
+  } else {
+    holders.push_back(caller.front());
+  }
+}
+
+void DeviceUses::end(Device* device) {
+  std::unique_ptr<Device> removed;
+  std::lock_guard lock(_lock);
+  const auto entry = _uses.find(device);
+  auto& holders = entry->second.holders;
+  holders.erase(std::find(holders.begin(), holders.end(), std::this_thread::get_id()));
+  if (holders.empty()) {
+    if (entry->second.deletesDevice) removed.reset(device);
+    _uses.erase(entry);
+  }
+  _ended.notify_all();
+}
+
+bool DeviceUses::waitForOthers(Device* device) {
+  const auto caller = std::this_thread::get_id();
+  std::unique_lock lock(_lock);
+  _ended.wait(lock, [&] {
+    const auto entry = _uses.find(device);
+    if (entry == _uses.end()) return true;
+    const auto& holders = entry->second.holders;
+    return std::all_of(holders.begin(), holders.end(), [&](std::thread::id holder) { return holder == caller; });
+  });
+  const auto own = _uses.find(device);
+  if (own == _uses.end()) return true;
+  own->second.deletesDevice = true;
+  return false;
+}
+
 DeviceUse::DeviceUse(DeviceUse&& other) noexcept
-    : _manager(other._manager), _device(std::exchange(other._device, nullptr)) {}
+    : _uses(std::move(other._uses)), _device(std::exchange(other._device, nullptr)) {}
 
 DeviceUse& DeviceUse::operator=(DeviceUse&& other) noexcept {
-  std::swap(_manager, other._manager);
+  std::swap(_uses, other._uses);
   std::swap(_device, other._device);
   return *this;
 }
 
 DeviceUse::~DeviceUse() {
-  if (_device) _manager->endUse(_device);
+  if (_device) _uses->end(_device);
 }
 
 DeviceManager* DeviceManager::pInstance = nullptr;
@@ -129,21 +168,9 @@ DeviceUse DeviceManager::useDeviceWithIndex(int index) {
 }
 
 DeviceUse DeviceManager::use(Device* device) {
-  if (device) _uses[device].holders.push_back(std::this_thread::get_id());
-  return DeviceUse(this, device);
-}
-
-void DeviceManager::endUse(Device* device) {
-  std::unique_ptr<Device> doomed;
-  std::lock_guard lock(_tableLock);
-  const auto entry = _uses.find(device);
-  auto& holders = entry->second.holders;
-  holders.erase(std::find(holders.begin(), holders.end(), std::this_thread::get_id()));
-  if (!holders.empty()) return;
-  if (entry->second.deletesDevice) doomed.reset(device);
-  _uses.erase(entry);
-  // Under the lock: once it is released, a removal may go on and the manager with it.
-  _useEnded.notify_all();
+  if (!device) return {};
+  _uses->begin(device);
+  return DeviceUse(_uses, device);
 }
 
 std::vector<DeviceUse> DeviceManager::useAllDevices() {
@@ -187,20 +214,12 @@ void DeviceManager::_RemoveDevice(Device* device) {
   device->stopDevice();
   _removeFromTotalDeviceTable(device);
   {
-    std::unique_lock lock(_tableLock);
+    std::lock_guard lock(_tableLock);
     deviceMap.erase(name);
     const auto position = std::find(deviceList.begin(), deviceList.end(), device);
     if (position != deviceList.end()) deviceList.erase(position);
-    if (const auto uses = _uses.find(device); uses != _uses.end()) {
-      const auto& holders = uses->second.holders;
-      if (std::find(holders.begin(), holders.end(), std::this_thread::get_id()) != holders.end()) {
-        uses->second.deletesDevice = true;
-        return;
-      }
-    }
-    _useEnded.wait(lock, [&] { return !_uses.contains(device); });
   }
-  delete device;
+  if (_uses->waitForOthers(device)) delete device;
 }
 
 std::vector<std::string> DeviceManager::tableKeys(const Device& device) {
@@ -240,7 +259,8 @@ void DeviceManager::setStateChangeCallback(BRV_DeviceStateChangedCallback callba
   _stateChange->stateChangeCallback = callback;
   _stateChange->stateChangeContext = context;
   // Calls are made on the main thread alone: there it can only be the callback itself that replaces it.
-  if (!NSThread::isMainThread()) _stateChange->callEnded.wait(lock, [this] { return !_stateChange->isCalling; });
+  if (!NSThread::isMainThread())
+    _stateChange->callEnded.wait(lock, [this] { return _stateChange->callsInProgress == 0; });
 }
 
 void DeviceManager::PrintDeviceList() const {

@@ -26,6 +26,28 @@ namespace AV {
 
 class DeviceManager;
 
+/// Who uses which source. Shared with the uses, which may outlast the manager on the thread that ends it.
+class DeviceUses {
+ public:
+  /// Notes a use of the calling thread.
+  void begin(Device* device);
+  /// Ends one, and deletes a source that was removed within it.
+  void end(Device* device);
+  /// Waits until no other thread uses the source. False when the calling thread does: the last of its uses deletes the
+  /// source then.
+  bool waitForOthers(Device* device);
+
+ private:
+  struct Uses {
+    std::vector<std::thread::id> holders;
+    bool deletesDevice = false;
+  };
+
+  std::mutex _lock;
+  std::condition_variable _ended;
+  std::map<const Device*, Uses> _uses;
+};
+
 /// A source that stays alive while this exists; empty when there was none. Keep it for the length of one operation, and
 /// do not hold it while calling the host or running the main loop.
 class DeviceUse {
@@ -41,9 +63,9 @@ class DeviceUse {
 
  private:
   friend class DeviceManager;
-  DeviceUse(DeviceManager* manager, Device* device) : _manager(manager), _device(device) {}
+  DeviceUse(std::shared_ptr<DeviceUses> uses, Device* device) : _uses(std::move(uses)), _device(device) {}
 
-  DeviceManager* _manager = nullptr;
+  std::shared_ptr<DeviceUses> _uses;
   Device* _device = nullptr;
 };
 
@@ -112,7 +134,6 @@ class DeviceManager {
   bool _AllowDevice(const std::string& name) const;
 
  private:
-  friend class DeviceUse;
   using DeviceTable = std::map<std::string, Device*>;
 
   DeviceManager();
@@ -130,7 +151,6 @@ class DeviceManager {
   static std::vector<std::string> tableKeys(const Device& device);
   static Device* find(const DeviceTable& table, const std::string& key);
   DeviceUse use(Device* device);
-  void endUse(Device* device);
   std::vector<DeviceUse> useAllDevices();
 
   DeviceTable deviceMap;
@@ -142,7 +162,7 @@ class DeviceManager {
   struct StateChange {
     std::mutex lock;
     std::condition_variable callEnded;
-    bool isCalling = false;
+    int callsInProgress = 0;
     BRV_DeviceStateChangedCallback stateChangeCallback = nullptr;
     void* stateChangeContext = nullptr;
   };
@@ -153,14 +173,9 @@ class DeviceManager {
 
   static DeviceManager* pInstance;
 
-  /// Guards the tables, the strings and the uses.
+  /// Guards the tables and the strings. Uses begin with it held.
   mutable std::mutex _tableLock;
-  struct Uses {
-    std::vector<std::thread::id> holders;
-    bool deletesDevice = false;
-  };
-  std::map<const Device*, Uses> _uses;
-  std::condition_variable _useEnded;
+  const std::shared_ptr<DeviceUses> _uses = std::make_shared<DeviceUses>();
 
   /// Held for the length of a pass. Recursive, because what happens in a pass may start another one on its thread.
   std::recursive_mutex _passLock;

@@ -37,9 +37,14 @@ const std::vector<Ref<AVCaptureDeviceFormat>>& formatsOf(const Ref<AVCaptureDevi
   return device ? device->formats() : none;
 }
 
-std::vector<Ref<AVFrameRateRange>> rangesOf(const Ref<AVCaptureDevice>& device) {
-  const auto format = device ? device->activeFormat() : Ref<AVCaptureDeviceFormat>();
-  return format ? format->videoSupportedFrameRateRanges() : std::vector<Ref<AVFrameRateRange>>{};
+Ref<AVCaptureDeviceFormat> activeFormatOf(const Ref<AVCaptureDevice>& device) {
+  return device ? device->activeFormat() : Ref<AVCaptureDeviceFormat>();
+}
+
+/// Borrowed from the format.
+const std::vector<Ref<AVFrameRateRange>>& rangesOf(const Ref<AVCaptureDeviceFormat>& format) {
+  static const std::vector<Ref<AVFrameRateRange>> none;
+  return format ? format->videoSupportedFrameRateRanges() : none;
 }
 
 std::string translated(const char* key) {
@@ -48,7 +53,7 @@ std::string translated(const char* key) {
 }
 
 CMVideoDimensions activeDimensions(const Ref<AVCaptureDevice>& device) {
-  const auto format = device ? device->activeFormat() : Ref<AVCaptureDeviceFormat>();
+  const auto format = activeFormatOf(device);
   return format && format->formatDescription() ? CMVideoFormatDescriptionGetDimensions(format->formatDescription())
                                                : CMVideoDimensions{0, 0};
 }
@@ -122,7 +127,7 @@ int Device::getSelectedVideoFormatIndex() const {
   const auto device = videoDevice();
   const auto& formats = formatsOf(device);
   if (formats.empty()) return -1;
-  const auto active = device->activeFormat();
+  const auto active = activeFormatOf(device);
   const auto activeName = active ? localizedName(*active) : std::nullopt;
   if (!activeName) return -1;
   for (std::size_t i = 0; i < formats.size(); ++i) {
@@ -133,7 +138,7 @@ int Device::getSelectedVideoFormatIndex() const {
 
 bool Device::getSelectedVideoFormatString(std::string* out) const {
   const auto device = videoDevice();
-  const auto format = device ? device->activeFormat() : Ref<AVCaptureDeviceFormat>();
+  const auto format = activeFormatOf(device);
   const auto name = format ? localizedName(*format) : std::nullopt;
   if (!name) return false;
   *out = *name;
@@ -141,24 +146,27 @@ bool Device::getSelectedVideoFormatString(std::string* out) const {
 }
 
 int Device::supportedVideoFPSCount() const {
-  return static_cast<int>(rangesOf(videoDevice()).size());
+  return static_cast<int>(rangesOf(activeFormatOf(videoDevice())).size());
 }
 
 float Device::getSupportedVideoFPS(int index) const {
-  const auto ranges = rangesOf(videoDevice());
+  const auto format = activeFormatOf(videoDevice());
+  const auto& ranges = rangesOf(format);
   if (!isIndex(index, ranges.size())) return 0.0F;
   return static_cast<float>(ranges[static_cast<std::size_t>(index)]->minFrameRate());
 }
 
 std::string Device::getSupportedVideoFPSTitle(int index) const {
-  const auto ranges = rangesOf(videoDevice());
+  const auto format = activeFormatOf(videoDevice());
+  const auto& ranges = rangesOf(format);
   if (!isIndex(index, ranges.size())) return {};
   return localizedName(*ranges[static_cast<std::size_t>(index)]);
 }
 
 bool Device::setVideoFPSIndex(int index) {
   const auto device = videoDevice();
-  const auto ranges = rangesOf(device);
+  const auto format = activeFormatOf(device);
+  const auto& ranges = rangesOf(format);
   if (!isIndex(index, ranges.size())) return false;
   const CMTime duration = ranges[static_cast<std::size_t>(index)]->minFrameDuration();
 
@@ -181,7 +189,8 @@ bool Device::setVideoFPSIndex(int index) {
 
 int Device::getSelectedVideoFPSIndex() const {
   const auto device = videoDevice();
-  const auto ranges = rangesOf(device);
+  const auto format = activeFormatOf(device);
+  const auto& ranges = rangesOf(format);
   for (std::size_t i = 0; i < ranges.size(); ++i) {
     if (CMTimeCompare(ranges[i]->minFrameDuration(), device->activeVideoMinFrameDuration()) == 0) {
       return static_cast<int>(i);

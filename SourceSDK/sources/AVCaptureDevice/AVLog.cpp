@@ -55,8 +55,8 @@ constinit std::mutex g_logLock;
 constinit std::array<std::atomic<int>, 2> g_runningCalls{};
 std::size_t g_registration = 0;
 
-/// How many calls of the host's callback this thread is in.
-thread_local int callsOnThisThread = 0;
+/// How many of those this thread is in.
+thread_local std::array<int, 2> callsOnThisThread{};
 
 constexpr std::size_t MessageSize = 512;
 using Message = std::array<char, MessageSize>;
@@ -112,16 +112,16 @@ void setLog(BRV_LogCallback callback, void* context, std::int32_t maximumCount, 
     pLogContext = nullptr;
     g_maxLogCount = g_minLogCount = g_netLogCount = 0;
   }
-  const auto& formerCalls = g_runningCalls[g_registration % 2];
-  ++g_registration;
+  const std::size_t former = g_registration++ % 2;
   lock.unlock();
-  for (int calls = formerCalls; calls > callsOnThisThread; calls = formerCalls) formerCalls.wait(calls);
+  const auto& formerCalls = g_runningCalls[former];
+  for (int calls = formerCalls; calls > callsOnThisThread[former]; calls = formerCalls) formerCalls.wait(calls);
 }
 
 void _aux_log(std::int32_t level, std::int32_t line, const char* file, const char* format, ...) {
   BRV_LogCallback callback;
   void* context;
-  std::atomic<int>* runningCalls;
+  std::size_t registration;
   Key key;
   {
     std::lock_guard lock(g_logLock);
@@ -137,8 +137,8 @@ void _aux_log(std::int32_t level, std::int32_t line, const char* file, const cha
     }
     callback = _log;
     context = pLogContext;
-    runningCalls = &g_runningCalls[g_registration % 2];
-    ++*runningCalls;
+    registration = g_registration % 2;
+    ++g_runningCalls[registration];
   }
 
   // What is suppressed is not formatted: nobody can tell, and it is most of what a burst costs.
@@ -150,12 +150,11 @@ void _aux_log(std::int32_t level, std::int32_t line, const char* file, const cha
   if (length < 0) message[0] = '\0';
   if (length >= static_cast<int>(message.size())) endAtCharacter(message);
 
-  ++callsOnThisThread;
+  ++callsOnThisThread[registration];
   callback(context, level, "%s    %s", key.data(), message.data());
-  --callsOnThisThread;
-
-  --*runningCalls;
-  runningCalls->notify_all();
+  --callsOnThisThread[registration];
+  --g_runningCalls[registration];
+  g_runningCalls[registration].notify_all();
 }
 
 }  // namespace AV

@@ -32,7 +32,8 @@ zRecord& addChild(zRecord& parent, const char* name) {
   return *child;
 }
 
-void addOption(zRecord& parameter, int index, const std::optional<std::string>& title, const std::string& languageCode) {
+void addOption(zRecord& parameter, int index, const std::optional<std::string>& title,
+               const std::string& languageCode) {
   zRecord& option = addChild(parameter, "option");
   option.SetUInt16("value", static_cast<std::uint16_t>(index), 0);
   if (!title) return;
@@ -115,7 +116,8 @@ std::unique_ptr<zRecord> makeValidValuesRecord(Device& source) {
     addValidValues(*record, VideoSettings, source.supportedVideoFormatListCount());
     addValidValues(*record, VideoFPS, std::max(1, source.supportedVideoFPSCount()));
   }
-  if (source.hasAudioStream()) addValidValues(*record, AudioSettings, std::max(1, source.supportedAudioFormatListCount()));
+  if (source.hasAudioStream())
+    addValidValues(*record, AudioSettings, std::max(1, source.supportedAudioFormatListCount()));
   return record;
 }
 

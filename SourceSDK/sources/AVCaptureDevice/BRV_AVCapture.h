@@ -336,17 +336,18 @@ typedef int (*BRV_GetTimescaleTicksPerSec_Function)(void* unread, const char* so
  * read them with zXML::ParseBuffer.
  *
  * The entry points that hand out a record follow a variant of the two-call convention. Length call: builds the record
- * and stores its length in bytes in `*length`, 0 when it cannot be written (which the log says). Copy call: copies
+ * and stores its length in bytes in `*length`; a record that cannot be written leaves 0, and a line in the log, except
+ * where stated. Copy call: copies
  * `*length` bytes, the length that was stored, without a terminator, and forgets the record. It never copies more than
  * there is.
  */
 
 /*
- * The choices of one parameter: record "parameter" with the texts "name", "type" ("int") and "global" ("false"), and for each
- * choice a child "option" with the 16-bit "value" and, where it has a title, a child "title" with the texts "lang" (the
- * language of the last copy call of BRV_GetDeviceGroupDisplayName) and "value". Without a choice there is one option, 0,
- * whose title says so; for an unknown parameter there is none. At most 65,536 are listed. An unknown source leaves `*length` as it
- * was: set it to 0 before.
+ * The choices of one parameter: record "parameter" with the texts "name", "type" ("int") and "global" ("false"), and
+ * for each choice a child "option" with the 16-bit "value" and, where it has a title, a child "title" with the texts
+ * "lang" (the language of the last copy call of BRV_GetDeviceGroupDisplayName) and "value". Without a choice there is
+ * one option, 0, whose title says so; for an unknown parameter there is none. At most 65,536 are listed. An unknown
+ * source leaves `*length` as it was: set it to 0 before.
  */
 BRV_EXPORT void BRV_QueryParameterOptions(void* unread, const char* sourceId, const char* parameterName, char* buffer,
                                           int* length);
@@ -355,8 +356,8 @@ typedef void (*BRV_QueryParameterOptions_Function)(void* unread, const char* sou
 
 /*
  * What is selected: record "settings" with a child "parameter" for each parameter, of the text "name" and the 32-bit
- * "value". A parameter of a medium that the source lacks has 0; one whose selection is not known is left out. The length is 0 for an
- * unknown source.
+ * "value". A parameter of a medium that the source lacks has 0; one whose selection is not known is left out. The
+ * length is 0 for an unknown source.
  */
 BRV_EXPORT void BRV_GetSourceSettings(void* unread, const char* sourceId, char* buffer, int* length);
 typedef void (*BRV_GetSourceSettings_Function)(void* unread, const char* sourceId, char* buffer, int* length);
@@ -371,9 +372,9 @@ BRV_EXPORT int BRV_SetSourceSettings(void* unread, const char* sourceId, const c
 typedef int (*BRV_SetSourceSettings_Function)(void* unread, const char* sourceId, const char* settingsText);
 
 /*
- * What each parameter accepts: record "source" with a child "parameter" for each parameter of the source's media, of the text "name", and
- * below it a child "option" with the 32-bit "value" for each choice. Always 0. A length call for an unknown source leaves `*length`
- * as it was.
+ * What each parameter accepts: record "source" with a child "parameter" for each parameter of the source's media, of
+ * the text "name", and below it a child "option" with the 32-bit "value" for each choice. Always 0. A length call for
+ * an unknown source, or of a record that cannot be written, leaves `*length` as it was.
  */
 BRV_EXPORT int BRV_GetValidParameterValues(void* unread, const char* sourceId, char* buffer, int* length);
 typedef int (*BRV_GetValidParameterValues_Function)(void* unread, const char* sourceId, char* buffer, int* length);

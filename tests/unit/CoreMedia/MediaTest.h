@@ -2,81 +2,73 @@
 
 // What the tests of samples and pictures share.
 
-#include <CoreFoundation/CFRef.h>
-#include <CoreMedia/CMSampleBuffer.h>
-#include <CoreVideo/CVPixelBuffer.h>
 #include <Foundation/NSDictionary.h>
 #include <Foundation/NSValue.h>
-#include <gtest/gtest.h>
+#include <support/FrameworkTest.h>
+#include <support/Samples.h>
 
-#include <string>
-
-/// Every object that a test makes must be gone when it ends.
-class MediaTest : public testing::Test {
- protected:
-  void TearDown() override { EXPECT_EQ(NSObject::liveObjectCount(), _objectsBefore); }
-
- private:
-  const std::int64_t _objectsBefore = NSObject::liveObjectCount();
-};
+using Block = CFRef<CMBlockBufferRef>;
+using Buffer = CFRef<CVPixelBufferRef>;
+using Format = CFRef<CMFormatDescriptionRef>;
+using Pool = CFRef<CVPixelBufferPoolRef>;
+using Sample = CFRef<CMSampleBufferRef>;
+using Entries = std::initializer_list<NSDictionary::Entry>;
 
 inline Ref<NSDictionary> pixelBufferAttributes(std::int64_t width, std::int64_t height) {
-  return makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{
-      {kCVPixelBufferPixelFormatTypeKey, NSNumber::numberWithUnsignedInt(kCVPixelFormatType_422YpCbCr8_yuvs)},
-      {kCVPixelBufferWidthKey, NSNumber::numberWithLongLong(width)},
-      {kCVPixelBufferHeightKey, NSNumber::numberWithLongLong(height)}});
+  return makeRef<NSDictionary>(
+      Entries{{kCVPixelBufferPixelFormatTypeKey, NSNumber::numberWithUnsignedInt(kCVPixelFormatType_422YpCbCr8_yuvs)},
+              {kCVPixelBufferWidthKey, NSNumber::numberWithLongLong(width)},
+              {kCVPixelBufferHeightKey, NSNumber::numberWithLongLong(height)}});
 }
 
 inline Ref<NSDictionary> twoNumbers(CFStringRef firstKey, double first, CFStringRef secondKey, double second) {
-  return makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{
-      {firstKey, NSNumber::numberWithDouble(first)}, {secondKey, NSNumber::numberWithDouble(second)}});
+  return makeRef<NSDictionary>(
+      Entries{{firstKey, NSNumber::numberWithDouble(first)}, {secondKey, NSNumber::numberWithDouble(second)}});
 }
 
-inline CFRef<CVPixelBufferPoolRef> makePool(std::int64_t width, std::int64_t height) {
+inline Pool makePool(std::int64_t width, std::int64_t height) {
   CVPixelBufferPoolRef pool = nullptr;
   CVPixelBufferPoolCreate(kCFAllocatorDefault, nullptr, pixelBufferAttributes(width, height)->toCF(), &pool);
-  return CFRef<CVPixelBufferPoolRef>::adopt(pool);
+  return Pool::adopt(pool);
 }
 
-inline CFRef<CVPixelBufferRef> takeBuffer(CVPixelBufferPoolRef pool) {
+inline Buffer takeBuffer(const Pool& pool) {
   CVPixelBufferRef buffer = nullptr;
-  CVPixelBufferPoolCreatePixelBuffer(kCFAllocatorDefault, pool, &buffer);
-  return CFRef<CVPixelBufferRef>::adopt(buffer);
+  CVPixelBufferPoolCreatePixelBuffer(kCFAllocatorDefault, pool.get(), &buffer);
+  return Buffer::adopt(buffer);
 }
 
 /// 16-bit audio of 48,000 Hz.
-inline CFRef<CMFormatDescriptionRef> makeAudioFormat(UInt32 channels, AudioFormatFlags extraFlags = 0) {
-  const bool planar = (extraFlags & kAudioFormatFlagIsNonInterleaved) != 0;
-  const UInt32 frameSize = planar ? 2 : 2 * channels;
-  const AudioStreamBasicDescription audio = {48000,
-                                             kAudioFormatLinearPCM,
-                                             kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked | extraFlags,
-                                             frameSize,
-                                             1,
-                                             frameSize,
-                                             channels,
-                                             16,
+inline Format makeAudioFormat(UInt32 channels, AudioFormatFlags extraFlags = 0) {
+  const AudioFormatFlags flags = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked | extraFlags;
+  const UInt32 frameSize = extraFlags & kAudioFormatFlagIsNonInterleaved ? 2 : 2 * channels;
+  const AudioStreamBasicDescription audio = {48000, kAudioFormatLinearPCM, flags, frameSize, 1, frameSize, channels, 16,
                                              0};
   CMFormatDescriptionRef format = nullptr;
   CMAudioFormatDescriptionCreate(kCFAllocatorDefault, &audio, 0, nullptr, 0, nullptr, nullptr, &format);
-  return CFRef<CMFormatDescriptionRef>::adopt(format);
+  return Format::adopt(format);
 }
 
-/// A block over the pieces' own memory, which the caller keeps.
-inline CFRef<CMBlockBufferRef> makeBlock(std::initializer_list<std::string*> pieces) {
+/// `length` bytes of `memory`, which `source` frees; with null memory, the block has its own.
+inline Block makeBlock(void* memory, std::size_t size, std::size_t offset, std::size_t length,
+                       const CMBlockBufferCustomBlockSource* source = nullptr, OSStatus expected = noErr) {
   CMBlockBufferRef block = nullptr;
-  CMBlockBufferCreateEmpty(kCFAllocatorDefault, 0, 0, &block);
-  for (std::string* piece : pieces) {
-    CMBlockBufferAppendMemoryBlock(block, piece->data(), piece->size(), kCFAllocatorDefault, nullptr, 0, piece->size(),
-                                   0);
-  }
-  return CFRef<CMBlockBufferRef>::adopt(block);
+  EXPECT_EQ(CMBlockBufferCreateWithMemoryBlock(kCFAllocatorDefault, memory, size, kCFAllocatorDefault, source, offset,
+                                               length, 0, &block),
+            expected);
+  EXPECT_EQ(block != nullptr, expected == noErr);
+  return Block::adopt(block);
 }
 
-inline CFRef<CMSampleBufferRef> makeAudioSample(CMBlockBufferRef block, CMFormatDescriptionRef format,
-                                                CMItemCount frames) {
+inline char* dataOf(const Block& block) {
+  char* data = nullptr;
+  CMBlockBufferGetDataPointer(block.get(), 0, nullptr, nullptr, &data);
+  return data;
+}
+
+inline Sample makeAudioSample(const Block& block, const Format& format, CMItemCount frames) {
   CMSampleBufferRef sample = nullptr;
-  CMAudioSampleBufferCreateReadyWithPacketDescriptions(kCFAllocatorDefault, block, format, frames, CMTimeMake(7, 48000),
-                                                       nullptr, &sample);
-  return CFRef<CMSampleBufferRef>::adopt(sample);
+  CMAudioSampleBufferCreateReadyWithPacketDescriptions(kCFAllocatorDefault, block.get(), format.get(), frames,
+                                                       CMTimeMake(7, 48000), nullptr, &sample);
+  return Sample::adopt(sample);
 }

@@ -2,23 +2,20 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "simulated/Streams.h"
 
 namespace hardware::simulated {
 namespace {
 
 TEST(SampleClockTest, StampsAreExactMultiplesOfTheFrameDurationAtBroadcastRates) {
-  struct Case {
-    CMTime duration;
-    std::int32_t timescale;
-    std::int64_t ticks;  // a frame
-  };
-  const Case cases[] = {
+  const std::tuple<CMTime, std::int32_t, std::int64_t> durationsTimescalesAndTicksOfAFrame[] = {
       {CMTimeMake(1001, 30000), 30000, 1001}, {CMTimeMake(1001, 24000), 24000, 1001},
       {CMTimeMake(1, 25), 30000, 1200},       {CMTimeMake(600, 36000), 30000, 500},
       {CMTimeMake(1, 7), 24003, 3429},        {CMTimeMake(1001, 120000), 120000, 1001},
   };
-  for (const auto& [duration, timescale, ticks] : cases) {
+  for (const auto& [duration, timescale, ticks] : durationsTimescalesAndTicksOfAFrame) {
     ASSERT_EQ(exactTimescale(duration), timescale);
     SampleClock clock(0, 1'234'567'891, {duration.value, duration.timescale}, timescale);
     const std::int64_t first = clock.stamp().value;

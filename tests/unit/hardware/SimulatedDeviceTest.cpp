@@ -127,13 +127,13 @@ TEST_F(SimulatedDeviceTest, ASelectionTakesEffectAtTheNextFrameAndOneOfNothingNe
   }
   ASSERT_EQ(sink.video.size(), 30u);
 
-  device->selectVideoFormat(1, CMTimeMake(1, 25));
+  device->selectVideoFormat(1, CMTimeMake(1, 60));  // faster than the format goes
   runFor(0.1);
 
-  ASSERT_EQ(sink.video.size(), 33u);
+  ASSERT_EQ(sink.video.size(), 35u);
   expectSteps(sink.video, 31, 30000, 1001);
   EXPECT_TRUE(sink.video[29].width == 160 && sink.video[30].width == 320);
-  EXPECT_EQ(sink.video[31].time.value, 30000 + 30 * 1001 + 1200);
+  EXPECT_EQ(sink.video[31].time.value, 30000 + 30 * 1001 + 600);
 }
 
 TEST_F(SimulatedDeviceTest, StoppingOrLettingGoWithinACallOfTheSinkMakesItTheLast) {

@@ -30,13 +30,12 @@ std::string extensible(std::uint16_t code, std::uint16_t channels, std::uint32_t
 /// The samples in the format's bytes, plane by plane where it has two.
 std::vector<std::uint8_t> written(const std::vector<double>& samples, const AudioStreamBasicDescription& format) {
   const std::uint32_t planes = bufferCount(format);
-  const std::size_t planeSize = samples.size() / format.mChannelsPerFrame * format.mBytesPerFrame;
-  std::vector<std::uint8_t> bytes(planes * planeSize);
-  const auto size = static_cast<UInt32>(planeSize);
+  const auto size = static_cast<UInt32>(samples.size()) / format.mChannelsPerFrame * format.mBytesPerFrame;
+  std::vector<std::uint8_t> bytes(std::size_t{planes} * size);
   struct {
     AudioBufferList list;
     AudioBuffer second;
-  } buffers{{planes, {{format.mChannelsPerFrame / planes, size, bytes.data()}}}, {1, size, bytes.data() + planeSize}};
+  } buffers{{planes, {{format.mChannelsPerFrame / planes, size, bytes.data()}}}, {1, size, bytes.data() + size}};
   writeSamples(samples, format, buffers.list);
   return bytes;
 }

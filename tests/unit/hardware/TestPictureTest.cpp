@@ -35,7 +35,6 @@ TEST(TestPictureTest, DrawingWhatMovedGivesTheSamePictureAsDrawingAll) {
     Rows recycled(width, height);
     for (const std::uint32_t number : numbers) {
       picture.draw(number, recycled.bytes.data(), recycled.bytesPerRow);
-
       ASSERT_TRUE(recycled.bytes == freshPicture(width, height, number).bytes)
           << width << "x" << height << ", frame " << number;
       const auto expected = width < 80 || height < 12 ? std::nullopt : std::optional(number);

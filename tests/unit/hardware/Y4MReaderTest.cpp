@@ -109,8 +109,6 @@ TEST(Y4MReaderTest, AFrameThatHasGoneFromTheFileIsBlack) {
   CVPixelBufferLockBaseAddress(buffer.get(), 0);
   const auto* pixels = static_cast<const std::uint8_t*>(CVPixelBufferGetBaseAddress(buffer.get()));
 
-  reader->drawInto(buffer.get());
-  EXPECT_EQ(pixels[0], 1);
   std::filesystem::resize_file(path, 40);
   reader->drawInto(buffer.get());
 

@@ -5,7 +5,6 @@
 #include <AVCaptureDevice/BRV_AVCapture.h>
 #include <CoreVideo/CVPixelBuffer.h>
 #include <Foundation/NSOperation.h>
-#include <lumora/zBuffer.h>
 #include <lumora/zRecord.h>
 #include <lumora/zXML.h>
 
@@ -13,41 +12,30 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
-#include <memory>
+#include <list>
 #include <string>
 #include <thread>
 #include <vector>
 
 namespace {
 
-constexpr int TicksPerSecond = 30'000;
 constexpr int RunFrames = 441;
 
-constexpr int ChoiceCount = 2;  // of everything
+using Titles = std::array<const char*, 2>;
 
-struct FakeFormat {
-  const char* title;
-  std::size_t width;
-  std::array<const char*, ChoiceCount> rateTitles;
-  std::array<std::int64_t, ChoiceCount> frameTicks;
-};
-
-constexpr std::array<FakeFormat, ChoiceCount> Formats = {
-    {{"Wide", 18, {"29.97", "14.99"}, {1'001, 2'002}}, {"Narrow", 8, {"30.00", "60.00"}, {1'000, 500}}}};
-constexpr std::array<const char*, ChoiceCount> SoundFormats = {"Loud", nullptr};  // the second has no title
+constexpr Titles FormatTitles = {"Wide", "Narrow"};
+constexpr std::size_t Widths[] = {18, 8};
+constexpr Titles RateTitles = {"29.97", "14.99"};
+constexpr std::int64_t FrameTicks[] = {1'001, 2'002};
+constexpr Titles SoundTitles = {"Loud", "Soft"};
 
 struct FakeSource {
   std::string name;
-  std::string deviceId;
-  bool hasVideo, hasAudio;
-  bool isSilent = false;
-  int framesUntilUnplugged = 0;
+  bool hasVideo, hasAudio, isLoose;
 
   BRV_VideoDataArrivedCallback video = nullptr;
-  void* videoContext = nullptr;
   BRV_AudioDataArrivedCallback audio = nullptr;
-  void* audioContext = nullptr;
+  void* context = nullptr;
   int runs = 0;
   std::atomic<bool> stops{false};
   std::atomic<int> timescale{-1};
@@ -57,8 +45,8 @@ struct FakeSource {
   int soundFormat = -1;
   std::vector<std::thread> threads;
 
-  FakeSource(const char* sourceName, const char* device, bool picture, bool sound)
-      : name(sourceName), deviceId(device), hasVideo(picture), hasAudio(sound) {}
+  FakeSource(const char* sourceName, bool picture, bool sound, bool loose)
+      : name(sourceName), hasVideo(picture), hasAudio(sound), isLoose(loose) {}
   ~FakeSource() { stop(); }
 
   void stop() {
@@ -72,72 +60,57 @@ struct FakeSource {
     if (!isFormatChosen) format = rate = 0;
     stops = false;
     ++runs;
-    if (isSilent) return;
     if (hasVideo) threads.emplace_back([this] { deliverVideo(); });
     if (hasAudio) threads.emplace_back([this] { deliverAudio(); });
   }
 
-  std::int64_t frameTicks() const { return Formats[format].frameTicks[rate]; }
   bool set(const std::string& parameter, int index);
-
   void deliverVideo();
   void deliverAudio();
 };
 
 struct Library {
-  std::vector<std::unique_ptr<FakeSource>> sources;
-  BRV_LogCallback log = nullptr;
-  void* logContext = nullptr;
+  std::list<FakeSource> sources;
   BRV_LocalizeStringCallback localize = nullptr;
   BRV_DeviceStateChangedCallback stateChanged = nullptr;
   void* stateContext = nullptr;
-  std::string language;
   std::string error;
-  zBuffer options{0, 0};
-  zBuffer settings{0, 0};
 };
 
 Library library;
 
-FakeSource* find(const char* name) {
-  for (const auto& source : library.sources) {
-    if (source->name == name) return source.get();
+FakeSource* find(const std::string& name) {
+  for (FakeSource& source : library.sources) {
+    if (source.name == name) return &source;
   }
   return nullptr;
 }
 
-void unplug(const std::string& name) {
-  std::erase_if(library.sources, [&](const auto& source) { return source->name == name; });
-  if (library.stateChanged != nullptr) library.stateChanged(library.stateContext, BRV_DEVICE_STATE_REMOVED);
-}
-
 bool FakeSource::set(const std::string& parameter, int index) {
-  const bool isChoice = index >= 0 && index < ChoiceCount;
-  if (parameter == "Video Settings" && hasVideo) {
+  const bool isChoice = index == 0 || index == 1;
+  if (parameter == "Video Settings") {
     isFormatChosen = true;
-    if (!isChoice) {
+    if (isChoice) {
+      format = static_cast<std::size_t>(index);
+      rate = 0;
+    } else {
       library.error = "There is no such format.";
-      return false;
     }
-    format = static_cast<std::size_t>(index);
-    rate = 0;
-  } else if (parameter == "Video FPS" && hasVideo) {
-    if (isChoice) rate = static_cast<std::size_t>(index);
-    return isChoice;
-  } else if (parameter == "Audio Settings" && hasAudio) {
-    if (isChoice) soundFormat = index;
-    return isChoice;
+  } else if (isChoice && parameter == "Video FPS") {
+    rate = static_cast<std::size_t>(index);
+  } else if (isChoice) {
+    soundFormat = index;
   }
-  return true;
+  return isChoice;
 }
 
 void FakeSource::deliverVideo() {
   BRV_VideoBuffer record = {};
-  timescale = TicksPerSecond;
+  timescale = 30'000;
   for (int frame = 0; !stops; ++frame) {
     if (frame == 3 || frame == 4) continue;  // the camera loses two
     CVPixelBufferRef buffer = nullptr;
-    const std::size_t width = Formats[format].width;
+    const std::size_t width = Widths[format];
     if (CVPixelBufferCreate(nullptr, width, 2, kCVPixelFormatType_422YpCbCr8_yuvs, nullptr, &buffer) != 0) std::abort();
     CVPixelBufferLockBaseAddress(buffer, 0);
     std::memset(CVPixelBufferGetBaseAddress(buffer), 50 * runs, CVPixelBufferGetDataSize(buffer));
@@ -145,16 +118,18 @@ void FakeSource::deliverVideo() {
     record.format = BRV_FORMAT_PIXEL_BUFFER;
     record.width = static_cast<std::int32_t>(width);
     record.height = 2;
-    record.rowBytes = static_cast<std::int32_t>(CVPixelBufferGetBytesPerRow(buffer));
     record.pixelAspectRatio = 10.0F / 11;
-    record.timeStamp = frame * frameTicks();
+    record.timeStamp = frame * FrameTicks[rate];
     record.data = buffer;
-    if (video != nullptr && videoContext != nullptr) video(videoContext, &record);
+    if (video != nullptr) video(context, &record);
     record.flags = BRV_FLAG_NOT_FIRST;
     CVPixelBufferRelease(buffer);
 
-    if (frame + 1 == framesUntilUnplugged && runs == 2) {  // the run that the host means
-      NSOperationQueue::mainQueue().addOperationWithBlock([name = name] { unplug(name); });
+    if (isLoose && frame == 9 && runs == 2) {  // unplugged in the run that the host means
+      NSOperationQueue::mainQueue().addOperationWithBlock([] {
+        library.sources.remove_if([](const FakeSource& source) { return source.isLoose; });
+        library.stateChanged(library.stateContext, BRV_DEVICE_STATE_REMOVED);
+      });
       return;
     }
   }
@@ -167,58 +142,39 @@ void FakeSource::deliverAudio() {
   for (int run = 0; !stops; ++run) {
     record.timeStamp = run * 480;  // the microphone counts 48,000 to the second
     std::memset(samples.data(), run, samples.size());
-    if (audio != nullptr && audioContext != nullptr) audio(audioContext, &record);
+    if (audio != nullptr) audio(context, &record);
   }
+}
+
+template <typename Callback>
+void listen(const char* sourceId, Callback FakeSource::*callbackOf, Callback callback, void* context) {
+  FakeSource* const source = find(sourceId);
+  if (source == nullptr) return;
+  source->stop();
+  source->*callbackOf = callback;
+  source->context = context;
+  if (context != nullptr) source->start();
 }
 
 void giveText(const std::string& text, char* buffer, int* length) {
-  if (buffer != nullptr) {
-    std::strcpy(buffer, text.c_str());
-  } else if (length != nullptr) {
-    *length = static_cast<int>(text.size());
-  }
+  *length = static_cast<int>(text.size());
+  if (buffer != nullptr) std::strcpy(buffer, text.c_str());
 }
 
-void giveRecord(zBuffer& kept, const zRecord* root, char* buffer, int* length) {
-  if (buffer != nullptr) {
-    std::memcpy(buffer, kept.Data(), static_cast<std::size_t>(*length));
-    kept.MakeEmpty();
-  } else {
-    zXML::RecordToBuffer(&kept, *root, zXML::Format, true, false);
-    *length = static_cast<int>(kept.Length());
-  }
+void giveRecord(const std::string& record, char* buffer, int* length) {
+  if (buffer != nullptr) std::memcpy(buffer, record.data(), record.size());  // no terminator
+  *length = static_cast<int>(record.size());
 }
 
-zRecord* addTo(zRecord& parent, const char* name) {
-  auto* const child = new zRecord(name);
-  parent.AddChild(child, zRecord::AtEnd);
-  return child;
+std::string option(int index, const char* title) {
+  return "<record name=\"option\"><uint16 name=\"value\" value=\"" + std::to_string(index) +
+         "\"/><record name=\"title\"><text name=\"value\" value=\"" + title + "\"/></record></record>";
 }
 
-void addOptions(zRecord& root, const std::vector<const char*>& titles) {
-  for (std::size_t i = 0; i < titles.size(); ++i) {
-    zRecord* const option = addTo(root, "option");
-    option->SetUInt16("value", static_cast<unsigned short>(i), 0);
-    if (titles[i] != nullptr) addTo(*option, "title")->SetCString("value", titles[i], 0);
-  }
-}
-
-std::vector<const char*> titlesOf(const FakeSource& source, const std::string& parameter) {
-  const auto& rates = Formats[source.format].rateTitles;
-  if (parameter == "Audio Settings") {
-    if (!source.hasAudio) return {library.localize("av_source_no_audio_settings")};
-    return {SoundFormats.begin(), SoundFormats.end()};
-  }
-  if (!source.hasVideo) return {library.localize("av_source_no_video_settings")};
-  if (parameter == "Video FPS") return {rates.begin(), rates.end()};
-  return {Formats[0].title, Formats[1].title};
-}
-
-void addSelection(zRecord& root, const char* name, int value) {
-  if (value < 0) return;
-  zRecord* const parameter = addTo(root, "parameter");
-  parameter->SetCString("name", name, 0);
-  parameter->SetInt32("value", value, 0);
+std::string selection(const char* parameter, int index) {
+  if (index < 0) return {};
+  return std::string("<record name=\"parameter\"><text name=\"name\" value=\"") + parameter +
+         "\"/><int32 name=\"value\" value=\"" + std::to_string(index) + "\"/></record>";
 }
 
 }  // namespace
@@ -226,11 +182,15 @@ void addSelection(zRecord& root, const char* name, int value) {
 extern "C" {
 
 BRV_EXPORT int BRV_IntitializeLibrary() {
+  library.sources.emplace_back("Camera Video", true, true, false);
+  library.sources.emplace_back("Mic Audio", false, true, false);
+  library.sources.emplace_back("Loose Video", true, false, true);
   return 1;
 }
 
 BRV_EXPORT void BRV_UninitializeLibrary() {
-  library = {};
+  library.sources.clear();
+  library.error.clear();
 }
 
 BRV_EXPORT void BRV_RegisterLocalizeStringCallback(BRV_LocalizeStringCallback callback) {
@@ -238,16 +198,7 @@ BRV_EXPORT void BRV_RegisterLocalizeStringCallback(BRV_LocalizeStringCallback ca
 }
 
 BRV_EXPORT void BRV_RegisterLogCallback(void*, BRV_LogCallback callback, void* context) {
-  library.log = callback;
-  library.logContext = context;
-  const auto add = [](const char* name, const char* device, bool video, bool audio) -> FakeSource& {
-    return *library.sources.emplace_back(std::make_unique<FakeSource>(name, device, video, audio));
-  };
-  add("Camera Video", "mic-1", true, true);
-  add("Mic Audio", "mic-2", false, true);
-  add("Still Video", "still-1", true, false).isSilent = true;
-  add("Loose Video", "loose-1", true, false).framesUntilUnplugged = 10;
-  if (context != nullptr) callback(context, 4, "%s    %s", "Fake.cpp:1", "found 4 sources\n");
+  if (context != nullptr) callback(context, 4, "%s    %s", "Fake.cpp:1", "found 3 sources\n");
 }
 
 BRV_EXPORT void BRV_RegisterDeviceStateChangedCallback(void*, BRV_DeviceStateChangedCallback callback, void* context) {
@@ -256,7 +207,7 @@ BRV_EXPORT void BRV_RegisterDeviceStateChangedCallback(void*, BRV_DeviceStateCha
 }
 
 BRV_EXPORT void BRV_DisconnectDevice() {
-  for (const auto& source : library.sources) source->stop();
+  for (FakeSource& source : library.sources) source.stop();
 }
 
 BRV_EXPORT void BRV_GetDeviceGroupDisplayName(const char*, char* buffer, int* length) {
@@ -268,7 +219,7 @@ BRV_EXPORT int BRV_GetSourceCount() {
 }
 
 BRV_EXPORT void BRV_GetSourceId(void*, int index, char* buffer, int* length) {
-  giveText(library.sources[static_cast<std::size_t>(index)]->name, buffer, length);
+  giveText(std::next(library.sources.begin(), index)->name, buffer, length);
 }
 
 BRV_EXPORT void BRV_GetErrorMessage(void*, void*, int, char* buffer, int* length) {
@@ -277,41 +228,24 @@ BRV_EXPORT void BRV_GetErrorMessage(void*, void*, int, char* buffer, int* length
 
 BRV_EXPORT void BRV_RegisterVideoDataArrivedCallback(void*, const char* sourceId, BRV_VideoDataArrivedCallback callback,
                                                      void* context) {
-  FakeSource* const source = find(sourceId);
-  if (source == nullptr) return;
-  source->stop();
-  source->video = callback;
-  source->videoContext = context;
-  if (callback != nullptr && context != nullptr) source->start();
+  listen(sourceId, &FakeSource::video, callback, context);
 }
 
 BRV_EXPORT void BRV_RegisterAudioDataArrivedCallback(void*, const char* sourceId, BRV_AudioDataArrivedCallback callback,
                                                      void* context) {
-  FakeSource* const source = find(sourceId);
-  if (source == nullptr) return;
-  source->stop();
-  source->audio = callback;
-  source->audioContext = context;
-  if (callback != nullptr && context != nullptr) source->start();
+  listen(sourceId, &FakeSource::audio, callback, context);
 }
 
 BRV_EXPORT int BRV_SourceSupportsProperty(void*, const char* sourceId, const char* propertyName) {
-  const FakeSource* const source = find(sourceId);
-  if (source == nullptr) return 0;
-  if (std::strcmp(propertyName, "ProvidesVideo") == 0) return source->hasVideo ? 1 : 0;
-  if (std::strcmp(propertyName, "ProvidesAudio") == 0) return source->hasAudio ? 1 : 0;
-  return 0;
+  const std::string name = propertyName;
+  return (name == "ProvidesVideo" && find(sourceId)->hasVideo) || (name == "ProvidesAudio" && find(sourceId)->hasAudio);
 }
 
 BRV_EXPORT int BRV_GetProperty(void* context, BRV_PropertyCallback callback, const char* propertyName,
                                const void* required, const char* sourceId) {
   const FakeSource* const source = find(sourceId);
-  if (source == nullptr || required == nullptr) return 0;
-  if (std::strcmp(propertyName, "device_id") == 0) {
-    callback(context, BRV_PROPERTY_STRING, source->deviceId.c_str());
-    return 0;
-  }
-  const std::int64_t duration = source->timescale > 0 && source->hasVideo ? source->frameTicks() : 0;
+  if (source == nullptr || required == nullptr || std::strcmp(propertyName, "frame_duration") != 0) return 0;
+  const std::int64_t duration = source->timescale > 0 && source->hasVideo ? FrameTicks[source->rate] : 0;
   callback(context, BRV_PROPERTY_INT64, &duration);
   return 1;
 }
@@ -323,33 +257,34 @@ BRV_EXPORT int BRV_GetTimescaleTicksPerSec(void*, const char* sourceId) {
 
 BRV_EXPORT void BRV_QueryParameterOptions(void*, const char* sourceId, const char* parameterName, char* buffer,
                                           int* length) {
-  const FakeSource* const source = find(sourceId);
-  if (source == nullptr) return;
-  zRecord root("parameter");
-  addOptions(root, titlesOf(*source, parameterName));
-  giveRecord(library.options, &root, buffer, length);
+  const FakeSource& source = *find(sourceId);
+  const std::string name = parameterName;
+  const Titles& titles = name == "Audio Settings" ? SoundTitles : name == "Video FPS" ? RateTitles : FormatTitles;
+  const bool isOffered = name == "Audio Settings" ? source.hasAudio : source.hasVideo;
+  giveRecord("<record name=\"parameter\">" +
+                 (isOffered ? option(0, titles[0]) + option(1, titles[1])
+                            : option(0, library.localize("av_source_no_video_settings"))) +
+                 "</record>",
+             buffer, length);
 }
 
 BRV_EXPORT void BRV_GetSourceSettings(void*, const char* sourceId, char* buffer, int* length) {
-  const FakeSource* const source = find(sourceId);
-  if (source == nullptr) return;
-  zRecord root("settings");
-  addSelection(root, "Video Settings", source->hasVideo ? static_cast<int>(source->format) : 0);
-  addSelection(root, "Video FPS", source->hasVideo ? static_cast<int>(source->rate) : 0);
-  addSelection(root, "Audio Settings", source->hasAudio ? source->soundFormat : 0);
-  giveRecord(library.settings, &root, buffer, length);
+  const FakeSource& source = *find(sourceId);
+  giveRecord("<record name=\"settings\">" + selection("Video Settings", static_cast<int>(source.format)) +
+                 selection("Video FPS", static_cast<int>(source.rate)) +
+                 selection("Audio Settings", source.soundFormat) + "</record>",
+             buffer, length);
 }
 
 BRV_EXPORT int BRV_SetSourceSettings(void*, const char* sourceId, const char* settingsText) {
-  FakeSource* const source = find(sourceId);
+  FakeSource& source = *find(sourceId);
   zRecord root;
-  if (source == nullptr) return 1;
-  source->start();
-  if (zXML::ParseBuffer(zXML::Mode, &root, settingsText, -1) != zXML::Success) return 1;
+  source.start();
   int result = 1;
+  if (zXML::ParseBuffer(zXML::Mode, &root, settingsText, -1) != zXML::Success) return result;
   for (unsigned int i = 0; i < root.ChildCount(); ++i) {
     const zRecord& parameter = *root.Child(i);
-    result = source->set(parameter.AsCString("name", "", nullptr), parameter.AsInt32("value", -1)) ? 1 : -7;
+    result = source.set(parameter.AsCString("name", "", nullptr), parameter.AsInt32("value", -1)) ? 1 : -7;
   }
   return result;
 }

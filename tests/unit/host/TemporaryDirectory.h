@@ -1,8 +1,8 @@
 #pragma once
 
-#include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -14,12 +14,11 @@ namespace brvhost {
 class TemporaryDirectory {
  public:
   TemporaryDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "brvhost-XXXXXX").string();
-    _path = ::mkdtemp(pattern.data()) == nullptr ? "." : pattern;
+    if (::mkdtemp(_path.data()) == nullptr) std::abort();
   }
   ~TemporaryDirectory() {
     std::error_code error;
-    if (_path != ".") std::filesystem::remove_all(_path, error);
+    std::filesystem::remove_all(_path, error);
   }
 
   std::string file(const std::string& name) const { return _path + "/" + name; }
@@ -30,7 +29,7 @@ class TemporaryDirectory {
   }
 
  private:
-  std::string _path;
+  std::string _path = (std::filesystem::temp_directory_path() / "brvhost-XXXXXX").string();
 };
 
 }  // namespace brvhost

@@ -1,12 +1,12 @@
+#include <lumora/zBuffer.h>
 #include <lumora/zCritical.h>
-#include <lumora/zString.h>
-#include <lumora/zThread.h>
 #include <lumora/zTrace.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -17,12 +17,21 @@ namespace {
 
 using testing::ElementsAre;
 
-TEST(StringTest, EqualityIsExactAndNullEqualsOnlyNull) {
-  EXPECT_TRUE(zString::string_equal("HDV", std::string("HDV").c_str()));
-  EXPECT_FALSE(zString::string_equal("HDV", "hdv"));
-  EXPECT_FALSE(zString::string_equal("HDV", "HDV "));
-  EXPECT_FALSE(zString::string_equal(nullptr, ""));
-  EXPECT_TRUE(zString::string_equal(nullptr, nullptr));
+TEST(BufferTest, AppendedBytesFollowEachOtherWhateverTheGrowthAndOthersLeaveItAsItWas) {
+  for (const unsigned int increment : {0u, 1u, 4096u}) {
+    zBuffer buffer(0, increment);
+    std::string expected;
+    for (int i = 0; i < 200; ++i) {
+      const std::string piece(static_cast<std::size_t>(i % 7), static_cast<char>(i));
+      expected += piece;
+      ASSERT_TRUE(buffer.Append(piece.data(), static_cast<unsigned int>(piece.size())));
+    }
+    ASSERT_TRUE(buffer.Append(buffer.Data(), buffer.Length()));  // Its own bytes, as it grows.
+    EXPECT_FALSE(buffer.Append(nullptr, 1));
+    EXPECT_FALSE(buffer.Append("x", std::numeric_limits<unsigned int>::max()));
+
+    EXPECT_EQ(std::string(buffer.Data(), buffer.Length() + 1), expected + expected + '\0');
+  }
 }
 
 TEST(CriticalTest, ALockIsRecursiveAndKeepsOtherThreadsOut) {
@@ -40,22 +49,8 @@ TEST(CriticalTest, ALockIsRecursiveAndKeepsOtherThreadsOut) {
     std::thread other(count);
     count();
     other.join();
-
     EXPECT_EQ(counter, 20'000);
   }
-  const zCriticalScope withoutLock(nullptr);
-}
-
-unsigned int requestedSleep = 0;
-
-TEST(ThreadTest, AHostCanReplaceSleepingAndRestoreIt) {
-  zThread::SetSleepFunction([](unsigned int microseconds) { requestedSleep = microseconds; });
-  zThread::MicroSleep(100'000);
-  EXPECT_EQ(requestedSleep, 100'000u);
-
-  zThread::SetSleepFunction(nullptr);
-  zThread::MicroSleep(1);
-  EXPECT_EQ(requestedSleep, 100'000u);
 }
 
 class TraceTest : public testing::Test {
@@ -63,7 +58,6 @@ class TraceTest : public testing::Test {
   void capture() {
     _trace.SetSink([this](const char* note) { _notes.emplace_back(note); });
   }
-
   zTrace _trace;
   std::vector<std::string> _notes;
 };
@@ -77,7 +71,6 @@ TEST_F(TraceTest, NotesReachTheSinkAsTheyAreAndLongOnesCutBetweenCodePoints) {
   for (std::size_t lead = 0; lead < ellipsis.size(); ++lead) {
     std::string text(lead, 'x');
     while (text.size() <= zTrace::MaximumNoteLength) text += ellipsis;
-
     _trace.TraceNote("%s", text.c_str());
 
     const std::size_t whole = (zTrace::MaximumNoteLength - lead) / ellipsis.size() * ellipsis.size();
@@ -110,9 +103,8 @@ TEST_F(TraceTest, NotesOfManyThreadsArriveWholeAndOneByOne) {
   }
   for (std::thread& thread : threads) thread.join();
 
-  for (const char* note : {"thread 0", "thread 1", "thread 2", "thread 3"}) {
+  for (const char* note : {"thread 0", "thread 1", "thread 2", "thread 3"})
     EXPECT_EQ(std::count(_notes.begin(), _notes.end(), note), 100);
-  }
 }
 
 }  // namespace

@@ -1,3 +1,0 @@
-extern "C" __attribute__((visibility("default"))) int BRV_IntitializeLibrary() {
-  return 1;
-}
