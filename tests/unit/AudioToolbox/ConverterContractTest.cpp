@@ -1,4 +1,3 @@
-#include <AudioToolbox/AudioFormat.h>
 #include <support/AllocationCount.h>
 
 #include <functional>
@@ -44,21 +43,6 @@ TEST(AudioConverter, RefusesFormatsThatItCannotReadOrWrite) {
     expectRefusals(of<SInt16>(rate, 2), kAudioConverterErr_InputSampleRateOutOfRange,
                    kAudioConverterErr_OutputSampleRateOutOfRange);
   }
-}
-
-TEST(AudioFormat, RefusesWhatItCannotName) {
-  const auto statusOf = [](AudioFormatPropertyID property, const auto& specifier) {
-    CFStringRef name = nullptr;
-    UInt32 size = sizeof name;
-    return AudioFormatGetProperty(property, sizeof specifier, &specifier, &size, &name);
-  };
-  Description compressed = of<SInt16>(48000, 2);
-  compressed.mFormatID = 0x61616320;
-  const AudioChannelLayout unknown{kAudioChannelLayoutTag_Unknown | 2, 0, 0};
-
-  EXPECT_EQ(statusOf(kAudioFormatProperty_FormatName, compressed), kAudioFormatUnsupportedDataFormatError);
-  EXPECT_EQ(statusOf(kAudioFormatProperty_FormatName, UInt32{0}), kAudioFormatBadSpecifierSizeError);
-  EXPECT_EQ(statusOf(kAudioFormatProperty_ChannelLayoutName, unknown), kAudioFormatUnknownFormatError);
 }
 
 TEST(AudioConverter, AllocatesNothingOnceItHasSeenTheSizesInUse) {
