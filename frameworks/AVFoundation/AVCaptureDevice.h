@@ -24,7 +24,6 @@ enum AVError : std::int64_t {
   AVErrorDeviceNotConnected = -11814,
   AVErrorDeviceInUseByAnotherApplication = -11815,
   AVErrorDeviceLockedForConfigurationByAnotherProcess = -11817,
-  AVErrorOperationNotSupportedForAsset = -11838,
 };
 
 class CaptureStream;
