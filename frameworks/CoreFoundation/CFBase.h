@@ -40,8 +40,12 @@ typedef const void* CFTypeRef;
 typedef const struct OpaqueCFAllocator* CFAllocatorRef;
 typedef const struct OpaqueCFString* CFStringRef;
 
-/// The one allocator. The interfaces accept it (or any other value) and do not read it.
+/// The one allocator. The interfaces accept it, or any other value, and do not read it.
 #define kCFAllocatorDefault ((CFAllocatorRef)0)
+/// Stands for a deallocator that does nothing: the memory stays its owner's.
+#define kCFAllocatorNull ((CFAllocatorRef)1)
+
+enum { kCFNotFound = -1 };
 
 enum { noErr = 0 };
 

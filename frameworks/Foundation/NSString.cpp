@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <map>
 #include <mutex>
 #include <new>
@@ -76,11 +77,24 @@ CFStringRef CFStringCreateWithCString(CFAllocatorRef, const char* text, CFString
   }
 }
 
+CFStringRef CFStringCreateWithCStringNoCopy(CFAllocatorRef allocator, const char* text, CFStringEncoding encoding,
+                                            CFAllocatorRef contentsDeallocator) {
+  return contentsDeallocator == kCFAllocatorNull ? CFStringCreateWithCString(allocator, text, encoding) : nullptr;
+}
+
 CFIndex CFStringGetLength(CFStringRef string) {
   if (!string) return 0;
   CFIndex length = 0;
   for (const char byte : NSString::from(string)->text()) length += unitsBegunBy(static_cast<unsigned char>(byte));
   return length;
+}
+
+CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encoding) {
+  // A pair of surrogates takes four bytes, less than twice what one unit may take.
+  constexpr CFIndex BytesOfOneUnit = 3;
+  constexpr CFIndex Longest = std::numeric_limits<CFIndex>::max() / BytesOfOneUnit;
+  if (encoding != kCFStringEncodingUTF8 || length < 0 || length > Longest) return kCFNotFound;
+  return length * BytesOfOneUnit;
 }
 
 const char* CFStringGetCStringPtr(CFStringRef string, CFStringEncoding encoding) {

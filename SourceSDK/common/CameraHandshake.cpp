@@ -1,0 +1,38 @@
+#include "common/CameraHandshake.h"
+
+#include <lumora/zSocket.h>
+#include <lumora/zString.h>
+
+namespace CSDK {
+
+bool Perform_BrevantaCam_HandShaking(std::string host) noexcept {
+  static constexpr char kHandShakeMsg[] = "MERIDIANLINKOPENS";
+  static constexpr char kHandShakeOK[] = "OK";
+  static constexpr unsigned int kHandShakeMsgSize = 17;  // Without its terminator, which is not sent.
+  static constexpr unsigned int kHandShakeOKSize = 2;
+  static constexpr unsigned short kHandShakePort = 554;
+  static constexpr int kHandShakeTimeoutMilliseconds = 3000;
+  static_assert(sizeof kHandShakeMsg == kHandShakeMsgSize + 1 && sizeof kHandShakeOK == kHandShakeOKSize + 1);
+
+  // As a C string it would name another host: the part in front of the zero byte.
+  if (host.find('\0') != std::string::npos) return false;
+
+  const zSocketHolder socket(zSocket::Factory());
+  if (!socket) return false;
+  socket->SetNoDelay(1);
+  if (socket->Connect(host.c_str(), kHandShakePort, kHandShakeTimeoutMilliseconds) != 0) return false;
+
+  // What counts is that all of the greeting left; how the sending ended tells nothing more.
+  unsigned int sent = 0;
+  socket->Send(kHandShakeMsg, kHandShakeMsgSize, sent, kHandShakeTimeoutMilliseconds);
+  if (sent != kHandShakeMsgSize) return false;
+
+  char answer[kHandShakeOKSize + 1] = {};
+  unsigned int received = 0;
+  socket->SetRecvTimeout(kHandShakeTimeoutMilliseconds);
+  if (socket->Receive(answer, kHandShakeOKSize, received) != 0) return false;
+  answer[received] = '\0';
+  return zString::string_equal(answer, kHandShakeOK);
+}
+
+}  // namespace CSDK

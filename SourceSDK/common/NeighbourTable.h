@@ -1,0 +1,49 @@
+#pragma once
+
+// The system's table of IPv4 neighbours and their hardware addresses. It is read through a socket of its own, so any
+// number of threads may do so at once.
+
+#include <netinet/in.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace CSDK {
+
+struct Neighbour {
+  in_addr_t address;  ///< In network byte order.
+  /// The first six bytes of the link-layer address.
+  std::array<std::uint8_t, 6> hardwareAddress;
+};
+
+/// The entries that have a link-layer address of six bytes or more, in the kernel's order. Left out are addresses that
+/// the kernel made up rather than learned, such as those of multicast groups. Nothing when the kernel refuses, answers
+/// with something that makes no sense, or falls silent for a second. When the table keeps changing while it is read, an
+/// entry that changes may be missing or there twice.
+///
+/// Throws std::bad_alloc.
+std::optional<std::vector<Neighbour>> readNeighbourTable();
+
+/// What a sequence of datagrams with the kernel's answer to one request has brought so far.
+struct NeighbourAnswer {
+  enum class State {
+    Expected,  ///< There is more to come.
+    Complete,
+    Failed,  ///< The kernel reported an error, or a message is cut short.
+  };
+
+  State state = State::Expected;
+  /// The table changed between two datagrams.
+  bool isInterrupted = false;
+  std::vector<Neighbour> neighbours;
+};
+
+/// Adds the messages of one datagram to the answer to request `sequence`; messages of other requests and of other kinds
+/// are passed over. Reads nothing but the bytes, whatever they are. Throws std::bad_alloc.
+void addDatagram(std::span<const std::byte> datagram, std::uint32_t sequence, NeighbourAnswer& answer);
+
+}  // namespace CSDK

@@ -1,0 +1,143 @@
+#include <gtest/gtest.h>
+#include <lumora/zSocket.h>
+#include <pthread.h>
+
+#include <csignal>
+#include <filesystem>
+#include <future>
+#include <iterator>
+#include <string>
+
+#include "support/LoopbackPeer.h"
+#include "support/NetworkNamespace.h"
+
+namespace {
+
+using Peer = LoopbackPeer;
+
+constexpr int Ample = 60'000, Brief = 100;
+
+class SocketTest : public testing::Test {
+ protected:
+  ~SocketTest() override {
+    socket.reset();
+    EXPECT_EQ(openDescriptors(), _descriptorsBefore) << "descriptors are left";
+  }
+  static std::ptrdiff_t openDescriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+  }
+
+  const std::ptrdiff_t _descriptorsBefore = openDescriptors();
+  zSocketHolder socket{zSocket::Factory()};
+  unsigned int count = 77;
+};
+
+TEST_F(SocketTest, LongMessagesArriveWholeInBothDirectionsOverEitherProtocol) {
+  std::string sent(8u << 20, '\0');
+  for (std::size_t i = 0; i < sent.size(); ++i) sent[i] = static_cast<char>(i * 2654435761u >> 24);
+  const auto length = static_cast<unsigned int>(sent.size());
+  socket->SetRecvTimeout(Ample);
+
+  for (const char* address : {"127.0.0.1", "::1"}) {
+    if (socket->Connect(address, 1, Ample) == zSocket::Unreachable) GTEST_SKIP() << "no loopback at " << address;
+    const Peer echo(
+        Peer::Answers, [&](int caller) { Peer::say(caller, Peer::hear(caller, length)); }, address);
+    ASSERT_EQ(socket->Connect(address, echo.port(), Ample), zSocket::Success) << address;
+    EXPECT_EQ(socket->Send(sent.data(), length, count, Ample), zSocket::Success);
+    EXPECT_EQ(count, length);
+    std::string received(length, 'x');
+    EXPECT_EQ(socket->Receive(received.data(), length, count), zSocket::Success);
+    EXPECT_EQ(count, length);
+    EXPECT_TRUE(received == sent);
+  }
+}
+
+TEST_F(SocketTest, AConnectionThatFailsTellsWhyAndLeavesNone) {
+  const Peer refusing(Peer::Refuses), silent(Peer::IsSilent);
+  const std::string local("127.0.0.1"), tooLong(5000, 'h'), unknown(64, 'h');  // A label has at most 63 bytes.
+  struct Case {
+    const char* host;
+    unsigned short port;
+    int timeout, result;
+  };
+  for (const Case& c : {Case{nullptr, 554, Brief, zSocket::InvalidArgument},
+                        {"", 554, Brief, zSocket::InvalidArgument},
+                        {tooLong.c_str(), 554, Brief, zSocket::InvalidArgument},
+                        {local.c_str(), 0, Brief, zSocket::InvalidArgument},
+                        {local.c_str(), refusing.port(), -1, zSocket::InvalidArgument},
+                        {unknown.c_str(), 554, Brief, zSocket::UnknownHost},
+                        {local.c_str(), refusing.port(), Ample, zSocket::Refused},
+                        {local.c_str(), silent.port(), Brief, zSocket::TimedOut},
+                        {local.c_str(), silent.port(), 0, zSocket::TimedOut}}) {
+    const Peer before(Peer::Answers, [](int caller) { Peer::hear(caller); });
+    EXPECT_EQ(socket->Connect(local.c_str(), before.port(), Ample), zSocket::Success);
+
+    EXPECT_EQ(socket->Connect(c.host, c.port, c.timeout), c.result) << (c.host ? c.host : "null") << " " << c.port;
+
+    EXPECT_EQ(socket->Send("x", 1, count, Brief), zSocket::NotConnected);
+    EXPECT_EQ(socket->Receive(&count, 1, count), zSocket::NotConnected);
+  }
+}
+
+TEST_F(SocketTest, AnAddressThatNeverAnswersDoesNotKeepTheNextOneFromItsTurn) {
+  const auto body = [&] {
+    const Peer silent(Peer::IsSilent, {}, "127.0.0.2");
+    const Peer camera(
+        Peer::Answers, [](int) {}, "127.0.0.3", silent.port());
+    EXPECT_EQ(socket->Connect("camera", camera.port(), 10 * Brief), zSocket::Success);
+  };
+  RUN_IN_NETWORK_NAMESPACE(body, "127.0.0.2 camera\n127.0.0.3 camera\n");
+}
+
+TEST_F(SocketTest, SendingToAPeerThatDoesNotReadEndsWithTheCountThatLeft) {
+  std::promise<void> ended;
+  std::size_t heard = 0;
+  {
+    const Peer peer(Peer::Answers, [&](int caller) {
+      ended.get_future().wait();
+      heard = Peer::hear(caller).size();
+    });
+    const std::string message(64u << 20, 'x');
+    EXPECT_EQ(socket->Connect("127.0.0.1", peer.port(), Ample), zSocket::Success);
+    EXPECT_EQ(socket->Send(message.data(), 64u << 20, count, Brief), zSocket::TimedOut);
+    socket.reset();
+    ended.set_value();
+  }
+  EXPECT_GT(heard, 0u);
+  EXPECT_EQ(heard, count);
+}
+
+TEST_F(SocketTest, NeitherPiecesNorSignalsMoveTheEndOfReceiving) {
+  struct sigaction handled = {}, before = {};
+  handled.sa_handler = [](int) {};
+  sigaction(SIGUSR1, &handled, &before);
+  {
+    const Peer trickle(Peer::Answers, [client = pthread_self()](int caller) {
+      while (Peer::dawdle(caller, 5) && pthread_kill(client, SIGUSR1) == 0 && Peer::dawdle(caller, 5))
+        Peer::say(caller, ".");
+    });
+    char buffer[10'000];
+    EXPECT_EQ(socket->Connect("127.0.0.1", trickle.port(), Ample), zSocket::Success);
+    EXPECT_EQ(socket->SetRecvTimeout(Brief), zSocket::Success);
+    EXPECT_EQ(socket->SetRecvTimeout(-1), zSocket::InvalidArgument);
+    EXPECT_EQ(socket->Receive(buffer, sizeof buffer, count), zSocket::TimedOut);
+    EXPECT_LT(count, sizeof buffer);
+    socket.reset();
+  }
+  sigaction(SIGUSR1, &before, nullptr);
+}
+
+TEST_F(SocketTest, APeerThatHangsUpIsNoticedByReceivingAndSendingWithoutASignal) {
+  const Peer peer(Peer::Answers, [](int caller) { Peer::say(caller, "O"); });
+  char answer[2] = {};
+  EXPECT_EQ(socket->Connect("127.0.0.1", peer.port(), Ample), zSocket::Success);
+  EXPECT_EQ(socket->Receive(answer, 2, count), zSocket::Closed);
+  EXPECT_EQ(count, 1u);
+  EXPECT_EQ(answer[0], 'O');
+
+  int result = zSocket::Success;
+  while (result == zSocket::Success) result = socket->Send("x", 1, count, Ample);
+  EXPECT_EQ(result, zSocket::Closed);
+}
+
+}  // namespace
