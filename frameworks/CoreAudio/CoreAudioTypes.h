@@ -53,6 +53,14 @@ typedef struct AudioBufferList {
   AudioBuffer mBuffers[1];
 } AudioBufferList;
 
+/// Names the value to be translated and the place for what it translates to.
+typedef struct AudioValueTranslation {
+  void* mInputData;
+  UInt32 mInputDataSize;
+  void* mOutputData;
+  UInt32 mOutputDataSize;
+} AudioValueTranslation;
+
 typedef UInt32 AudioChannelLayoutTag;
 /// The number of channels a tag stands for is its lower half.
 #define kAudioChannelLayoutTag_Unknown 0xFFFF0000u
@@ -79,6 +87,7 @@ typedef struct AudioChannelLayout {
 CF_EXTERN_C_END
 
 #ifdef __cplusplus
+static_assert(sizeof(AudioValueTranslation) == 32);
 static_assert(sizeof(AudioStreamBasicDescription) == 40);
 static_assert(offsetof(AudioStreamBasicDescription, mReserved) == 36);
 static_assert(sizeof(AudioBuffer) == 16 && offsetof(AudioBufferList, mBuffers) == 8);

@@ -21,13 +21,19 @@ typedef struct CMIOObjectPropertyAddress {
 enum { kCMIOObjectSystemObject = 1 };
 enum { kCMIOObjectPropertyScopeGlobal = 0x676C6F62 /* 'glob' */ };
 enum { kCMIOObjectPropertyElementMaster = 0 };
-enum { kCMIOHardwarePropertyAllowScreenCaptureDevices = 0x79657320 /* 'yes ' */ };
+enum {
+  kCMIOHardwarePropertyAllowScreenCaptureDevices = 0x79657320,  // 'yes '
+  kCMIOHardwarePropertyDeviceForUID = 0x64756964,               // 'duid'
+};
+enum { kCMIODevicePropertyVideoDigitizerComponents = 0x76646967 /* 'vdig' */ };
 
 enum {
   kCMIOHardwareNoError = 0,
   kCMIOHardwareUnknownPropertyError = 0x77686F3F,  // 'who?'
   kCMIOHardwareBadPropertySizeError = 0x2173697A,  // '!siz'
   kCMIOHardwareBadObjectError = 0x216F626A,        // '!obj'
+  kCMIOHardwareBadDeviceError = 0x21646576,        // '!dev'
+  kCMIOHardwareUnspecifiedError = 0x77686174,      // 'what'
 };
 
 /// Sets a property. Known on the system object: kCMIOHardwarePropertyAllowScreenCaptureDevices (a UInt32,
@@ -36,6 +42,19 @@ enum {
 OSStatus CMIOObjectSetPropertyData(CMIOObjectID objectID, const CMIOObjectPropertyAddress* address,
                                    UInt32 qualifierDataSize, const void* qualifierData, UInt32 dataSize,
                                    const void* data);
+
+/// Reads a property into `data`; `*dataUsed` (may be null) is the number of bytes written. Known on the system object:
+/// kCMIOHardwarePropertyDeviceForUID, for which `data` is an AudioValueTranslation from the address of a CFStringRef to
+/// that of a CMIOObjectID. A unique ID that is not of a device plugged in now, with pictures, that this layer knows,
+/// gives kCMIOHardwareBadDeviceError and leaves the output as it was. A device keeps its object ID for the life of the
+/// process. Any thread.
+OSStatus CMIOObjectGetPropertyData(CMIOObjectID objectID, const CMIOObjectPropertyAddress* address,
+                                   UInt32 qualifierDataSize, const void* qualifierData, UInt32 dataSize,
+                                   UInt32* dataUsed, void* data);
+
+/// Whether an object has a property: those above of the system object, and of a device that is plugged in,
+/// kCMIODevicePropertyVideoDigitizerComponents (which has no value here). False for an unknown object. Any thread.
+Boolean CMIOObjectHasProperty(CMIOObjectID objectID, const CMIOObjectPropertyAddress* address);
 
 CF_EXTERN_C_END
 

@@ -59,6 +59,8 @@ struct DeviceDescription {
   bool hasAudio = false;
   bool isMuxed = false;                    ///< one stream of picture and sound; its formats are video formats
   bool isScreenCapture = false;            ///< listed only once screen-capture devices are admitted
+  bool isKnownToCoreMediaIO = true;        ///< whether that layer has an object for the device, if it has pictures
+  bool hasVideoDigitizer = false;          ///< a component that makes digital pictures of an analogue signal
   std::vector<std::string> linkedDevices;  ///< unique IDs
   std::vector<VideoFormat> videoFormats;
   std::vector<AudioFormat> audioFormats;

@@ -166,6 +166,14 @@ constexpr DeviceKey DeviceKeys[] = {
      [](DeviceDraft& draft, const Entry& entry, const std::string&) {
        draft.device.description.isScreenCapture = require(parseYesNo(entry.value), entry.line);
      }},
+    {"core media io", false,
+     [](DeviceDraft& draft, const Entry& entry, const std::string&) {
+       draft.device.description.isKnownToCoreMediaIO = require(parseYesNo(entry.value), entry.line);
+     }},
+    {"video digitizer", false,
+     [](DeviceDraft& draft, const Entry& entry, const std::string&) {
+       draft.device.description.hasVideoDigitizer = require(parseYesNo(entry.value), entry.line);
+     }},
     {"plugged in", false,
      [](DeviceDraft& draft, const Entry& entry, const std::string&) {
        draft.device.isPluggedAtFirst = require(parseYesNo(entry.value), entry.line);
@@ -236,7 +244,8 @@ void checkMediaKeys(const DeviceDraft& draft) {
   const DeviceDescription& described = draft.device.description;
   const bool hasPictures = described.hasVideo || described.isMuxed;
   const bool hasSound = described.hasAudio || described.isMuxed;
-  for (const std::string_view key : {"video format", "picture", "video timescale", "video fault", "pixel aspect"}) {
+  for (const std::string_view key : {"video format", "picture", "video timescale", "video fault", "pixel aspect",
+                                     "core media io", "video digitizer"}) {
     if (!hasPictures && draft.has(key)) fail(draft.lineOf(key), "the device has no pictures");
   }
   for (const std::string_view key : {"audio format", "sound", "audio timescale", "audio fault", "audio buffer"}) {

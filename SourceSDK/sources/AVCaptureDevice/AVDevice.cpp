@@ -7,6 +7,7 @@
 
 #include <optional>
 
+#include "AVCaptureDevice+VDIGCategory.h"
 #include "AVDeviceManager.h"
 #include "AVLog.h"
 
@@ -116,12 +117,7 @@ void Device::observeSession() {
 }
 
 std::string Device::_GenerateName(const std::string& baseName, eMediaType type) const {
-  const std::string suffix = type == video ? " Video" : type == audio ? " Audio" : "";
-  std::string candidate = baseName + suffix;
-  for (int n = 1; _pDeviceManager->getDeviceWithName(candidate); ++n) {
-    candidate = baseName + " " + std::to_string(n) + suffix;
-  }
-  return candidate;
+  return _pDeviceManager->unusedName(baseName, type == video ? " Video" : type == audio ? " Audio" : "");
 }
 
 bool Device::_CreateVideoDevice(Ref<AVCaptureDevice> device) {
@@ -246,7 +242,7 @@ void Device::setVideoTrackDevice(AVCaptureDevice* device) {
 void Device::startDevice() {
   if (isRunning()) return;
   reconnectAudioOutput();
-  _pSession->startRunning();
+  startSession();
   if (!_videoFormatSelected) _SetSupportedVideoFormat(getBestSupportedVideoFormatIndex());
 }
 
@@ -263,7 +259,20 @@ void Device::restartDevice() {
     _pSession->stopRunning();
     reconnectAudioOutput();
   }
-  _pSession->startRunning();
+  startSession();
+}
+
+void Device::startSession() {
+  std::lock_guard lock(_startLock);
+  if (!_isRetired) _pSession->startRunning();
+}
+
+void Device::retireDevice() {
+  {
+    std::lock_guard lock(_startLock);
+    _isRetired = true;
+  }
+  stopDevice();
 }
 
 bool Device::isRunning() const {
@@ -375,6 +384,11 @@ bool Device::hasAudioStream() const {
 bool Device::hasVideoStream() const {
   std::lock_guard lock(_graphLock);
   return bool{_pVideoDevice};
+}
+
+bool Device::_HasVideoDigitizerComponents() const {
+  const auto device = videoDevice();
+  return device && hasVDIGComponent(*device);
 }
 
 Ref<AVCaptureDevice> Device::videoDevice() const {

@@ -56,6 +56,8 @@ class Device {
   void stopDevice();
   /// Stops a running session, and starts it in every case. Leaves the video format alone.
   void restartDevice();
+  /// Stops the session for good: starting does nothing from now on.
+  void retireDevice();
   /// True from the session's notification that it started to the one that it stopped, both of which pass through the
   /// main thread.
   bool isRunning() const;
@@ -142,6 +144,9 @@ class Device {
   int getDeviceWidth() const;
   int getDeviceHeight() const;
 
+  /// Whether CoreMediaIO says that a video digitizer stands behind the camera; false without video.
+  bool _HasVideoDigitizerComponents() const;
+
  private:
   struct AudioCallback {
     BRV_AudioDataArrivedCallback callback = nullptr;
@@ -155,6 +160,8 @@ class Device {
   void createAudioOutput(Ref<AVCaptureDevice> device, VCaptureDelegate* videoDelegate, const std::string& queueLabel,
                          std::string deviceID);
   bool _SetSupportedVideoFormat(int index);
+
+  void startSession();
 
   Ref<AVCaptureDevice> videoDevice() const;
   Ref<AVCaptureDevice> audioDevice() const;
@@ -189,6 +196,10 @@ class Device {
   std::uint64_t _selectedAudioFormatIndex = ~std::uint64_t{0};
   std::atomic<bool> _videoFormatSelected{false};
   std::vector<Ref<AVCaptureDeviceFormat>> _pAudioFormats;
+
+  /// Held while the session starts, so that none starts behind its retirement.
+  std::mutex _startLock;
+  bool _isRetired = false;
 
   /// Held while pairing rebuilds the graph, and by whatever changes callbacks or reconnects outputs, so that neither
   /// undoes the other. Capture queues are waited for with it held: nothing that a host may call from its data
