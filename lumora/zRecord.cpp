@@ -123,11 +123,18 @@ const zField* zRecord::Find(const char* key) const noexcept {
   return field != _fields.end() ? &*field : nullptr;
 }
 
-void zRecord::Set(const char* key, zField::Value value) {
+template <typename Value>
+void zRecord::Set(const char* key, Value value) {
   if (!key) return;
-  if (const zField* const field = Find(key)) {
-    _fields[static_cast<std::size_t>(field - _fields.data())].value = std::move(value);
-  } else {
-    _fields.push_back({key, std::move(value)});
-  }
+  const zField* const known = Find(key);
+  zField& field = known ? _fields[static_cast<std::size_t>(known - _fields.data())] : Append(key);
+  field.value = std::move(value);
+}
+
+/// A field without a value yet behind all others. Made in its place: moving a field costs as much as making it.
+zField& zRecord::Append(const char* name) {
+  std::string text(name);
+  zField& field = _fields.emplace_back();
+  field.name = std::move(text);
+  return field;
 }

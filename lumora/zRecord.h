@@ -78,7 +78,9 @@ class zRecord {
   void DestroyChildren() noexcept;
   bool IsSameOrAbove(const zRecord* record) const noexcept;
   const zField* Find(const char* key) const noexcept;
-  void Set(const char* key, zField::Value value);
+  template <typename Value>
+  void Set(const char* key, Value value);
+  zField& Append(const char* name);
 
   std::string _name;
   zRecord* _parent = nullptr;

@@ -106,7 +106,7 @@ class zXMLReader {
     if (!readAttributes(attributes, &name, &value)) return fail(zXML::Malformed);
     std::optional<zField::Value> typed = valueOfType(type, value);
     if (!typed) return fail(zXML::Malformed);
-    _current->_fields.push_back({name, *std::move(typed)});
+    _current->Append(name).value = *std::move(typed);
     _inField = true;
   }
 

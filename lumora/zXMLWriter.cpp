@@ -52,21 +52,25 @@ constexpr std::array<ByteKind, 256> ByteKinds = [] {
   return kinds;
 }();
 
+/// Writes into an empty buffer, piece by piece: only the buffer grows to the length of the document.
 class RecordWriter {
  public:
-  explicit RecordWriter(bool indented) : _indented(indented) {}
+  RecordWriter(zBuffer& buffer, bool indented) : _buffer(buffer), _indented(indented) {
+    _text.reserve(LongestPiece + LongestPiece / 4);
+  }
 
   zXML::Result write(const zRecord& record, bool declaration) {
     if (declaration) {
       _text += R"(<?xml version="1.0" encoding="UTF-8"?>)";
       endLine();
     }
-    return writeRecord(record, 1);
+    const zXML::Result result = writeRecord(record, 1);
+    return result == zXML::Success ? flush() : result;
   }
 
-  const std::string& text() const noexcept { return _text; }
-
  private:
+  static constexpr std::size_t LongestPiece = 64 * 1024;
+
   /// Recursive, which the bound on depth allows.
   zXML::Result writeRecord(const zRecord& record, unsigned int depth) {
     if (depth > zXML::MaximumDepth) return zXML::TooDeep;
@@ -89,7 +93,14 @@ class RecordWriter {
     indent(depth);
     _text += "</record>";
     endLine();
-    return _text.size() <= zXML::MaximumLength ? zXML::Success : zXML::TooLong;
+    return _text.size() < LongestPiece ? zXML::Success : flush();
+  }
+
+  zXML::Result flush() {
+    if (_text.size() > zXML::MaximumLength - _buffer.Length()) return zXML::TooLong;
+    if (!_buffer.Append(_text.data(), static_cast<unsigned int>(_text.size()))) return zXML::OutOfMemory;
+    _text.clear();
+    return zXML::Success;
   }
 
   bool writeField(const zField& field, unsigned int depth) {
@@ -153,7 +164,8 @@ class RecordWriter {
     if (_indented) _text += '\n';
   }
 
-  std::string _text;
+  zBuffer& _buffer;
+  std::string _text;  ///< the piece
   const bool _indented;
 };
 
@@ -164,13 +176,12 @@ int zXML::RecordToBuffer(zBuffer* buffer, const zRecord& record, unsigned int fo
   if (!buffer) return InvalidArgument;
   buffer->MakeEmpty();
   if (format != Format) return InvalidArgument;
+  Result result = OutOfMemory;
   try {
-    RecordWriter writer(indented);
-    if (const Result result = writer.write(record, declaration); result != Success) return result;
-    const std::string& text = writer.text();
-    if (text.size() > MaximumLength) return TooLong;
-    return buffer->Append(text.data(), static_cast<unsigned int>(text.size())) ? Success : OutOfMemory;
+    result = RecordWriter(*buffer, indented).write(record, declaration);
   } catch (const std::exception&) {
-    return OutOfMemory;
+    result = OutOfMemory;
   }
+  if (result != Success) buffer->MakeEmpty();
+  return result;
 }

@@ -144,15 +144,8 @@ bool AVCaptureDevice::hasMediaType(AVMediaType mediaType) const {
 }
 
 std::vector<Ref<AVCaptureDevice>> AVCaptureDevice::linkedDevices() const {
-  std::vector<Ref<AVCaptureDevice>> linked;
-  if (_state->description.linkedDevices.empty()) return linked;
-  const auto present = devices();
-  for (const std::string& uniqueID : _state->description.linkedDevices) {
-    const auto found = std::find_if(present.begin(), present.end(),
-                                    [&](const Ref<AVCaptureDevice>& device) { return device->uniqueID() == uniqueID; });
-    if (found != present.end()) linked.push_back(*found);
-  }
-  return linked;
+  const auto& uniqueIDs = _state->description.linkedDevices;
+  return uniqueIDs.empty() ? std::vector<Ref<AVCaptureDevice>>() : CaptureDeviceRegistry::shared().devices(uniqueIDs);
 }
 
 const std::vector<Ref<AVCaptureDeviceFormat>>& AVCaptureDevice::formats() const {

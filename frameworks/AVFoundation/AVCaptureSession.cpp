@@ -2,7 +2,6 @@
 #include <AVFoundation/CaptureStream.h>
 
 #include <algorithm>
-#include <map>
 
 namespace {
 
@@ -20,11 +19,21 @@ bool offersNothingElse(const AVCaptureDevice& device, AVMediaType mediaType) {
   return device.hasMediaType(mediaType) && !device.hasMediaType(other) && !device.hasMediaType(AVMediaTypeMuxed);
 }
 
-/// The connections of each device, so that a device starts and stops once for all of its own.
-std::map<AVCaptureDevice*, std::vector<Ref<AVCaptureConnection>>> byDevice(
-    const std::vector<Ref<AVCaptureConnection>>& connections) {
-  std::map<AVCaptureDevice*, std::vector<Ref<AVCaptureConnection>>> sorted;
-  for (const auto& connection : connections) sorted[&connection->input().device()].push_back(connection);
+struct ConnectionsOfDevice {
+  AVCaptureDevice* device;
+  std::vector<Ref<AVCaptureConnection>> own;
+};
+
+/// The connections of each device, so that a device starts and stops once for all of its own; in the order in which the
+/// devices were connected.
+std::vector<ConnectionsOfDevice> byDevice(const std::vector<Ref<AVCaptureConnection>>& connections) {
+  std::vector<ConnectionsOfDevice> sorted;
+  for (const auto& connection : connections) {
+    AVCaptureDevice* const device = &connection->input().device();
+    auto entry = std::ranges::find(sorted, device, &ConnectionsOfDevice::device);
+    if (entry == sorted.end()) entry = sorted.insert(entry, {device, {}});
+    entry->own.push_back(connection);
+  }
   return sorted;
 }
 

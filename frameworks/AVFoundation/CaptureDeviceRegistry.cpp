@@ -1,8 +1,6 @@
 #include <AVFoundation/CaptureDeviceRegistry.h>
 #include <AVFoundation/CaptureStream.h>
 
-#include <algorithm>
-
 CaptureDeviceRegistry& CaptureDeviceRegistry::shared() {
   // Never destroyed: devices may be asked for, or come and go, until the very end of the process.
   static auto* const registry = [] {
@@ -36,27 +34,38 @@ void CaptureDeviceRegistry::attachPresent(const std::shared_ptr<hardware::Provid
     {
       std::lock_guard lock(_lock);
       if (_provider != provider) return;
-      Entry& entry = entryFor(device->description());
-      entry.isConnected = true;
-      object = entry.device;
+      object = entryFor(device->description())->device;
     }
-    object->attach(device);
-    std::unique_lock lock(_lock);
-    if (_provider == provider) continue;
-    lock.unlock();
-    object->detach();  // the provider has been replaced meanwhile
-    return;
+    attach(*object, device, provider.get());
   }
+}
+
+/// A device is listed only once it can be opened. False when it is not listed.
+bool CaptureDeviceRegistry::attach(AVCaptureDevice& object, const std::shared_ptr<hardware::Device>& device,
+                                   const hardware::Provider* provider) {
+  object.attach(device);
+  {
+    std::lock_guard lock(_lock);
+    if (_provider.get() == provider) {
+      const auto entry = entryFor(device->description());
+      setConnected(entry, true);
+      return isListed(*entry);
+    }
+  }
+  object.detach();
+  return false;
 }
 
 /// The provider's handler may be running, and wait for devices to be listed, while it is retired.
 void CaptureDeviceRegistry::forgetProvider() {
   std::shared_ptr<hardware::Provider> provider;
-  std::vector<Entry> entries;
+  Entries entries;
   {
     std::lock_guard lock(_lock);
     provider = std::exchange(_provider, nullptr);
-    entries = std::exchange(_entries, {});
+    _byID.clear();
+    entries.splice(entries.end(), _connected);
+    entries.splice(entries.end(), _unplugged);
   }
   if (provider) provider->setEventHandler(nullptr);
   for (const Entry& entry : entries) entry.device->detach();
@@ -66,8 +75,20 @@ std::vector<Ref<AVCaptureDevice>> CaptureDeviceRegistry::devices() {
   prepare();
   std::lock_guard lock(_lock);
   std::vector<Ref<AVCaptureDevice>> listed;
-  for (const Entry& entry : _entries) {
+  listed.reserve(_connected.size());
+  for (const Entry& entry : _connected) {
     if (isListed(entry)) listed.push_back(entry.device);
+  }
+  return listed;
+}
+
+std::vector<Ref<AVCaptureDevice>> CaptureDeviceRegistry::devices(const std::vector<std::string>& uniqueIDs) {
+  prepare();
+  std::lock_guard lock(_lock);
+  std::vector<Ref<AVCaptureDevice>> listed;
+  for (const std::string& uniqueID : uniqueIDs) {
+    const auto found = _byID.find(uniqueID);
+    if (found != _byID.end() && isListed(*found->second)) listed.push_back(found->second->device);
   }
   return listed;
 }
@@ -85,8 +106,8 @@ void CaptureDeviceRegistry::setAllowsScreenCaptureDevices(bool allows) {
     std::lock_guard lock(_lock);
     if (_allowsScreenCapture == allows) return;
     _allowsScreenCapture = allows;
-    for (const Entry& entry : _entries) {
-      if (entry.isConnected && entry.isScreenCapture) changed.push_back(entry.device);
+    for (const Entry& entry : _connected) {
+      if (entry.isScreenCapture) changed.push_back(entry.device);
     }
   }
   post(allows ? AVCaptureDeviceWasConnectedNotification : AVCaptureDeviceWasDisconnectedNotification, changed);
@@ -102,20 +123,16 @@ void CaptureDeviceRegistry::handle(const hardware::Provider* provider, hardware:
     {
       std::lock_guard lock(_lock);
       if (_provider.get() != provider) return;
-      Entry& entry = entryFor(device->description());
-      object = entry.device;
+      const auto entry = entryFor(device->description());
+      object = entry->device;
       // What left may have come back already, as another piece of hardware.
       const auto present = object->stream().hardware();
       if (!isAttached && present && present != device) return;
-      const bool wasListed = isListed(entry);
-      entry.isConnected = isAttached;
-      isToldOf = wasListed || isListed(entry);
-      // A device that comes back is listed behind the others, as a new one would be.
-      const auto position = _entries.begin() + (&entry - _entries.data());
-      if (isAttached) std::rotate(position, position + 1, _entries.end());
+      isToldOf = isListed(*entry);
+      if (!isAttached) setConnected(entry, false);
     }
     if (isAttached) {
-      object->attach(device);
+      isToldOf = attach(*object, device, provider);
     } else {
       object->detach();
     }
@@ -128,16 +145,30 @@ void CaptureDeviceRegistry::handle(const hardware::Provider* provider, hardware:
   dropUnused();
 }
 
-CaptureDeviceRegistry::Entry& CaptureDeviceRegistry::entryFor(const hardware::DeviceDescription& description) {
-  const auto known = std::find_if(_entries.begin(), _entries.end(),
-                                  [&](const Entry& entry) { return entry.device->uniqueID() == description.uniqueID; });
-  if (known != _entries.end()) return *known;
-  return _entries.emplace_back(Entry{makeRef<AVCaptureDevice>(description), description.isScreenCapture, false});
+CaptureDeviceRegistry::Entries::iterator CaptureDeviceRegistry::entryFor(
+    const hardware::DeviceDescription& description) {
+  if (const auto known = _byID.find(description.uniqueID); known != _byID.end()) return known->second;
+  const auto entry = _unplugged.insert(
+      _unplugged.end(), Entry{makeRef<AVCaptureDevice>(description), description.isScreenCapture, false});
+  _byID.emplace(entry->device->uniqueID(), entry);
+  return entry;
+}
+
+/// A device that comes back is listed behind the others, as a new one would be.
+void CaptureDeviceRegistry::setConnected(Entries::iterator entry, bool isConnected) {
+  Entries& former = entry->isConnected ? _connected : _unplugged;
+  Entries& next = isConnected ? _connected : _unplugged;
+  entry->isConnected = isConnected;
+  next.splice(next.end(), former, entry);
 }
 
 /// An object that only the registry holds cannot gain a holder while the lock is held.
 void CaptureDeviceRegistry::dropUnused() {
-  std::erase_if(_entries, [](const Entry& entry) { return !entry.isConnected && entry.device->retainCount() == 1; });
+  std::erase_if(_unplugged, [this](const Entry& entry) {
+    if (entry.device->retainCount() > 1) return false;
+    _byID.erase(entry.device->uniqueID());
+    return true;
+  });
 }
 
 void CaptureDeviceRegistry::post(NSNotificationName name, const std::vector<Ref<AVCaptureDevice>>& devices) {

@@ -6,8 +6,12 @@
 #include <AVFoundation/AVCaptureDevice.h>
 #include <Hardware.h>
 
+#include <list>
 #include <memory>
 #include <mutex>
+#include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 class CaptureDeviceRegistry {
@@ -16,6 +20,9 @@ class CaptureDeviceRegistry {
 
   /// The devices that are plugged in and may be listed, in the system's order.
   std::vector<Ref<AVCaptureDevice>> devices();
+
+  /// Those of them with these IDs, in the order of the IDs. Looks each up and makes no list of all.
+  std::vector<Ref<AVCaptureDevice>> devices(const std::vector<std::string>& uniqueIDs);
 
   /// Lets devices of the screen-capture kind be listed, or hides them again; posts the notifications that go with it.
   void setAllowsScreenCaptureDevices(bool allows);
@@ -28,6 +35,7 @@ class CaptureDeviceRegistry {
     bool isScreenCapture = false;
     bool isConnected = false;
   };
+  using Entries = std::list<Entry>;
 
   CaptureDeviceRegistry() = default;
 
@@ -36,11 +44,14 @@ class CaptureDeviceRegistry {
   void forgetProvider();
   void handle(const hardware::Provider* provider, hardware::DeviceEvent event,
               const std::shared_ptr<hardware::Device>& device);
+  bool attach(AVCaptureDevice& object, const std::shared_ptr<hardware::Device>& device,
+              const hardware::Provider* provider);
   void attachPresent(const std::shared_ptr<hardware::Provider>& provider);
   bool isListed(const Entry& entry) const {
     return entry.isConnected && (!entry.isScreenCapture || _allowsScreenCapture);
   }
-  Entry& entryFor(const hardware::DeviceDescription& description);
+  Entries::iterator entryFor(const hardware::DeviceDescription& description);
+  void setConnected(Entries::iterator entry, bool isConnected);
   void dropUnused();
   static void post(NSNotificationName name, const std::vector<Ref<AVCaptureDevice>>& devices);
 
@@ -50,6 +61,9 @@ class CaptureDeviceRegistry {
   std::mutex _changes;
   std::mutex _lock;
   std::shared_ptr<hardware::Provider> _provider;
-  std::vector<Entry> _entries;  ///< connected ones in the order of their connection
+  Entries _connected;  ///< in the order of their connection
+  Entries _unplugged;  ///< those that someone held when they went
+  /// Where the entry of each ID is, so that the arrival of n devices does not compare each with all others.
+  std::unordered_map<std::string_view, Entries::iterator> _byID;
   bool _allowsScreenCapture = false;
 };

@@ -23,9 +23,11 @@ class ToneSound final : public AudioSource {
       _sampleRate = sampleRate;
     }
     const std::size_t frames = samples.size() / channels;
+    _run.resize(frames);
+    _tone.samplesFrom(_position, sampleRate, _run);
+    _position += frames;
     for (std::size_t i = 0; i < frames; ++i) {
-      const double sample = _tone.sampleAt(_position++, sampleRate);
-      for (std::uint32_t channel = 0; channel < channels; ++channel) samples[i * channels + channel] = sample;
+      for (std::uint32_t channel = 0; channel < channels; ++channel) samples[i * channels + channel] = _run[i];
     }
     return frames;
   }
@@ -36,6 +38,7 @@ class ToneSound final : public AudioSource {
   Tone _tone;
   std::uint64_t _position = 0;
   double _sampleRate = 0;
+  std::vector<double> _run;
 };
 
 class SoundClip final : public AudioSource {

@@ -54,7 +54,9 @@ struct Provider::Listener {
 Provider::Provider(Rig rig) : _rig(std::move(rig)), _epoch(runtime::Scheduler::current().now()) {
   for (RigDevice& device : _rig.devices) {
     adoptMediaFormats(device);  // where it cannot, opening the device fails with the reason
-    if (device.isPluggedAtFirst) _pluggedIn.push_back(std::make_shared<SimulatedDevice>(device, _epoch));
+    if (device.isPluggedAtFirst) add(std::make_shared<SimulatedDevice>(device, _epoch));
+    if (device.fireWireUnit) _fireWireDevices.push_back(&device);
+    _known.emplace(device.description.uniqueID, &device);
   }
   std::stable_sort(_rig.script.begin(), _rig.script.end(),
                    [](const ScriptedEvent& a, const ScriptedEvent& b) { return a.seconds < b.seconds; });
@@ -73,9 +75,8 @@ std::vector<std::shared_ptr<Device>> Provider::devices() {
 
 std::shared_ptr<SimulatedDevice> Provider::device(std::string_view uniqueID) {
   std::lock_guard lock(_mutex);
-  const auto found = std::find_if(_pluggedIn.begin(), _pluggedIn.end(),
-                                  [&](const auto& device) { return device->description().uniqueID == uniqueID; });
-  return found == _pluggedIn.end() ? nullptr : *found;
+  const auto found = _pluggedInByID.find(uniqueID);
+  return found == _pluggedInByID.end() ? nullptr : *found->second;
 }
 
 void Provider::setEventHandler(EventHandler handler) {
@@ -90,25 +91,27 @@ void Provider::setEventHandler(EventHandler handler) {
 FireWireBus Provider::fireWireBus() {
   FireWireBus bus = _rig.bus;
   if (!bus.units) return bus;
-  for (const RigDevice& device : _rig.devices) {
-    if (device.fireWireUnit && this->device(device.description.uniqueID)) bus.units->push_back(*device.fireWireUnit);
+  for (const RigDevice* device : _fireWireDevices) {
+    if (this->device(device->description.uniqueID)) bus.units->push_back(*device->fireWireUnit);
   }
   return bus;
 }
 
 bool Provider::plug(std::string_view uniqueID) {
-  const auto known = std::find_if(_rig.devices.begin(), _rig.devices.end(),
-                                  [&](const RigDevice& device) { return device.description.uniqueID == uniqueID; });
-  if (known == _rig.devices.end()) return false;
-  const auto plugged = std::make_shared<SimulatedDevice>(*known, _epoch);
-  {
-    std::lock_guard lock(_mutex);
-    const bool isThere = std::any_of(_pluggedIn.begin(), _pluggedIn.end(),
-                                     [&](const auto& device) { return device->description().uniqueID == uniqueID; });
-    if (isThere) return false;
-    _pluggedIn.push_back(plugged);
-  }
+  const auto known = _known.find(uniqueID);
+  if (known == _known.end()) return false;
+  const auto plugged = std::make_shared<SimulatedDevice>(*known->second, _epoch);
+  if (!add(plugged)) return false;
   notify(DeviceEvent::attached, plugged);
+  return true;
+}
+
+/// False when there is one with its ID.
+bool Provider::add(std::shared_ptr<SimulatedDevice> device) {
+  std::lock_guard lock(_mutex);
+  const std::string_view uniqueID = device->description().uniqueID;
+  if (_pluggedInByID.contains(uniqueID)) return false;
+  _pluggedInByID.emplace(uniqueID, _pluggedIn.insert(_pluggedIn.end(), std::move(device)));
   return true;
 }
 
@@ -118,7 +121,11 @@ bool Provider::unplug(std::string_view uniqueID) {
   unplugged->unplug();
   {
     std::lock_guard lock(_mutex);
-    if (std::erase(_pluggedIn, unplugged) == 0) return false;  // another thread was quicker
+    const auto found = _pluggedInByID.find(uniqueID);
+    if (found == _pluggedInByID.end() || *found->second != unplugged) return false;  // another thread was quicker
+    const auto place = found->second;
+    _pluggedInByID.erase(found);
+    _pluggedIn.erase(place);
   }
   notify(DeviceEvent::detached, unplugged);
   return true;

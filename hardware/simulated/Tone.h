@@ -3,6 +3,7 @@
 // A sine that is the same wherever one begins to listen: each sample is computed from its place alone.
 
 #include <cstdint>
+#include <span>
 
 namespace hardware::simulated {
 
@@ -14,7 +15,12 @@ class Tone {
   /// The sample at frame `index`, counted from where the phase is 0. Accurate for days of sound.
   double sampleAt(std::uint64_t index, double sampleRate) const;
 
+  /// The samples from frame `index` on, to within 1e-12 of full scale, at a fraction of what a sine for each would cost.
+  void samplesFrom(std::uint64_t index, double sampleRate, std::span<double> samples) const;
+
  private:
+  double phaseAt(std::uint64_t index, double sampleRate) const;
+
   double _frequency;
   double _amplitude;
 };

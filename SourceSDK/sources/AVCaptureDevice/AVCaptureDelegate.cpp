@@ -18,14 +18,13 @@ constexpr std::int32_t LevelOther = 4;
 
 std::int32_t truncated(double length) {
   constexpr double most = std::numeric_limits<std::int32_t>::max();
-  return std::isfinite(length) ? static_cast<std::int32_t>(std::clamp(length, -most, most)) : 0;
+  if (length >= -most && length <= most) return static_cast<std::int32_t>(length);
+  if (!std::isfinite(length)) return 0;
+  return static_cast<std::int32_t>(length < 0 ? -most : most);
 }
 
-/// Width of a pixel divided by its height; 1 where the picture does not say both.
-float pixelAspectRatio(CVImageBufferRef image) {
-  const auto* ratio =
-      static_cast<CFDictionaryRef>(CVBufferGetAttachment(image, kCVImageBufferPixelAspectRatioKey, nullptr));
-  if (!ratio) return 1.0F;
+/// Width of a pixel divided by its height; 1 where the attachment does not say both.
+float ratioOf(CFDictionaryRef ratio) {
   const auto* horizontal =
       static_cast<CFNumberRef>(CFDictionaryGetValue(ratio, kCVImageBufferPixelAspectRatioHorizontalSpacingKey));
   const auto* vertical =
@@ -72,6 +71,17 @@ std::uint32_t frameCount(const AudioStreamBasicDescription& stream, std::size_t 
 
 }  // namespace
 
+float PixelAspectRatio::of(CVImageBufferRef image) {
+  const auto* attached =
+      static_cast<CFDictionaryRef>(CVBufferGetAttachment(image, kCVImageBufferPixelAspectRatioKey, nullptr));
+  if (!attached) return 1.0F;
+  if (attached != _lastAttached.get()) {
+    _lastAttached = CFRef<CFDictionaryRef>::retain(attached);
+    _ratio = ratioOf(attached);
+  }
+  return _ratio;
+}
+
 // VCaptureDelegate
 
 Ref<VCaptureDelegate> VCaptureDelegate::initWithDevice(AV::Device* device) {
@@ -103,7 +113,7 @@ void VCaptureDelegate::fillRecord(CVImageBufferRef image, std::int64_t timeStamp
   _videoBuffer.width = truncated(size.width);
   _videoBuffer.height = truncated(size.height);
   _videoBuffer.rowBytes = static_cast<std::int32_t>(CVPixelBufferGetBytesPerRow(image));
-  _videoBuffer.pixelAspectRatio = pixelAspectRatio(image);
+  _videoBuffer.pixelAspectRatio = _pixelAspectRatio.of(image);
   _videoBuffer.timeStamp = timeStamp;
   _videoBuffer.data = image;
 }

@@ -9,6 +9,8 @@
 
 #include <AVFoundation/AVFoundation.h>
 #include <AudioToolbox/AudioConverter.h>
+#include <CoreFoundation/CFRef.h>
+#include <CoreVideo/CVImageBuffer.h>
 #include <Foundation/NSObject.h>
 
 #include <atomic>
@@ -32,6 +34,18 @@ class DirtyMark {
 
  private:
   std::atomic<bool> _isSet{false};
+};
+
+/// The shape of a picture's pixels. A camera attaches one dictionary, which never changes, to all its pictures: it is
+/// held, and read when another one comes, which saves a frame the look-ups and conversions of two numbers.
+class PixelAspectRatio {
+ public:
+  /// Width divided by height; 1 where the picture does not say both.
+  float of(CVImageBufferRef image);
+
+ private:
+  CFRef<CFDictionaryRef> _lastAttached;
+  float _ratio = 1.0F;
 };
 
 class VCaptureDelegate final : public NSObject, public AVCaptureVideoDataOutputSampleBufferDelegate {
@@ -85,6 +99,7 @@ class VCaptureDelegate final : public NSObject, public AVCaptureVideoDataOutputS
   BRV_VideoDataArrivedCallback _pVideoDataArriveCallback = nullptr;
   void* _pVideoDataArriveContext = nullptr;
   BRV_VideoBuffer _videoBuffer{};
+  PixelAspectRatio _pixelAspectRatio;
   DirtyMark _dirty;
 };
 

@@ -153,19 +153,22 @@ void DeviceManager::markHDV(Device& source, const std::string& uniqueID) {
 void DeviceManager::_DetectDeviceDisconnect() {
   std::lock_guard pass(_passLock);
   const auto present = AVCaptureDevice::devices();
-  while (Device* absent = findAbsentDevice(present)) _RemoveDevice(absent);
+  std::unordered_set<std::string_view> presentIDs;
+  for (const auto& device : present) presentIDs.insert(device->uniqueID());
+  std::string place;
+  while (Device* absent = findAbsentDevice(presentIDs, place)) _RemoveDevice(absent);
 }
 
-/// The first source, in the order of the table of devices in use, of which neither capture device is present.
-Device* DeviceManager::findAbsentDevice(const std::vector<Ref<AVCaptureDevice>>& present) const {
+/// The first source, in the order of the table of devices in use, of which neither capture device is present. The walk
+/// goes on from `place`, where the one before ended: a removal leaves nothing in front of it that is absent.
+Device* DeviceManager::findAbsentDevice(const std::unordered_set<std::string_view>& presentIDs,
+                                        std::string& place) const {
   std::lock_guard lock(_tableLock);
-  for (const auto& [uniqueID, source] : totalDeviceTable) {
-    const std::string videoID = source->getVideoDeviceID();
-    const std::string audioID = source->getAudioDeviceID();
-    const bool isPresent = std::any_of(present.begin(), present.end(), [&](const Ref<AVCaptureDevice>& device) {
-      return device->uniqueID() == videoID || device->uniqueID() == audioID;
-    });
-    if (!isPresent) return source;
+  for (auto entry = totalDeviceTable.lower_bound(place); entry != totalDeviceTable.end(); ++entry) {
+    const auto& [uniqueID, source] = *entry;
+    if (presentIDs.contains(source->getVideoDeviceID()) || presentIDs.contains(source->getAudioDeviceID())) continue;
+    place = uniqueID;
+    return source;
   }
   return nullptr;
 }

@@ -87,6 +87,8 @@ DeviceManager* DeviceManager::instance() {
 }
 
 DeviceManager::DeviceManager() {
+  // A device that comes between the two observers' registrations is not detected before both hear of what goes.
+  std::lock_guard pass(_passLock);
   pAVCDeviceManager = std::make_unique<AVCDeviceManager>();
   observeHotPlug();
   pPrefs = std::make_unique<CapturePrefs>(stringByAppendingPathComponent(NSHomeDirectory(), PreferenceFile));
@@ -95,7 +97,11 @@ DeviceManager::DeviceManager() {
 DeviceManager::~DeviceManager() {
   for (const auto& observer : observers) NSNotificationCenter::defaultCenter().removeObserver(observer.get());
   observers.clear();
-  while (Device* first = getDeviceWithIndex(0)) _RemoveDevice(first);
+  const auto firstDevice = [this] {
+    std::lock_guard lock(_tableLock);
+    return deviceList.first();
+  };
+  while (Device* first = firstDevice()) _RemoveDevice(first);
   pPrefs.reset();
   setStateChangeCallback(nullptr, nullptr);
   pAVCDeviceManager.reset();
@@ -109,8 +115,8 @@ int DeviceManager::getDeviceCount() const {
 
 Device* DeviceManager::getDeviceWithIndex(int index) const {
   std::lock_guard lock(_tableLock);
-  return index >= 0 && static_cast<std::size_t>(index) < deviceList.size() ? deviceList[static_cast<std::size_t>(index)]
-                                                                           : nullptr;
+  const auto& list = deviceList.list();
+  return index >= 0 && static_cast<std::size_t>(index) < list.size() ? list[static_cast<std::size_t>(index)] : nullptr;
 }
 
 Device* DeviceManager::getDeviceWithName(const std::string& name) const {
@@ -120,25 +126,24 @@ Device* DeviceManager::getDeviceWithName(const std::string& name) const {
 
 Device* DeviceManager::getDeviceWithID(const std::string& id) const {
   std::lock_guard lock(_tableLock);
-  for (const auto& [name, device] : deviceMap) {
-    if (device->getVideoDeviceID() == id || device->getAudioDeviceID() == id) return device;
-  }
-  return nullptr;
+  return deviceList.firstWithID(id);
 }
 
 int DeviceManager::getIndexOfDeviceWithName(const std::string& name) const {
   std::lock_guard lock(_tableLock);
-  const auto found = std::find_if(deviceList.begin(), deviceList.end(),
-                                  [&](const Device* device) { return device->getDeviceName() == name; });
-  return found == deviceList.end() ? -1 : static_cast<int>(found - deviceList.begin());
+  const auto& list = deviceList.list();
+  const auto found =
+      std::find_if(list.begin(), list.end(), [&](const Device* device) { return device->getDeviceName() == name; });
+  return found == list.end() ? -1 : static_cast<int>(found - list.begin());
 }
 
 int DeviceManager::getIndexOfDeviceID(const std::string& id) const {
   std::lock_guard lock(_tableLock);
-  const auto found = std::find_if(deviceList.begin(), deviceList.end(), [&](const Device* device) {
+  const auto& list = deviceList.list();
+  const auto found = std::find_if(list.begin(), list.end(), [&](const Device* device) {
     return device->getAudioDeviceID() == id || device->getVideoDeviceID() == id;
   });
-  return found == deviceList.end() ? -1 : static_cast<int>(found - deviceList.begin());
+  return found == list.end() ? -1 : static_cast<int>(found - list.begin());
 }
 
 Device* DeviceManager::_getDeviceFromTotalDevice(const std::string& uniqueID) const {
@@ -156,6 +161,17 @@ Device* DeviceManager::find(const DeviceTable& table, const std::string& key) {
   return entry == table.end() ? nullptr : entry->second;
 }
 
+std::string DeviceManager::unusedName(const std::string& baseName, const std::string& suffix) {
+  std::lock_guard lock(_tableLock);
+  std::string candidate = baseName + suffix;
+  if (!find(deviceMap, candidate)) return candidate;
+  int& number = nextNameNumbers.try_emplace({baseName, suffix}, 1).first->second;
+  for (;; ++number) {
+    candidate = baseName + " " + std::to_string(number) + suffix;
+    if (!find(deviceMap, candidate)) return candidate;
+  }
+}
+
 DeviceUse DeviceManager::useDeviceWithName(const std::string& name) {
   std::lock_guard lock(_tableLock);
   return use(find(deviceMap, name));
@@ -163,8 +179,9 @@ DeviceUse DeviceManager::useDeviceWithName(const std::string& name) {
 
 DeviceUse DeviceManager::useDeviceWithIndex(int index) {
   std::lock_guard lock(_tableLock);
-  const bool isValid = index >= 0 && static_cast<std::size_t>(index) < deviceList.size();
-  return use(isValid ? deviceList[static_cast<std::size_t>(index)] : nullptr);
+  const auto& list = deviceList.list();
+  const bool isValid = index >= 0 && static_cast<std::size_t>(index) < list.size();
+  return use(isValid ? list[static_cast<std::size_t>(index)] : nullptr);
 }
 
 DeviceUse DeviceManager::use(Device* device) {
@@ -206,18 +223,19 @@ void DeviceManager::_AddDevice(Device* device) {
   Device*& entry = deviceMap[device->getDeviceName()];
   if (entry) return;
   entry = device;
-  deviceList.push_back(device);
+  deviceList.add(device);
 }
 
 void DeviceManager::_RemoveDevice(Device* device) {
   const std::string name = device->getDeviceName();
-  device->stopDevice();
+  // A use that is under way might start it again, and the host be called by a source that it no longer finds.
+  device->retireDevice();
   _removeFromTotalDeviceTable(device);
   {
     std::lock_guard lock(_tableLock);
     deviceMap.erase(name);
-    const auto position = std::find(deviceList.begin(), deviceList.end(), device);
-    if (position != deviceList.end()) deviceList.erase(position);
+    nextNameNumbers.clear();
+    deviceList.remove(device);
   }
   if (_uses->waitForOthers(device)) delete device;
 }
@@ -237,6 +255,7 @@ void DeviceManager::_addToTotalDeviceTable(Device* device) {
     Device*& entry = totalDeviceTable[key];
     if (!entry) entry = device;
   }
+  deviceList.update(device);
 }
 
 void DeviceManager::_removeFromTotalDeviceTable(Device* device) {
@@ -270,7 +289,7 @@ void DeviceManager::PrintDeviceList() const {
   std::vector<Line> lines;
   {
     std::lock_guard lock(_tableLock);
-    for (const Device* device : deviceList) {
+    for (const Device* device : deviceList.list()) {
       lines.push_back({device->getDeviceName(), device->getAudioDeviceID(), device->getVideoDeviceID()});
     }
   }

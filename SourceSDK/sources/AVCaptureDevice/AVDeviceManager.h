@@ -14,12 +14,16 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
+#include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "AVC/AVCDeviceManager.h"
 #include "AVCapturePrefs.h"
 #include "AVDevice.h"
+#include "AVDeviceIndex.h"
 #include "BRV_AVCapture.h"
 
 namespace AV {
@@ -97,6 +101,10 @@ class DeviceManager {
   Device* _getDeviceFromTotalDevice(const std::string& uniqueID) const;
   bool hasDeviceRunning() const;
 
+  /// The first of "BASE SUFFIX", "BASE 1 SUFFIX", "BASE 2 SUFFIX" and so on that no source has; a suffix brings its
+  /// blank.
+  std::string unusedName(const std::string& baseName, const std::string& suffix);
+
   DeviceUse useDeviceWithName(const std::string& name);
   DeviceUse useDeviceWithIndex(int index);
 
@@ -146,7 +154,7 @@ class DeviceManager {
   bool joinsLinkedVideo(AVCaptureDevice& device);
   Device* addSource(AVCaptureDevice& device, std::string& error);
   void markHDV(Device& source, const std::string& uniqueID);
-  Device* findAbsentDevice(const std::vector<Ref<AVCaptureDevice>>& present) const;
+  Device* findAbsentDevice(const std::unordered_set<std::string_view>& presentIDs, std::string& place) const;
 
   static std::vector<std::string> tableKeys(const Device& device);
   static Device* find(const DeviceTable& table, const std::string& key);
@@ -154,8 +162,11 @@ class DeviceManager {
   std::vector<DeviceUse> useAllDevices();
 
   DeviceTable deviceMap;
-  std::vector<Device*> deviceList;
+  DeviceIndex deviceList;
   DeviceTable totalDeviceTable;
+  /// For a base name and a suffix, the number below which every name is taken, so that the thousandth device of a name
+  /// does not try the names of all others first. Forgotten when a name becomes free.
+  std::map<std::pair<std::string, std::string>, int> nextNameNumbers;
   std::string languageCode;
   std::string lastErrorMessage;
   /// The host's device-state callback. Shared with the call in progress, which may end the library.

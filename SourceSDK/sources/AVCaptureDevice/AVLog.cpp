@@ -1,14 +1,14 @@
 #include "AVLog.h"
 
 #include <Foundation/NSPathUtilities.h>
-#include <Foundation/NSProcessInfo.h>
+#include <dispatch/Scheduler.h>
 
 #include <array>
 #include <atomic>
-#include <cmath>
 #include <cstdarg>
 #include <cstdio>
-#include <functional>
+#include <cstring>
+#include <forward_list>
 #include <map>
 #include <mutex>
 #include <new>
@@ -16,27 +16,30 @@
 #include <string_view>
 #include <utility>
 
-namespace {
-
-double now() {
-  return NSProcessInfo::processInfo().systemUptime();
-}
-
-}  // namespace
-
-AV_LogCount::AV_LogCount() : _created(now()) {}
-
 std::int32_t AV_LogCount::logCount() {
-  constexpr std::int64_t LongestPauseNanoseconds = 5'000'000'000;
-  const double time = _created - now();
-  if (_lastLogTime && std::llround((*_lastLogTime - time) * 1e9) > LongestPauseNanoseconds) _logCount = 0;
+  constexpr std::int64_t LongestPause = 5 * runtime::NanosecondsPerSecond;
+  const std::int64_t time = runtime::Scheduler::current().now();
+  if (_lastLogTime && time - *_lastLogTime > LongestPause) _logCount = 0;
   _lastLogTime = time;
   return _logCount++;
 }
 
 namespace AV {
 
-using LogTable = std::map<std::string, AV_LogCount, std::less<>>;
+/// One count for each file name and line. A burst does not pay for cutting the name out of the path and writing a key
+/// of name and line, which would cost several times as much as all the rest of a suppressed call: call sites are found
+/// by line and path as they come.
+struct LogTable {
+  using Counts = std::map<std::string, AV_LogCount>;
+  struct CallSite {
+    std::string path;
+    std::int32_t line;
+    Counts::value_type* count;
+  };
+
+  Counts counts;
+  std::array<std::forward_list<CallSite>, 256> callSites;  ///< by the low bits of the line
+};
 
 // What the last registration left, guarded by g_logLock. Nothing here has a destructor that would run when the module
 // is unloaded or the process ends, so that a thread may log as late as it likes.
@@ -76,20 +79,29 @@ void endAtCharacter(Message& message) {
 constexpr std::size_t LongestFileName = 255;
 using Key = std::array<char, LongestFileName + 48>;
 
+/// The count of a call site, made at its first call; null when there is no memory for it.
+LogTable::Counts::value_type* countOf(const char* path, std::int32_t line) {
+  auto& callSites = g_pLogTable->callSites[static_cast<std::uint32_t>(line) % g_pLogTable->callSites.size()];
+  for (const auto& site : callSites) {
+    if (site.line == line && std::strcmp(site.path.c_str(), path) == 0) return site.count;
+  }
+  try {
+    std::string key(lastPathComponent(path).substr(0, LongestFileName));
+    key += ':' + std::to_string(static_cast<std::uint32_t>(line));
+    auto& count = *g_pLogTable->counts.try_emplace(std::move(key)).first;
+    callSites.push_front({path, line, &count});
+    return &count;
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
 enum class Verdict { suppress, emit, summarise };
 
-Verdict decide(std::string_view key) {
-  auto entry = g_pLogTable->find(key);
-  if (entry == g_pLogTable->end()) {
-    try {
-      entry = g_pLogTable->try_emplace(std::string(key)).first;
-    } catch (const std::bad_alloc&) {
-      return Verdict::suppress;
-    }
-  }
-  const std::int32_t count = entry->second.logCount();
+Verdict decide(AV_LogCount& record) {
+  const std::int32_t count = record.logCount();
   if (count > g_maxLogCount) {
-    entry->second.setLogCount(g_minLogCount);
+    record.setLogCount(g_minLogCount);
     return Verdict::summarise;
   }
   return count >= g_minLogCount ? Verdict::suppress : Verdict::emit;
@@ -126,14 +138,13 @@ void _aux_log(std::int32_t level, std::int32_t line, const char* file, const cha
   {
     std::lock_guard lock(g_logLock);
     if (!g_pLogTable || !_log) return;
-    const std::string_view name = lastPathComponent(file).substr(0, LongestFileName);
-    const int length = std::snprintf(key.data(), key.size(), "%.*s:%u", static_cast<int>(name.size()), name.data(),
-                                     static_cast<unsigned>(line));
-    const auto keyLength = static_cast<std::size_t>(length);
-    const Verdict verdict = decide({key.data(), keyLength});
+    auto* const entry = countOf(file, line);
+    const Verdict verdict = entry ? decide(entry->second) : Verdict::suppress;
     if (verdict == Verdict::suppress) return;
+    const std::string& text = entry->first;
+    std::memcpy(key.data(), text.c_str(), text.size() + 1);
     if (verdict == Verdict::summarise) {
-      std::snprintf(key.data() + keyLength, key.size() - keyLength, " x %d", g_netLogCount);
+      std::snprintf(key.data() + text.size(), key.size() - text.size(), " x %d", g_netLogCount);
     }
     callback = _log;
     context = pLogContext;

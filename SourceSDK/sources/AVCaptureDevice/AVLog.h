@@ -12,8 +12,6 @@
 /// How often a call site has logged in its current burst. Guarded by the log's lock.
 class AV_LogCount {
  public:
-  AV_LogCount();
-
   /// Counts one call and returns how many came before it in the burst. More than five seconds of quiet begin a new one.
   std::int32_t logCount();
 
@@ -21,10 +19,8 @@ class AV_LogCount {
 
  private:
   std::int32_t _logCount = 0;
-  /// Creation time minus the time of the previous count, in seconds: 0 or negative. Empty before the first count.
-  std::optional<double> _lastLogTime;
-  /// Creation time on the monotonic clock, in seconds.
-  double _created;
+  /// Time of the previous count on the monotonic clock, in nanoseconds. Empty before the first count.
+  std::optional<std::int64_t> _lastLogTime;
 };
 
 namespace AV {
@@ -42,5 +38,5 @@ void setLog(BRV_LogCallback callback, void* context, std::int32_t maximumCount, 
 
 }  // namespace AV
 
-/// Logs from the place where it stands.
-#define AV_LOG(level, ...) ::AV::_aux_log((level), __LINE__, __FILE__, __VA_ARGS__)
+/// Logs from the place where it stands. It passes the name without its directories, which is quicker to compare.
+#define AV_LOG(level, ...) ::AV::_aux_log((level), __LINE__, __FILE_NAME__, __VA_ARGS__)

@@ -12,35 +12,28 @@ using testing::ElementsAre;
 
 class FireWireRegistryTest : public FrameworkTest {
  protected:
-  void setUnits(std::vector<hardware::FireWireUnit> units) { provider->bus.units = std::move(units); }
-
+  LogCapture log;
   std::shared_ptr<fake::Provider> provider = fake::install({});
 };
 
-TEST_F(FireWireRegistryTest, OnlyMPEGWithoutDVIsHDV) {
-  setUnits({{1, false, true}, {2, true, true}, {3, false, false}, {4, true, false}});
+TEST_F(FireWireRegistryTest, EveryLookUpSeesTheBusAsItIsAndTheLaterOfTwoUnitsCounts) {
+  provider->bus.units = {{1, false, true}, {2, true, true}, {3, false, false}, {7, false, true}, {7, true, false}};
   AV::AVCDeviceManager registry;
-
   EXPECT_TRUE(registry.isDeviceHDV(1));
-  for (unsigned long long other : {2ULL, 3ULL, 4ULL, 5ULL, 0ULL}) EXPECT_FALSE(registry.isDeviceHDV(other)) << other;
-}
-
-TEST_F(FireWireRegistryTest, EveryLookUpSeesTheBusAsItIs) {
-  setUnits({{7, false, true}, {7, true, false}});
-  AV::AVCDeviceManager registry;
+  for (unsigned long long other : {0ULL, 2ULL, 3ULL, 7ULL}) EXPECT_FALSE(registry.isDeviceHDV(other)) << other;
   ASSERT_NE(registry.deviceWithUID(7), nullptr);
-  EXPECT_TRUE(registry.deviceWithUID(7)->isDVDevice) << "the later of two units counts";
+  EXPECT_TRUE(registry.deviceWithUID(7)->isDVDevice);
 
-  setUnits({});
+  provider->bus.units->clear();
   EXPECT_FALSE(registry.hasDeviceWithUID(7));
   provider->bus.units.reset();
   EXPECT_EQ(registry.deviceWithUID(7), nullptr);
 }
 
 TEST_F(FireWireRegistryTest, TheListIsAppendedInOrderOfGUIDsWithoutARefresh) {
-  setUnits({{9, false, true}, {3, false, true}});
+  provider->bus.units = {{9, false, true}, {3, false, true}};
   AV::AVCDeviceManager registry;
-  setUnits({});
+  provider->bus.units->clear();
   const AVS::AVCDevice other{};
   zList<const AVS::AVCDevice*> list;
   list.Append(&other);
@@ -54,16 +47,13 @@ TEST_F(FireWireRegistryTest, TheListIsAppendedInOrderOfGUIDsWithoutARefresh) {
 }
 
 TEST_F(FireWireRegistryTest, WithoutAControllerNothingIsFound) {
-  LogCapture log;
-  provider->bus.openStatus = static_cast<int>(0xE00002C0);
-  setUnits({{1, false, true}});
+  provider->bus = {static_cast<int>(0xE00002C0), std::vector<hardware::FireWireUnit>{{1, false, true}}};
 
   AV::AVCDeviceManager registry;
 
   EXPECT_THAT(log.lines(),
               ElementsAre("3 bvDeviceManager_avs::init_controller() - couldnt create controller 0xe00002c0"));
   EXPECT_FALSE(registry.hasDeviceWithUID(1));
-  EXPECT_FALSE(registry.isDeviceHDV(0));
 }
 
 }  // namespace

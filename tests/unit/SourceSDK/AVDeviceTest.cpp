@@ -3,13 +3,11 @@
 #include <Foundation/NSValue.h>
 #include <gmock/gmock.h>
 
-#include <future>
+#include <atomic>
 #include <thread>
 
-#include "AVDeviceManager.h"
-#include "support/FakeHardware.h"
-#include "support/FrameworkTest.h"
-#include "support/LogCapture.h"
+#include "SourceTest.h"
+#include "support/Gate.h"
 
 namespace {
 
@@ -17,116 +15,101 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 /// A source made by detection, and what its callbacks received.
-class DeviceTest : public FrameworkTest {
+class DeviceTest : public SourceTest {
  protected:
-  ~DeviceTest() override { delete manager; }
-
-  void detect(std::vector<std::shared_ptr<fake::Device>> devices) {
-    provider = fake::install(std::move(devices));
-    manager = AV::DeviceManager::instance();
-    manager->detectDeviceConnect();
-  }
-  AV::Device& source() { return *manager->getDeviceWithIndex(0); }
-
   /// Starts without the pause for the automatic choice of a format.
   void start() { source().restartDevice(); }
-
-  static void countVideo(void* context, BRV_VideoBuffer* buffer) {
-    auto* test = static_cast<DeviceTest*>(context);
-    test->videoTimes.push_back(buffer->timeStamp);
-    if (test->duringVideo) test->duringVideo();
-  }
-  static void countAudio(void* context, BRV_AudioBuffer* buffer) {
-    static_cast<DeviceTest*>(context)->audioTimes.push_back(buffer->timeStamp);
-  }
   void registerBoth() {
-    source().setVideoDataArriveCallback(countVideo, this);
-    source().setAudioDataArrivedCallback(countAudio, this);
+    source().setVideoDataArriveCallback(
+        [](void* context, BRV_VideoBuffer* buffer) {
+          auto* test = static_cast<DeviceTest*>(context);
+          test->videoTimes.push_back(buffer->timeStamp);
+          if (test->duringVideo) test->duringVideo();
+        },
+        this);
+    source().setAudioDataArrivedCallback(
+        [](void* context, BRV_AudioBuffer* buffer) {
+          auto* test = static_cast<DeviceTest*>(context);
+          const auto* samples = static_cast<const std::int16_t*>(buffer->data);
+          test->audioTimes.push_back(buffer->timeStamp);
+          test->sounds.emplace_back(samples, samples + buffer->dataLength / 2);
+        },
+        this);
+  }
+  void captureSound(fake::Device& device, CMTime time) {
+    const std::vector<std::int16_t> silence(2048);
+    device.captureSound(time, silence.data(), 1024);
   }
 
-  std::vector<std::int16_t> silence = std::vector<std::int16_t>(4096);
-  std::shared_ptr<fake::Provider> provider;
-  AV::DeviceManager* manager = nullptr;
+  std::shared_ptr<fake::Device> camera = fake::camera("Cam", "c");
+  std::shared_ptr<fake::Device> linkedCamera = fake::camera("Cam", "c", {"m"});
+  std::shared_ptr<fake::Device> microphone = fake::microphone("Mic", "m", {"c", "d"});
   // Written on the capture queues, read once the source has stopped.
   std::vector<std::int64_t> videoTimes;
   std::vector<std::int64_t> audioTimes;
+  std::vector<std::vector<std::int16_t>> sounds;
   std::function<void()> duringVideo;
 };
 
 TEST_F(DeviceTest, SamplesOfBothSidesReachTheirCallbacks) {
-  auto camera = fake::camera("Cam", "c", {"m"});
-  auto microphone = fake::microphone("Mic", "m", {"c"});
-  detect({camera, microphone});
+  detect({linkedCamera, microphone});
   registerBoth();
 
   start();
   EXPECT_TRUE(source().isRunning());
   for (int i = 0; i < 3; ++i) {
-    microphone->captureSound(CMTimeMake(i * 1024, 44100), silence.data(), 1024);
-    camera->captureFrame(CMTimeMake(i, 30));
+    captureSound(*microphone, CMTimeMake(i * 1024, 44100));
+    linkedCamera->captureFrame(CMTimeMake(i, 30));
     source().stopDevice();  // lets what is on its way arrive
     start();
   }
   source().stopDevice();
   EXPECT_FALSE(source().isRunning());
-  camera->captureFrame(CMTimeMake(9, 30));
+  linkedCamera->captureFrame(CMTimeMake(9, 30));
 
   EXPECT_THAT(videoTimes, ElementsAre(0, 1, 2));
   EXPECT_THAT(audioTimes, ElementsAre(0, 1024, 2048));
 }
 
-TEST_F(DeviceTest, AMuxedDeviceBringsItsSoundInTheTimescaleOfItsPictures) {
+TEST_F(DeviceTest, AMuxedDeviceBringsItsSoundInTheTimescaleOfItsPicturesUntilAMicrophoneTakesOver) {
   auto deck = fake::camcorder("Deck", "d");
+  auto lone = fake::microphone("Mic", "m");
   detect({deck});
-  EXPECT_TRUE(source().hasAudioStream());
   registerBoth();
   start();
-
-  deck->captureSound(CMTimeMake(0, 48000), silence.data(), 1024);
+  captureSound(*deck, CMTimeMake(0, 48000));
   source().stopDevice();
   EXPECT_THAT(audioTimes, IsEmpty()) << "no timescale yet";
+
   start();
   deck->captureFrame(CMTimeMake(600, 600));
   source().stopDevice();
   start();
-  deck->captureSound(CMTimeMake(48000, 48000), silence.data(), 1024);
+  captureSound(*deck, CMTimeMake(48000, 48000));
   source().stopDevice();
-
-  EXPECT_THAT(audioTimes, ElementsAre(600));
-}
-
-TEST_F(DeviceTest, AMicrophonePairedWithARunningMuxedSourceTakesOverItsSound) {
-  auto deck = fake::camcorder("Deck", "d");
-  auto microphone = fake::microphone("Mic", "m");
-  detect({deck});
-  registerBoth();
   start();
-  provider->plug(microphone);
+  provider->plug(lone);
   const auto devices = AVCaptureDevice::devicesWithMediaType(AVMediaTypeAudio);
   manager->_RemoveDevice(manager->getDeviceWithName("Mic Audio"));
-
   source().setAudioTrackDevice(devices.front().get());
-  microphone->captureSound(CMTimeMake(7, 44100), silence.data(), 1024);
+  captureSound(*lone, CMTimeMake(7, 44100));
   source().stopDevice();
 
   EXPECT_EQ(source().getAudioDeviceID(), "m");
-  EXPECT_THAT(audioTimes, ElementsAre(7));
+  EXPECT_THAT(audioTimes, ElementsAre(600, 7));
 }
 
 TEST_F(DeviceTest, ACamcorderThatJoinsItsMicrophoneLeavesTheSoundToIt) {
-  hardware::DeviceDescription description = fake::camcorder("Deck", "d")->description();
-  description.linkedDevices = {"m"};
-  auto deck = std::make_shared<fake::Device>(description);
-  auto microphone = fake::microphone("Mic", "m", {"d"});
+  auto deck = fake::camcorder("Deck", "d", {"m"});
   detect({microphone});
-  source().setAudioDataArrivedCallback(countAudio, this);
+  registerBoth();
   start();
 
   provider->plug(deck);
-  source().setVideoDataArriveCallback(countVideo, this);
+  registerBoth();
   for (int run = 0; run < 2; ++run) {  // the second time with the outputs connected anew
-    microphone->captureSound(CMTimeMake(run, 44100), silence.data(), 1024);
-    deck->captureSound(CMTimeMake(100, 48000), silence.data(), 1024);
+    captureSound(*microphone, CMTimeMake(run, 44100));
+    captureSound(*deck, CMTimeMake(100, 48000));
     deck->captureFrame(CMTimeMake(run, 30));
     source().stopDevice();
     start();
@@ -141,8 +124,46 @@ TEST_F(DeviceTest, ACamcorderThatJoinsItsMicrophoneLeavesTheSoundToIt) {
   EXPECT_EQ(manager->getDeviceCount(), 0);
 }
 
+TEST_F(DeviceTest, AMicrophoneThatJoinsARunningCameraIsHeardAtOnceAlsoWhenItComesBack) {
+  detect({linkedCamera});
+  start();
+  provider->plug(microphone);
+  registerBoth();
+  captureSound(*microphone, CMTimeMake(5, 44100));
+  source().stopDevice();
+  start();
+
+  provider->unplug(microphone);
+  auto sameMicrophone = fake::microphone("Mic", "m", {"c"});
+  provider->plug(sameMicrophone);
+  captureSound(*sameMicrophone, CMTimeMake(6, 44100));
+  source().stopDevice();
+
+  EXPECT_THAT(audioTimes, ElementsAre(5, 6));
+  EXPECT_EQ(manager->getDeviceCount(), 1);
+}
+
+TEST_F(DeviceTest, AGapInTheTimeStampsOrAnotherFormatBeginsANewStreamOfSound) {
+  detect({microphone});
+  registerBoth();
+  start();
+  const std::vector<float> loud(960, 0.5F), silent(960, 0.0F);
+  const std::vector<std::int16_t> integers(960, 8192);
+
+  microphone->selectedAudioFormat = 1;
+  microphone->captureSound(CMTimeMake(0, 48000), loud.data(), 480);
+  microphone->captureSound(CMTimeMake(48000, 48000), silent.data(), 480);
+  microphone->selectedAudioFormat = 0;
+  microphone->captureSound(CMTimeMake(44541, 44100), integers.data(), 480);
+  source().stopDevice();
+
+  EXPECT_THAT(audioTimes, ElementsAre(0, 48000, 44541));
+  ASSERT_EQ(sounds.size(), 3U);
+  EXPECT_EQ(sounds[1], std::vector<std::int16_t>(sounds[1].size())) << "nothing of the old stream is left";
+  EXPECT_EQ(sounds[2], integers);
+}
+
 TEST_F(DeviceTest, AStopDoesNotWaitForTheMainThreadToHearOfTheStart) {
-  auto camera = fake::camera("Cam", "c");
   detect({camera});
   std::thread([&] {
     source().restartDevice();
@@ -156,72 +177,25 @@ TEST_F(DeviceTest, AStopDoesNotWaitForTheMainThreadToHearOfTheStart) {
   EXPECT_TRUE(source().isRunning());
 }
 
-TEST_F(DeviceTest, ASourceRemovedWithinItsOwnUseIsDeletedWhenThatEnds) {
-  auto camera = fake::camera("Cam", "c");
-  detect({camera});
-  {
-    const auto use = manager->useDeviceWithName("Cam Video");
-    provider->unplug(camera);
-    EXPECT_EQ(manager->getDeviceCount(), 0);
-    EXPECT_EQ(use->getVideoDeviceID(), "c");
-  }
-}
-
-TEST_F(DeviceTest, AMicrophonePairedWithARunningCameraIsHeardAtOnce) {
-  auto camera = fake::camera("Cam", "c", {"m"});
-  auto microphone = fake::microphone("Mic", "m", {"c"});
-  detect({camera});
-  start();
-
-  provider->plug(microphone);
-  registerBoth();
-  microphone->captureSound(CMTimeMake(5, 44100), silence.data(), 1024);
-  source().stopDevice();
-
-  EXPECT_THAT(audioTimes, ElementsAre(5));
-}
-
-TEST_F(DeviceTest, AnUnpluggedSideDeliversAgainWhenItIsBack) {
-  auto camera = fake::camera("Cam", "c", {"m"});
-  auto microphone = fake::microphone("Mic", "m", {"c"});
-  detect({camera, microphone});
-  registerBoth();
-  start();
-
-  provider->unplug(microphone);
-  auto sameMicrophone = fake::microphone("Mic", "m", {"c"});
-  provider->plug(sameMicrophone);
-  sameMicrophone->captureSound(CMTimeMake(3, 44100), silence.data(), 1024);
-  source().stopDevice();
-
-  EXPECT_THAT(audioTimes, ElementsAre(3));
-  EXPECT_EQ(manager->getDeviceCount(), 1);
-}
-
 TEST_F(DeviceTest, AfterUnregistrationTheFormerCallbackIsNotRunningAndDoesNotCome) {
-  auto camera = fake::camera("Cam", "c");
   detect({camera});
   registerBoth();
   start();
-  std::promise<void> entered;
-  std::promise<void> mayReturn;
+  Gate gate;
   std::atomic<bool> unregistered{false};
   duringVideo = [&] {
-    if (videoTimes.size() == 1) {
-      entered.set_value();
-      mayReturn.get_future().wait();
-    }
+    gate.pass();
     EXPECT_FALSE(unregistered);
   };
   camera->captureFrame(CMTimeMake(1, 30));
-  entered.get_future().wait();
+  gate.waitUntilEntered();
 
   std::thread host([&] {
     source().setVideoDataArriveCallback(nullptr, nullptr);
     unregistered = true;
   });
   camera->captureFrame(CMTimeMake(2, 30));
-  mayReturn.set_value();
+  gate.open();
   host.join();
   const auto seen = videoTimes.size();
   camera->captureFrame(CMTimeMake(3, 30));
@@ -230,23 +204,20 @@ TEST_F(DeviceTest, AfterUnregistrationTheFormerCallbackIsNotRunningAndDoesNotCom
   EXPECT_EQ(videoTimes.size(), seen);
 }
 
-TEST_F(DeviceTest, RemovalWaitsForTheHostsCallbackAndForWhoeverUsesTheSource) {
-  auto camera = fake::camera("Cam", "c");
+TEST_F(DeviceTest, RemovalWaitsForTheHostsCallback) {
   detect({camera});
   registerBoth();
   start();
-  std::promise<void> entered;
-  std::promise<void> mayReturn;
+  Gate gate;
   duringVideo = [&] {
-    entered.set_value();
-    mayReturn.get_future().wait();
+    gate.pass();
     // What a host may ask from its callback, removal or not.
-    EXPECT_TRUE(source().hasVideoStream());
+    EXPECT_TRUE(manager->useDeviceWithName("Cam Video"));
     EXPECT_EQ(manager->getDeviceCount(), 1);
   };
   camera->captureFrame(CMTimeMake(1, 30));
-  entered.get_future().wait();
-  std::thread host([&] { mayReturn.set_value(); });
+  gate.waitUntilEntered();
+  std::thread host([&] { gate.open(); });
 
   provider->unplug(camera);
   host.join();
@@ -256,32 +227,36 @@ TEST_F(DeviceTest, RemovalWaitsForTheHostsCallbackAndForWhoeverUsesTheSource) {
 }
 
 TEST_F(DeviceTest, ASourceInUseIsDeletedOnlyWhenTheUseEnds) {
-  detect({fake::camera("Cam", "c")});
-  std::promise<void> used;
-  std::promise<void> mayEnd;
+  detect({camera});
+  Gate gate;
+  std::atomic<bool> isEnding{false};
   std::thread host([&] {
+    const auto first = manager->useDeviceWithName("Cam Video");
     const auto use = manager->useDeviceWithName("Cam Video");
-    used.set_value();
-    mayEnd.get_future().wait();
+    gate.pass();
     EXPECT_EQ(use->getVideoDeviceID(), "c");
     EXPECT_FALSE(manager->useDeviceWithName("nobody"));
+    isEnding = true;
   });
-  used.get_future().wait();
-  std::thread ending([&] { mayEnd.set_value(); });
+  gate.waitUntilEntered();
+  std::thread ending([&] { gate.open(); });
 
   manager->_RemoveDevice(&source());
 
+  EXPECT_TRUE(isEnding);
   EXPECT_EQ(manager->getDeviceCount(), 0);
   host.join();
   ending.join();
+  manager->detectDeviceConnect();
+  const auto ownUse = manager->useDeviceWithName("Cam Video");
+  provider->unplug(camera);
+  EXPECT_EQ(manager->getDeviceCount(), 0);
+  EXPECT_EQ(ownUse->getVideoDeviceID(), "c") << "removed within a use of the same thread";
 }
 
 TEST_F(DeviceTest, ADeviceWithoutMediaReportsItsErrorOnce) {
   detect({});
-  hardware::DeviceDescription description;
-  description.name = "Thing";
-  description.uniqueID = "t";
-  provider->plug(std::make_shared<fake::Device>(description));
+  provider->plug(fake::device("Thing", "t"));
   const auto device = AVCaptureDevice::devices().front();
   AV::Device unusable(manager, device.get());
 
@@ -295,12 +270,11 @@ TEST_F(DeviceTest, ADeviceWithoutMediaReportsItsErrorOnce) {
 }
 
 TEST_F(DeviceTest, TheSourceChangeCallbackNeedsAContext) {
-  detect({fake::camera("Cam", "c")});
-  static std::vector<int> codes;
-  codes.clear();
-  const auto record = [](void*, int code) { codes.push_back(code); };
+  detect({camera});
+  std::vector<int> codes;
+  const auto record = [](void* context, int code) { static_cast<std::vector<int>*>(context)->push_back(code); };
 
-  source().setSourceChangeCallback(record, this);
+  source().setSourceChangeCallback(record, &codes);
   source().notifySourceChange(42);
   source().setSourceChangeCallback(record, nullptr);
   source().notifySourceChange(43);
@@ -308,8 +282,7 @@ TEST_F(DeviceTest, TheSourceChangeCallbackNeedsAContext) {
   EXPECT_THAT(codes, ElementsAre(42));
 }
 
-TEST_F(DeviceTest, AStoppedVideoOutputCanBeTakenOutAndPutBack) {
-  auto camera = fake::camera("Cam", "c");
+TEST_F(DeviceTest, AVideoOutputCanBeTakenOutAndPutBack) {
   detect({camera});
   registerBoth();
   start();
@@ -322,21 +295,6 @@ TEST_F(DeviceTest, AStoppedVideoOutputCanBeTakenOutAndPutBack) {
   source().stopDevice();
 
   EXPECT_THAT(videoTimes, ElementsAre(2));
-}
-
-TEST(AudioSettingsTest, SoundIsAskedForInTheHostsFormat) {
-  const auto settings = AV::GetAudioSettings();
-  const auto value = [&](CFStringRef key) {
-    return dynamic_cast<NSNumber*>(settings->objectForKey(key))->longLongValue();
-  };
-
-  EXPECT_EQ(settings->count(), 6U);
-  EXPECT_EQ(value(AVFormatIDKey), 0x6C70636D);
-  EXPECT_EQ(value(AVSampleRateKey), 44100);
-  EXPECT_EQ(value(AVLinearPCMBitDepthKey), 16);
-  EXPECT_EQ(value(AVLinearPCMIsFloatKey), 0);
-  EXPECT_EQ(value(AVLinearPCMIsNonInterleaved), 0);
-  EXPECT_EQ(value(AVNumberOfChannelsKey), 2);
 }
 
 }  // namespace

@@ -24,6 +24,7 @@ class SetClock final : public runtime::Scheduler {
   void sleepUntil(runtime::Nanoseconds wakeTime) override { time = std::max(time, wakeTime); }
   std::unique_ptr<runtime::Lane> makeLane(std::string_view, runtime::LaneClient&) override { return nullptr; }
   bool wait(runtime::Event& event, runtime::Nanoseconds) override { return event.takeSignal(); }
+  bool isMainThread() override { return true; }
 
   runtime::Nanoseconds time = 100 * runtime::NanosecondsPerSecond;
 };

@@ -2,13 +2,11 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <future>
 #include <map>
 #include <thread>
 
-#include "AVDeviceManager.h"
-#include "support/FakeHardware.h"
-#include "support/FrameworkTest.h"
+#include "SourceTest.h"
+#include "support/Gate.h"
 #include "support/LogCapture.h"
 
 namespace {
@@ -16,23 +14,16 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class DetectionTest : public FrameworkTest {
+class DetectionTest : public SourceTest {
  protected:
-  ~DetectionTest() override { delete manager; }
-
   void begin(std::vector<std::shared_ptr<fake::Device>> devices) {
-    provider = fake::install(std::move(devices));
-    manager = AV::DeviceManager::instance();
+    SourceTest::begin(std::move(devices));
     manager->setStateChangeCallback(
         [](void* context, int state) { static_cast<DetectionTest*>(context)->states.push_back(state); }, this);
   }
   void detect(std::vector<std::shared_ptr<fake::Device>> devices) {
     begin(std::move(devices));
     manager->detectDeviceConnect();
-  }
-
-  static void endLibrary(void* context, int) {
-    delete std::exchange(static_cast<DetectionTest*>(context)->manager, nullptr);
   }
 
   std::vector<std::string> names() const {
@@ -44,8 +35,6 @@ class DetectionTest : public FrameworkTest {
   AV::Device& source(const std::string& name) { return *manager->getDeviceWithName(name); }
 
   LogCapture log;
-  std::shared_ptr<fake::Provider> provider;
-  AV::DeviceManager* manager = nullptr;
   std::vector<int> states;
 };
 
@@ -81,26 +70,19 @@ TEST_F(DetectionTest, NamesOfOtherPlugInsDevicesAreRefused) {
 }
 
 TEST_F(DetectionTest, LinkedDevicesFormOneSourceInWhateverOrderTheyCome) {
-  const auto cameraFirst = [&] {
-    provider->plug(fake::camera("Cam", "c", {"m"}));
-    provider->plug(fake::microphone("Mic", "m", {"c"}));
-  };
-  const auto microphoneFirst = [&] {
-    provider->plug(fake::microphone("Mic", "m", {"c"}));
-    provider->plug(fake::camera("Cam", "c", {"m"}));
-  };
-  begin({});
-  cameraFirst();
-  EXPECT_THAT(names(), ElementsAre("Cam Video"));
-  EXPECT_EQ(source("Cam Video").getVideoDeviceID(), "c");
-  EXPECT_EQ(source("Cam Video").getAudioDeviceID(), "m");
-
-  for (const auto& device : provider->devices()) provider->unplug(std::static_pointer_cast<fake::Device>(device));
-  EXPECT_THAT(names(), IsEmpty());
-  microphoneFirst();
-  EXPECT_THAT(names(), ElementsAre("Mic Audio"));
-  EXPECT_TRUE(source("Mic Audio").hasVideoStream());
-  EXPECT_TRUE(source("Mic Audio").hasAudioStream());
+  const auto camera = fake::camera("Cam", "c", {"m"});
+  const auto microphone = fake::microphone("Mic", "m", {"c"});
+  for (const bool isCameraFirst : {true, false}) {
+    begin({});
+    for (const auto& device : {isCameraFirst ? camera : microphone, isCameraFirst ? microphone : camera}) {
+      provider->plug(device);
+    }
+    ASSERT_THAT(names(), ElementsAre(isCameraFirst ? "Cam Video" : "Mic Audio"));
+    EXPECT_EQ(source(names()[0]).getVideoDeviceID(), "c");
+    EXPECT_EQ(source(names()[0]).getAudioDeviceID(), "m");
+    for (const auto& device : {camera, microphone}) provider->unplug(device);
+    EXPECT_THAT(names(), IsEmpty());
+  }
 }
 
 TEST_F(DetectionTest, AnAudioDeviceJoinsEverySourceItIsLinkedTo) {
@@ -178,6 +160,9 @@ TEST_F(DetectionTest, ChangesNoticedElsewhereWaitForTheMainThread) {
 
 TEST_F(DetectionTest, TheHostMayEndTheLibraryWhenItHearsOfAChange) {
   begin({});
+  const auto endLibrary = [](void* context, int) {
+    delete std::exchange(static_cast<DetectionTest*>(context)->manager, nullptr);
+  };
   manager->setStateChangeCallback(endLibrary, this);
 
   provider->plug(fake::camera("Cam", "c"));
@@ -188,20 +173,18 @@ TEST_F(DetectionTest, TheHostMayEndTheLibraryWhenItHearsOfAChange) {
 TEST_F(DetectionTest, AReplacedStateCallbackIsNotRunningAnyMore) {
   begin({});
   struct Slow {
-    std::promise<void> entered, mayReturn;
+    Gate gate;
     std::atomic<bool> isReplaced{false};
   } slow;
-  manager->setStateChangeCallback(
-      [](void* context, int) {
-        auto* state = static_cast<Slow*>(context);
-        state->entered.set_value();
-        state->mayReturn.get_future().wait();
-        EXPECT_FALSE(state->isReplaced);
-      },
-      &slow);
+  const auto pass = [](void* context, int) {
+    auto& state = *static_cast<Slow*>(context);
+    state.gate.pass();
+    EXPECT_FALSE(state.isReplaced);
+  };
+  manager->setStateChangeCallback(pass, &slow);
   std::thread host([&] {
-    slow.entered.get_future().wait();
-    std::thread releasing([&] { slow.mayReturn.set_value(); });
+    slow.gate.waitUntilEntered();
+    std::thread releasing([&] { slow.gate.open(); });
     manager->setStateChangeCallback(nullptr, nullptr);
     slow.isReplaced = true;
     releasing.join();
@@ -232,15 +215,15 @@ TEST_F(DetectionTest, FireWireCamcordersAreMarkedByTheirUnits) {
 }
 
 TEST_F(DetectionTest, ScreenCaptureDevicesAppearOnceTheyAreAdmitted) {
-  hardware::DeviceDescription phone = fake::camcorder("Phone", "p")->description();
-  phone.isScreenCapture = true;
+  auto phone = fake::camcorder("Phone", "p");
+  phone->described.isScreenCapture = true;
   const CMIOObjectPropertyAddress address{kCMIOHardwarePropertyAllowScreenCaptureDevices,
                                           kCMIOObjectPropertyScopeGlobal, kCMIOObjectPropertyElementMaster};
   const auto allow = [&](UInt32 value) {
     return CMIOObjectSetPropertyData(kCMIOObjectSystemObject, &address, 0, nullptr, sizeof value, &value);
   };
   EXPECT_EQ(allow(0), 0);
-  detect({std::make_shared<fake::Device>(phone)});
+  detect({phone});
   EXPECT_THAT(names(), IsEmpty());
 
   AV::DeviceManager::initialize();
