@@ -33,6 +33,9 @@ class MainLoop {
   /// Ends the current or the next `run`. Any thread.
   void stop();
 
+  /// How many blocks wait. Any thread.
+  std::size_t waitingCount() const;
+
  private:
   struct Entry {
     std::function<void()> block;
@@ -41,7 +44,6 @@ class MainLoop {
 
   MainLoop() = default;
 
-  std::size_t waitingCount() const;
   bool runNext();
   bool takeStop();
 

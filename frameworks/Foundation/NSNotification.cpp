@@ -11,38 +11,17 @@ class NSNotificationCenter::Observer final : public NSObject {
   Observer(NSNotificationName notificationName, const NSObject* limitedTo, bool isForMainThread, Block usingBlock)
       : name(notificationName), object(limitedTo), onMainThread(isForMainThread), block(std::move(usingBlock)) {}
 
-  bool matches(NSNotificationName postedName, const NSObject* postedObject) const noexcept {
-    return name == postedName && (!object || object == postedObject);
-  }
-
   const std::string name;
   const NSObject* const object;  ///< Compared only; may be gone.
   const bool onMainThread;
 
+  std::uint64_t registration = 0;
   Block block;
   bool removed = false;
   int runsUnderWay = 0;
+  int runsWaiting = 0;  ///< For the main thread.
   std::vector<runtime::Event*> removersWaiting;
 };
-
-namespace {
-
-/// The observers whose blocks are under way on a thread, innermost first.
-struct RunUnderWay {
-  const NSObject* observer;
-  const RunUnderWay* outer;
-};
-
-thread_local const RunUnderWay* innermostRun = nullptr;
-
-bool isInsideBlockOf(const NSObject* observer) noexcept {
-  for (const RunUnderWay* run = innermostRun; run; run = run->outer) {
-    if (run->observer == observer) return true;
-  }
-  return false;
-}
-
-}  // namespace
 
 NSNotificationCenter::NSNotificationCenter() = default;
 NSNotificationCenter::~NSNotificationCenter() = default;
@@ -58,29 +37,32 @@ Ref<NSObject> NSNotificationCenter::addObserverForName(NSNotificationName name, 
   if (!usingBlock) return {};
   auto observer = makeRef<Observer>(name, object, queue != nullptr, std::move(usingBlock));
   const std::lock_guard lock(_mutex);
-  _observers.push_back(observer);
+  observer->registration = ++_registrations;
+  _observers[observer->name].emplace(std::pair(observer->object, observer->registration), observer);
+  _byToken.emplace(observer.get(), observer.get());
   return observer;
 }
 
 void NSNotificationCenter::removeObserver(NSObject* token) {
   runtime::Event ended;
   bool mustWait = false;
+  bool mustCancel = false;
   Ref<Observer> removed;  // goes after the unlock: what its block has captured may call back into here
   {
     const std::lock_guard lock(_mutex);
-    const auto found = std::ranges::find(_observers, token, [](const Ref<Observer>& each) { return each.get(); });
-    if (found == _observers.end()) return;
-    Observer& observer = **found;
+    const auto found = _byToken.find(token);
+    if (found == _byToken.end()) return;
+    Observer& observer = *found->second;
     observer.removed = true;
+    mustCancel = observer.runsWaiting > 0;
     if (observer.runsUnderWay == 0) {
-      removed = std::move(*found);
-      _observers.erase(found);
-    } else if (!isInsideBlockOf(token)) {
+      removed = take(observer);
+    } else if (!runtime::isWithin(token)) {
       observer.removersWaiting.push_back(&ended);
       mustWait = true;
     }
   }
-  MainLoop::instance().cancel(token);
+  if (mustCancel) MainLoop::instance().cancel(token);
   if (mustWait) ended.wait();
   if (removed) removed->block = nullptr;
 }
@@ -94,7 +76,7 @@ void NSNotificationCenter::postNotificationName(NSNotificationName name, NSObjec
 
 std::size_t NSNotificationCenter::observerCount() const {
   const std::lock_guard lock(_mutex);
-  const auto count = std::ranges::count(_observers, false, [](const Ref<Observer>& each) { return each->removed; });
+  const auto count = std::ranges::count(_byToken, false, [](const auto& each) { return each.second->removed; });
   return static_cast<std::size_t>(count);
 }
 
@@ -102,10 +84,28 @@ std::vector<Ref<NSNotificationCenter::Observer>> NSNotificationCenter::observers
                                                                                     const NSObject* object) const {
   std::vector<Ref<Observer>> matching;
   const std::lock_guard lock(_mutex);
-  for (const Ref<Observer>& observer : _observers) {
-    if (!observer->removed && observer->matches(name, object)) matching.push_back(observer);
-  }
+  const auto named = _observers.find(name);
+  if (named == _observers.end()) return matching;
+  const auto addThoseLimitedTo = [&, &observers = named->second](const NSObject* limit) {
+    for (auto each = observers.lower_bound({limit, 0}); each != observers.end() && each->first.first == limit; ++each) {
+      if (!each->second->removed) matching.push_back(each->second);
+    }
+  };
+  addThoseLimitedTo(nullptr);
+  if (object) addThoseLimitedTo(object);
+  std::ranges::sort(matching, {}, [](const Ref<Observer>& each) { return each->registration; });
   return matching;
+}
+
+/// Takes an observer out of the lists, with the lock held.
+Ref<NSNotificationCenter::Observer> NSNotificationCenter::take(Observer& observer) {
+  const auto named = _observers.find(observer.name);
+  const auto entry = named->second.find({observer.object, observer.registration});
+  Ref<Observer> taken = std::move(entry->second);
+  named->second.erase(entry);
+  if (named->second.empty()) _observers.erase(named);
+  _byToken.erase(&observer);
+  return taken;
 }
 
 void NSNotificationCenter::deliver(const Ref<Observer>& observer, const Ref<NSNotification>& notification) {
@@ -120,7 +120,15 @@ void NSNotificationCenter::queueForMainThread(const Ref<Observer>& observer, con
   // Under the lock, so that the block is queued before the removal that is to cancel it, or not at all.
   const std::lock_guard lock(_mutex);
   if (observer->removed) return;
-  MainLoop::instance().add([this, observer, notification] { runBlock(*observer, *notification); }, observer.get());
+  const auto run = [this, observer, notification] {
+    {
+      const std::lock_guard running(_mutex);
+      --observer->runsWaiting;
+    }
+    runBlock(*observer, *notification);
+  };
+  MainLoop::instance().add(run, observer.get());
+  ++observer->runsWaiting;
 }
 
 void NSNotificationCenter::runBlock(Observer& observer, NSNotification& notification) noexcept {
@@ -129,10 +137,10 @@ void NSNotificationCenter::runBlock(Observer& observer, NSNotification& notifica
     if (observer.removed) return;
     ++observer.runsUnderWay;
   }
-  const RunUnderWay run{&observer, innermostRun};
-  innermostRun = &run;
+  const runtime::Activity run{static_cast<const NSObject*>(&observer), runtime::innermostActivity()};
+  runtime::innermostActivity() = &run;
   observer.block(notification);
-  innermostRun = run.outer;
+  runtime::innermostActivity() = run.outer;
   endRun(observer);
 }
 
@@ -142,9 +150,7 @@ void NSNotificationCenter::endRun(Observer& observer) {
   {
     const std::lock_guard lock(_mutex);
     if (--observer.runsUnderWay > 0 || !observer.removed) return;
-    const auto found = std::ranges::find(_observers, &observer, &Ref<Observer>::get);
-    removed = std::move(*found);
-    _observers.erase(found);
+    removed = take(observer);
   }
   // From here on only this thread and the waiting removers know the observer.
   removed->block = nullptr;

@@ -5,10 +5,14 @@
 #include <Foundation/NSObject.h>
 #include <Foundation/NSOperation.h>
 
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 using NSNotificationName = std::string_view;
@@ -69,11 +73,19 @@ class NSNotificationCenter {
   ~NSNotificationCenter();
 
   std::vector<Ref<Observer>> observersFor(NSNotificationName name, const NSObject* object) const;
+  Ref<Observer> take(Observer& observer);
   void deliver(const Ref<Observer>& observer, const Ref<NSNotification>& notification);
   void queueForMainThread(const Ref<Observer>& observer, const Ref<NSNotification>& notification);
   void runBlock(Observer& observer, NSNotification& notification) noexcept;
   void endRun(Observer& observer);
 
-  mutable std::mutex _mutex;  ///< Guards the list and the state of each observer; not held while a block runs.
-  std::vector<Ref<Observer>> _observers;
+  /// By what they are limited to and, under that, in the order of their registration.
+  using Observers = std::map<std::pair<const NSObject*, std::uint64_t>, Ref<Observer>>;
+
+  mutable std::mutex _mutex;  ///< Guards the lists and the state of each observer; not held while a block runs.
+  /// By name. Each of thousands of sessions has observers of its own: a post finds those it concerns, and a removal its
+  /// token, without a walk over the others.
+  std::map<std::string, Observers, std::less<>> _observers;
+  std::unordered_map<const NSObject*, Observer*> _byToken;
+  std::uint64_t _registrations = 0;
 };

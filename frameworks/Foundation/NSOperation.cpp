@@ -3,8 +3,7 @@
 #include <CoreFoundation/CFRunLoop.h>
 #include <Foundation/MainLoop.h>
 #include <Foundation/NSObject.h>
-
-#include <unistd.h>
+#include <dispatch/Scheduler.h>
 
 #include <utility>
 
@@ -22,8 +21,7 @@ void NSOperationQueue::addOperationWithBlock(std::function<void()> block) {
 }
 
 bool NSThread::isMainThread() noexcept {
-  static thread_local const bool isMain = gettid() == getpid();
-  return isMain;
+  return runtime::Scheduler::current().isMainThread();
 }
 
 NSRunLoop& NSRunLoop::mainRunLoop() {

@@ -50,6 +50,14 @@ bool storeAsDouble(const NSNumber& number, void* destination) noexcept {
 }
 
 bool storeAsFloat(const NSNumber& number, void* destination) noexcept {
+  // Every picture's pixel aspect passes here, and its numbers are small: integers of this range are exact as floats,
+  // and no number of it is beyond a float's limits.
+  constexpr double LargestExactInteger = 16777216;
+  if (const double small = number.doubleValue(); std::abs(small) <= LargestExactInteger) {
+    const auto exactOrNear = static_cast<float>(small);
+    store(destination, exactOrNear);
+    return static_cast<double>(exactOrNear) == small;
+  }
   constexpr double Largest = std::numeric_limits<float>::max();
   double value = number.doubleValue();
   const bool exactAsDouble = storeAsDouble(number, &value);
@@ -84,11 +92,6 @@ std::int64_t NSNumber::longLongValue() const noexcept {
   if (real < -TwoTo63) return std::numeric_limits<std::int64_t>::min();
   if (real >= TwoTo63) return std::numeric_limits<std::int64_t>::max();
   return static_cast<std::int64_t>(real);
-}
-
-double NSNumber::doubleValue() const noexcept {
-  if (const auto* real = std::get_if<double>(&_value)) return *real;
-  return static_cast<double>(*std::get_if<std::int64_t>(&_value));
 }
 
 CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType type, const void* value) {

@@ -22,7 +22,10 @@ class NSNumber final : public NSObject {
   bool isFloatType() const noexcept { return std::holds_alternative<double>(_value); }
   /// The value as the asked type; a real number is truncated toward zero and held at the type's limits, NaN gives 0.
   std::int64_t longLongValue() const noexcept;
-  double doubleValue() const noexcept;
+  double doubleValue() const noexcept {
+    if (const auto* real = std::get_if<double>(&_value)) return *real;
+    return static_cast<double>(*std::get_if<std::int64_t>(&_value));
+  }
   bool boolValue() const noexcept { return doubleValue() != 0.0; }
 
   static const NSNumber* from(CFNumberRef number) noexcept { return reinterpret_cast<const NSNumber*>(number); }

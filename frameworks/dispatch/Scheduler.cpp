@@ -12,6 +12,7 @@ namespace {
 
 constinit std::atomic<std::int64_t> liveLanes{0};
 constinit std::atomic<Scheduler*> installedScheduler{nullptr};
+constinit thread_local const Activity* activity = nullptr;
 
 Scheduler& threadScheduler() noexcept {
   // Never destroyed: lanes may still run while the process ends.
@@ -48,6 +49,17 @@ bool Event::wait(Nanoseconds deadline) {
 bool Event::takeSignal() {
   const std::lock_guard lock(_mutex);
   return std::exchange(_signalled, false);
+}
+
+const Activity*& innermostActivity() noexcept {
+  return activity;
+}
+
+bool isWithin(const void* subject) noexcept {
+  for (const Activity* each = activity; each; each = each->outer) {
+    if (each->subject == subject) return true;
+  }
+  return false;
 }
 
 Scheduler& Scheduler::current() noexcept {

@@ -73,6 +73,19 @@ class Event {
   bool _signalled = false;
 };
 
+/// Something that a line of execution is in the middle of: a queue's item, a notification's block. Lives on its stack.
+struct Activity {
+  const void* subject;    ///< the queue, the observer; compared only
+  const Activity* outer;  ///< what it runs within; null for nothing
+};
+
+/// The innermost activity of the calling line of execution; null outside all. A scheduler that runs several lines on one
+/// thread puts each one's own in place when it goes from one to another.
+const Activity*& innermostActivity() noexcept;
+
+/// True from within an activity on `subject`.
+bool isWithin(const void* subject) noexcept;
+
 class Scheduler {
  public:
   virtual ~Scheduler() = default;
@@ -88,6 +101,8 @@ class Scheduler {
   /// Starts a lane for `client`, which must outlive it. The client may be asked before this returns.
   virtual std::unique_ptr<Lane> makeLane(std::string_view name, LaneClient& client) = 0;
   virtual bool wait(Event& event, Nanoseconds deadline) = 0;
+  /// True on the thread that entered main.
+  virtual bool isMainThread() = 0;
 };
 
 /// Number of lanes that exist: for tests.

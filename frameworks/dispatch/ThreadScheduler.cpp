@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -16,8 +17,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+/// What Clock reads as well, with one call less on the way.
 Nanoseconds monotonicTime() {
-  return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count();
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * NanosecondsPerSecond + now.tv_nsec;
 }
 
 /// Waits until the predicate holds or the time has come.
@@ -158,6 +162,11 @@ bool ThreadScheduler::wait(Event& event, Nanoseconds deadline) {
   if (!waitUntil(event._condition, lock, deadline, [&event] { return event._signalled; })) return false;
   event._signalled = false;
   return true;
+}
+
+bool ThreadScheduler::isMainThread() {
+  static thread_local const bool isMain = gettid() == getpid();
+  return isMain;
 }
 
 }  // namespace runtime

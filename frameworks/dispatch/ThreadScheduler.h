@@ -17,6 +17,7 @@ class ThreadScheduler final : public Scheduler {
   std::unique_ptr<Lane> makeLane(std::string_view name, LaneClient& client) override;
 
   bool wait(Event& event, Nanoseconds deadline) override;
+  bool isMainThread() override;
 };
 
 }  // namespace runtime

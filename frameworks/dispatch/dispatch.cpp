@@ -13,19 +13,9 @@
 
 namespace {
 
-/// The items that are under way on a thread, innermost first. A synchronous item that runs on its queue's
-/// thread continues the list of the caller that waits for it, so that a call back onto one of the caller's
-/// queues is recognised there as well.
-struct ItemUnderWay {
-  dispatch_queue_t queue;
-  const ItemUnderWay* outer;
-};
-
-thread_local const ItemUnderWay* innermostItem = nullptr;
-
 /// A caller of dispatch_sync that waits for its turn; lives on the caller's stack.
 struct WaitingCaller {
-  const ItemUnderWay* callerItems = nullptr;
+  const runtime::Activity* callerActivity = nullptr;
   runtime::Event finished;
 };
 
@@ -35,11 +25,13 @@ struct Item {
   WaitingCaller* caller = nullptr;  ///< Null for an asynchronous item.
 };
 
-void runItem(dispatch_queue_t queue, const Item& item, const ItemUnderWay* outerItems) noexcept {
-  const ItemUnderWay underWay{queue, outerItems};
-  const ItemUnderWay* const before = std::exchange(innermostItem, &underWay);
+/// A synchronous item that runs on its queue's thread continues the activities of the caller that waits for it, so that
+/// a call back onto one of the caller's queues is recognised there as well.
+void runItem(dispatch_queue_t queue, const Item& item, const runtime::Activity* outer) noexcept {
+  const runtime::Activity activity{queue, outer};
+  const runtime::Activity* const before = std::exchange(runtime::innermostActivity(), &activity);
   item.work(item.context);
-  innermostItem = before;
+  runtime::innermostActivity() = before;
 }
 
 }  // namespace
@@ -96,7 +88,7 @@ void OpaqueDispatchQueue::runAsynchronously(const Item& item) noexcept {
 }
 
 void OpaqueDispatchQueue::runSynchronously(void* context, dispatch_function_t work) noexcept {
-  WaitingCaller caller{innermostItem, {}};
+  WaitingCaller caller{runtime::innermostActivity(), {}};
   {
     std::unique_lock lock(_mutex);
     if (isIdle()) {
@@ -112,7 +104,7 @@ void OpaqueDispatchQueue::runSynchronously(void* context, dispatch_function_t wo
 
 void OpaqueDispatchQueue::runInline(const Item& item) {
   const auto keptWhileWaking = Ref<OpaqueDispatchQueue>::retain(this);
-  runItem(this, item, innermostItem);
+  runItem(this, item, runtime::innermostActivity());
   bool itemsWait = false;
   {
     const std::lock_guard lock(_mutex);
@@ -135,7 +127,7 @@ void OpaqueDispatchQueue::runNextItem() {
     item = _items.pop();
     _running = true;
   }
-  runItem(this, item, item.caller ? item.caller->callerItems : nullptr);
+  runItem(this, item, item.caller ? item.caller->callerActivity : nullptr);
   if (finishItem()) destroy();
   // Last, because the caller may release the queue as soon as it returns.
   if (item.caller) item.caller->finished.signal();
@@ -199,10 +191,7 @@ void dispatch_sync_f(dispatch_queue_t queue, void* context, dispatch_function_t 
 }
 
 bool dispatch_queue_is_current(dispatch_queue_t queue) {
-  for (const ItemUnderWay* item = innermostItem; item; item = item->outer) {
-    if (item->queue == queue) return true;
-  }
-  return false;
+  return runtime::isWithin(queue);
 }
 
 void dispatch_async(dispatch_queue_t queue, std::function<void()> block) {

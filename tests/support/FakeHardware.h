@@ -28,27 +28,17 @@ inline hardware::VideoFormat videoFormat(std::int32_t width, std::int32_t height
 
 /// Interleaved stereo in 16-bit integers, or 32-bit floats.
 inline hardware::AudioFormat audioFormat(double rate, bool isFloat = false) {
-  hardware::AudioFormat format;
   const UInt32 bytes = isFloat ? 8 : 4;
-  format.stream = {rate,
-                   kAudioFormatLinearPCM,
-                   static_cast<AudioFormatFlags>((isFloat ? kAudioFormatFlagIsFloat : kAudioFormatFlagIsSignedInteger) |
-                                                 kAudioFormatFlagIsPacked),
-                   bytes,
-                   1,
-                   bytes,
-                   2,
-                   bytes * 4,
-                   0};
-  format.layout = kAudioChannelLayoutTag_Stereo;
-  return format;
+  const AudioFormatFlags kind = isFloat ? kAudioFormatFlagIsFloat : kAudioFormatFlagIsSignedInteger;
+  const AudioFormatFlags flags = kind | kAudioFormatFlagIsPacked;
+  return {{rate, kAudioFormatLinearPCM, flags, bytes, 1, bytes, 2, bytes * 4, 0}, kAudioChannelLayoutTag_Stereo, {}};
 }
 
 class Device final : public hardware::Device {
  public:
-  explicit Device(hardware::DeviceDescription description) : _description(std::move(description)) {}
+  explicit Device(hardware::DeviceDescription description) : described(std::move(description)) {}
 
-  const hardware::DeviceDescription& description() const override { return _description; }
+  const hardware::DeviceDescription& description() const override { return described; }
   std::optional<std::string> openFailure() override { return openError; }
   std::optional<std::string> configurationFailure() override { return configurationError; }
   void selectVideoFormat(std::size_t index, CMTime frameDuration) override {
@@ -78,21 +68,18 @@ class Device final : public hardware::Device {
     return _sink;
   }
 
-  /// Captures a frame of the selected format filled with `luma`; without effect while stopped.
-  void captureFrame(CMTime time, std::uint8_t luma = 0, bool hasImage = true) {
+  /// Captures a black frame of the selected format; without effect while stopped.
+  void captureFrame(CMTime time) {
     struct Frame final : hardware::VideoFrame {
-      std::uint8_t fill = 0;
       void drawInto(CVPixelBufferRef buffer) const override {
-        std::memset(CVPixelBufferGetBaseAddress(buffer), fill, CVPixelBufferGetDataSize(buffer));
+        std::memset(CVPixelBufferGetBaseAddress(buffer), 0, CVPixelBufferGetDataSize(buffer));
       }
     } frame;
-    const auto& format = _description.videoFormats[selectedVideoFormat];
+    const auto& format = described.videoFormats[selectedVideoFormat];
     frame.presentationTime = time;
     frame.duration = selectedFrameDuration;
     frame.width = format.width;
     frame.height = format.height;
-    frame.hasImage = hasImage;
-    frame.fill = luma;
     std::lock_guard lock(_lock);
     if (_sink) _sink->videoFrameCaptured(frame);
   }
@@ -104,7 +91,7 @@ class Device final : public hardware::Device {
 
   /// Captures interleaved sound in the selected format.
   void captureSound(CMTime time, const void* samples, std::uint32_t frames) {
-    const auto& format = _description.audioFormats[selectedAudioFormat];
+    const auto& format = described.audioFormats[selectedAudioFormat];
     AudioBufferList list{
         1, {{format.stream.mChannelsPerFrame, frames * format.stream.mBytesPerFrame, const_cast<void*>(samples)}}};
     const hardware::AudioChunk chunk{time, frames, &format, &list};
@@ -112,6 +99,7 @@ class Device final : public hardware::Device {
     if (_sink) _sink->audioChunkCaptured(chunk);
   }
 
+  hardware::DeviceDescription described;  ///< to be changed only while it is not plugged in
   std::optional<std::string> openError;
   std::optional<std::string> configurationError;
   std::atomic<std::size_t> selectedVideoFormat{0};
@@ -121,39 +109,38 @@ class Device final : public hardware::Device {
   std::atomic<int> roomReports{0};
 
  private:
-  const hardware::DeviceDescription _description;
   std::mutex _lock;
   hardware::Sink* _sink = nullptr;
 };
 
-inline std::shared_ptr<Device> camera(std::string name, std::string id, std::vector<std::string> links = {}) {
+inline std::shared_ptr<Device> device(std::string name, std::string id, std::vector<std::string> links = {}) {
   hardware::DeviceDescription description;
   description.name = std::move(name);
   description.uniqueID = std::move(id);
-  description.hasVideo = true;
   description.linkedDevices = std::move(links);
-  description.videoFormats = {videoFormat(64, 48)};
   return std::make_shared<Device>(std::move(description));
+}
+
+inline std::shared_ptr<Device> camera(std::string name, std::string id, std::vector<std::string> links = {}) {
+  auto made = device(std::move(name), std::move(id), std::move(links));
+  made->described.hasVideo = true;
+  made->described.videoFormats = {videoFormat(64, 48)};
+  return made;
 }
 
 inline std::shared_ptr<Device> microphone(std::string name, std::string id, std::vector<std::string> links = {}) {
-  hardware::DeviceDescription description;
-  description.name = std::move(name);
-  description.uniqueID = std::move(id);
-  description.hasAudio = true;
-  description.linkedDevices = std::move(links);
-  description.audioFormats = {audioFormat(44100), audioFormat(48000, true)};
-  return std::make_shared<Device>(std::move(description));
+  auto made = device(std::move(name), std::move(id), std::move(links));
+  made->described.hasAudio = true;
+  made->described.audioFormats = {audioFormat(44100), audioFormat(48000, true)};
+  return made;
 }
 
-inline std::shared_ptr<Device> camcorder(std::string name, std::string id) {
-  hardware::DeviceDescription description;
-  description.name = std::move(name);
-  description.uniqueID = std::move(id);
-  description.isMuxed = true;
-  description.videoFormats = {videoFormat(64, 48)};
-  description.audioFormats = {audioFormat(48000)};
-  return std::make_shared<Device>(std::move(description));
+inline std::shared_ptr<Device> camcorder(std::string name, std::string id, std::vector<std::string> links = {}) {
+  auto made = device(std::move(name), std::move(id), std::move(links));
+  made->described.isMuxed = true;
+  made->described.videoFormats = {videoFormat(64, 48)};
+  made->described.audioFormats = {audioFormat(48000)};
+  return made;
 }
 
 class Provider final : public hardware::Provider {

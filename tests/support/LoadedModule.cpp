@@ -29,15 +29,12 @@ struct Host::Received {
 Host::Host() : _received(new Received) {
   BRV_CALL(module, BRV_IntitializeLibrary)();
   BRV_CALL(module, BRV_RegisterLogCallback)(nullptr, log, _received);
-  BRV_CALL(module, BRV_RegisterDeviceStateChangedCallback)
-  (
-      nullptr,
-      [](void* context, int state) {
-        auto* received = static_cast<Received*>(context);
-        std::lock_guard lock(received->lock);
-        received->states.push_back(state);
-      },
-      _received);
+  const auto changed = [](void* context, int state) {
+    auto* received = static_cast<Received*>(context);
+    std::lock_guard lock(received->lock);
+    received->states.push_back(state);
+  };
+  BRV_CALL(module, BRV_RegisterDeviceStateChangedCallback)(nullptr, changed, _received);
 }
 
 Host::~Host() {
@@ -89,30 +86,20 @@ int Host::timescale(const std::string& source) const {
   return BRV_CALL(module, BRV_GetTimescaleTicksPerSec)(nullptr, source.c_str());
 }
 
-std::int64_t Host::frameDuration(const std::string& source) const {
-  std::int64_t duration = -77;
-  const int result = BRV_CALL(module, BRV_GetProperty)(
-      &duration,
-      [](void* context, int type, const void* value) {
-        EXPECT_EQ(type, BRV_PROPERTY_INT64);
-        *static_cast<std::int64_t*>(context) = *static_cast<const std::int64_t*>(value);
-      },
-      "frame_duration", "", source.c_str());
-  EXPECT_EQ(result, 1);
-  return duration;
+Host::Property Host::property(const std::string& source, const char* name) const {
+  Property property;
+  const auto receive = [](void* context, int type, const void* value) {
+    auto& received = *static_cast<Property*>(context);
+    if (type == BRV_PROPERTY_INT64) received.number = *static_cast<const std::int64_t*>(value);
+    if (type == BRV_PROPERTY_STRING) received.text = static_cast<const char*>(value);
+  };
+  const int result = BRV_CALL(module, BRV_GetProperty)(&property, receive, name, "", source.c_str());
+  EXPECT_EQ(result, property.number == -77 ? 0 : 1) << "a text is handed over with 0, a number with 1";
+  return property;
 }
 
-std::string Host::deviceId(const std::string& source) const {
-  std::string id;
-  const int result = BRV_CALL(module, BRV_GetProperty)(
-      &id,
-      [](void* context, int type, const void* value) {
-        EXPECT_EQ(type, BRV_PROPERTY_STRING);
-        *static_cast<std::string*>(context) = static_cast<const char*>(value);
-      },
-      "device_id", "", source.c_str());
-  EXPECT_EQ(result, 0);
-  return id;
+std::string Host::errorMessage(int code) const {
+  return text(BRV_CALL(module, BRV_GetErrorMessage), static_cast<void*>(nullptr), static_cast<void*>(nullptr), code);
 }
 
 void Host::registerVideo(const std::string& source, BRV_VideoDataArrivedCallback callback, void* context) const {

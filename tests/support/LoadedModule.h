@@ -52,8 +52,9 @@ class Host {
   std::vector<std::string> sources() const;
   bool has(const std::string& source, const char* property) const;
   int timescale(const std::string& source) const;
-  std::int64_t frameDuration(const std::string& source) const;
-  std::string deviceId(const std::string& source) const;
+  std::int64_t frameDuration(const std::string& source) const { return property(source, "frame_duration").number; }
+  std::string deviceId(const std::string& source) const { return property(source, "device_id").text; }
+  std::string errorMessage(int code) const;
   void registerVideo(const std::string& source, BRV_VideoDataArrivedCallback callback, void* context) const;
   void registerAudio(const std::string& source, BRV_AudioDataArrivedCallback callback, void* context) const;
   void disconnect() const;
@@ -67,6 +68,11 @@ class Host {
 
  private:
   struct Received;
+  struct Property {
+    std::int64_t number = -77;
+    std::string text = "none";
+  };
+  Property property(const std::string& source, const char* name) const;
   static void log(void* context, int level, const char* format, ...);
 
   Received* _received;

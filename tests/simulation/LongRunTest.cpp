@@ -1,0 +1,224 @@
+#include <Foundation/NSNotification.h>
+#include <gtest/gtest.h>
+#include <lumora/zThread.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+
+#include "BRV_AVCapture.h"
+#include "support/FrameworkTest.h"
+#include "support/Rigs.h"
+#include "support/SimulationScheduler.h"
+
+// A day with four sources: clocks that drift, samples that come early and late, frames that get lost, timescales that
+// change, and every minute something that is plugged in or out.
+
+namespace test {
+namespace {
+
+// As small as pictures can be and yet tell their number would be larger than need be: what is drawn is not the point.
+constexpr const char* Machine = R"(
+[device]
+id = cam
+name = Webcam
+media = video
+links = mic
+video format = 64x36 2vuy, rates 30
+clock drift = 200 ppm
+clock jitter = 2 ms
+video fault = lost frame, every 97
+
+[device]
+id = mic
+name = Webcam Microphone
+media = audio
+audio format = 48000 Hz, 32-bit float, stereo
+audio buffer = 1024
+clock drift = 200 ppm
+
+[device]
+id = pocket
+name = Pocket
+media = muxed
+video format = 64x36 mp2t, rates 25
+audio format = 44100 Hz, 16-bit integer, stereo
+audio buffer = 2048
+clock drift = -200 ppm
+clock jitter = 1 ms
+video fault = timescale 90000, every 1000
+
+[device]
+id = door
+name = Door
+media = video
+video format = 64x36 2vuy, rates 29.97
+clock jitter = 5 ms
+video fault = no image, every 500
+video fault = timescale 600, every 2500
+
+[device]
+id = deck
+name = Deck
+media = muxed
+video format = 64x36 mp2t, rates 30
+audio format = 44100 Hz, 16-bit integer, stereo
+audio buffer = 2048
+clock drift = 200 ppm
+)";
+
+constexpr double HostRate = 44100;
+
+/// What the host receives of one source, and how far it is from what it should be.
+struct Reception {
+  const char* source;
+  double audioTimescale;  ///< 0 for that of the pictures
+  double rateError;       ///< of the device's clock
+  double bufferSeconds;   ///< of sound
+
+  std::uint64_t frames = 0;
+  std::uint64_t buffers = 0;
+  double worstVideo = 0;  ///< seconds between a frame's stamp and when it was taken
+  double worstAudio = 0;  ///< seconds between the end of a buffer by its stamp and when it was full
+  double worstLength = 0; ///< seconds of sound too many or too few since the start
+  double start = 0;  ///< of the sound
+  double end = -2;
+  std::uint64_t soundFrames = 0;
+};
+
+class LongRunTest : public FrameworkTest {
+ protected:
+  LongRunTest() {
+    zThread::SetSleepFunction([](unsigned microseconds) {
+      auto& current = runtime::Scheduler::current();
+      current.sleepUntil(current.now() + microseconds * runtime::Nanoseconds{1000});
+    });
+    provider = rigs::install(Machine);
+    self = this;
+  }
+  ~LongRunTest() override {
+    self = nullptr;
+    hardware::installSystemProvider(nullptr);
+    provider.reset();
+    zThread::SetSleepFunction(nullptr);
+  }
+
+  double now() { return static_cast<double>(scheduler.now() - epoch) / 1e9; }
+
+  /// As a host does that is told of a change: whatever is not being received is registered.
+  void registerMissing() {
+    for (auto& reception : receptions) {
+      const std::string name = reception.source;
+      const bool isThere = BRV_SourceSupportsProperty(nullptr, reception.source, "ProvidesVideo");
+      if (isThere == isRegistered[name]) continue;
+      isRegistered[name] = isThere;
+      if (!isThere) continue;
+      BRV_RegisterVideoDataArrivedCallback(nullptr, reception.source, onVideo, &reception);
+      BRV_RegisterAudioDataArrivedCallback(nullptr, reception.source, onAudio, &reception);
+    }
+  }
+
+  static void onVideo(void* context, BRV_VideoBuffer* buffer) {
+    auto& reception = *static_cast<Reception*>(context);
+    const double timescale = BRV_GetTimescaleTicksPerSec(nullptr, reception.source);
+    const double error = static_cast<double>(buffer->timeStamp) / timescale - self->now();
+    // A stamp is as exact as its timescale.
+    reception.worstVideo = std::max(reception.worstVideo, std::abs(error) - 0.5 / timescale);
+    ++reception.frames;
+  }
+
+  static void onAudio(void* context, BRV_AudioBuffer* buffer) {
+    auto& reception = *static_cast<Reception*>(context);
+    const double timescale = reception.audioTimescale > 0 ? reception.audioTimescale
+                                                          : BRV_GetTimescaleTicksPerSec(nullptr, reception.source);
+    const int frames = buffer->dataLength / 4;
+    const double end = static_cast<double>(buffer->timeStamp) / timescale + frames / HostRate;
+    reception.worstAudio = std::max(reception.worstAudio, std::abs(end - self->now()));
+    // Counted from the first buffer on, and from that behind a pause.
+    const bool isFirst = end - reception.end > 1;
+    if (isFirst) reception.start = end;
+    reception.soundFrames = isFirst ? 0 : reception.soundFrames + static_cast<std::uint64_t>(frames);
+    reception.end = end;
+    const double length = static_cast<double>(reception.soundFrames) / HostRate / (1 + reception.rateError);
+    reception.worstLength = std::max(reception.worstLength, std::abs(reception.start + length - self->now()));
+    ++reception.buffers;
+  }
+
+  static void onState(void*, int) { self->registerMissing(); }
+
+  static void onLog(void*, int, const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    self->logBytes += static_cast<std::size_t>(std::vsnprintf(nullptr, 0, format, arguments));
+    va_end(arguments);
+  }
+
+  static long residentPages() {
+    long pages = 0;
+    std::ifstream("/proc/self/statm") >> pages >> pages;
+    return pages;
+  }
+
+  static inline LongRunTest* self = nullptr;
+
+  SimulationScheduler scheduler;
+  const runtime::Nanoseconds epoch = scheduler.now();
+  std::shared_ptr<hardware::simulated::Provider> provider;
+  std::array<Reception, 4> receptions{{{"Webcam Video", 48000, 200e-6, 1024 / 48000.0},
+                                       {"Pocket", 0, -200e-6, 2048 / HostRate},
+                                       {"Door Video", 0, 0, 0},
+                                       {"Deck", 0, 200e-6, 2048 / HostRate}}};
+  std::map<std::string, bool> isRegistered;
+  std::size_t logBytes = 0;
+};
+
+TEST_F(LongRunTest, ADayOfFourSourcesStaysRight) {
+  const char* const wanted = std::getenv("SIMULATION_HOURS");
+  const int minutes = wanted ? static_cast<int>(std::atof(wanted) * 60) : 12;
+  const auto begin = std::chrono::steady_clock::now();
+  BRV_IntitializeLibrary();
+  BRV_RegisterLogCallback(nullptr, onLog, this);
+  BRV_RegisterDeviceStateChangedCallback(nullptr, onState, this);
+  registerMissing();
+  const auto deck = provider->device("deck");
+
+  long pagesAtFirst = 0;
+  for (int minute = 0; minute < minutes; ++minute) {
+    NSRunLoop::mainRunLoop().runForSeconds(60);
+    // Everything but the deck goes and comes back, the halves of the pair one by one.
+    static constexpr std::array<const char*, 4> ids{"cam", "pocket", "mic", "door"};
+    const char* const id = ids[static_cast<std::size_t>(minute / 2) % ids.size()];
+    EXPECT_TRUE(minute % 2 == 0 ? provider->unplug(id) : provider->plug(id));
+    if (minute == minutes / 10) pagesAtFirst = residentPages();
+  }
+  const long growth = (residentPages() - pagesAtFirst) * 4;
+  BRV_UninitializeLibrary();
+
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  std::printf("%.1f h simulated in %.1f s, %d hot-plugs, memory grew by %ld KB, log %zu bytes\n", minutes / 60.0, seconds,
+              minutes, growth, logBytes);
+  for (const Reception& reception : receptions) {
+    std::printf("  %-12s %9llu frames, %9llu buffers; off by at most %.3f ms, sound %.3f ms, its length %.3f ms\n",
+                reception.source, static_cast<unsigned long long>(reception.frames),
+                static_cast<unsigned long long>(reception.buffers), reception.worstVideo * 1e3,
+                reception.worstAudio * 1e3, reception.worstLength * 1e3);
+    EXPECT_GT(reception.frames, 0u) << reception.source;
+    EXPECT_LT(reception.worstVideo, 1 / 30000.0) << reception.source;
+    if (reception.bufferSeconds == 0) continue;
+    EXPECT_GT(reception.buffers, 0u) << reception.source;
+    EXPECT_LT(reception.worstAudio, reception.bufferSeconds) << reception.source;
+    EXPECT_LT(reception.worstLength, reception.bufferSeconds) << reception.source;
+  }
+  EXPECT_EQ(deck->capturedVideo(), receptions[3].frames) << "it loses none and never goes";
+  EXPECT_LT(growth, 2048);
+  EXPECT_LT(logBytes, 1u << 20);
+}
+
+}  // namespace
+}  // namespace test
