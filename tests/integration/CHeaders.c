@@ -9,6 +9,7 @@
 #include <CoreFoundation/CFNumber.h>
 #include <CoreFoundation/CFRunLoop.h>
 #include <CoreFoundation/CFString.h>
+#include <CoreFoundation/CFURL.h>
 #include <CoreMedia/CMSampleBuffer.h>
 #include <CoreMediaIO/CMIOHardware.h>
 #include <CoreVideo/CVPixelBuffer.h>

@@ -1,65 +1,43 @@
 #include <CoreVideo/CVPixelBuffer.h>
-#include <gmock/gmock.h>
-#include <simulated/SimulatedProvider.h>
+#include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <random>
 
 #include "support/FrameworkTest.h"
 #include "support/LoadedModule.h"
+#include "support/MediaFiles.h"
+#include "support/Rigs.h"
+#include "support/TemporaryFolder.h"
 
 // Clips played into the module, paced by the consumer: what a host receives is what the file holds.
 
 namespace {
 
-using hardware::simulated::MediaSource;
-using hardware::simulated::Pacing;
-using hardware::simulated::Provider;
-using hardware::simulated::Rig;
-using hardware::simulated::RigDevice;
+/// Runs the main loop until `done`, for a minute at most.
+template <typename Condition>
+void waitFor(Condition done) {
+  for (int i = 0; i < 6000 && !done(); ++i) NSRunLoop::mainRunLoop().runForSeconds(0.01);
+  EXPECT_TRUE(done());
+}
 
 class ClipTest : public FrameworkTest {
  protected:
-  ClipTest() { std::filesystem::create_directories(folder); }
-  ~ClipTest() override { std::filesystem::remove_all(folder); }
-
-  std::string write(const std::string& name, const std::string& bytes) {
-    const std::string path = folder / name;
-    std::ofstream(path, std::ios::binary) << bytes;
-    return path;
+  std::string noise(std::size_t size) {
+    std::string bytes(size, '\0');
+    for (char& byte : bytes) byte = static_cast<char>(_random());
+    return bytes;
   }
-  static RigDevice player(const std::string& name) {
-    RigDevice device;
-    device.description.name = name;
-    device.description.uniqueID = name;
-    device.pacing = Pacing::consumer;
-    return device;
-  }
-  static void install(std::vector<RigDevice> devices) {
-    Rig rig;
-    rig.devices = std::move(devices);
-    hardware::installSystemProvider(std::make_shared<Provider>(std::move(rig)));
-  }
-  /// Runs the main loop until `done`, for a minute at most.
-  template <typename Condition>
-  static void waitFor(Condition done) {
-    for (int i = 0; i < 6000 && !done(); ++i) NSRunLoop::mainRunLoop().runForSeconds(0.01);
-    EXPECT_TRUE(done());
+  void play(const std::string& media, const std::string& bytes) {
+    rigs::install("[device]\nid = clip\nname = Clip\npacing = consumer\nmedia = " + media + " = media " +
+                  _folder.write("clip", bytes) + ", once\n");
   }
 
-  const std::filesystem::path folder =
-      std::filesystem::temp_directory_path() / ("clips-" + std::to_string(std::random_device()()));
-  std::mt19937 random{1};
+ private:
+  const TemporaryFolder _folder;
+  std::mt19937 _random{1};
 };
-
-std::string noise(std::mt19937& random, std::size_t size) {
-  std::string bytes(size, '\0');
-  for (char& byte : bytes) byte = static_cast<char>(random());
-  return bytes;
-}
 
 struct VideoReceiver {
   /// Pictures in the order Y0 Cb Y1 Cr without padding, and their time stamps.
@@ -108,14 +86,11 @@ TEST_F(ClipTest, EveryFrameArrivesOnceInOrderAndBitIdentical) {
         "YUV4MPEG2 W" + std::to_string(c.width) + " H" + std::to_string(c.height) + " F" + c.rate + " Ip A1:1 C422\n";
     std::vector<std::string> expected;
     for (std::size_t i = 0; i < Frames; ++i) {
-      const std::string planes = noise(random, c.width * c.height * 2);
+      const std::string planes = noise(c.width * c.height * 2);
       file += "FRAME\n" + planes;
       expected.push_back(packed(planes, c.width, c.height));
     }
-    RigDevice camera = player("Clip");
-    camera.description.hasVideo = true;
-    camera.picture = MediaSource{write("clip.y4m", file), false};
-    install({camera});
+    play("video\npicture", file);
     Host host;
     VideoReceiver received;
 
@@ -137,72 +112,53 @@ TEST_F(ClipTest, EveryFrameArrivesOnceInOrderAndBitIdentical) {
 
 struct AudioReceiver {
   std::string bytes;
-  std::vector<std::int64_t> times;
+  std::vector<std::pair<double, std::size_t>> stamps;  ///< in ticks, and where in the sound
   std::atomic<std::size_t> length{0};
 
   static void receive(void* context, BRV_AudioBuffer* buffer) {
     auto& self = *static_cast<AudioReceiver*>(context);
+    self.stamps.emplace_back(buffer->timeStamp, self.bytes.size() / 4);
     self.bytes.append(static_cast<const char*>(buffer->data), static_cast<std::size_t>(buffer->dataLength));
-    self.times.push_back(buffer->timeStamp);
     self.length = self.bytes.size();
   }
 };
 
-template <typename T>
-std::string bytesOf(T value) {
-  return std::string(reinterpret_cast<const char*>(&value), sizeof value);
-}
-
-std::string wav(std::uint16_t tag, std::uint16_t bits, std::uint32_t rate, const std::string& data) {
-  const auto frame = static_cast<std::uint16_t>(2 * bits / 8);
-  return "RIFF" + bytesOf(static_cast<std::uint32_t>(36 + data.size())) + "WAVEfmt " + bytesOf(std::uint32_t{16}) +
-         bytesOf(tag) + bytesOf(std::uint16_t{2}) + bytesOf(rate) + bytesOf(rate * frame) + bytesOf(frame) +
-         bytesOf(bits) + "data" + bytesOf(static_cast<std::uint32_t>(data.size())) + data;
+/// Sound of two channels, received until that many frames have come.
+std::string receivedSound(std::size_t frames) {
+  Host host;
+  AudioReceiver received;
+  host.registerAudio("Clip Audio", AudioReceiver::receive, &received);
+  waitFor([&] { return received.length >= frames * 4; });
+  const double ticks = host.timescale("Clip Audio");
+  host.uninitialize();
+  for (const auto& [stamp, position] : received.stamps) {
+    EXPECT_NEAR(stamp / ticks, static_cast<double>(position) / 44100, 1.0 / 44100) << "the time of its first frame";
+  }
+  return received.bytes;
 }
 
 TEST_F(ClipTest, SoundInTheHostsFormatArrivesBitIdentical) {
   constexpr std::size_t Frames = 20'000;
-  const std::string sound = noise(random, Frames * 4);
-  RigDevice microphone = player("Sound");
-  microphone.description.hasAudio = true;
-  microphone.sound = MediaSource{write("sound.wav", wav(1, 16, 44100, sound)), false};
-  install({microphone});
-  Host host;
-  AudioReceiver received;
+  const std::string sound = noise(Frames * 4);
+  play("audio\nsound", waveFile(waveFormat(1, 2, 44100, 16), sound));
 
-  host.registerAudio("Sound Audio", AudioReceiver::receive, &received);
-  waitFor([&] { return received.length >= sound.size(); });
-  host.uninitialize();
-
-  EXPECT_TRUE(received.bytes == sound);
+  EXPECT_TRUE(receivedSound(Frames) == sound);
 }
 
 TEST_F(ClipTest, SoundOfAnotherRateArrivesWithItsLengthAndWithoutASeam) {
-  constexpr std::size_t Frames = 48'000;
-  std::string sound;
-  for (std::size_t i = 0; i < Frames; ++i) {
-    const float ramp = static_cast<float>(i) / Frames;
-    sound += bytesOf(ramp) + bytesOf(-ramp);
-  }
-  RigDevice microphone = player("Sound");
-  microphone.description.hasAudio = true;
-  microphone.sound = MediaSource{write("sound.wav", wav(3, 32, 48000, sound)), false};
-  install({microphone});
-  Host host;
-  AudioReceiver received;
+  std::vector<float> ramp(2 * 48'000);
+  for (std::size_t i = 0; i < ramp.size(); ++i) ramp[i] = static_cast<float>(i / 2) / 48'000 * (i % 2 ? -1.0F : 1.0F);
+  const std::string bytes(reinterpret_cast<const char*>(ramp.data()), ramp.size() * sizeof(float));
+  play("audio\nsound", waveFile(waveFormat(3, 2, 48000, 32), bytes));
 
-  host.registerAudio("Sound Audio", AudioReceiver::receive, &received);
-  waitFor([&] { return received.length >= (44100 - 512) * 4; });
-  host.uninitialize();
+  const std::string sound = receivedSound(44100 - 512);
 
-  const std::size_t frames = received.bytes.size() / 4;
-  EXPECT_NEAR(static_cast<double>(frames), 44100, 512);
-  std::vector<std::int16_t> samples(frames * 2);
-  std::memcpy(samples.data(), received.bytes.data(), received.bytes.size());
-  for (std::size_t i = 200; i < frames; ++i) {
-    const double ideal = 32768.0 * static_cast<double>(i) / 44100;
-    ASSERT_NEAR(samples[2 * i], ideal, 2) << "a ramp shows every seam; frame " << i;
-    ASSERT_NEAR(samples[2 * i + 1], -ideal, 2);
+  std::vector<std::int16_t> samples(sound.size() / 2);
+  std::memcpy(samples.data(), sound.data(), sound.size());
+  EXPECT_NEAR(static_cast<double>(samples.size()), 2 * 44100, 2 * 512);
+  for (std::size_t i = 400; i < samples.size(); ++i) {
+    const double ideal = 32768.0 * static_cast<double>(i / 2) / 44100;
+    ASSERT_NEAR(samples[i], i % 2 ? -ideal : ideal, 2) << "a ramp shows every seam; sample " << i;
   }
 }
 

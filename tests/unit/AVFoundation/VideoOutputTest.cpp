@@ -1,18 +1,16 @@
 #include <AVFoundation/AVFoundation.h>
 #include <CoreVideo/CVPixelBuffer.h>
-#include <Foundation/NSValue.h>
 #include <gmock/gmock.h>
 
-#include <future>
 #include <thread>
 
 #include "support/FakeHardware.h"
 #include "support/FrameworkTest.h"
+#include "support/Gate.h"
 
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 class RecordingDelegate final : public AVCaptureVideoDataOutputSampleBufferDelegate {
  public:
@@ -30,25 +28,6 @@ class RecordingDelegate final : public AVCaptureVideoDataOutputSampleBufferDeleg
   std::function<void(CMSampleBufferRef)> whileDelivering;
 };
 
-/// Holds a delegate in its first delivery until it is let go.
-class Gate {
- public:
-  void attachTo(RecordingDelegate& delegate) {
-    delegate.whileDelivering = [this](CMSampleBufferRef) {
-      if (!std::exchange(_isClosed, false)) return;
-      _entered.set_value();
-      _open.get_future().wait();
-    };
-  }
-  void waitUntilEntered() { _entered.get_future().wait(); }
-  void open() { _open.set_value(); }
-
- private:
-  bool _isClosed = true;
-  std::promise<void> _entered;
-  std::promise<void> _open;
-};
-
 class VideoOutputTest : public FrameworkTest {
  protected:
   VideoOutputTest() {
@@ -63,7 +42,14 @@ class VideoOutputTest : public FrameworkTest {
     dispatch_sync(queue.get(), [] {});
   }
 
-  void capture(std::int64_t time) { camera->captureFrame(CMTimeMake(time, 30), static_cast<std::uint8_t>(time)); }
+  /// Captures frame 1 and returns while its delivery is held by the gate.
+  void enterGate() {
+    delegate.whileDelivering = [this](CMSampleBufferRef) { gate.pass(); };
+    session->startRunning();
+    capture(1);
+    gate.waitUntilEntered();
+  }
+  void capture(std::int64_t time) { camera->captureFrame(CMTimeMake(time, 30)); }
   void expectConservation() const {
     const auto counts = output->statistics();
     EXPECT_EQ(counts.captured, counts.delivered + counts.dropped() + counts.pending);
@@ -76,15 +62,11 @@ class VideoOutputTest : public FrameworkTest {
   CFRef<dispatch_queue_t> queue =
       CFRef<dispatch_queue_t>::adopt(dispatch_queue_create("frames", DISPATCH_QUEUE_SERIAL));
   RecordingDelegate delegate;
+  Gate gate;
 };
 
 TEST_F(VideoOutputTest, LateFramesAreDroppedAndReportedInOrder) {
-  Gate gate;
-  gate.attachTo(delegate);
-  session->startRunning();
-
-  capture(1);
-  gate.waitUntilEntered();
+  enterGate();
   for (int time = 2; time <= 5; ++time) capture(time);  // 2 waits, the others are late
   gate.open();
   session->stopRunning();
@@ -94,55 +76,8 @@ TEST_F(VideoOutputTest, LateFramesAreDroppedAndReportedInOrder) {
   expectConservation();
 }
 
-TEST_F(VideoOutputTest, WithoutDiscardingFramesWaitAsLongAsThePoolLasts) {
-  output->setAlwaysDiscardsLateVideoFrames(false);
-  Gate gate;
-  gate.attachTo(delegate);
-  session->startRunning();
-
-  capture(1);
-  gate.waitUntilEntered();
-  for (int time = 2; time <= 20; ++time) capture(time);
-  gate.open();
-  session->stopRunning();
-
-  EXPECT_EQ(output->statistics().delivered, 16U);
-  EXPECT_EQ(output->statistics().droppedNoBuffer, 4U);
-  expectConservation();
-}
-
-TEST_F(VideoOutputTest, FramesThatTheDelegateKeepsExhaustThePoolUntilTheyAreReleased) {
-  std::vector<CFRef<CVPixelBufferRef>> kept;
-  delegate.whileDelivering = [&](CMSampleBufferRef sample) {
-    kept.push_back(CFRef<CVPixelBufferRef>::retain(CMSampleBufferGetImageBuffer(sample)));
-  };
-  session->startRunning();
-  const auto captureAndWait = [&](int time) {
-    capture(time);
-    dispatch_sync(queue.get(), [] {});
-  };
-
-  for (int time = 1; time <= 18; ++time) captureAndWait(time);
-  EXPECT_EQ(output->statistics().droppedNoBuffer, 2U);
-  kept.pop_back();
-  captureAndWait(19);
-  EXPECT_EQ(delegate.events.back(), 19);
-
-  session->stopRunning();
-  output->setSampleBufferDelegate(nullptr, nullptr);
-  output = makeRef<AVCaptureVideoDataOutput>();
-  session = makeRef<AVCaptureSession>();
-  CVPixelBufferLockBaseAddress(kept[2].get(), kCVPixelBufferLock_ReadOnly);
-  EXPECT_EQ(*static_cast<std::uint8_t*>(CVPixelBufferGetBaseAddress(kept[2].get())), 3) << "frames outlive the output";
-  CVPixelBufferUnlockBaseAddress(kept[2].get(), kCVPixelBufferLock_ReadOnly);
-}
-
 TEST_F(VideoOutputTest, StopLetsWaitingFramesArriveAndNothingAfterThem) {
-  Gate gate;
-  gate.attachTo(delegate);
-  session->startRunning();
-  capture(1);
-  gate.waitUntilEntered();
+  enterGate();
   capture(2);
   std::thread releasing([&] { gate.open(); });
 
@@ -170,11 +105,7 @@ TEST_F(VideoOutputTest, StoppedFromTheDelegateWaitingFramesAreDropped) {
 }
 
 TEST_F(VideoOutputTest, AStuckDelegateCostsNoMemoryAndEveryDropIsReported) {
-  Gate gate;
-  gate.attachTo(delegate);
-  session->startRunning();
-  capture(1);
-  gate.waitUntilEntered();
+  enterGate();
   capture(2);
   for (int i = 0; i < 1000; ++i) {
     capture(3);
@@ -189,46 +120,10 @@ TEST_F(VideoOutputTest, AStuckDelegateCostsNoMemoryAndEveryDropIsReported) {
   expectConservation();
 }
 
-TEST_F(VideoOutputTest, FramesLostByTheDeviceAreReported) {
-  session->startRunning();
-  camera->loseFrame(CMTimeMake(1, 30));
-  session->stopRunning();
-
-  EXPECT_THAT(delegate.events, ElementsAre(-1));
-  EXPECT_EQ(output->statistics().droppedByDevice, 1U);
-  expectConservation();
-}
-
-TEST_F(VideoOutputTest, ARemovedOutputReceivesNothing) {
-  session->startRunning();
-  session->removeOutput(output.get());
-  capture(1);
-  EXPECT_FALSE(camera->isRunning());
-  session->addOutput(output.get());
-  capture(2);
-  session->stopRunning();
-
-  EXPECT_THAT(delegate.events, ElementsAre(2));
-}
-
-TEST_F(VideoOutputTest, OnlyThePixelFormatOnOfferIsAccepted) {
-  const auto asking = [](std::uint32_t format) {
-    return makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{
-        {kCVPixelBufferPixelFormatTypeKey, NSNumber::numberWithUnsignedInt(format)}});
-  };
-  EXPECT_TRUE(output->setVideoSettings(asking(kCVPixelFormatType_422YpCbCr8_yuvs).get()));
-  EXPECT_FALSE(output->setVideoSettings(asking(0x42475241).get()));
-}
-
 TEST_F(VideoOutputTest, ConsumerPacedDevicesHearOfRoom) {
-  hardware::Sink* sink = nullptr;
-  Gate gate;
-  gate.attachTo(delegate);
-  session->startRunning();
-  sink = camera->sink();
+  enterGate();
+  hardware::Sink* sink = camera->sink();
   EXPECT_TRUE(sink->hasRoomForVideo());
-  capture(1);
-  gate.waitUntilEntered();
   capture(2);
   EXPECT_FALSE(sink->hasRoomForVideo());
   EXPECT_TRUE(sink->hasRoomForAudio());
@@ -236,26 +131,6 @@ TEST_F(VideoOutputTest, ConsumerPacedDevicesHearOfRoom) {
   session->stopRunning();
 
   EXPECT_EQ(camera->roomReports, 1);
-}
-
-TEST(SessionNotificationTest, ASessionTellsWhenItStartsAndStops) {
-  auto session = makeRef<AVCaptureSession>();
-  std::vector<std::string> names;
-  auto& center = NSNotificationCenter::defaultCenter();
-  std::vector<Ref<NSObject>> tokens;
-  for (auto name : {AVCaptureSessionDidStartRunningNotification, AVCaptureSessionDidStopRunningNotification}) {
-    tokens.push_back(center.addObserverForName(
-        name, session.get(), nullptr, [&](NSNotification& notification) { names.push_back(notification.name()); }));
-  }
-
-  session->stopRunning();
-  session->startRunning();
-  session->startRunning();
-  session->stopRunning();
-  for (const auto& token : tokens) center.removeObserver(token.get());
-
-  EXPECT_THAT(names,
-              ElementsAre(AVCaptureSessionDidStartRunningNotification, AVCaptureSessionDidStopRunningNotification));
 }
 
 }  // namespace

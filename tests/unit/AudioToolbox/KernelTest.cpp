@@ -47,7 +47,6 @@ TEST(Kernels, ReadAndWriteTheSameBitsForEveryLength) {
   if (bestInstructionSet() != InstructionSet::AVX2) GTEST_SKIP() << "this processor has one set only";
   for (const unsigned bits : {16u, 24u, 32u}) {
     for (const unsigned channels : {1u, 2u}) {
-      SCOPED_TRACE(testing::Message() << bits << " bits, " << channels << " channels");
       PCMFormat format;
       format.channels = channels;
       format.sample = {.kind = SampleKind::SignedInteger, .bits = bits, .containerBytes = bits / 8};

@@ -5,7 +5,7 @@
 #include <dispatch/Scheduler.h>
 #include <gtest/gtest.h>
 #include <support/AllocationCount.h>
-#include <support/VirtualScheduler.h>
+#include <support/SimulationScheduler.h>
 
 #include <atomic>
 #include <functional>
@@ -154,7 +154,7 @@ TEST(DispatchDeathTest, WaitingForTheQueueOneRunsOnAbortsWithItsName) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto deadlock = [](dispatch_queue_t queue) { dispatch_sync(queue, [queue] { dispatch_sync(queue, [] {}); }); };
   const auto deadlockThroughABusyQueue = [](dispatch_queue_t queue) {
-    const test::VirtualScheduler scheduler;  // keeps the other queue busy until it is waited for
+    const test::SimulationScheduler scheduler;  // keeps the other queue busy until it is waited for
     const Queue other = makeQueue("other");
     dispatch_async(other.get(), [] {});
     dispatch_sync(queue, [&] { dispatch_sync(other.get(), [queue] { dispatch_sync(queue, [] {}); }); });

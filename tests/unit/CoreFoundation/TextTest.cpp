@@ -1,8 +1,7 @@
-// Strings, the scanner and paths.
+// Strings and the scanner.
 
 #include <CoreFoundation/CFRef.h>
 #include <CoreFoundation/CFString.h>
-#include <Foundation/NSPathUtilities.h>
 #include <Foundation/NSScanner.h>
 #include <gtest/gtest.h>
 
@@ -69,23 +68,6 @@ TEST(ScannerTest, ReadsHexadecimalNumbersAsFarAsTheyGo) {
     EXPECT_EQ(scanner.scanHexLongLong(&value), each.value != Untouched) << each.text;
     EXPECT_EQ(value, each.value) << each.text;
     EXPECT_EQ(scanner.scanLocation(), each.end) << each.text;
-  }
-}
-
-TEST(PathTest, JoinsWithOneSlashAndFindsTheLastComponent) {
-  struct {
-    const char *path, *component, *joined, *lastOfPath;
-  } const cases[] = {
-      {"/home/me", "Library", "/home/me/Library", "me"},
-      {"/home/me//", "//Library/", "/home/me/Library/", "me"},
-      {"//", "tmp", "/tmp", "/"},
-      {"", "/tmp", "/tmp", ""},
-      {"b.mov", "/", "b.mov", "b.mov"},
-  };
-
-  for (const auto& each : cases) {
-    EXPECT_EQ(stringByAppendingPathComponent(each.path, each.component), each.joined);
-    EXPECT_EQ(lastPathComponent(each.path), each.lastOfPath);
   }
 }
 

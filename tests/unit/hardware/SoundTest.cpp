@@ -3,16 +3,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <numbers>
 #include <random>
 #include <utility>
 #include <vector>
 
-#include "MediaFiles.h"
 #include "simulated/PCM.h"
 #include "simulated/Tone.h"
 #include "simulated/WAVReader.h"
+#include "support/MediaFiles.h"
+#include "support/Rigs.h"
+#include "support/TemporaryFolder.h"
 
 namespace hardware::simulated {
 namespace {
@@ -50,7 +53,7 @@ TEST(WAVReaderTest, SamplesComeOutAgainByteForByteInEveryFormat) {
       {extensible(1, 6, 48000, 24, 0x3F), kAudioChannelLayoutTag_MPEG_5_1_A},
       {extensible(3, 4, 48000, 32, 0x33), kAudioChannelLayoutTag_Quadraphonic},
   };
-  MediaFolder folder;
+  TemporaryFolder folder;
   std::mt19937 random(1);
   for (const auto& [format, layout] : cases) {
     const auto channels = static_cast<std::size_t>(format[2]);
@@ -60,9 +63,8 @@ TEST(WAVReaderTest, SamplesComeOutAgainByteForByteInEveryFormat) {
     for (std::size_t i = 3; isFloat && i < data.size(); i += 4) data[i] = 0x3E;  // neither infinite nor no number
     std::vector<double> samples(240 * channels);
     // An odd chunk in front, so that the padding byte matters.
-    const std::string chunks = "WAVE" + chunk("note", "x") + chunk("fmt ", format) + chunk("data", data);
-
-    auto reader = WAVReader::open(folder.write("sound.wav", chunk("RIFF", chunks)));
+    auto reader = WAVReader::open(folder.write(
+        "sound.wav", chunk("RIFF", "WAVE" + chunk("note", "x") + chunk("fmt ", format) + chunk("data", data))));
     ASSERT_TRUE(reader) << reader.reason();
     EXPECT_EQ(reader->read(0, std::span(samples).first(100 * channels)), 100u);
     EXPECT_EQ(reader->read(100, std::span(samples).subspan(100 * channels)), 140u);
@@ -79,7 +81,7 @@ TEST(WAVReaderTest, FilesThatCannotBePlayedAreRefusedAndCutOffOnesArePlayedToThe
   std::string wrongFrameSize = format, strangeSubformat = extensible(1, 2, 48000, 16, 3);
   wrongFrameSize[12] = 3;
   strangeSubformat.back() = 'x';
-  MediaFolder folder;
+  TemporaryFolder folder;
   for (const std::string& bytes :
        {std::string("RIFF"), chunk("RIFX", whole.substr(8)), chunk("RIFF", "WAVE"),
         chunk("RIFF", "WAVE" + chunk("fmt ", format)),
@@ -120,6 +122,10 @@ TEST(ToneTest, IsTheSameAfterDaysAsAtTheStart) {
   const double expected = std::pow(10, -0.3) * std::sin(2 * std::numbers::pi * 997 * 11 / 44100);
   EXPECT_NEAR(Tone(997, -6).sampleAt(11, 44100), expected, 1e-11);
   EXPECT_EQ(Tone(997, -6).sampleAt(2ull * 86400 * 44100 + 11, 44100), Tone(997, -6).sampleAt(11, 44100));
+
+  std::array<double, 1500> run;
+  Tone(997, -6).samplesFrom(11, 44100, run);
+  for (std::size_t i = 0; i < run.size(); ++i) EXPECT_NEAR(run[i], Tone(997, -6).sampleAt(11 + i, 44100), 1e-12) << i;
 }
 
 }  // namespace

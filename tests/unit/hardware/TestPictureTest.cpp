@@ -44,25 +44,5 @@ TEST(TestPictureTest, DrawingWhatMovedGivesTheSamePictureAsDrawingAll) {
   }
 }
 
-TEST(TestPictureTest, ABufferThatIsNotWhatWasDrawnIsDrawnInFull) {
-  TestPicture picture(640, 480);
-  Rows rows(640, 480);
-  std::uint32_t number = 0;
-  const auto expectFullRedraw = [&](const char* reason) {
-    picture.draw(++number, rows.bytes.data(), rows.bytesPerRow);
-    EXPECT_TRUE(rows.bytes == freshPicture(640, 480, number).bytes) << reason;
-    EXPECT_EQ(picture.fullRedraws(), number) << reason;
-  };
-
-  expectFullRedraw("new");
-  for (const std::size_t at : {std::size_t{0}, std::size_t{200'001}, rows.bytes.size() - 8}) {
-    std::fill_n(rows.bytes.begin() + static_cast<std::ptrdiff_t>(at),
-                std::min(rows.bytesPerRow, rows.bytes.size() - at), 0xAA);
-    expectFullRedraw("a row's length overwritten");
-  }
-  TestPicture(640, 480).draw(77, rows.bytes.data(), rows.bytesPerRow);
-  expectFullRedraw("another frame drawn by another stream");
-}
-
 }  // namespace
 }  // namespace hardware::simulated

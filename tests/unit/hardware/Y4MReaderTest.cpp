@@ -6,8 +6,10 @@
 #include <random>
 #include <vector>
 
-#include "MediaFiles.h"
+#include "support/MediaFiles.h"
+#include "support/Rigs.h"
 #include "support/Samples.h"
+#include "support/TemporaryFolder.h"
 
 namespace hardware::simulated {
 namespace {
@@ -62,7 +64,7 @@ TEST(Y4MReaderTest, MissingChromaIsTakenFromItsNeighbours) {
 }
 
 TEST(Y4MReaderTest, HeadersThatCannotBePlayedAreRefused) {
-  MediaFolder folder;
+  TemporaryFolder folder;
   const auto open = [&](const std::string& header) {
     return Y4MReader::open(folder.write("clip.y4m", "YUV4MPEG2" + header + "\nFRAME\n123456"));
   };
@@ -77,7 +79,7 @@ TEST(Y4MReaderTest, HeadersThatCannotBePlayedAreRefused) {
 }
 
 TEST(Y4MReaderTest, EndsCleanlyWhereAClipIsCutOffAndNoMutationDoesHarm) {
-  MediaFolder folder;
+  TemporaryFolder folder;
   const auto framesOf = [&](const std::string& bytes) {
     auto reader = Y4MReader::open(folder.write("clip.y4m", bytes));
     int frames = 0;
@@ -101,7 +103,7 @@ TEST(Y4MReaderTest, EndsCleanlyWhereAClipIsCutOffAndNoMutationDoesHarm) {
 }
 
 TEST(Y4MReaderTest, AFrameThatHasGoneFromTheFileIsBlack) {
-  MediaFolder folder;
+  TemporaryFolder folder;
   const std::string path = folder.write("clip.y4m", smallClip(2));
   auto reader = Y4MReader::open(path);
   ASSERT_TRUE(reader && reader->nextFrame() && reader->nextFrame());

@@ -8,7 +8,7 @@
 #include "PNGWriter.h"
 #include "RGBImage.h"
 #include "Repack.h"
-#include "TemporaryDirectory.h"
+#include "support/TemporaryFolder.h"
 
 namespace brvhost {
 namespace {
@@ -100,7 +100,7 @@ TEST(RGBImageTest, StretchesTheWidthToSquarePixels) {
 }
 
 TEST(PNGWriterTest, WritesWhatLibpngReadsBackAndRefusesWhatPNGCannotHold) {
-  const TemporaryDirectory directory;
+  const TemporaryFolder directory;
   const RGBImage image{7, 5, randomBytes(7 * 5 * 3)};
 
   writePNG(directory.file("picture.png"), image);

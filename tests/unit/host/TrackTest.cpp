@@ -5,8 +5,11 @@
 
 #include "AudioTrack.h"
 #include "BoundedQueue.h"
-#include "TemporaryDirectory.h"
+#include "Failure.h"
 #include "VideoTrack.h"
+#include "WAVWriter.h"
+#include "support/MediaFiles.h"
+#include "support/TemporaryFolder.h"
 
 namespace brvhost {
 namespace {
@@ -17,9 +20,7 @@ TEST(BoundedQueueTest, KeepsTheOrderRefusesWhenFullAndLosesNothingOfAPatientProd
     return queue.push(patience, [value](int& item) { item = value; });
   };
   EXPECT_THROW(queue.push({}, [](int&) { throw std::bad_alloc(); }), std::bad_alloc);
-  EXPECT_TRUE(put(0, {}));
-  EXPECT_TRUE(put(1, {}));
-  EXPECT_FALSE(put(9, {}));
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(put(i, {}), i < 2);
 
   std::thread producer([&] {
     for (int i = 2; i < 5'000; ++i) EXPECT_TRUE(put(i, std::chrono::hours(1)));
@@ -51,7 +52,7 @@ void deliver(VideoTrack& track, std::int64_t stamp, std::size_t width = 2, std::
 }
 
 TEST(VideoTrackTest, EndsTheFileWhereThePictureChangesItsSizeOrTheDiskIsFull) {
-  const TemporaryDirectory directory;
+  const TemporaryFolder directory;
   for (const std::string& path : {directory.file("clip.y4m"), std::string("/dev/full")}) {
     VideoTrack track(path, std::nullopt, [] { return FrameTiming{25, 1}; });
     deliver(track, 0);  // not armed yet
@@ -71,7 +72,7 @@ TEST(VideoTrackTest, EndsTheFileWhereThePictureChangesItsSizeOrTheDiskIsFull) {
 }
 
 TEST(VideoTrackTest, AsksAgainHowTimeIsCountedOnlyWhenTheFormatChanged) {
-  const TemporaryDirectory directory;
+  const TemporaryFolder directory;
   FrameTiming timing = {600, 20};
   VideoTrack track(directory.file("clip.y4m"), std::nullopt, [&] { return timing; });
   track.arm();
@@ -87,7 +88,7 @@ TEST(VideoTrackTest, AsksAgainHowTimeIsCountedOnlyWhenTheFormatChanged) {
 }
 
 TEST(AudioTrackTest, WritesWholeFramesCutsAtTheTimeAskedForAndEndsWhereTheFormatChanges) {
-  const TemporaryDirectory directory;
+  const TemporaryFolder directory;
   for (const std::int32_t secondRate : {44'100, 48'000}) {
     AudioTrack track(directory.file("sound.wav"), 0.01);
     track.arm();
@@ -106,6 +107,46 @@ TEST(AudioTrackTest, WritesWholeFramesCutsAtTheTimeAskedForAndEndsWhereTheFormat
     EXPECT_EQ(track.statistics().notWritten, frames == 441 ? 0 : 480 - 300);
     EXPECT_EQ(track.statistics().ending.has_value(), frames == 300);
     EXPECT_EQ(directory.contents("sound.wav").size(), WAVHeaderBytes + frames * 4);
+  }
+}
+
+std::string headerOf(std::uint64_t dataBytes) {
+  const auto bytes = wavHeader({}, dataBytes);
+  return {bytes.begin(), bytes.end()};
+}
+
+TEST(WAVWriterTest, WritesTheHeaderThatReadersExpectAndBecomesRF64WhereASizeNoLongerFits) {
+  const std::string format = chunk("fmt ", waveFormat(1, 2, 44'100, 16)) + "data";
+  constexpr std::uint64_t LastSmall = 0xFFFF'FFFFULL - 72 - 3;
+  for (const std::uint64_t data : {std::uint64_t{400}, LastSmall}) {
+    const auto size = static_cast<std::uint32_t>(data);
+    EXPECT_EQ(headerOf(data), "RIFF" + littleEndian(size + 72) + "WAVE" + chunk("JUNK", std::string(28, '\0')) +
+                                  format + littleEndian(size));
+  }
+  constexpr std::uint64_t Large = LastSmall + 4;
+  const std::string sizes = littleEndian(Large + 72) + littleEndian(Large) + littleEndian(Large / 4) + littleEndian(0u);
+  EXPECT_EQ(headerOf(Large),
+            "RF64" + littleEndian(0xFFFF'FFFFu) + "WAVE" + chunk("ds64", sizes) + format + littleEndian(0xFFFF'FFFFu));
+}
+
+TEST(WAVWriterTest, KeepsTheSizesOfAnUnfinishedFileWithinASecondOfTheTruth) {
+  const TemporaryFolder directory;
+  const std::vector<std::uint8_t> half(88'200, 7);
+  WAVWriter writer(OutputFile(directory.file("sound.wav")), {});
+
+  for (const std::uint64_t stated : {0, 176'400, 176'400}) {
+    writer.write(half.data(), half.size());
+    EXPECT_EQ(directory.contents("sound.wav").substr(0, WAVHeaderBytes), headerOf(stated));
+  }
+  writer.close();
+
+  EXPECT_EQ(directory.contents("sound.wav"), headerOf(264'600) + std::string(264'600, 7));
+}
+
+TEST(WAVWriterTest, RefusesSoundThatItCannotDescribe) {
+  const TemporaryFolder directory;
+  for (const PCMFormat& format : {PCMFormat{0, 2, 16}, PCMFormat{44'100, 0, 16}, PCMFormat{44'100, 2, 24}}) {
+    EXPECT_THROW(WAVWriter(OutputFile(directory.file("sound.wav")), format), Failure);
   }
 }
 
