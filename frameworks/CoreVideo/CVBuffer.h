@@ -44,7 +44,13 @@ struct OpaqueCVBuffer final : public NSObject {
   /// Not guarded against readers: the buffer's maker attaches before anyone else sees the buffer.
   void setAttachment(CFStringRef key, CFTypeRef value, CVAttachmentMode mode);
   void removeAllAttachments() noexcept;
-  const Attachment* attachment(CFStringRef key) const noexcept;
+  /// Keys are nearly always the frameworks' own constants: looks for the object itself before reading any text.
+  const Attachment* attachment(CFStringRef key) const noexcept {
+    for (const Attachment& entry : _attachments) {
+      if (entry.key.get() == NSString::from(key)) return &entry;
+    }
+    return attachmentByText(key);
+  }
 
   CGSize displaySize() const noexcept { return _displaySize; }
   const CVPixelLayout& layout() const noexcept { return _layout; }
@@ -68,6 +74,7 @@ struct OpaqueCVBuffer final : public NSObject {
   OpaqueCVBuffer(const CVPixelLayout& layout, Pixels pixels, std::shared_ptr<CVPixelBufferStore> store);
 
   void dispose() override;
+  [[gnu::noinline]] const Attachment* attachmentByText(CFStringRef key) const noexcept;
   void updateDisplaySize() noexcept;
 
   CVPixelLayout _layout;

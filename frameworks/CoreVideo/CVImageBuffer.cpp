@@ -12,14 +12,10 @@ const CFStringRef kCVImageBufferDisplayDimensionsKey = NSString::constant("CVDis
 const CFStringRef kCVImageBufferDisplayWidthKey = NSString::constant("Width");
 const CFStringRef kCVImageBufferDisplayHeightKey = NSString::constant("Height");
 
-const OpaqueCVBuffer::Attachment* OpaqueCVBuffer::attachment(CFStringRef key) const noexcept {
-  // Keys are nearly always the frameworks' own constants: look for the object itself before reading any text.
-  const NSString* string = NSString::from(key);
+const OpaqueCVBuffer::Attachment* OpaqueCVBuffer::attachmentByText(CFStringRef key) const noexcept {
+  const std::string& text = NSString::from(key)->text();
   for (const Attachment& entry : _attachments) {
-    if (entry.key.get() == string) return &entry;
-  }
-  for (const Attachment& entry : _attachments) {
-    if (entry.key->text() == string->text()) return &entry;
+    if (entry.key->text() == text) return &entry;
   }
   return nullptr;
 }
