@@ -68,7 +68,8 @@ constexpr const char* RecordHelp =
 
 Records the picture to BASE.y4m (uncompressed 4:2:2) and the sound to BASE.wav (44,100 Hz, 16 bits,
 stereo), whichever the source has. Existing files are replaced. The recording begins with the first frame
-after the source was started in its final format. Ctrl-C ends it, and the files are complete then too.
+after the source was started in its final format. Ctrl-C ends it, and the files are complete then too. SIGUSR1
+shows the report as it stands, on standard error, while the recording goes on.
 
   --set NAME=INDEX  apply a setting before (see set); may be repeated, and is done in the order given. When one
                     does not hold nothing is recorded. Without it the module chooses the format
@@ -80,6 +81,9 @@ read from the gaps between time stamps, a gap being worth its length in frame du
 (what is lost before the first frame or after the last leaves no gap). Captured is the sum of the two. "Not
 written" are frames that were delivered but are not in the file, because the disk did not keep up. Gaps are
 not filled in the file. A picture whose size changes ends BASE.y4m there, while the sound goes on.
+"Waiting" ones, while it runs, are on their way to the file. Callbacks are the module's calls, each of which brings
+one frame of picture or a run of sound: recorded, before the recording began or after its end, or unusable, when it
+brought no picture or sound of no known kind. Why the source dropped a frame the module's log tells.
 )";
 
 constexpr const char* SnapshotHelp =

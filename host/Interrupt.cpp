@@ -9,10 +9,15 @@ namespace {
 
 /// Atomic, not merely volatile: the signal may be delivered on any thread.
 std::atomic<bool> signalled{false};
+std::atomic<bool> asked{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler may not wait for a lock");
 
 extern "C" void noteSignal(int) {
   signalled = true;
+}
+
+extern "C" void noteInquiry(int) {
+  asked = true;
 }
 
 void setHandler(void (*handler)(int)) {
@@ -23,12 +28,17 @@ void setHandler(void (*handler)(int)) {
   sigemptyset(&action.sa_mask);
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
+
+  action.sa_handler = handler == SIG_DFL ? SIG_DFL : noteInquiry;
+  action.sa_flags = SA_RESTART;  // an inquiry disturbs no writing
+  sigaction(SIGUSR1, &action, nullptr);
 }
 
 }  // namespace
 
 Interrupt::Interrupt() {
   signalled = false;
+  asked = false;
   setHandler(noteSignal);
 }
 
@@ -38,6 +48,10 @@ Interrupt::~Interrupt() {
 
 bool Interrupt::requested() noexcept {
   return signalled;
+}
+
+bool Interrupt::takeInquiry() noexcept {
+  return asked.exchange(false);
 }
 
 }  // namespace brvhost

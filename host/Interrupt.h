@@ -1,6 +1,7 @@
 #pragma once
 
-// Ctrl-C and SIGTERM: a flag that the main loop looks at, so that files are finished before the process ends.
+// Signals as flags that the main loop looks at: Ctrl-C and SIGTERM, so that files are finished before the process ends,
+// and SIGUSR1, which asks how things stand.
 
 namespace brvhost {
 
@@ -13,6 +14,9 @@ class Interrupt {
   Interrupt& operator=(const Interrupt&) = delete;
 
   static bool requested() noexcept;
+
+  /// Whether SIGUSR1 has come since the last call.
+  static bool takeInquiry() noexcept;
 };
 
 }  // namespace brvhost

@@ -60,6 +60,10 @@ std::optional<std::string> runUntilOver(Session& session, const Source& source, 
     Session::pump(PollSeconds);
     const Clock::time_point now = Clock::now();
     if (Interrupt::requested()) return std::nullopt;
+    if (Interrupt::takeInquiry()) {
+      console.line(progressText(secondsBetween(start, now), recorder) + "\n" +
+                   reportText(recorder, session.timing(source.identifier).ticksPerSecond));
+    }
     if (recorder.failure()) return std::nullopt;  // what is left of the recording would hardly fare better
     if (!session.takeDeviceChanges().empty() && !isPluggedIn(session, source)) {
       return source.identifier + " was unplugged";

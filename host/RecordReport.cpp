@@ -26,6 +26,15 @@ double soundSeconds(const AudioStatistics& sound) {
   return inSeconds(sound.frames, sound.format.sampleRate);
 }
 
+/// How the account of a track closes: what has not reached the file yet, and what every callback was.
+std::string balanceText(const TrackStatistics& statistics) {
+  std::string text = ", not written " + count(statistics.notWritten);
+  if (statistics.waiting() > 0) text += ", waiting " + count(statistics.waiting());
+  text += "\n  callbacks   " + count(statistics.callbacks()) + ": recorded " + count(statistics.recorded) +
+          ", before or after " + count(statistics.outside) + ", unusable " + count(statistics.unusable) + "\n";
+  return text;
+}
+
 std::string videoReport(const VideoTrack& track) {
   const VideoStatistics video = track.statistics();
   const VideoTimeline& timeline = video.timeline;
@@ -39,7 +48,7 @@ std::string videoReport(const VideoTrack& track) {
                       static_cast<long long>(aspect.denominator));
   }
   text += "  frames      captured " + count(timeline.captured()) + ", delivered " + count(timeline.delivered()) +
-          ", dropped " + count(timeline.dropped()) + ", not written " + count(video.notWritten) + "\n";
+          ", dropped " + count(timeline.dropped()) + balanceText(video);
   if (timeline.delivered() > 0) {
     text += stampsText(timeline.firstStamp(), timeline.firstTiming().ticksPerSecond, timeline.lastStamp(),
                        timeline.lastTiming().ticksPerSecond);
@@ -50,9 +59,9 @@ std::string videoReport(const VideoTrack& track) {
 std::string audioReport(const AudioTrack& track, std::int32_t ticksPerSecond) {
   const AudioStatistics sound = track.statistics();
   std::string text = track.path() + "\n";
-  text += formatted("  sound       %.3f s (%lld frames), not written %lld\n", soundSeconds(sound),
-                    static_cast<long long>(sound.frames), static_cast<long long>(sound.notWritten));
-  if (sound.runs > 0) {
+  text += formatted("  sound       %.3f s (%lld frames)", soundSeconds(sound), static_cast<long long>(sound.frames)) +
+          balanceText(sound);
+  if (sound.recorded > 0) {
     const std::int32_t ticks = soundTicksPerSecond(ticksPerSecond, sound.firstStamp, sound.lastStamp,
                                                    sound.framesBeforeLast, sound.format.sampleRate);
     text += stampsText(sound.firstStamp, ticks, sound.lastStamp, ticks);
@@ -60,13 +69,12 @@ std::string audioReport(const AudioTrack& track, std::int32_t ticksPerSecond) {
   return text;
 }
 
-/// What is wrong with one track, for either kind of statistics.
-template <typename Statistics>
-std::optional<std::string> shortfall(const Statistics& statistics, std::int64_t delivered, const std::string& path,
+/// What is wrong with one track.
+std::optional<std::string> shortfall(const TrackStatistics& statistics, const std::string& path,
                                      const char* nothingCame) {
   if (statistics.failure) return statistics.failure;
   if (statistics.ending) return statistics.ending;
-  if (delivered == 0) return nothingCame;
+  if (statistics.frames == 0) return nothingCame;
   if (statistics.notWritten > 0) return path + " is not whole: the disk did not keep up";
   return std::nullopt;
 }
@@ -97,12 +105,10 @@ std::string reportText(const Recorder& recorder, std::int32_t ticksPerSecond) {
 std::optional<std::string> shortfallOf(const Recorder& recorder) {
   std::optional<std::string> found;
   if (recorder.video() != nullptr) {
-    const VideoStatistics video = recorder.video()->statistics();
-    found = shortfall(video, video.timeline.delivered(), recorder.video()->path(), "no picture came from the source");
+    found = shortfall(recorder.video()->statistics(), recorder.video()->path(), "no picture came from the source");
   }
   if (!found && recorder.audio() != nullptr) {
-    const AudioStatistics sound = recorder.audio()->statistics();
-    found = shortfall(sound, sound.frames, recorder.audio()->path(), "no sound came from the source");
+    found = shortfall(recorder.audio()->statistics(), recorder.audio()->path(), "no sound came from the source");
   }
   return found;
 }

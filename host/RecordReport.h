@@ -12,7 +12,7 @@ namespace brvhost {
 /// One line: how long, how many frames, how much sound.
 std::string progressText(double elapsedSeconds, const Recorder& recorder);
 
-/// The account of a finished recording, several lines. `ticksPerSecond` is what the source counts in.
+/// The account of a recording, finished or not, several lines. `ticksPerSecond` is what the source counts in.
 std::string reportText(const Recorder& recorder, std::int32_t ticksPerSecond);
 
 /// Why a finished recording is not whole; none when it is.

@@ -35,7 +35,7 @@ bool Recorder::isComplete() const {
 }
 
 std::int64_t Recorder::sampleCount() const {
-  return (_video ? _video->statistics().timeline.delivered() : 0) + (_audio ? _audio->statistics().frames : 0);
+  return (_video ? _video->statistics().frames : 0) + (_audio ? _audio->statistics().frames : 0);
 }
 
 std::optional<std::string> Recorder::failure() const {

@@ -16,7 +16,10 @@ struct PCMFormat {
   std::int32_t channels = 2;
   std::int32_t bitsPerSample = 16;
 
-  std::int32_t bytesPerFrame() const { return channels * bitsPerSample / 8; }
+  /// 0 for numbers that no sound has.
+  std::int64_t bytesPerFrame() const {
+    return channels > 0 && bitsPerSample > 0 ? std::int64_t{channels} * bitsPerSample / 8 : 0;
+  }
   friend bool operator==(const PCMFormat&, const PCMFormat&) = default;
 };
 

@@ -2,6 +2,7 @@
 #include <AVFoundation/AudioStreamConverter.h>
 #include <AVFoundation/CaptureStream.h>
 #include <AVFoundation/SampleDelivery.h>
+#include <AVFoundation/SampleLedger.h>
 #include <Foundation/NSValue.h>
 
 #include <cstring>
@@ -85,9 +86,11 @@ AudioStreamBasicDescription destinationFor(const AudioSettings& settings, const 
 
 struct AVCaptureAudioDataOutput::Implementation final : SampleReceiver {
   explicit Implementation(AVCaptureAudioDataOutput& owner) : output(owner), delivery(owner, *this) {}
+  ~Implementation() { SampleLedger::noteEnded(AVMediaTypeAudio, delivery.statistics()); }
 
   void handOver(void* delegate, SampleFate fate, CMSampleBufferRef sample, AVCaptureConnection* connection) override;
   AudioStreamConverter& converterFor(const AudioStreamBasicDescription& native);
+  void drop(const hardware::AudioChunk& chunk, SampleFate fate, AVCaptureConnection* connection);
 
   AVCaptureAudioDataOutput& output;
   SampleDelivery delivery;
@@ -135,23 +138,36 @@ void AVCaptureAudioDataOutput::finish() {
   {
     std::lock_guard lock(self.laneLock);
     if (self.absorbed > 0) self.delivery.push({}, SampleFate::stopped, nullptr, std::exchange(self.absorbed, 0));
-    if (self.converter) self.converter->endStream();
+    if (self.converter) self.delivery.noteForgone(self.converter->endStream());
   }
   self.delivery.finish();
 }
 
 void AVCaptureAudioDataOutput::receive(const hardware::AudioChunk& chunk, AVCaptureConnection* connection) {
   Implementation& self = *_implementation;
-  if (!self.delivery.hasDelegate()) return self.delivery.push({}, SampleFate::stopped, connection);
-  if (self.delivery.waitingFrames() >= MostBuffersWaiting) {
-    return self.delivery.push({}, SampleFate::late, connection);
-  }
+  const SampleDelivery::Arrival arrival = self.delivery.arrive(chunk.frameCount);
+  if (!arrival.hasDelegate) return self.drop(chunk, SampleFate::stopped, connection);
+  if (arrival.waitingFrames >= MostBuffersWaiting) return self.drop(chunk, SampleFate::late, connection);
+
   std::lock_guard lock(self.laneLock);
-  auto result = self.converterFor(chunk.format->stream).convert(chunk, *self.blocks);
-  if (result.failed) return self.delivery.push({}, SampleFate::noBuffer, connection);
+  AudioStreamConverter& converter = self.converterFor(chunk.format->stream);
+  auto result = converter.convert(chunk, *self.blocks);
+  if (result.forgone > 0) self.delivery.noteForgone(result.forgone);
+  if (result.failure == AudioStreamConverter::Failure::noMemory) {
+    return self.drop(chunk, SampleFate::noBuffer, connection);
+  }
+  if (result.failure) return self.drop(chunk, SampleFate::notConverted, connection);
+  self.delivery.noteConverted(chunk.frameCount, result.frames, converter.framesOwed());
   ++self.absorbed;
   if (!result.sample) return;
-  self.delivery.push(std::move(result.sample), SampleFate::deliver, connection, std::exchange(self.absorbed, 0));
+  self.delivery.push(std::move(result.sample), SampleFate::deliver, connection, std::exchange(self.absorbed, 0),
+                     result.frames);
+}
+
+void AVCaptureAudioDataOutput::Implementation::drop(const hardware::AudioChunk& chunk, SampleFate fate,
+                                                    AVCaptureConnection* connection) {
+  delivery.noteDroppedFrames(chunk.frameCount);
+  delivery.push({}, fate, connection);
 }
 
 void AVCaptureAudioDataOutput::Implementation::handOver(void* delegate, SampleFate fate, CMSampleBufferRef sample,
@@ -171,6 +187,7 @@ AudioStreamConverter& AVCaptureAudioDataOutput::Implementation::converterFor(
   }
   destination.mFormatFlags &= ~AudioFormatFlags{kAudioFormatFlagIsNonMixable};
   if (!converter || std::memcmp(&converter->destination(), &destination, sizeof destination) != 0) {
+    if (converter) delivery.noteForgone(converter->endStream());
     converter.emplace(destination);
   }
   return *converter;

@@ -19,21 +19,44 @@ class AVCaptureOutput;
 /// counts: captured = delivered + dropped + pending.
 struct AVCaptureOutputStatistics {
   std::uint64_t captured = 0;
-  std::uint64_t delivered = 0;        ///< handed to the delegate
-  std::uint64_t droppedLate = 0;      ///< the delegate was still busy with earlier ones
-  std::uint64_t droppedNoBuffer = 0;  ///< every buffer of the pool was in use
-  std::uint64_t droppedByDevice = 0;  ///< lost before it got here
-  std::uint64_t droppedStopped =
-      0;  ///< still waiting when the session stopped from the delegate's own queue, or without a delegate
-  std::uint64_t pending = 0;  ///< waiting for the delegate
+  std::uint64_t delivered = 0;          ///< handed to the delegate
+  std::uint64_t droppedLate = 0;        ///< the delegate was still busy with earlier ones
+  std::uint64_t droppedNoBuffer = 0;    ///< every buffer of the pool was in use, or memory was short
+  std::uint64_t droppedByDevice = 0;    ///< lost before it got here
+  std::uint64_t droppedConversion = 0;  ///< sound that could not be converted to what was asked for
+  std::uint64_t droppedStopped = 0;     ///< waiting when the session stopped from the delegate's queue, or no delegate
+  std::uint64_t pending = 0;            ///< waiting for the delegate, or sound that has not filled a buffer yet
 
-  std::uint64_t dropped() const noexcept { return droppedLate + droppedNoBuffer + droppedByDevice + droppedStopped; }
+  /// Sound in frames; all 0 for pictures. What comes from the device, at its own rate: captured = arriving + dropped +
+  /// converted. What comes out, at the rate asked for: produced = delivered + undelivered + pending. Between the two
+  /// stands what the conversion still owes; it forgoes that when the stream ends.
+  struct Frames {
+    std::uint64_t captured = 0;
+    std::uint64_t arriving = 0;  ///< on their way into the conversion
+    std::uint64_t dropped = 0;
+    std::uint64_t converted = 0;
+    std::uint64_t produced = 0;
+    std::uint64_t delivered = 0;
+    std::uint64_t undelivered = 0;  ///< in buffers that were dropped
+    std::uint64_t pending = 0;
+    double owed = 0;
+    double forgone = 0;
+
+    bool isBalanced() const noexcept {
+      return captured == arriving + dropped + converted && produced == delivered + undelivered + pending;
+    }
+  } frames;
+
+  std::uint64_t dropped() const noexcept {
+    return droppedLate + droppedNoBuffer + droppedByDevice + droppedConversion + droppedStopped;
+  }
+  bool isBalanced() const noexcept { return captured == delivered + dropped() + pending && frames.isBalanced(); }
 };
 
 /// What the outputs have in common. Inputs and outputs of a session are connected by the session alone.
 class AVCaptureOutput : public NSObject {
  public:
-  /// Any thread; the figures of one moment.
+  /// Any thread; the figures of one moment, balanced at each.
   virtual AVCaptureOutputStatistics statistics() const = 0;
 
   virtual AVMediaType mediaType() const = 0;

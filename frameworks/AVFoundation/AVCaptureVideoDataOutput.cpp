@@ -1,7 +1,9 @@
 #include <AVFoundation/AVCaptureVideoDataOutput.h>
 #include <AVFoundation/CaptureStream.h>
 #include <AVFoundation/SampleDelivery.h>
+#include <AVFoundation/SampleLedger.h>
 #include <CoreVideo/CVPixelBuffer.h>
+#include <CoreVideo/CVPixelBufferStore.h>
 #include <Foundation/NSValue.h>
 
 #include <atomic>
@@ -19,13 +21,19 @@ struct AVCaptureVideoDataOutput::Implementation final : SampleReceiver {
         {kCVPixelBufferPoolAllocationThresholdKey, NSNumber::numberWithInt(MostFramesOut)}});
     poolLimits = CFRef<CFDictionaryRef>::adopt(threshold.leak()->toCF());
   }
-  ~Implementation() { CVPixelBufferPoolRelease(pool); }
+  ~Implementation() {
+    CVPixelBufferPoolRelease(pool);
+    SampleLedger::noteEnded(AVMediaTypeVideo, delivery.statistics());
+  }
 
   void handOver(void* delegate, SampleFate fate, CMSampleBufferRef sample, AVCaptureConnection* connection) override;
 
-  /// Makes pool and format description for frames of this size; false when that is not possible.
-  bool prepareFor(std::int32_t width, std::int32_t height);
-  CFRef<CVPixelBufferRef> draw(const hardware::VideoFrame& frame, CFDictionaryRef pixelAspectRatio);
+  /// Makes pool and format description for frames of this size from this device; false when that is not possible.
+  bool prepareFor(std::int32_t width, std::int32_t height, AVCaptureDevice& device);
+  CFRef<CVPixelBufferRef> draw(const hardware::VideoFrame& frame, CFDictionaryRef pixelAspectRatio,
+                               AVCaptureDevice& device);
+  /// Empty when as many as may be are out; the device then hears of room when one comes back.
+  CFRef<CVPixelBufferRef> takeBuffer();
   void pushDropped(CMTime presentationTime, CMTime duration, SampleFate fate, AVCaptureConnection* connection);
   CFRef<CMSampleBufferRef> makeSample(CVPixelBufferRef image, CMTime presentationTime, CMTime duration) const;
 
@@ -36,6 +44,7 @@ struct AVCaptureVideoDataOutput::Implementation final : SampleReceiver {
   // Used on the device's lane alone.
   CFRef<CFDictionaryRef> poolLimits;
   CVPixelBufferPoolRef pool = nullptr;
+  Ref<AVCaptureDevice> poolDevice;  ///< hears when a buffer comes back
   CFRef<CMVideoFormatDescriptionRef> format;
   std::int32_t width = 0;
   std::int32_t height = 0;
@@ -65,7 +74,8 @@ AVCaptureOutputStatistics AVCaptureVideoDataOutput::statistics() const {
 }
 
 bool AVCaptureVideoDataOutput::hasRoom() {
-  return _implementation->delivery.waitingFrames() == 0;
+  Implementation& self = *_implementation;
+  return self.delivery.waitingFrames() == 0 && (!self.pool || self.takeBuffer());
 }
 
 void AVCaptureVideoDataOutput::finish() {
@@ -76,13 +86,14 @@ void AVCaptureVideoDataOutput::receive(const hardware::VideoFrame& frame, CFDict
                                        AVCaptureConnection* connection) {
   Implementation& self = *_implementation;
   const CMTime time = frame.presentationTime;
-  if (!self.delivery.hasDelegate()) return self.pushDropped(time, frame.duration, SampleFate::stopped, connection);
-  if (self.discardsLateFrames && self.delivery.waitingFrames() > 0) {
+  const SampleDelivery::Arrival arrival = self.delivery.arrive();
+  if (!arrival.hasDelegate) return self.pushDropped(time, frame.duration, SampleFate::stopped, connection);
+  if (self.discardsLateFrames && arrival.waitingFrames > 0) {
     return self.pushDropped(time, frame.duration, SampleFate::late, connection);
   }
   CFRef<CVPixelBufferRef> image;
   if (frame.hasImage) {
-    image = self.draw(frame, pixelAspectRatio);
+    image = self.draw(frame, pixelAspectRatio, connection->input().device());
     if (!image) return self.pushDropped(time, frame.duration, SampleFate::noBuffer, connection);
   }
   auto sample = self.makeSample(image.get(), time, frame.duration);
@@ -91,6 +102,7 @@ void AVCaptureVideoDataOutput::receive(const hardware::VideoFrame& frame, CFDict
 }
 
 void AVCaptureVideoDataOutput::receiveLost(CMTime presentationTime, CMTime duration, AVCaptureConnection* connection) {
+  _implementation->delivery.arrive();
   _implementation->pushDropped(presentationTime, duration, SampleFate::lostByDevice, connection);
 }
 
@@ -112,8 +124,9 @@ void AVCaptureVideoDataOutput::Implementation::handOver(void* delegate, SampleFa
   receiver->captureOutputDidDropSampleBuffer(&output, sample, connection);
 }
 
-bool AVCaptureVideoDataOutput::Implementation::prepareFor(std::int32_t newWidth, std::int32_t newHeight) {
-  if (pool && width == newWidth && height == newHeight) return true;
+bool AVCaptureVideoDataOutput::Implementation::prepareFor(std::int32_t newWidth, std::int32_t newHeight,
+                                                          AVCaptureDevice& device) {
+  if (pool && width == newWidth && height == newHeight && poolDevice.get() == &device) return true;
   CVPixelBufferPoolRelease(std::exchange(pool, nullptr));
   auto attributes = makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{
       {kCVPixelBufferPixelFormatTypeKey, NSNumber::numberWithUnsignedInt(kCVPixelFormatType_422YpCbCr8_yuvs)},
@@ -124,6 +137,8 @@ bool AVCaptureVideoDataOutput::Implementation::prepareFor(std::int32_t newWidth,
     pool = nullptr;
     return false;
   }
+  poolDevice = Ref<AVCaptureDevice>::retain(&device);
+  CVPixelBufferPoolSetFreeBufferHandler(pool, [&device] { device.stream().outputHasRoom(); });
   CMVideoFormatDescriptionRef description = nullptr;
   CMVideoFormatDescriptionCreate(kCFAllocatorDefault, kCVPixelFormatType_422YpCbCr8_yuvs, newWidth, newHeight, nullptr,
                                  &description);
@@ -134,14 +149,12 @@ bool AVCaptureVideoDataOutput::Implementation::prepareFor(std::int32_t newWidth,
 }
 
 CFRef<CVPixelBufferRef> AVCaptureVideoDataOutput::Implementation::draw(const hardware::VideoFrame& frame,
-                                                                       CFDictionaryRef pixelAspectRatio) {
-  if (!prepareFor(frame.width, frame.height)) return {};
-  CVPixelBufferRef buffer = nullptr;
-  if (CVPixelBufferPoolCreatePixelBufferWithAuxAttributes(kCFAllocatorDefault, pool, poolLimits.get(), &buffer) !=
-      kCVReturnSuccess) {
-    return {};
-  }
-  auto image = CFRef<CVPixelBufferRef>::adopt(buffer);
+                                                                       CFDictionaryRef pixelAspectRatio,
+                                                                       AVCaptureDevice& device) {
+  if (!prepareFor(frame.width, frame.height, device)) return {};
+  auto image = takeBuffer();
+  if (!image) return {};
+  CVPixelBufferRef buffer = image.get();
   if (pixelAspectRatio) {
     CVBufferSetAttachment(buffer, kCVImageBufferPixelAspectRatioKey, pixelAspectRatio,
                           kCVAttachmentMode_ShouldPropagate);
@@ -150,6 +163,12 @@ CFRef<CVPixelBufferRef> AVCaptureVideoDataOutput::Implementation::draw(const har
   frame.drawInto(buffer);
   CVPixelBufferUnlockBaseAddress(buffer, 0);
   return image;
+}
+
+CFRef<CVPixelBufferRef> AVCaptureVideoDataOutput::Implementation::takeBuffer() {
+  CVPixelBufferRef buffer = nullptr;
+  CVPixelBufferPoolCreatePixelBufferWithAuxAttributes(kCFAllocatorDefault, pool, poolLimits.get(), &buffer);
+  return CFRef<CVPixelBufferRef>::adopt(buffer);
 }
 
 void AVCaptureVideoDataOutput::Implementation::pushDropped(CMTime presentationTime, CMTime duration, SampleFate fate,

@@ -11,7 +11,7 @@ class VideoFrame;
 }
 
 /// Buffers come from a pool of at most 16 a size; when the delegate's side holds all of them, frames are dropped
-/// until it lets go. Configure on one thread at a time.
+/// until it lets go, but for devices that are paced by their consumer: those wait. Configure on one thread at a time.
 class AVCaptureVideoDataOutput final : public AVCaptureOutput {
  public:
   AVCaptureVideoDataOutput();

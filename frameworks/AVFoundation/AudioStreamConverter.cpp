@@ -17,6 +17,9 @@ constexpr double LargestJump = 0.05;
 /// More than the converter holds back of what it was given, in frames of any destination.
 constexpr UInt32 MostFramesOwed = 1024;
 
+/// Minutes of sound: no device hands over that much at once, and what becomes of it can still be counted in 32 bits.
+constexpr UInt32 MostFramesInChunk = 1u << 24;
+
 bool sameStream(const AudioStreamBasicDescription& a, const AudioStreamBasicDescription& b) {
   return std::memcmp(&a, &b, sizeof a) == 0;
 }
@@ -50,15 +53,17 @@ AudioStreamConverter::~AudioStreamConverter() {
 
 AudioStreamConverter::Result AudioStreamConverter::convert(const hardware::AudioChunk& chunk, BlockPool& blocks) {
   if (chunk.frameCount == 0) return {};  // to the converter it would mean that the input has ended
-  if (!prepareFor(*chunk.format)) return {{}, true};
-  if (!follows(chunk)) endStream();
+  if (chunk.frameCount > MostFramesInChunk) return failed({}, Failure::notConvertible);
+  Result result;
+  if (!prepareFor(*chunk.format, result)) return failed(std::move(result), Failure::notConvertible);
+  if (!follows(chunk)) result.forgone += endStream();
 
   const double ratio = _destination.mSampleRate / _source.mSampleRate;
   const auto capacity = static_cast<UInt32>(std::ceil(chunk.frameCount * ratio)) + MostFramesOwed;
   const UInt32 planes = isPlanar(_destination) ? _destination.mChannelsPerFrame : 1;
   const std::size_t planeCapacity = std::size_t{capacity} * _destination.mBytesPerFrame;
   const BlockPool::Memory memory = blocks.take(planeCapacity * planes);
-  if (!memory.bytes) return {{}, true};
+  if (!memory.bytes) return failed(std::move(result), Failure::noMemory);
 
   PlaneList output{};
   output.list.mNumberBuffers = planes;
@@ -74,41 +79,49 @@ AudioStreamConverter::Result AudioStreamConverter::convert(const hardware::Audio
   _input = nullptr;
   if (status != noErr && status != NoInputYet) {
     blocks.giveBack(memory);
-    endStream();
-    return {{}, true};
+    return failed(std::move(result), Failure::notConvertible);
   }
 
   const CMTime time = timeOfNextFrame(chunk);
+  if (produced > 0) {
+    // Bring the planes together: in a sample they follow each other.
+    const std::size_t planeLength = std::size_t{produced} * _destination.mBytesPerFrame;
+    for (UInt32 plane = 1; plane < planes; ++plane) {
+      std::memmove(memory.bytes + plane * planeLength, memory.bytes + plane * planeCapacity, planeLength);
+    }
+    result.sample = makeSample(blocks.makeBlock(memory, planeLength * planes), produced, time);
+    if (!result.sample) return failed(std::move(result), Failure::noMemory);
+  } else {
+    blocks.giveBack(memory);
+  }
+  result.frames = produced;
   _framesIn += chunk.frameCount;
   _framesOut += produced;
   _endOfLastChunk = CMTimeAdd(chunk.presentationTime,
                               CMTimeMake(chunk.frameCount, static_cast<int32_t>(std::lround(_source.mSampleRate))));
-  if (produced == 0) {
-    blocks.giveBack(memory);
-    return {};
-  }
-
-  // Bring the planes together: in a sample they follow each other.
-  const std::size_t planeLength = std::size_t{produced} * _destination.mBytesPerFrame;
-  for (UInt32 plane = 1; plane < planes; ++plane) {
-    std::memmove(memory.bytes + plane * planeLength, memory.bytes + plane * planeCapacity, planeLength);
-  }
-  return makeSample(blocks.makeBlock(memory, planeLength * planes), produced, time);
+  return result;
 }
 
-AudioStreamConverter::Result AudioStreamConverter::makeSample(CFRef<CMBlockBufferRef> block, UInt32 frames,
-                                                              CMTime time) const {
+AudioStreamConverter::Result AudioStreamConverter::failed(Result result, Failure failure) {
+  result.forgone += endStream();
+  result.failure = failure;
+  return result;
+}
+
+CFRef<CMSampleBufferRef> AudioStreamConverter::makeSample(CFRef<CMBlockBufferRef> block, UInt32 frames,
+                                                          CMTime time) const {
   CMSampleBufferRef sample = nullptr;
   if (!block ||
       CMAudioSampleBufferCreateReadyWithPacketDescriptions(kCFAllocatorDefault, block.get(), _destinationFormat.get(),
                                                            CMItemCount{frames}, time, nullptr, &sample) != noErr) {
-    return {{}, true};
+    return {};
   }
-  return {CFRef<CMSampleBufferRef>::adopt(sample), false};
+  return CFRef<CMSampleBufferRef>::adopt(sample);
 }
 
-bool AudioStreamConverter::prepareFor(const hardware::AudioFormat& format) {
+bool AudioStreamConverter::prepareFor(const hardware::AudioFormat& format, Result& result) {
   if (_converter && sameStream(_source, format.stream) && _sourceLayout == format.layout) return true;
+  result.forgone += endStream();
   if (_converter) AudioConverterDispose(std::exchange(_converter, nullptr));
 
   // Whether a format may be mixed with others says nothing about its samples.
@@ -124,7 +137,6 @@ bool AudioStreamConverter::prepareFor(const hardware::AudioFormat& format) {
   }
   _source = format.stream;
   _sourceLayout = format.layout;
-  endStream();
   return true;
 }
 
@@ -133,20 +145,29 @@ bool AudioStreamConverter::follows(const hardware::AudioChunk& chunk) const {
   return std::abs(CMTimeGetSeconds(chunk.presentationTime) - CMTimeGetSeconds(_endOfLastChunk)) <= LargestJump;
 }
 
-void AudioStreamConverter::endStream() {
+double AudioStreamConverter::framesOwed() const noexcept {
+  if (_framesIn == 0) return 0;
+  return static_cast<double>(_framesIn) / _source.mSampleRate * _destination.mSampleRate -
+         static_cast<double>(_framesOut);
+}
+
+double AudioStreamConverter::endStream() {
+  const double forgone = framesOwed();
   if (_converter) AudioConverterReset(_converter);
   _framesIn = 0;
   _framesOut = 0;
   _endOfLastChunk = kCMTimeInvalid;
+  return forgone;
 }
 
 /// The next frame to come out lies before the chunk by what the converter still owed of earlier ones.
 CMTime AudioStreamConverter::timeOfNextFrame(const hardware::AudioChunk& chunk) const {
   CMTime time = chunk.presentationTime;
   if (!CMTIME_IS_NUMERIC(time)) return time;
-  const double owed =
-      static_cast<double>(_framesIn) / _source.mSampleRate - static_cast<double>(_framesOut) / _destination.mSampleRate;
-  time.value -= std::llround(owed * time.timescale);
+  // A time at the very end of what can be told stays as it is.
+  CMTimeValue value = 0;
+  const auto owed = std::llround(framesOwed() / _destination.mSampleRate * time.timescale);
+  if (!__builtin_sub_overflow(time.value, owed, &value)) time.value = value;
   return time;
 }
 

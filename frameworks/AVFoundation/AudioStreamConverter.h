@@ -10,6 +10,7 @@
 #include <Hardware.h>
 
 #include <cstdint>
+#include <optional>
 
 class AudioStreamConverter {
  public:
@@ -20,24 +21,33 @@ class AudioStreamConverter {
 
   const AudioStreamBasicDescription& destination() const noexcept { return _destination; }
 
+  enum class Failure { noMemory, notConvertible };
+
   struct Result {
     /// The converted sound; null when the chunk was too short to complete a frame and is still in the converter.
     CFRef<CMSampleBufferRef> sample;
-    /// The chunk's format cannot be converted, or memory is short: its sound is lost.
-    bool failed = false;
+    UInt32 frames = 0;  ///< its length
+    /// Why the chunk's sound is lost; the stream has ended then.
+    std::optional<Failure> failure;
+    /// What was still owed of streams that ended, in frames.
+    double forgone = 0;
   };
 
   /// Takes the next chunk of the stream. A chunk of another format, or one whose time does not follow the one before,
   /// begins a new stream; what the converter still held of the old one is dropped.
   Result convert(const hardware::AudioChunk& chunk, BlockPool& blocks);
 
-  /// What comes next has nothing to do with what came before.
-  void endStream();
+  /// What comes next has nothing to do with what came before. Returns what will not come out any more, in frames.
+  double endStream();
+
+  /// How many frames are still to come out for what went in.
+  double framesOwed() const noexcept;
 
  private:
-  bool prepareFor(const hardware::AudioFormat& format);
+  bool prepareFor(const hardware::AudioFormat& format, Result& result);
+  Result failed(Result result, Failure failure);
   bool follows(const hardware::AudioChunk& chunk) const;
-  Result makeSample(CFRef<CMBlockBufferRef> block, UInt32 frames, CMTime time) const;
+  CFRef<CMSampleBufferRef> makeSample(CFRef<CMBlockBufferRef> block, UInt32 frames, CMTime time) const;
   CMTime timeOfNextFrame(const hardware::AudioChunk& chunk) const;
   static OSStatus supplyInput(AudioConverterRef converter, UInt32* packetCount, AudioBufferList* buffers,
                               AudioStreamPacketDescription** packetDescriptions, void* stream);

@@ -1,6 +1,7 @@
 #include <AVFoundation/AVCaptureAudioDataOutput.h>
 #include <AVFoundation/AVCaptureVideoDataOutput.h>
 #include <AVFoundation/CaptureStream.h>
+#include <AVFoundation/SampleLedger.h>
 #include <CoreMedia/CMFormatDescription.h>
 #include <Foundation/NSDictionary.h>
 #include <Foundation/NSValue.h>
@@ -66,11 +67,19 @@ void CaptureStream::add(const std::vector<Ref<AVCaptureConnection>>& connections
 
 void CaptureStream::remove(const std::vector<Ref<AVCaptureConnection>>& connections) {
   std::lock_guard control(_control);
-  if (drop(connections) > 0) {
-    outputHasRoom();  // the connection that went may have been the one without room
-    return;
+  // The hardware stops first: what it takes until it stands still has been captured, and ends in an output's counts.
+  if (areAll(connections)) {
+    if (auto device = hardware()) device->stop();
   }
-  if (auto device = hardware()) device->stop();
+  if (drop(connections) > 0) outputHasRoom();  // the connection that went may have been the one without room
+}
+
+/// Whether there is no connection but these.
+bool CaptureStream::areAll(const std::vector<Ref<AVCaptureConnection>>& connections) const {
+  std::lock_guard lock(_connectionsLock);
+  return std::all_of(_connections.begin(), _connections.end(), [&](const Ref<AVCaptureConnection>& connection) {
+    return std::find(connections.begin(), connections.end(), connection) != connections.end();
+  });
 }
 
 /// Returns how many connections are left.
@@ -102,29 +111,32 @@ bool CaptureStream::everyOutputHasRoom(AVMediaType mediaType) {
   });
 }
 
-void CaptureStream::videoFrameCaptured(const hardware::VideoFrame& frame) {
+template <typename Output, typename Receive>
+void CaptureStream::handOut(AVMediaType mediaType, Receive receive) {
+  bool isWanted = false;
   std::lock_guard lock(_connectionsLock);
   for (const auto& connection : _connections) {
     AVCaptureOutput& output = connection->output();
-    if (output.mediaType() != AVMediaTypeVideo) continue;
-    static_cast<AVCaptureVideoDataOutput&>(output).receive(frame, _pixelAspectRatio.get(), connection.get());
+    if (output.mediaType() != mediaType) continue;
+    receive(static_cast<Output&>(output), connection.get());
+    isWanted = true;
   }
+  if (!isWanted) SampleLedger::noteUnclaimed(mediaType);
+}
+
+void CaptureStream::videoFrameCaptured(const hardware::VideoFrame& frame) {
+  handOut<AVCaptureVideoDataOutput>(AVMediaTypeVideo, [&](auto& output, AVCaptureConnection* connection) {
+    output.receive(frame, _pixelAspectRatio.get(), connection);
+  });
 }
 
 void CaptureStream::videoFrameLost(CMTime presentationTime, CMTime duration) {
-  std::lock_guard lock(_connectionsLock);
-  for (const auto& connection : _connections) {
-    AVCaptureOutput& output = connection->output();
-    if (output.mediaType() != AVMediaTypeVideo) continue;
-    static_cast<AVCaptureVideoDataOutput&>(output).receiveLost(presentationTime, duration, connection.get());
-  }
+  handOut<AVCaptureVideoDataOutput>(AVMediaTypeVideo, [&](auto& output, AVCaptureConnection* connection) {
+    output.receiveLost(presentationTime, duration, connection);
+  });
 }
 
 void CaptureStream::audioChunkCaptured(const hardware::AudioChunk& chunk) {
-  std::lock_guard lock(_connectionsLock);
-  for (const auto& connection : _connections) {
-    AVCaptureOutput& output = connection->output();
-    if (output.mediaType() != AVMediaTypeAudio) continue;
-    static_cast<AVCaptureAudioDataOutput&>(output).receive(chunk, connection.get());
-  }
+  handOut<AVCaptureAudioDataOutput>(
+      AVMediaTypeAudio, [&](auto& output, AVCaptureConnection* connection) { output.receive(chunk, connection); });
 }

@@ -36,6 +36,9 @@ class CaptureStream final : public hardware::Sink {
   bool hasRoomForAudio() override { return hasRoom(AVMediaTypeAudio); }
 
  private:
+  bool areAll(const std::vector<Ref<AVCaptureConnection>>& connections) const;
+  template <typename Output, typename Receive>
+  void handOut(AVMediaType mediaType, Receive receive);
   std::size_t drop(const std::vector<Ref<AVCaptureConnection>>& connections);
   bool hasRoom(AVMediaType mediaType);
   bool everyOutputHasRoom(AVMediaType mediaType);
@@ -50,7 +53,7 @@ class CaptureStream final : public hardware::Sink {
   std::shared_ptr<hardware::Device> _hardware;
 
   /// Held on the lane while a sample is handed out, and for changes of the list.
-  std::mutex _connectionsLock;
+  mutable std::mutex _connectionsLock;
   std::vector<Ref<AVCaptureConnection>> _connections;
 
   /// The hardware was told that there is no room and waits to hear otherwise.

@@ -2,6 +2,7 @@
 
 #include <AVFoundation/CaptureStream.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace {
@@ -21,8 +22,8 @@ void SampleDelivery::setDelegate(void* delegate, dispatch_queue_t queue) {
     former = std::exchange(_queue, CFRef<dispatch_queue_t>::retain(_delegate ? queue : nullptr));
     while (_length > 0) {
       Item item = takeFirst();
-      _statistics.pending -= item.count;
-      count(item.fate == SampleFate::deliver ? SampleFate::stopped : item.fate, item.count);
+      if (item.fate == SampleFate::deliver) item.fate = SampleFate::stopped;
+      end(item);
       dropped.push_back(std::move(item));
     }
   }
@@ -31,33 +32,53 @@ void SampleDelivery::setDelegate(void* delegate, dispatch_queue_t queue) {
   }
 }
 
-bool SampleDelivery::hasDelegate() const {
-  std::lock_guard lock(_lock);
-  return _delegate != nullptr;
-}
-
 std::size_t SampleDelivery::waitingFrames() const {
   std::lock_guard lock(_lock);
   return _waitingFrames;
 }
 
+SampleDelivery::Arrival SampleDelivery::arrive(std::uint32_t frames) {
+  std::lock_guard lock(_lock);
+  ++_statistics.captured;
+  ++_statistics.pending;
+  _statistics.frames.captured += frames;
+  _statistics.frames.arriving += frames;
+  return {_delegate != nullptr, _waitingFrames};
+}
+
+void SampleDelivery::noteConverted(std::uint32_t frames, std::uint32_t produced, double owed) {
+  std::lock_guard lock(_lock);
+  _statistics.frames.arriving -= frames;
+  _statistics.frames.converted += frames;
+  _statistics.frames.produced += produced;
+  _statistics.frames.pending += produced;
+  _statistics.frames.owed = owed;
+}
+
+void SampleDelivery::noteDroppedFrames(std::uint32_t frames) {
+  std::lock_guard lock(_lock);
+  _statistics.frames.arriving -= frames;
+  _statistics.frames.dropped += frames;
+}
+
+void SampleDelivery::noteForgone(double frames) {
+  std::lock_guard lock(_lock);
+  _statistics.frames.forgone += frames;
+  _statistics.frames.owed = 0;
+}
+
 void SampleDelivery::push(CFRef<CMSampleBufferRef> sample, SampleFate fate, AVCaptureConnection* connection,
-                          std::uint32_t count) {
-  dispatch_queue_t queue;
-  {
-    std::lock_guard lock(_lock);
-    _statistics.captured += count;
-    if (!_delegate) {
-      this->count(fate == SampleFate::deliver ? SampleFate::stopped : fate, count);
-      return;
-    }
-    _statistics.pending += count;
-    if (mergeReport(fate, count)) return;
-    append({std::move(sample), Ref<AVCaptureConnection>::retain(connection), fate, count});
-    queue = _queue.get();
-    _output.retain();
-    dispatch_async_f(queue, this, &SampleDelivery::deliverNext);
+                          std::uint32_t count, std::uint32_t frames) {
+  Item item{std::move(sample), Ref<AVCaptureConnection>::retain(connection), fate, count, frames};
+  std::lock_guard lock(_lock);
+  if (!_delegate) {
+    if (fate == SampleFate::deliver) item.fate = SampleFate::stopped;
+    return end(item);
   }
+  if (mergeReport(fate, count)) return;
+  append(std::move(item));
+  _output.retain();
+  dispatch_async_f(_queue.get(), this, &SampleDelivery::deliverNext);
 }
 
 void SampleDelivery::deliverNext(void* delivery) {
@@ -70,13 +91,15 @@ void SampleDelivery::deliverNext(void* delivery) {
 void SampleDelivery::deliverNext() {
   Item item;
   void* delegate;
+  CFRef<dispatch_queue_t> queue;
   {
     std::lock_guard lock(_lock);
     // After a change of the delegate, an item left on the former queue finds the line empty or not its own.
     if (_length == 0 || !dispatch_queue_is_current(_queue.get())) return;
     item = takeFirst();
     delegate = _delegate;
-    _deliveringOn = _queue;
+    queue = _queue;
+    _deliveringOn.push_back(queue);
   }
 
   const std::uint32_t calls = item.fate == SampleFate::deliver ? 1 : item.count;
@@ -84,28 +107,24 @@ void SampleDelivery::deliverNext() {
     _receiver.handOver(delegate, item.fate, item.sample.get(), item.connection.get());
   }
 
-  CFRef<dispatch_queue_t> queue;
   std::lock_guard lock(_lock);
-  if (_deliveringOn && dispatch_queue_is_current(_deliveringOn.get())) std::swap(queue, _deliveringOn);
-  _statistics.pending -= item.count;
-  count(item.fate, item.count);
+  _deliveringOn.erase(std::ranges::find(_deliveringOn, queue.get(), &CFRef<dispatch_queue_t>::get));
+  end(item);
 }
 
 void SampleDelivery::finish() {
   CFRef<dispatch_queue_t> queue;
-  CFRef<dispatch_queue_t> deliveringOn;
+  std::vector<CFRef<dispatch_queue_t>> busy;
   {
     std::lock_guard lock(_lock);
     queue = _queue;
-    deliveringOn = _deliveringOn;
+    busy = _deliveringOn;
   }
-  if (queue && dispatch_queue_is_current(queue.get())) {
-    dropWaitingFrames();
-  } else if (queue) {
-    dispatch_sync(queue.get(), [] {});
+  if (queue && dispatch_queue_is_current(queue.get())) dropWaitingFrames();
+  if (queue) busy.push_back(std::move(queue));
+  for (const auto& each : busy) {
+    if (!dispatch_queue_is_current(each.get())) dispatch_sync(each.get(), [] {});
   }
-  const bool isElsewhere = deliveringOn && deliveringOn.get() != queue.get();
-  if (isElsewhere && !dispatch_queue_is_current(deliveringOn.get())) dispatch_sync(deliveringOn.get(), [] {});
 }
 
 void SampleDelivery::dropWaitingFrames() {
@@ -122,24 +141,30 @@ AVCaptureOutputStatistics SampleDelivery::statistics() const {
   return _statistics;
 }
 
-void SampleDelivery::count(SampleFate fate, std::uint32_t count) {
-  switch (fate) {
-    case SampleFate::deliver:
-      _statistics.delivered += count;
-      break;
-    case SampleFate::late:
-      _statistics.droppedLate += count;
-      break;
-    case SampleFate::noBuffer:
-      _statistics.droppedNoBuffer += count;
-      break;
-    case SampleFate::lostByDevice:
-      _statistics.droppedByDevice += count;
-      break;
-    case SampleFate::stopped:
-      _statistics.droppedStopped += count;
-      break;
-  }
+/// Moves a sample from the pending ones to those of its fate. Called with the lock held.
+void SampleDelivery::end(const Item& item) {
+  const auto place = [&]() -> std::uint64_t& {
+    switch (item.fate) {
+      case SampleFate::deliver:
+        return _statistics.delivered;
+      case SampleFate::late:
+        return _statistics.droppedLate;
+      case SampleFate::noBuffer:
+        return _statistics.droppedNoBuffer;
+      case SampleFate::lostByDevice:
+        return _statistics.droppedByDevice;
+      case SampleFate::notConverted:
+        return _statistics.droppedConversion;
+      case SampleFate::stopped:
+        break;
+    }
+    return _statistics.droppedStopped;
+  };
+  _statistics.pending -= item.count;
+  place() += item.count;
+  auto& frames = _statistics.frames;
+  frames.pending -= item.frames;
+  (item.fate == SampleFate::deliver ? frames.delivered : frames.undelivered) += item.frames;
 }
 
 SampleDelivery::Item SampleDelivery::takeFirst() {

@@ -13,7 +13,7 @@
 #include <vector>
 
 /// How a captured sample ended.
-enum class SampleFate { deliver, late, noBuffer, lostByDevice, stopped };
+enum class SampleFate { deliver, late, noBuffer, lostByDevice, notConverted, stopped };
 
 /// What hands a sample to the delegate, on the delegate's queue.
 class SampleReceiver {
@@ -27,20 +27,38 @@ class SampleReceiver {
 class SampleDelivery {
  public:
   /// `output` is the owner, kept alive while items are on the queue.
-  SampleDelivery(AVCaptureOutput& output, SampleReceiver& receiver) : _output(output), _receiver(receiver) {}
+  SampleDelivery(AVCaptureOutput& output, SampleReceiver& receiver) : _output(output), _receiver(receiver) {
+    _deliveringOn.reserve(4);  // more delegates at work at once than a source ever has
+  }
+  SampleDelivery(const SampleDelivery&) = delete;
+  SampleDelivery& operator=(const SampleDelivery&) = delete;
 
   /// Replaces delegate and queue; what waits for the earlier delegate is dropped. Any thread.
   void setDelegate(void* delegate, dispatch_queue_t queue);
 
-  /// True when somebody receives.
-  bool hasDelegate() const;
-
   /// How many frames wait for the delegate, the one that it is working on left out.
   std::size_t waitingFrames() const;
 
-  /// Adds a sample that stands for `count` captured ones; with another fate than `deliver` it is the report of a
-  /// dropped one. Without a delegate it is counted as stopped. Device's lane.
-  void push(CFRef<CMSampleBufferRef> sample, SampleFate fate, AVCaptureConnection* connection, std::uint32_t count = 1);
+  struct Arrival {
+    bool hasDelegate;           ///< somebody receives
+    std::size_t waitingFrames;  ///< as above
+  };
+
+  /// Counts a sample that has come from the device, sound with its length in frames. Each one is pending until a `push`
+  /// stands for it. Device's lane.
+  Arrival arrive(std::uint32_t frames = 0);
+
+  /// Counts what became of the frames of arrived sound: they went into the conversion, or they did not.
+  void noteConverted(std::uint32_t frames, std::uint32_t produced, double owed);
+  void noteDroppedFrames(std::uint32_t frames);
+  /// A stream of sound has ended; these frames will not come out of the conversion any more.
+  void noteForgone(double frames);
+
+  /// Adds a sample that stands for `count` arrived ones; with another fate than `deliver` it is the report of a
+  /// dropped one. Without a delegate it is counted as stopped. `frames` is the length of sound that comes out. Device's
+  /// lane.
+  void push(CFRef<CMSampleBufferRef> sample, SampleFate fate, AVCaptureConnection* connection, std::uint32_t count = 1,
+            std::uint32_t frames = 0);
 
   /// See AVCaptureOutput::finish.
   void finish();
@@ -53,12 +71,13 @@ class SampleDelivery {
     Ref<AVCaptureConnection> connection;
     SampleFate fate = SampleFate::deliver;
     std::uint32_t count = 0;
+    std::uint32_t frames = 0;
   };
 
   static void deliverNext(void* output);
   void deliverNext();
   void dropWaitingFrames();
-  void count(SampleFate fate, std::uint32_t count);
+  void end(const Item& item);
   Item takeFirst();
   void append(Item item);
   Item& at(std::size_t position) { return _line[(_first + position) % _line.size()]; }
@@ -70,8 +89,8 @@ class SampleDelivery {
   mutable std::mutex _lock;
   void* _delegate = nullptr;
   CFRef<dispatch_queue_t> _queue;
-  /// Where the delivery in progress runs; that of a former delegate, perhaps.
-  CFRef<dispatch_queue_t> _deliveringOn;
+  /// Where deliveries are in progress: one, and one for each former delegate that is still at work.
+  std::vector<CFRef<dispatch_queue_t>> _deliveringOn;
   std::vector<Item> _line;  ///< ring, `_length` items from `_first`
   std::size_t _first = 0;
   std::size_t _length = 0;

@@ -67,13 +67,15 @@ struct SamplePlanes {
 using InputPlanes = SamplePlanes<const std::byte>;
 using OutputPlanes = SamplePlanes<std::byte>;
 
-/// The planes of samples whose first bytes, one pointer for each buffer of the format, are given.
+/// The planes of samples whose first bytes, one pointer for each buffer of the format, are given; a null one, which may
+/// stand for no samples, stays null.
 template <typename Byte>
 SamplePlanes<Byte> planesOf(const PCMFormat& format, Byte* const* buffers) noexcept {
   SamplePlanes<Byte> planes;
   planes.stride = format.bytesPerFrame();
   for (unsigned c = 0; c < format.channels; ++c) {
-    planes.channel[c] = format.interleaved ? buffers[0] + c * format.sample.containerBytes : buffers[c];
+    planes.channel[c] = buffers[format.interleaved ? 0 : c];
+    if (format.interleaved && planes.channel[c]) planes.channel[c] += c * format.sample.containerBytes;
   }
   return planes;
 }

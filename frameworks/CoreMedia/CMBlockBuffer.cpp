@@ -11,8 +11,8 @@
 namespace {
 
 // No sample comes near this; a larger request is a mistake in a length.
-constexpr std::size_t kLargestOwnBlock = std::size_t{1} << 31;
-constexpr std::size_t kLargestPieceReserve = 64;
+constexpr std::size_t LargestOwnBlock = std::size_t{1} << 31;
+constexpr std::size_t LargestPieceReserve = 64;
 
 /// A memory block and the run of data in it. Not an owner by itself: `giveBack` ends the block.
 struct Piece {
@@ -44,7 +44,7 @@ OSStatus makePiece(void* memoryBlock, std::size_t blockLength, const CMBlockBuff
   if (source) piece.source = *source;
   if (!memoryBlock) {
     piece.isOwn = true;
-    piece.block = blockLength <= kLargestOwnBlock ? CMMemoryCache::allocate(blockLength) : nullptr;
+    piece.block = blockLength <= LargestOwnBlock ? CMMemoryCache::allocate(blockLength) : nullptr;
     if (!piece.block) return kCMBlockBufferBlockAllocationFailedErr;
   }
   piece.data = static_cast<char*>(piece.block) + offsetToData;
@@ -116,7 +116,7 @@ OSStatus CMBlockBufferCreateEmpty(CFAllocatorRef, uint32_t subBlockCapacity, CMB
   auto buffer = Ref<OpaqueCMBlockBuffer>::adopt(new (std::nothrow) OpaqueCMBlockBuffer);
   if (!buffer) return kCMBlockBufferStructureAllocationFailedErr;
   try {
-    buffer->reservePieces(std::min<std::size_t>(subBlockCapacity, kLargestPieceReserve));
+    buffer->reservePieces(std::min<std::size_t>(subBlockCapacity, LargestPieceReserve));
   } catch (const std::bad_alloc&) {
     return kCMBlockBufferStructureAllocationFailedErr;
   }

@@ -28,8 +28,8 @@ struct OpaqueCMFormatDescription final : public NSObject {
 
 namespace {
 
-constexpr std::size_t kChannelDescriptionSize = 20;
-constexpr std::size_t kLargestChannelLayout = 65536;
+constexpr std::size_t ChannelDescriptionSize = 20;
+constexpr std::size_t LargestChannelLayout = 65536;
 
 /// Equal in type and content; objects of other types than these three are equal only to themselves.
 bool equalObjects(const NSObject* a, const NSObject* b) noexcept;
@@ -79,10 +79,10 @@ bool equalAudio(const AudioStreamBasicDescription& a, const AudioStreamBasicDesc
 /// The structure and the channel descriptions that it announces lie inside `size` bytes.
 bool isWellFormedLayout(const AudioChannelLayout* layout, std::size_t size) noexcept {
   if (!layout) return size == 0;
-  if (size < sizeof(AudioChannelLayout) || size > kLargestChannelLayout) return false;
+  if (size < sizeof(AudioChannelLayout) || size > LargestChannelLayout) return false;
   AudioChannelLayout header;
   std::memcpy(&header, layout, sizeof header);
-  return header.mNumberChannelDescriptions <= (size - sizeof header) / kChannelDescriptionSize;
+  return header.mNumberChannelDescriptions <= (size - sizeof header) / ChannelDescriptionSize;
 }
 
 Ref<OpaqueCMFormatDescription> makeDescription(CMMediaType mediaType, FourCharCode subType,

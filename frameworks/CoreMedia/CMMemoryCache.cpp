@@ -30,10 +30,10 @@ void free(void* memory, std::size_t) noexcept {
 
 namespace {
 
-constexpr std::size_t kSmallestBlock = 64;
-constexpr std::size_t kLargestBlock = 65536;  // 1,024 frames of 16 channels of 32 bits
-constexpr std::size_t kShelfCount = std::bit_width(kLargestBlock) - std::bit_width(kSmallestBlock) + 1;
-constexpr std::size_t kPlacesPerShelf = 16;
+constexpr std::size_t SmallestBlock = 64;
+constexpr std::size_t LargestBlock = 65536;  // 1,024 frames of 16 channels of 32 bits
+constexpr std::size_t ShelfCount = std::bit_width(LargestBlock) - std::bit_width(SmallestBlock) + 1;
+constexpr std::size_t PlacesPerShelf = 16;
 
 /// Free blocks of one size, a power of two. A place changes hands by a single exchange, so there is no list
 /// to tear and no way to hand out one block twice.
@@ -59,19 +59,18 @@ class Shelf {
   }
 
  private:
-  std::array<std::atomic<void*>, kPlacesPerShelf> _places{};
+  std::array<std::atomic<void*>, PlacesPerShelf> _places{};
 };
 
 // Without a constructor or destructor to run, so that objects may be freed at any point of the process's end.
-constinit std::array<Shelf, kShelfCount> shelves{};
+constinit std::array<Shelf, ShelfCount> shelves{};
 
 std::size_t shelfIndex(std::size_t size) noexcept {
-  return static_cast<std::size_t>(std::bit_width((size - 1) | (kSmallestBlock - 1)) -
-                                  std::bit_width(kSmallestBlock - 1));
+  return static_cast<std::size_t>(std::bit_width((size - 1) | (SmallestBlock - 1)) - std::bit_width(SmallestBlock - 1));
 }
 
 bool isShelved(std::size_t size) noexcept {
-  return size > 0 && size <= kLargestBlock;
+  return size > 0 && size <= LargestBlock;
 }
 
 }  // namespace
@@ -80,7 +79,7 @@ void* allocate(std::size_t size) noexcept {
   if (!isShelved(size)) return std::malloc(size);
   const std::size_t index = shelfIndex(size);
   if (void* memory = shelves[index].take()) return memory;
-  return std::malloc(kSmallestBlock << index);
+  return std::malloc(SmallestBlock << index);
 }
 
 void free(void* memory, std::size_t size) noexcept {

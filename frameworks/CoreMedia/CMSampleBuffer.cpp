@@ -32,8 +32,8 @@ struct OpaqueCMSampleBuffer final : public NSObject {
 
 namespace {
 
-constexpr UInt32 kLargestPlaneCount = 1024;
-constexpr std::size_t kAlignment = 16;
+constexpr UInt32 LargestPlaneCount = 1024;
+constexpr std::size_t Alignment = 16;
 
 /// What `numSamples` frames last; invalid when the description does not give a usable sample rate.
 CMTime audioDuration(CMFormatDescriptionRef description, CMItemCount numSamples) noexcept {
@@ -65,7 +65,7 @@ bool shapeOf(CMFormatDescriptionRef description, BufferShape* shapeOut) noexcept
   } else {
     *shapeOut = {.planeCount = 1, .channelsPerPlane = audio->mChannelsPerFrame};
   }
-  return shapeOut->planeCount <= kLargestPlaneCount;
+  return shapeOut->planeCount <= LargestPlaneCount;
 }
 
 /// True when the planes can be used where they lie.
@@ -74,8 +74,8 @@ bool isUsableInPlace(CMBlockBufferRef data, std::size_t planeLength, UInt32 plan
   if (!(flags & kCMSampleBufferFlag_AudioBufferList_Assure16ByteAlignment)) return true;
   char* first = nullptr;
   CMBlockBufferGetDataPointer(data, 0, nullptr, nullptr, &first);
-  const bool planesFollowAligned = planeCount == 1 || planeLength % kAlignment == 0;
-  return reinterpret_cast<std::uintptr_t>(first) % kAlignment == 0 && planesFollowAligned;
+  const bool planesFollowAligned = planeCount == 1 || planeLength % Alignment == 0;
+  return reinterpret_cast<std::uintptr_t>(first) % Alignment == 0 && planesFollowAligned;
 }
 
 /// A block that holds the planes in order, each on 16 bytes, `stride` bytes apart. Null when there is no memory.
@@ -188,7 +188,7 @@ OSStatus CMSampleBufferGetAudioBufferListWithRetainedBlockBuffer(CMSampleBufferR
 
   std::size_t stride = planeLength;
   if (length > 0 && !isUsableInPlace(data.get(), planeLength, shape.planeCount, flags)) {
-    stride = (planeLength + kAlignment - 1) / kAlignment * kAlignment;
+    stride = (planeLength + Alignment - 1) / Alignment * Alignment;
     data = copyPlanes(data.get(), planeLength, shape.planeCount, stride);
     if (!data) return kCMSampleBufferError_AllocationFailed;
   }

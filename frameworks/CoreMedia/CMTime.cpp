@@ -14,8 +14,8 @@ namespace {
 // 64 + 31 + 1 + 31 bits.
 __extension__ typedef __int128 Wide;
 
-constexpr Wide kLargestValue = std::numeric_limits<CMTimeValue>::max();
-constexpr Wide kSmallestValue = std::numeric_limits<CMTimeValue>::min();
+constexpr Wide LargestValue = std::numeric_limits<CMTimeValue>::max();
+constexpr Wide SmallestValue = std::numeric_limits<CMTimeValue>::min();
 
 /// In the order in which times of different kinds sort.
 enum class Kind { NegativeInfinity, Numeric, Indefinite, PositiveInfinity, Invalid };
@@ -38,7 +38,7 @@ CMTime indefinite() {
 }
 
 bool fitsValue(Wide value) {
-  return value >= kSmallestValue && value <= kLargestValue;
+  return value >= SmallestValue && value <= LargestValue;
 }
 
 struct Quotient {

@@ -12,7 +12,10 @@ CVReturn CVPixelBufferStore::take(std::uint64_t limit, Ref<OpaqueCVBuffer>* buff
   OpaqueCVBuffer* idle = nullptr;
   {
     const std::scoped_lock lock(_mutex);
-    if (_outCount >= limit) return kCVReturnWouldExceedAllocationThreshold;
+    if (_outCount >= limit) {
+      _isAwaited = true;
+      return kCVReturnWouldExceedAllocationThreshold;
+    }
     ++_outCount;
     idle = _idle;
     if (idle) _idle = std::exchange(idle->_nextIdle, nullptr);
@@ -31,15 +34,25 @@ CVReturn CVPixelBufferStore::take(std::uint64_t limit, Ref<OpaqueCVBuffer>* buff
 }
 
 void CVPixelBufferStore::giveBack(OpaqueCVBuffer* buffer) noexcept {
+  bool wasAwaited = false;
   {
     const std::scoped_lock lock(_mutex);
     --_outCount;
     if (!_closed) {
-      buffer->_nextIdle = std::exchange(_idle, buffer);
-      return;
+      buffer->_nextIdle = _idle;
+      _idle = std::exchange(buffer, nullptr);
+      wasAwaited = std::exchange(_isAwaited, false);
     }
   }
   delete buffer;
+  if (!wasAwaited) return;
+  const std::scoped_lock lock(_handlerLock);
+  if (_freeBufferHandler) _freeBufferHandler();
+}
+
+void CVPixelBufferStore::setFreeBufferHandler(std::function<void()> handler) {
+  const std::scoped_lock lock(_handlerLock);
+  std::swap(_freeBufferHandler, handler);
 }
 
 void CVPixelBufferStore::close() noexcept {
@@ -50,6 +63,7 @@ void CVPixelBufferStore::close() noexcept {
     idle = std::exchange(_idle, nullptr);
   }
   while (idle) delete std::exchange(idle, idle->_nextIdle);
+  setFreeBufferHandler({});
 }
 
 /// The pool itself is only the store's owner towards the outside.
@@ -107,6 +121,10 @@ CVPixelBufferPoolRef CVPixelBufferPoolRetain(CVPixelBufferPoolRef pool) {
 
 void CVPixelBufferPoolRelease(CVPixelBufferPoolRef pool) {
   if (pool) pool->release();
+}
+
+void CVPixelBufferPoolSetFreeBufferHandler(CVPixelBufferPoolRef pool, std::function<void()> handler) {
+  if (pool) pool->store().setFreeBufferHandler(std::move(handler));
 }
 
 CVReturn CVPixelBufferPoolCreatePixelBuffer(CFAllocatorRef allocator, CVPixelBufferPoolRef pixelBufferPool,

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 
@@ -21,8 +22,11 @@ class CVPixelBufferStore : public std::enable_shared_from_this<CVPixelBufferStor
   /// Takes in a buffer without references, which has no attachments and no locks any more. The caller holds the store.
   void giveBack(OpaqueCVBuffer* buffer) noexcept;
 
-  /// Frees the idle buffers and keeps none from here on.
+  /// Frees the idle buffers and keeps none from here on. The handler is not running any more and will not run.
   void close() noexcept;
+
+  /// See CVPixelBufferPoolSetFreeBufferHandler.
+  void setFreeBufferHandler(std::function<void()> handler);
 
  private:
   const CVPixelLayout _layout;
@@ -30,4 +34,13 @@ class CVPixelBufferStore : public std::enable_shared_from_this<CVPixelBufferStor
   OpaqueCVBuffer* _idle = nullptr;  // the one returned last comes first: its bytes are the likeliest in cache
   std::uint64_t _outCount = 0;
   bool _closed = false;
+  bool _isAwaited = false;
+
+  std::mutex _handlerLock;  // held while the handler runs
+  std::function<void()> _freeBufferHandler;
 };
+
+/// Calls `handler`, which must not throw, each time that a buffer comes back after a request exceeded its threshold: it
+/// runs on the thread that let go of the buffer, with no lock of the pool's buffers held, and may not give this pool's
+/// buffers back itself. Stands in for kCVPixelBufferPoolFreeBufferNotification. Before the pool is shared.
+void CVPixelBufferPoolSetFreeBufferHandler(CVPixelBufferPoolRef pool, std::function<void()> handler);

@@ -79,8 +79,8 @@ struct Activity {
   const Activity* outer;  ///< what it runs within; null for nothing
 };
 
-/// The innermost activity of the calling line of execution; null outside all. A scheduler that runs several lines on one
-/// thread puts each one's own in place when it goes from one to another.
+/// The innermost activity of the calling line of execution; null outside all. A scheduler that runs several lines on
+/// one thread puts each one's own in place when it goes from one to another.
 const Activity*& innermostActivity() noexcept;
 
 /// True from within an activity on `subject`.

@@ -358,11 +358,11 @@ void checkIDs(const std::vector<DeviceDraft>& drafts, const std::vector<ScriptLi
 
 // A link said on one side holds on both.
 void makeLinksMutual(std::vector<RigDevice>& devices) {
+  std::map<std::string_view, RigDevice*> known;
+  for (RigDevice& device : devices) known.emplace(device.description.uniqueID, &device);
   for (const RigDevice& device : devices) {
-    for (RigDevice& other : devices) {
-      const auto& links = device.description.linkedDevices;
-      if (std::find(links.begin(), links.end(), other.description.uniqueID) == links.end()) continue;
-      auto& backLinks = other.description.linkedDevices;
+    for (const std::string& link : device.description.linkedDevices) {
+      auto& backLinks = known.at(link)->description.linkedDevices;
       if (std::find(backLinks.begin(), backLinks.end(), device.description.uniqueID) == backLinks.end()) {
         backLinks.push_back(device.description.uniqueID);
       }

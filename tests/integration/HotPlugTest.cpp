@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
+#include <mutex>
 #include <thread>
 
 #include "support/FrameworkTest.h"
@@ -123,22 +124,40 @@ TEST_F(HotPlugTest, ALibraryThatEndsWhileSourcesRunCallsNobodyAfterwards) {
   }
 }
 
-TEST_F(HotPlugTest, KeptFramesExhaustThePoolAndOutliveTheLibrary) {
+TEST_F(HotPlugTest, KeptFramesExhaustThePoolUntilTheHostLetsGoAndOutliveTheLibrary) {
   Host host;
-  std::vector<CVPixelBufferRef> kept;  // by one capture queue, and read once that has ended
+  struct Kept {
+    std::mutex lock;
+    std::vector<CVPixelBufferRef> frames;
+  } kept;
   const auto keep = [](void* context, BRV_VideoBuffer* buffer) {
-    auto* frame = CVPixelBufferRetain(static_cast<CVPixelBufferRef>(buffer->data));
-    static_cast<std::vector<CVPixelBufferRef>*>(context)->push_back(frame);
+    auto& into = *static_cast<Kept*>(context);
+    std::lock_guard lock(into.lock);
+    into.frames.push_back(CVPixelBufferRetain(static_cast<CVPixelBufferRef>(buffer->data)));
+  };
+  const auto keepUntilDropped = [&] {
+    const int before = host.logged("Dropped a Frame!\n");
+    const auto isExhausted = [&] {
+      std::lock_guard lock(kept.lock);
+      return kept.frames.size() >= 16 && host.logged("Dropped a Frame!\n") > before;
+    };
+    for (int i = 0; i < 1000 && !isExhausted(); ++i) NSRunLoop::mainRunLoop().runForSeconds(0.01);
+    EXPECT_TRUE(isExhausted());
+    std::lock_guard lock(kept.lock);
+    EXPECT_LE(kept.frames.size(), 32U) << "a pool's worth of each size: the first may come before the format is set";
   };
   host.registerVideo("Desk Camera Video", keep, &kept);
-  for (int i = 0; i < 300 && host.logged("Dropped a Frame!\n") == 0; ++i) NSRunLoop::mainRunLoop().runForSeconds(0.01);
-  EXPECT_GT(host.logged("Dropped a Frame!\n"), 0);
+  keepUntilDropped();
+  {
+    std::lock_guard lock(kept.lock);
+    for (CVPixelBufferRef frame : std::exchange(kept.frames, {})) CVPixelBufferRelease(frame);
+  }
+  keepUntilDropped();
   host.disconnect();
-  EXPECT_LE(kept.size(), 32U) << "a pool's worth of each size: the first frames may come before the format is set";
   provider->unplug("desk-camera-left");
   host.uninitialize();
 
-  for (CVPixelBufferRef frame : kept) {
+  for (CVPixelBufferRef frame : kept.frames) {
     CVPixelBufferLockBaseAddress(frame, kCVPixelBufferLock_ReadOnly);
     EXPECT_NE(*static_cast<const unsigned char*>(CVPixelBufferGetBaseAddress(frame)), 0);
     CVPixelBufferUnlockBaseAddress(frame, kCVPixelBufferLock_ReadOnly);

@@ -84,10 +84,10 @@ struct Reception {
 
   std::uint64_t frames = 0;
   std::uint64_t buffers = 0;
-  double worstVideo = 0;  ///< seconds between a frame's stamp and when it was taken
-  double worstAudio = 0;  ///< seconds between the end of a buffer by its stamp and when it was full
-  double worstLength = 0; ///< seconds of sound too many or too few since the start
-  double start = 0;  ///< of the sound
+  double worstVideo = 0;   ///< seconds between a frame's stamp and when it was taken
+  double worstAudio = 0;   ///< seconds between the end of a buffer by its stamp and when it was full
+  double worstLength = 0;  ///< seconds of sound too many or too few since the start
+  double start = 0;        ///< of the sound
   double end = -2;
   std::uint64_t soundFrames = 0;
 };
@@ -201,8 +201,8 @@ TEST_F(LongRunTest, ADayOfFourSourcesStaysRight) {
   BRV_UninitializeLibrary();
 
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-  std::printf("%.1f h simulated in %.1f s, %d hot-plugs, memory grew by %ld KB, log %zu bytes\n", minutes / 60.0, seconds,
-              minutes, growth, logBytes);
+  std::printf("%.1f h simulated in %.1f s, %d hot-plugs, memory grew by %ld KB, log %zu bytes\n", minutes / 60.0,
+              seconds, minutes, growth, logBytes);
   for (const Reception& reception : receptions) {
     std::printf("  %-12s %9llu frames, %9llu buffers; off by at most %.3f ms, sound %.3f ms, its length %.3f ms\n",
                 reception.source, static_cast<unsigned long long>(reception.frames),

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <mutex>
 #include <vector>
 
@@ -42,6 +43,7 @@ class Device final : public hardware::Device {
   std::optional<std::string> openFailure() override { return openError; }
   std::optional<std::string> configurationFailure() override { return configurationError; }
   void selectVideoFormat(std::size_t index, CMTime frameDuration) override {
+    if (whileSelecting) whileSelecting();
     selectedVideoFormat = index;
     selectedFrameDuration = frameDuration;
   }
@@ -52,6 +54,7 @@ class Device final : public hardware::Device {
     _sink = &sink;
   }
   void stop() override {
+    if (whileStopping) whileStopping();
     std::lock_guard lock(_lock);
     _sink = nullptr;
   }
@@ -105,6 +108,8 @@ class Device final : public hardware::Device {
   std::atomic<std::size_t> selectedVideoFormat{0};
   std::atomic<std::size_t> selectedAudioFormat{0};
   CMTime selectedFrameDuration = kCMTimeInvalid;
+  std::function<void()> whileSelecting;
+  std::function<void()> whileStopping;  ///< what it still captures before it stands still
   std::atomic<int> starts{0};
   std::atomic<int> roomReports{0};
 

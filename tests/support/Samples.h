@@ -6,7 +6,7 @@
 #include <CoreMedia/CMSampleBuffer.h>
 #include <CoreVideo/CVPixelBuffer.h>
 
-#include <cstring>
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -33,7 +33,7 @@ inline CFRef<CMBlockBufferRef> block(const std::vector<std::vector<std::uint8_t>
     const CMBlockBufferCustomBlockSource source{
         0, nullptr, [](void*, void* bytes, size_t) { delete[] static_cast<std::uint8_t*>(bytes); }, nullptr};
     auto* bytes = new std::uint8_t[piece.size() + 1];
-    std::memcpy(bytes, piece.data(), piece.size());
+    std::ranges::copy(piece, bytes);
     CMBlockBufferAppendMemoryBlock(buffer, bytes, piece.size() + 1, kCFAllocatorDefault, &source, 0, piece.size(), 0);
   }
   return CFRef<CMBlockBufferRef>::adopt(buffer);

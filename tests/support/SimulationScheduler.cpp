@@ -21,8 +21,8 @@ constexpr Nanoseconds AtOnce = std::numeric_limits<Nanoseconds>::min();
 
 SimulationScheduler* inForce = nullptr;
 
-/// Fibers without work, from all schedulers so far: making one takes longer than a whole run. Never destroyed, like what
-/// waits on them.
+/// Fibers without work, from all schedulers so far: making one takes longer than a whole run. Never destroyed, like
+/// what waits on them.
 std::vector<Fiber*>& idleFibers() {
   static auto* const fibers = new std::vector<Fiber*>;
   return *fibers;
@@ -225,8 +225,7 @@ void SimulationScheduler::reportStandstill() {
     std::fprintf(stderr, "nothing will ever happen; these wait for each other:\n");
     _isStandingStill = true;
   }
-  const auto next =
-      std::ranges::find_if(_lines, [](const auto& line) { return line->fiber && !line->isEnding; });
+  const auto next = std::ranges::find_if(_lines, [](const auto& line) { return line->fiber && !line->isEnding; });
   if (next == _lines.end()) std::abort();
   Fiber& here = *_current->fiber;
   _current = next->get();

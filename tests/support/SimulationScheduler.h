@@ -14,6 +14,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "support/Fiber.h"
@@ -77,8 +78,8 @@ class SimulationScheduler final : public runtime::Scheduler {
   /// The scheduler in force; null when there is none.
   static SimulationScheduler* active();
 
-  /// Whether the chooser may interrupt lines; it may at first. Off, a line can look around.
-  void setInterruptible(bool isInterruptible) { _isInterruptible = isInterruptible; }
+  /// Whether the chooser may interrupt lines; it may not at first. Returns what was in force.
+  bool setInterruptible(bool isInterruptible) { return std::exchange(_isInterruptible, isInterruptible); }
 
   /// For SimulatedThreads: the running line is about to lock a mutex.
   void beforeLock();
@@ -101,7 +102,7 @@ class SimulationScheduler final : public runtime::Scheduler {
   runtime::Nanoseconds _now = 1;
   std::uint64_t _trace = 0;
   bool _isChoosing = false;
-  bool _isInterruptible = true;
+  bool _isInterruptible = false;
   bool _isStandingStill = false;
 
   std::vector<std::unique_ptr<Line>> _lines;

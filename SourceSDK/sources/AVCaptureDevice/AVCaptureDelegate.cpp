@@ -71,15 +71,17 @@ std::uint32_t frameCount(const AudioStreamBasicDescription& stream, std::size_t 
 
 }  // namespace
 
-float PixelAspectRatio::of(CVImageBufferRef image) {
+inline float PixelAspectRatio::of(CVImageBufferRef image) {
   const auto* attached =
       static_cast<CFDictionaryRef>(CVBufferGetAttachment(image, kCVImageBufferPixelAspectRatioKey, nullptr));
   if (!attached) return 1.0F;
-  if (attached != _lastAttached.get()) {
-    _lastAttached = CFRef<CFDictionaryRef>::retain(attached);
-    _ratio = ratioOf(attached);
-  }
+  if (attached != _lastAttached.get()) read(attached);
   return _ratio;
+}
+
+void PixelAspectRatio::read(CFDictionaryRef attached) {
+  _ratio = ratioOf(attached);
+  _lastAttached = CFRef<CFDictionaryRef>::retain(attached);
 }
 
 // VCaptureDelegate
@@ -88,26 +90,7 @@ Ref<VCaptureDelegate> VCaptureDelegate::initWithDevice(AV::Device* device) {
   return Ref<VCaptureDelegate>::adopt(new VCaptureDelegate(device));
 }
 
-void VCaptureDelegate::captureOutputDidOutputSampleBuffer(AVCaptureOutput*, CMSampleBufferRef sampleBuffer,
-                                                          AVCaptureConnection*) {
-  const CMTime time = CMSampleBufferGetPresentationTimeStamp(sampleBuffer);
-  setTimescale(time.timescale);
-  CVImageBufferRef image = CMSampleBufferGetImageBuffer(sampleBuffer);
-  if (!image) return;
-
-  fillRecord(image, time.value);
-  markFormatChange();
-  if (_pVideoDataArriveCallback && _pVideoDataArriveContext) {
-    _pVideoDataArriveCallback(_pVideoDataArriveContext, &_videoBuffer);
-  }
-  _videoBuffer.flags = BRV_FLAG_NOT_FIRST;
-}
-
-void VCaptureDelegate::captureOutputDidDropSampleBuffer(AVCaptureOutput*, CMSampleBufferRef, AVCaptureConnection*) {
-  AV_LOG(LevelOther, "Dropped a Frame!\n");
-}
-
-void VCaptureDelegate::fillRecord(CVImageBufferRef image, std::int64_t timeStamp) {
+inline void VCaptureDelegate::fillRecord(CVImageBufferRef image, std::int64_t timeStamp) {
   const CGSize size = CVImageBufferGetDisplaySize(image);
   _videoBuffer.format = BRV_FORMAT_PIXEL_BUFFER;
   _videoBuffer.width = truncated(size.width);
@@ -119,13 +102,35 @@ void VCaptureDelegate::fillRecord(CVImageBufferRef image, std::int64_t timeStamp
 }
 
 /// The first sample's timescale is no change; every later one that differs is.
-void VCaptureDelegate::markFormatChange() {
+inline void VCaptureDelegate::markFormatChange() {
   const std::int32_t current = timescale();
   if (_oldTimescale != current) {
     if (_oldTimescale != -1) _videoBuffer.flags |= BRV_FLAG_FORMAT_CHANGED;
     _oldTimescale = current;
   }
   if (_dirty.take()) _videoBuffer.flags |= BRV_FLAG_FORMAT_CHANGED;
+}
+
+void VCaptureDelegate::captureOutputDidOutputSampleBuffer(AVCaptureOutput*, CMSampleBufferRef sampleBuffer,
+                                                          AVCaptureConnection*) {
+  const CMTime time = CMSampleBufferGetPresentationTimeStamp(sampleBuffer);
+  setTimescale(time.timescale);
+  CVImageBufferRef image = CMSampleBufferGetImageBuffer(sampleBuffer);
+  if (!image) return _counts.noImage.add();
+
+  fillRecord(image, time.value);
+  markFormatChange();
+  if (_pVideoDataArriveCallback && _pVideoDataArriveContext) {
+    _counts.delivered.add();
+    _pVideoDataArriveCallback(_pVideoDataArriveContext, &_videoBuffer);
+  } else {
+    _counts.unheard.add();
+  }
+  _videoBuffer.flags = BRV_FLAG_NOT_FIRST;
+}
+
+void VCaptureDelegate::captureOutputDidDropSampleBuffer(AVCaptureOutput*, CMSampleBufferRef, AVCaptureConnection*) {
+  AV_LOG(LevelOther, "Dropped a Frame!\n");
 }
 
 // ACaptureDelegate
@@ -137,6 +142,7 @@ Ref<ACaptureDelegate> ACaptureDelegate::init() {
 }
 
 ACaptureDelegate::~ACaptureDelegate() {
+  _receivedByFormer += _counts.received();
   _pOutputBuffer.reset();
   _outputBufferSize = 0;
   if (fAudioConverter) AudioConverterDispose(fAudioConverter);
@@ -146,7 +152,7 @@ ACaptureDelegate::~ACaptureDelegate() {
 void ACaptureDelegate::captureOutputDidOutputSampleBuffer(AVCaptureOutput*, CMSampleBufferRef sampleBuffer,
                                                           AVCaptureConnection*) {
   CMTime time = CMSampleBufferGetPresentationTimeStamp(sampleBuffer);
-  if (!takeTime(time)) return;
+  if (!takeTime(time)) return _counts.invalidTime.add();
 
   CMBlockBufferRef block = CMSampleBufferGetDataBuffer(sampleBuffer);
   const CMFormatDescriptionRef format = CMSampleBufferGetFormatDescription(sampleBuffer);
@@ -154,25 +160,28 @@ void ACaptureDelegate::captureOutputDidOutputSampleBuffer(AVCaptureOutput*, CMSa
       format ? CMAudioFormatDescriptionGetStreamBasicDescription(format) : nullptr;
   if (!input || input->mFormatID != kAudioFormatLinearPCM) {
     AV_LOG(LevelOther, "Bad format or bogus ASBD!");
-    return;
+    return _counts.malformed.add();
   }
 
   std::size_t lengthAtStart = 0;
   std::size_t totalLength = 0;
   char* bytes = nullptr;
   if (!block || CMBlockBufferGetDataPointer(block, 0, &lengthAtStart, &totalLength, &bytes) != kCMBlockBufferNoErr) {
-    return;
+    return _counts.malformed.add();
   }
 
   // Sound that needs no conversion needs a converter all the same: one that cannot be had stops it too.
   AudioConverterRef converter = GetAudioConverter(*input, _destinationDescription);
-  if (!converter) return;
+  if (!converter) return _counts.conversionFailed.add();
 
   const std::uint32_t frames = frameCount(*input, totalLength);
-  if (frames == 0) return;
-  const bool filled = equal(*input, _destinationDescription) ? passThrough(block, bytes, lengthAtStart, totalLength)
-                                                             : convert(converter, sampleBuffer, frames);
-  if (filled) deliver(time.value);
+  if (frames == 0) return _counts.malformed.add();
+  if (equal(*input, _destinationDescription)) {
+    if (!passThrough(block, bytes, lengthAtStart, totalLength)) return _counts.malformed.add();
+  } else if (!convert(converter, sampleBuffer, frames)) {
+    return _counts.conversionFailed.add();
+  }
+  deliver(time.value);
 }
 
 /// Brings the time into the source's timescale; false when there is none yet, or none any more.
@@ -286,7 +295,10 @@ void ACaptureDelegate::deliver(std::int64_t timeStamp) {
   }
   if (_dirty.take()) _audioBuffer.flags |= BRV_FLAG_FORMAT_CHANGED;
   if (_pAudioDataArriveCallback && _pAudioDataArriveContext) {
+    _counts.delivered.add();
     _pAudioDataArriveCallback(_pAudioDataArriveContext, &_audioBuffer);
+  } else {
+    _counts.unheard.add();
   }
   _audioBuffer.flags = 0;
 }

@@ -36,6 +36,31 @@ class DirtyMark {
   std::atomic<bool> _isSet{false};
 };
 
+/// Counts on one thread, is read on any; an add costs what it does in a plain integer.
+class SampleCount {
+ public:
+  void add() noexcept { _value.store(_value.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed); }
+  std::uint64_t value() const noexcept { return _value.load(std::memory_order_relaxed); }
+
+ private:
+  std::atomic<std::uint64_t> _value{0};
+};
+
+/// What became of the samples that an output handed to a delegate: every one ends in exactly one of these.
+struct DeliveryCounts {
+  SampleCount delivered;         ///< the host's callback has had it
+  SampleCount unheard;           ///< the host has no callback registered
+  SampleCount noImage;           ///< a frame without a picture
+  SampleCount invalidTime;       ///< sound of a muxed device whose picture has no valid time
+  SampleCount malformed;         ///< sound that is empty, out of reach, or not linear PCM
+  SampleCount conversionFailed;  ///< sound that could not be brought into the host's format
+
+  std::uint64_t received() const noexcept {
+    return delivered.value() + unheard.value() + noImage.value() + invalidTime.value() + malformed.value() +
+           conversionFailed.value();
+  }
+};
+
 /// The shape of a picture's pixels. A camera attaches one dictionary, which never changes, to all its pictures: it is
 /// held, and read when another one comes, which saves a frame the look-ups and conversions of two numbers.
 class PixelAspectRatio {
@@ -44,6 +69,8 @@ class PixelAspectRatio {
   float of(CVImageBufferRef image);
 
  private:
+  [[gnu::cold]] void read(CFDictionaryRef attached);
+
   CFRef<CFDictionaryRef> _lastAttached;
   float _ratio = 1.0F;
 };
@@ -65,6 +92,10 @@ class VCaptureDelegate final : public NSObject, public AVCaptureVideoDataOutputS
   std::int32_t timescale() const noexcept { return _timescale.load(std::memory_order_relaxed); }
   void setTimescale(std::int32_t timescale) noexcept { _timescale.store(timescale, std::memory_order_relaxed); }
 
+  const DeliveryCounts& counts() const noexcept { return _counts; }
+  /// How many samples all delegates that have gone were handed.
+  static std::uint64_t receivedByFormer() noexcept { return _receivedByFormer; }
+
   AV::Device* device() const noexcept { return _pDevice; }
   void setDevice(AV::Device* device) noexcept { _pDevice = device; }
   /// Not retained.
@@ -85,7 +116,7 @@ class VCaptureDelegate final : public NSObject, public AVCaptureVideoDataOutputS
 
  private:
   explicit VCaptureDelegate(AV::Device* device) noexcept : _pDevice(device) {}
-  ~VCaptureDelegate() override = default;
+  ~VCaptureDelegate() override { _receivedByFormer += _counts.received(); }
 
   void fillRecord(CVImageBufferRef image, std::int64_t timeStamp);
   void markFormatChange();
@@ -101,6 +132,8 @@ class VCaptureDelegate final : public NSObject, public AVCaptureVideoDataOutputS
   BRV_VideoBuffer _videoBuffer{};
   PixelAspectRatio _pixelAspectRatio;
   DirtyMark _dirty;
+  DeliveryCounts _counts;
+  static inline std::atomic<std::uint64_t> _receivedByFormer{0};
 };
 
 class ACaptureDelegate final : public NSObject, public AVCaptureAudioDataOutputSampleBufferDelegate {
@@ -121,6 +154,9 @@ class ACaptureDelegate final : public NSObject, public AVCaptureAudioDataOutputS
   /// until that has a valid one. Set before the delegate has a queue.
   VCaptureDelegate* videoDelegate() const noexcept { return _videoDelegate.get(); }
   void setVideoDelegate(VCaptureDelegate* delegate) { _videoDelegate = Ref<VCaptureDelegate>::retain(delegate); }
+
+  const DeliveryCounts& counts() const noexcept { return _counts; }
+  static std::uint64_t receivedByFormer() noexcept { return _receivedByFormer; }
 
   BRV_SourceChangedCallback notifySourceChangeCallback() const noexcept { return _pSourceChangeCallback; }
   void setNotifySourceChangeCallback(BRV_SourceChangedCallback callback) noexcept { _pSourceChangeCallback = callback; }
@@ -171,6 +207,8 @@ class ACaptureDelegate final : public NSObject, public AVCaptureAudioDataOutputS
   AudioStreamBasicDescription fLastInputASDB{};
   Ref<VCaptureDelegate> _videoDelegate;
   DirtyMark _dirty;
+  DeliveryCounts _counts;
+  static inline std::atomic<std::uint64_t> _receivedByFormer{0};
 };
 
 /// The input of one conversion: the whole of a buffer list, handed over once.

@@ -34,6 +34,19 @@ TEST_F(DeviceRegistryTest, ADeviceThatComesBackIsTheSameObjectWithItsSettings) {
   EXPECT_EQ(second->selectedVideoFormat, 1U);
 }
 
+TEST_F(DeviceRegistryTest, ADeviceIsListedOnlyOnceItCanBeOpened) {
+  auto provider = fake::install({});
+  EXPECT_TRUE(AVCaptureDevice::devices().empty());
+  auto camera = fake::camera("Cam", "c");
+  bool wasListedTooSoon = false;
+  camera->whileSelecting = [&] { wasListedTooSoon |= !AVCaptureDevice::devices().empty(); };
+
+  provider->plug(camera);
+
+  EXPECT_FALSE(wasListedTooSoon);
+  EXPECT_EQ(AVCaptureDevice::devices().size(), 1U);
+}
+
 TEST_F(DeviceRegistryTest, OneThreadAtATimeHoldsTheConfigurationLock) {
   auto camera = fake::camera("Cam", "c");
   fake::install({camera});

@@ -52,7 +52,7 @@ class VideoOutputTest : public FrameworkTest {
   void capture(std::int64_t time) { camera->captureFrame(CMTimeMake(time, 30)); }
   void expectConservation() const {
     const auto counts = output->statistics();
-    EXPECT_EQ(counts.captured, counts.delivered + counts.dropped() + counts.pending);
+    EXPECT_TRUE(counts.isBalanced());
     EXPECT_EQ(counts.pending, 0U);
   }
 
@@ -131,6 +131,54 @@ TEST_F(VideoOutputTest, ConsumerPacedDevicesHearOfRoom) {
   session->stopRunning();
 
   EXPECT_EQ(camera->roomReports, 1);
+}
+
+TEST_F(VideoOutputTest, ConsumerPacedDevicesWaitForABufferOfAPoolThatIsKept) {
+  std::vector<CFRef<CVImageBufferRef>> kept;
+  delegate.whileDelivering = [&](CMSampleBufferRef sample) {
+    kept.push_back(CFRef<CVImageBufferRef>::retain(CMSampleBufferGetImageBuffer(sample)));
+  };
+  session->startRunning();
+  hardware::Sink* sink = camera->sink();
+  int taken = 0;
+  for (; taken < 100 && sink->hasRoomForVideo(); ++taken) {
+    capture(taken);
+    dispatch_sync(queue.get(), [] {});
+  }
+  EXPECT_EQ(taken, 16);
+
+  const int reports = camera->roomReports;
+  kept.pop_back();
+  EXPECT_EQ(camera->roomReports, reports + 1);
+  EXPECT_TRUE(sink->hasRoomForVideo());
+  session->stopRunning();
+  EXPECT_EQ(output->statistics().delivered, 16U);
+}
+
+TEST_F(VideoOutputTest, WhatACameraTakesUntilItStandsStillIsDelivered) {
+  session->startRunning();
+  camera->whileStopping = [this] { capture(1); };
+
+  session->stopRunning();
+
+  EXPECT_THAT(delegate.events, ElementsAre(1));
+  EXPECT_EQ(unclaimedFrames(), 0U);
+  camera->whileStopping = {};
+}
+
+TEST_F(VideoOutputTest, AStopWaitsForEveryFormerDelegateThatIsStillAtWork) {
+  const auto second = CFRef<dispatch_queue_t>::adopt(dispatch_queue_create("second", DISPATCH_QUEUE_SERIAL));
+  RecordingDelegate successor;
+  enterGate();
+  output->setSampleBufferDelegate(&successor, second.get());
+  capture(2);
+  dispatch_sync(second.get(), [] {});
+  std::thread releasing([&] { gate.open(); });
+
+  session->stopRunning();
+
+  EXPECT_THAT(delegate.events, ElementsAre(1));
+  releasing.join();
 }
 
 }  // namespace

@@ -40,6 +40,15 @@ TEST(AudioConverter, RefusesFormatsThatItCannotReadOrWrite) {
   }
 }
 
+TEST(AudioConverter, NeedsNoMemoryForNoFrames) {
+  const Description format = of<SInt16>(48000, 2);
+  Converter converter(format, format);
+  AudioBufferList nowhere{1, {{2, 0, nullptr}}};
+  UInt32 frames = 0;
+
+  EXPECT_EQ(AudioConverterFillComplexBuffer(converter.get(), &Feed::proc, nullptr, &frames, &nowhere, nullptr), noErr);
+}
+
 TEST(AudioConverter, AllocatesNothingOnceItHasSeenTheSizesInUse) {
   if (!AllocationsAreCounted) GTEST_SKIP() << "the allocator is a sanitizer's";
   // Hands the same 480 frames over again and again, then has no more for now.

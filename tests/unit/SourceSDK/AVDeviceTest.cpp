@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <limits>
 #include <thread>
 
 #include "SourceTest.h"
@@ -69,6 +70,25 @@ TEST_F(DeviceTest, SamplesOfBothSidesReachTheirCallbacks) {
 
   EXPECT_THAT(videoTimes, ElementsAre(0, 1, 2));
   EXPECT_THAT(audioTimes, ElementsAre(0, 1024, 2048));
+}
+
+TEST_F(DeviceTest, SoundFromTheEndsOfTimeIsDelivered) {
+  // One that is converted, so that times are reckoned with.
+  microphone->described.initialAudioFormat = microphone->selectedAudioFormat = 1;
+  detect({microphone});
+  registerBoth();
+  const std::vector<float> silence(2 * 1024);
+
+  for (const std::int64_t value :
+       {std::numeric_limits<std::int64_t>::min(), std::numeric_limits<std::int64_t>::max()}) {
+    for (const std::int32_t timescale : {1, std::numeric_limits<std::int32_t>::max()}) {
+      start();
+      for (int i = 0; i < 3; ++i) microphone->captureSound(CMTimeMake(value, timescale), silence.data(), 1024);
+      source().stopDevice();
+      EXPECT_EQ(audioTimes.front(), value);
+      audioTimes.clear();
+    }
+  }
 }
 
 TEST_F(DeviceTest, AMuxedDeviceBringsItsSoundInTheTimescaleOfItsPicturesUntilAMicrophoneTakesOver) {

@@ -1,9 +1,11 @@
 #pragma once
 
-// Fixture of tests of sources, which the manager makes of fake devices.
+// Fixture of tests of sources, which the manager makes of fake devices. In the end everything that outputs handed over
+// has been received by the sources' delegates.
 
 #include <utility>
 
+#include "AVCaptureDelegate.h"
 #include "AVDeviceManager.h"
 #include "support/FakeHardware.h"
 #include "support/FrameworkTest.h"
@@ -11,7 +13,12 @@
 class SourceTest : public FrameworkTest {
  public:
   /// While what callbacks write to still exists.
-  void TearDown() override { delete std::exchange(manager, nullptr); }
+  void TearDown() override {
+    delete std::exchange(manager, nullptr);
+    EXPECT_EQ(VCaptureDelegate::receivedByFormer() - _received.first, handedOver(AVMediaTypeVideo) - _handedOver.first);
+    EXPECT_EQ(ACaptureDelegate::receivedByFormer() - _received.second,
+              handedOver(AVMediaTypeAudio) - _handedOver.second);
+  }
 
   void begin(std::vector<std::shared_ptr<fake::Device>> devices) {
     delete std::exchange(manager, nullptr);
@@ -26,4 +33,11 @@ class SourceTest : public FrameworkTest {
 
   std::shared_ptr<fake::Provider> provider;
   AV::DeviceManager* manager = nullptr;
+
+ private:
+  static std::uint64_t handedOver(AVMediaType medium) { return SampleLedger::of(medium).ended.delivered; }
+
+  const std::pair<std::uint64_t, std::uint64_t> _received{VCaptureDelegate::receivedByFormer(),
+                                                          ACaptureDelegate::receivedByFormer()};
+  const std::pair<std::uint64_t, std::uint64_t> _handedOver{handedOver(AVMediaTypeVideo), handedOver(AVMediaTypeAudio)};
 };

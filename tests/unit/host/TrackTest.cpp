@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <thread>
 
 #include "AudioTrack.h"
@@ -64,6 +65,9 @@ TEST(VideoTrackTest, EndsTheFileWhereThePictureChangesItsSizeOrTheDiskIsFull) {
     const VideoStatistics statistics = track.statistics();
     EXPECT_EQ(statistics.timeline.firstStamp(), 1);
     EXPECT_EQ(statistics.timeline.delivered(), statistics.written + statistics.notWritten);
+    EXPECT_EQ(statistics.frames, statistics.timeline.delivered());
+    EXPECT_EQ(statistics.callbacks(), 3);
+    EXPECT_EQ(statistics.waiting(), 0);
     EXPECT_THAT(statistics.ending.value_or("") + statistics.failure.value_or(""),
                 testing::AnyOf(testing::HasSubstr("changed from 2 x 1 to 4 x 1"), testing::HasSubstr("No space left")));
   }
@@ -96,6 +100,9 @@ TEST(AudioTrackTest, WritesWholeFramesCutsAtTheTimeAskedForAndEndsWhereTheFormat
     BRV_AudioBuffer record = {BRV_FORMAT_PCM, 44'100, 2, 16, 0, 0, 0, 0, 0, samples.data()};
     track.soundArrived(record);
     record.dataLength = static_cast<std::int32_t>(samples.size());
+    record.channels = std::numeric_limits<std::int32_t>::max();  // of which no frame is whole
+    track.soundArrived(record);
+    record.channels = 2;
     for (record.timeStamp = 0; record.timeStamp <= 600; record.timeStamp += 300) {
       track.soundArrived(record);
       record.sampleRate = secondRate;
