@@ -12,6 +12,11 @@ CaptureDeviceRegistry& CaptureDeviceRegistry::shared() {
 }
 
 void CaptureDeviceRegistry::prepare() {
+  {
+    // Without waiting, since a device may ask for the others while it is being attached.
+    std::lock_guard lock(_lock);
+    if (_isPrepared) return;
+  }
   std::lock_guard preparation(_preparation);
   std::shared_ptr<hardware::Provider> provider;
   {
@@ -24,6 +29,8 @@ void CaptureDeviceRegistry::prepare() {
         handle(from, event, device);
       });
   attachPresent(provider);
+  std::lock_guard lock(_lock);
+  _isPrepared = _provider == provider;
 }
 
 /// Enters the devices that are there already. Their events come at the same time; one change waits for the other.
@@ -63,6 +70,7 @@ void CaptureDeviceRegistry::forgetProvider() {
   {
     std::lock_guard lock(_lock);
     provider = std::exchange(_provider, nullptr);
+    _isPrepared = false;
     _byID.clear();
     entries.splice(entries.end(), _connected);
     entries.splice(entries.end(), _unplugged);

@@ -61,6 +61,7 @@ class CaptureDeviceRegistry {
   std::mutex _changes;
   std::mutex _lock;
   std::shared_ptr<hardware::Provider> _provider;
+  bool _isPrepared = false;  ///< the provider's devices have been entered
   Entries _connected;  ///< in the order of their connection
   Entries _unplugged;  ///< those that someone held when they went
   /// Where the entry of each ID is, so that the arrival of n devices does not compare each with all others.

@@ -13,8 +13,8 @@
 
 namespace test {
 
-/// Walks every order, depth first: each run repeats the choices of the one before up to the last that has an alternative
-/// left.
+/// Walks every order, depth first: each run repeats the choices of the one before up to the last that has an
+/// alternative left.
 class EveryOrder final : public Chooser {
  public:
   /// At most `interruptions` times in a run, a line is interrupted where it is about to lock a mutex. Of `parts`
@@ -40,8 +40,8 @@ class EveryOrder final : public Chooser {
     return choice.chosen;
   }
 
-  bool interrupts() override {
-    if (_interruptions == _mostInterruptions || choose(2) == 0) return false;
+  bool interrupts(SimulationScheduler& scheduler) override {
+    if (_interruptions == _mostInterruptions || !scheduler.othersCanRun() || choose(2) == 0) return false;
     ++_interruptions;
     return true;
   }
@@ -86,7 +86,7 @@ class RandomOrder final : public Chooser {
   explicit RandomOrder(std::uint64_t seed) : _state(seed) {}
 
   std::size_t choose(std::size_t count) override { return next() % count; }
-  bool interrupts() override { return next() % 32 == 0; }
+  bool interrupts(SimulationScheduler& scheduler) override { return next() % 32 == 0 && scheduler.othersCanRun(); }
 
  private:
   // SplitMix64.

@@ -116,7 +116,19 @@ void SimulationScheduler::yield() {
 }
 
 void SimulationScheduler::beforeLock() {
-  if (_chooser && _isInterruptible && !_isChoosing && _chooser->interrupts()) yield();
+  if (!_chooser || !_isInterruptible || _isChoosing) return;
+  ++_locks;
+  if (!_chooser->interrupts(*this)) return;
+  note(_locks);
+  Line& self = *_current;
+  self.holds = nullptr;
+  self.deadline = _now;
+  suspend(self, pick(&self));
+}
+
+bool SimulationScheduler::othersCanRun() {
+  collectCandidates(_current);
+  return !_candidates.empty();
 }
 
 bool SimulationScheduler::waitUntil(bool (*holds)(void*), void* subject, Nanoseconds deadline) {
@@ -125,7 +137,7 @@ bool SimulationScheduler::waitUntil(bool (*holds)(void*), void* subject, Nanosec
   self.subject = subject;
   self.deadline = deadline;
   self.held = false;
-  suspend(self);
+  suspend(self, pick());
   return self.held;
 }
 
@@ -133,8 +145,7 @@ bool SimulationScheduler::isMainThreadIdle() const {
   return (_current == _main ? runtime::innermostActivity() : _main->activity) == nullptr;
 }
 
-void SimulationScheduler::suspend(Line& self) {
-  Line& next = pick();
+void SimulationScheduler::suspend(Line& self, Line& next) {
   if (&next == &self) return;
   self.activity = runtime::innermostActivity();
   if (!next.fiber) {
@@ -189,15 +200,20 @@ Nanoseconds SimulationScheduler::dueTime(Line& line) {
   return line.deadline;
 }
 
-/// The line that goes on. Time passes only here.
-SimulationScheduler::Line& SimulationScheduler::pick() {
+void SimulationScheduler::collectCandidates(const Line* excluded) {
   _isChoosing = true;
   _candidates.clear();
   for (const auto& line : _lines) {
-    // The one that calls and is done with is of no interest: it is erased before.
+    if (line.get() == excluded) continue;
     const Nanoseconds due = dueTime(*line);
     if (due != Never) _candidates.push_back({due, line->client && !line->fiber, line.get()});
   }
+  _isChoosing = false;
+}
+
+/// The line that goes on. Time passes only here.
+SimulationScheduler::Line& SimulationScheduler::pick(const Line* excluded) {
+  collectCandidates(excluded);
   if (_candidates.empty()) reportStandstill();
 
   std::ranges::stable_sort(_candidates, [](const Candidate& a, const Candidate& b) {
@@ -210,7 +226,6 @@ SimulationScheduler::Line& SimulationScheduler::pick() {
   }
   const std::size_t chosen = _chooser && count > 1 ? _chooser->choose(count) : 0;
   _now = std::max(_now, _candidates[chosen].due);
-  _isChoosing = false;
   return *_candidates[chosen].line;
 }
 

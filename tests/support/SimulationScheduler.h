@@ -21,14 +21,16 @@
 
 namespace test {
 
+class SimulationScheduler;
+
 /// Settles what is open in a simulated run.
 class Chooser {
  public:
   /// One of `count` alternatives, at least 2. Lines come in the order in which they are due.
   virtual std::size_t choose(std::size_t count) = 0;
 
-  /// Whether a line that is about to lock a mutex lets others go first.
-  virtual bool interrupts() { return false; }
+  /// Whether the line that is about to lock a mutex is interrupted by another, of which there must be one that can run.
+  virtual bool interrupts(SimulationScheduler& scheduler) { return static_cast<void>(scheduler), false; }
 
  protected:
   ~Chooser() = default;
@@ -62,6 +64,9 @@ class SimulationScheduler final : public runtime::Scheduler {
   /// Lets others go first, if the chooser says so.
   void yield();
 
+  /// Whether another line than the calling one can run.
+  bool othersCanRun();
+
   /// Suspends the calling line until the condition has held, once; false when the deadline passed before.
   bool waitUntil(bool (*holds)(void*), void* subject, runtime::Nanoseconds deadline = runtime::Never);
 
@@ -91,8 +96,9 @@ class SimulationScheduler final : public runtime::Scheduler {
 
   static void work();
   void runHere(Line& line);
-  void suspend(Line& self);
-  Line& pick();
+  void suspend(Line& self, Line& next);
+  void collectCandidates(const Line* excluded);
+  Line& pick(const Line* excluded = nullptr);
   runtime::Nanoseconds dueTime(Line& line);
   [[noreturn]] void reportStandstill();
   void erase(const Line& line);
@@ -101,6 +107,7 @@ class SimulationScheduler final : public runtime::Scheduler {
   Time _time;
   runtime::Nanoseconds _now = 1;
   std::uint64_t _trace = 0;
+  std::uint64_t _locks = 0;  ///< that could have been interrupted so far
   bool _isChoosing = false;
   bool _isInterruptible = false;
   bool _isStandingStill = false;
