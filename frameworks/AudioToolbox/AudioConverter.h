@@ -57,9 +57,9 @@ typedef OSStatus (*AudioConverterComplexInputDataProc)(AudioConverterRef inAudio
 /// keep every bit.
 ///
 /// Rates: output frame n is the signal at the input time n * inputRate / outputRate. Between 48 and 44.1 kHz the
-/// response is flat within 0.01 dB to 20 kHz and more than 120 dB down from 23 kHz; other rates scale with the lower of
-/// the two. Of live input, less than 100 output frames are held back there. A whole piece has as many output frames as
-/// its input times the ratio of the rates, rounded to nearest, halves up. Infinite and NaN input counts as 0.
+/// response is flat within 0.001 dB to 20 kHz and more than 120 dB down from 23 kHz; other rates scale with the lower
+/// of the two. Of live input, less than 100 output frames are held back there. A whole piece has as many output frames
+/// as its input times the ratio of the rates, rounded to nearest, halves up. Infinite and NaN input counts as 0.
 OSStatus AudioConverterNew(const AudioStreamBasicDescription* inSourceFormat,
                            const AudioStreamBasicDescription* inDestinationFormat,
                            AudioConverterRef* outAudioConverter);

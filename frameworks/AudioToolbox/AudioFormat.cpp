@@ -12,7 +12,7 @@ struct LayoutName {
   const char* name;
 };
 
-constexpr LayoutName kLayoutNames[] = {
+constexpr LayoutName LayoutNames[] = {
     {kAudioChannelLayoutTag_Mono, "Mono"},
     {kAudioChannelLayoutTag_Stereo, "Stereo (L R)"},
     {kAudioChannelLayoutTag_Quadraphonic, "Quadraphonic"},
@@ -61,7 +61,7 @@ OSStatus describeLayout(UInt32 size, const void* specifier, std::string& name) {
   AudioChannelLayout layout;
   if (size < sizeof layout) return kAudioFormatBadSpecifierSizeError;
   std::memcpy(&layout, specifier, sizeof layout);
-  for (const LayoutName& known : kLayoutNames) {
+  for (const LayoutName& known : LayoutNames) {
     if (known.tag == layout.mChannelLayoutTag) {
       name = known.name;
       return noErr;

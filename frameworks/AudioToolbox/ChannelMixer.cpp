@@ -5,44 +5,44 @@
 namespace AudioConversion {
 namespace {
 
-constexpr double kMinus3dB = 0.70710678118654752;
-constexpr double kMinus6dB = 0.5;
+constexpr double Minus3dB = 0.70710678118654752;
+constexpr double Minus6dB = 0.5;
 
 // What one input channel adds to each side.
 struct Sides {
   double left;
   double right;
 };
-constexpr Sides kLeft{1, 0};
-constexpr Sides kRight{0, 1};
-constexpr Sides kCentre{kMinus3dB, kMinus3dB};
-constexpr Sides kLowFrequency{0, 0};
-constexpr Sides kLeftSurround{kMinus3dB, 0};
-constexpr Sides kRightSurround{0, kMinus3dB};
-constexpr Sides kRearSurround{kMinus6dB, kMinus6dB};
+constexpr Sides Left{1, 0};
+constexpr Sides Right{0, 1};
+constexpr Sides Centre{Minus3dB, Minus3dB};
+constexpr Sides LowFrequency{0, 0};
+constexpr Sides LeftSurround{Minus3dB, 0};
+constexpr Sides RightSurround{0, Minus3dB};
+constexpr Sides RearSurround{Minus6dB, Minus6dB};
 
 struct Downmix {
   AudioChannelLayoutTag layout;
   std::array<Sides, kMaxChannels> channels;
 };
 
-constexpr Downmix kDownmixes[] = {
-    {kAudioChannelLayoutTag_Quadraphonic, {{kLeft, kRight, kLeftSurround, kRightSurround}}},
-    {kAudioChannelLayoutTag_MPEG_3_0_A, {{kLeft, kRight, kCentre}}},
-    {kAudioChannelLayoutTag_MPEG_4_0_A, {{kLeft, kRight, kCentre, kRearSurround}}},
-    {kAudioChannelLayoutTag_MPEG_5_0_A, {{kLeft, kRight, kCentre, kLeftSurround, kRightSurround}}},
-    {kAudioChannelLayoutTag_MPEG_5_1_A, {{kLeft, kRight, kCentre, kLowFrequency, kLeftSurround, kRightSurround}}},
+constexpr Downmix Downmixes[] = {
+    {kAudioChannelLayoutTag_Quadraphonic, {{Left, Right, LeftSurround, RightSurround}}},
+    {kAudioChannelLayoutTag_MPEG_3_0_A, {{Left, Right, Centre}}},
+    {kAudioChannelLayoutTag_MPEG_4_0_A, {{Left, Right, Centre, RearSurround}}},
+    {kAudioChannelLayoutTag_MPEG_5_0_A, {{Left, Right, Centre, LeftSurround, RightSurround}}},
+    {kAudioChannelLayoutTag_MPEG_5_1_A, {{Left, Right, Centre, LowFrequency, LeftSurround, RightSurround}}},
     {kAudioChannelLayoutTag_MPEG_6_1_A,
-     {{kLeft, kRight, kCentre, kLowFrequency, kLeftSurround, kRightSurround, kRearSurround}}},
+     {{Left, Right, Centre, LowFrequency, LeftSurround, RightSurround, RearSurround}}},
     // The last two are the channels between the sides and the centre.
     {kAudioChannelLayoutTag_MPEG_7_1_A,
-     {{kLeft, kRight, kCentre, kLowFrequency, kLeftSurround, kRightSurround, kLeft, kRight}}},
+     {{Left, Right, Centre, LowFrequency, LeftSurround, RightSurround, Left, Right}}},
 };
 
 bool mixDown(ChannelPlan& plan, unsigned inputChannels, AudioChannelLayoutTag layout) noexcept {
-  const auto* downmix = std::find_if(std::begin(kDownmixes), std::end(kDownmixes),
+  const auto* downmix = std::find_if(std::begin(Downmixes), std::end(Downmixes),
                                      [layout](const Downmix& candidate) { return candidate.layout == layout; });
-  if (downmix == std::end(kDownmixes) || (layout & 0xFFFF) != inputChannels) return false;
+  if (downmix == std::end(Downmixes) || (layout & 0xFFFF) != inputChannels) return false;
 
   double sum = 0;  // the same on both sides, as all layouts are symmetrical
   for (const Sides& channel : downmix->channels) sum += channel.left;

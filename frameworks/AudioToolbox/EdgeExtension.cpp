@@ -2,21 +2,22 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace AudioConversion {
 namespace {
 
 // Fewer samples for each coefficient than this, and the model follows the noise.
-constexpr size_t kSamplesPerCoefficient = 3;
+constexpr size_t SamplesPerCoefficient = 3;
 
 // A model of lower order cannot even follow a sine.
-constexpr size_t kLowestOrder = 2;
+constexpr size_t LowestOrder = 2;
 
 // What is left after a perfect fit is rounding; to fit that as well makes the model worse. In terms of energy.
-constexpr double kPerfectFit = 1e-15;
+constexpr double PerfectFit = 1e-15;
 
 // A real signal's way on may well rise above what was seen of it, but not without end.
-constexpr double kHighestRise = 4;
+constexpr double HighestRise = 4;
 
 }  // namespace
 
@@ -31,7 +32,7 @@ void EdgeExtension::extendForward(Work* samples, size_t count, size_t extension)
   const size_t used = std::min(count, kMostSamples);
   double* const signal = _signal.data() + kHighestOrder;
   std::copy_n(samples + (count - used), used, signal);
-  predict(used, extension);
+  predict(used, extension, static_cast<double>(std::numeric_limits<Work>::max()));
   for (size_t i = 0; i < extension; ++i) samples[count + i] = static_cast<Work>(signal[used + i]);
 }
 
@@ -40,14 +41,14 @@ void EdgeExtension::extendBackward(Work* samples, size_t count, size_t extension
   const size_t used = std::min(count, kMostSamples);
   double* const signal = _signal.data() + kHighestOrder;
   for (size_t i = 0; i < used; ++i) signal[i] = static_cast<double>(samples[used - 1 - i]);
-  predict(used, extension);
+  predict(used, extension, static_cast<double>(std::numeric_limits<Work>::max()));
   for (size_t i = 0; i < extension; ++i) *(samples - 1 - i) = static_cast<Work>(signal[used + i]);
 }
 
 // Burg's method: order by order, the reflection coefficient that makes the forward and backward prediction errors
 // smallest together. Returns the order reached; fewer coefficients than were possible are enough for a simple signal.
 size_t EdgeExtension::fitModel(size_t count) {
-  const size_t highest = std::min(kHighestOrder, count / kSamplesPerCoefficient);
+  const size_t highest = std::min(kHighestOrder, count / SamplesPerCoefficient);
   std::copy_n(_signal.data() + kHighestOrder, count, _forward.begin());
   std::copy_n(_signal.data() + kHighestOrder, count, _backward.begin());
 
@@ -60,7 +61,7 @@ size_t EdgeExtension::fitModel(size_t count) {
     double* const backward = _backward.data();
     const size_t pairs = count - order - 1;
     const auto [cross, energy] = _kernels.correlate(forward, backward, pairs);
-    if (order == 0) enough = energy * kPerfectFit;
+    if (order == 0) enough = energy * PerfectFit;
     if (!(energy > enough) || !std::isfinite(energy)) break;
 
     const double reflection = std::clamp(2 * cross / energy, -1.0, 1.0);
@@ -78,17 +79,17 @@ size_t EdgeExtension::fitModel(size_t count) {
   return order;
 }
 
-void EdgeExtension::predict(size_t count, size_t extension) {
+void EdgeExtension::predict(size_t count, size_t extension, double largest) {
   double* const signal = _signal.data() + kHighestOrder;
   double* const following = signal + count;
   const size_t order = fitModel(count);
-  if (order < kLowestOrder) {
+  if (order < LowestOrder) {
     std::fill_n(following, extension, count > 0 ? signal[count - 1] : 0.0);
     return;
   }
   double peak = 0;
   for (size_t i = 0; i < count; ++i) peak = std::max(peak, std::abs(signal[i]));
-  const double limit = peak * kHighestRise;
+  const double limit = std::min(peak * HighestRise, largest);
 
   double weights[kHighestOrder * kStep];
   makeWeights(order, weights);

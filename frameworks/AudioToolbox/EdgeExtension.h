@@ -33,7 +33,7 @@ class EdgeExtension {
   static constexpr size_t kStep = PredictionKernels::kPredicted;
 
   size_t fitModel(size_t count);
-  void predict(size_t count, size_t extension);
+  void predict(size_t count, size_t extension, double largest);
   void makeWeights(size_t order, double* weights) const;
 
   const PredictionKernels& _kernels;

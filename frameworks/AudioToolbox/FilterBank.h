@@ -2,12 +2,15 @@
 
 // The low-pass filter of a rate conversion, tabulated phase by phase.
 //
-// A windowed sinc. Up to 20/22.05 of the lower of the two Nyquist frequencies it is flat within 0.005 dB, from 23/22.05
-// on it attenuates by more than 120 dB; what lies between the lower Nyquist frequency and that edge folds into the
-// transition band.
+// Up to 20/22.05 of the lower of the two Nyquist frequencies it is flat within 0.001 dB, from 23/22.05 on it attenuates
+// by more than 120 dB; what lies between the lower Nyquist frequency and that edge folds into the transition band.
 
+#include <AudioToolbox/VectorKernels.h>
+
+#include <array>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <vector>
 
 namespace AudioConversion {
@@ -24,40 +27,58 @@ struct RateRatio {
   double inputFramesPerOutputFrame() const noexcept { return static_cast<double>(down) / static_cast<double>(up); }
 };
 
+/// Where an output lies: its filter covers the input frames from `frame` on, shifted by phase/ratio.up of a frame.
+struct OutputPlace {
+  size_t frame = 0;
+  uint64_t phase = 0;
+
+  OutputPlace next(const RateRatio& ratio) const noexcept;
+};
+
 /// Immutable once made, shared by all converters of the same ratio, from any thread.
 template <typename Work>
 class FilterBank {
  public:
+  using Group = FilterGroup<Work>;
+
+  /// Coefficients, aligned as the kernels want them.
+  struct alignas(32) Eight {
+    Work coefficient[8];
+  };
+
   /// From the process-wide cache, made at first use: some milliseconds. Throws std::bad_alloc.
   static std::shared_ptr<const FilterBank> forRatio(const RateRatio& ratio);
 
   explicit FilterBank(const RateRatio& ratio);
+  FilterBank(const FilterBank&) = delete;
+  FilterBank& operator=(const FilterBank&) = delete;
 
-  /// Input frames under the filter, a multiple of 8. Half of them lie at or before the output's place in time.
+  /// Input frames under a filter, an even number. Half of them lie at or before the output's place in time.
   size_t taps() const noexcept { return _taps; }
+  /// Input frames under the filters of a group; a multiple of 8.
+  size_t reach() const noexcept { return _reach; }
 
-  /// Whether there is a row for every place that an output can have between two input frames. If not, rows are
-  /// interpolated.
-  bool hasEveryPhase() const noexcept { return _hasEveryPhase; }
+  /// The groups of output frames, which begin anew after a cycle of a whole number of input frames; only the last may
+  /// have less than Group::kMostFrames. Empty if there would be too many: then each is interpolated.
+  std::span<const Group> cycle() const noexcept { return _groups; }
 
-  /// With every phase: row p belongs to the place p/ratio.up.
-  const Work* rows() const noexcept { return _rows.front().coefficient; }
-
-  /// The row for any place in [0, 1), written to `row`.
-  void interpolate(double place, Work* row) const noexcept;
+  /// Makes the group whose first output lies at `phase`. Its coefficients go to `memory`, which has room for
+  /// Group::kMostFrames rows of reach().
+  Group interpolateGroup(uint64_t phase, Eight* memory) const noexcept;
 
  private:
-  // Rows are whole numbers of these, so that no vector of coefficients straddles two cache lines.
-  struct alignas(32) Eight {
-    Work coefficient[8];
-  };
-  void allocateRows(size_t count) { _rows.resize(count * (_taps / 8)); }
-  Work* row(size_t index) noexcept { return _rows[index * (_taps / 8)].coefficient; }
+  void makeCycle(uint64_t outputs, double width);
+  void makeRowsToInterpolate(double width);
+  void interpolate(double place, Work* row) const noexcept;
+  template <typename MakeRow>
+  Group makeGroup(uint64_t phase, uint32_t frames, Work* coefficients, const MakeRow& makeRowAt) const;
 
+  RateRatio _ratio;
   size_t _taps = 0;
-  size_t _phases = 0;  // in an input frame
-  bool _hasEveryPhase = false;
-  std::vector<Eight> _rows;
+  size_t _reach = 0;
+  std::vector<Eight> _coefficients;  // of all groups, or the rows to interpolate between
+  std::vector<Group> _groups;
+  size_t _interpolatedPhases = 0;  // rows in an input frame
 };
 
 }  // namespace AudioConversion

@@ -23,10 +23,9 @@ std::optional<CommonFormat> commonFormat(const SampleEncoding& sample) noexcept 
 template <typename Work>
 typename PCMKernels<Work>::Entry pcmKernels(InstructionSet set, const SampleEncoding& sample) noexcept {
   const PCMKernels<Work>* kernels = nullptr;
-  if (set == InstructionSet::AVX2) {
-    if constexpr (std::is_same_v<Work, float>) kernels = avx2FloatKernels();
-    if constexpr (std::is_same_v<Work, int32_t>) kernels = avx2IntegerKernels();
-  }
+  const bool hasAVX2 = set == InstructionSet::AVX2;
+  if constexpr (std::is_same_v<Work, float>) kernels = hasAVX2 ? avx2FloatKernels() : portableFloatKernels();
+  if constexpr (std::is_same_v<Work, int32_t>) kernels = hasAVX2 ? avx2IntegerKernels() : nullptr;
   const std::optional<CommonFormat> format = commonFormat(sample);
   if (!kernels || !format) return {};
   return kernels->formats[static_cast<unsigned>(*format)];

@@ -35,10 +35,13 @@ struct PCMKernels {
   std::array<Entry, kCommonFormats> formats{};  ///< by CommonFormat
 };
 
-/// The fast ways of an instruction set for a sample format: all null for the portable set, for 64-bit work, and for
-/// formats that are not common.
+/// The fast ways of an instruction set for a sample format: all null for 64-bit work and for formats that are not
+/// common.
 template <typename Work>
 typename PCMKernels<Work>::Entry pcmKernels(InstructionSet set, const SampleEncoding& sample) noexcept;
+
+/// Null where bytes are in another order.
+const PCMKernels<float>* portableFloatKernels() noexcept;
 
 /// Null on processors that are no x86-64. Call only what bestInstructionSet allows.
 const PCMKernels<float>* avx2FloatKernels() noexcept;

@@ -19,23 +19,23 @@ namespace {
 #define AVX2_INLINE __attribute__((target("avx2,fma"), always_inline)) static inline
 
 template <CommonFormat Format>
-inline constexpr unsigned kBits = Format == CommonFormat::Int16   ? 16
-                                  : Format == CommonFormat::Int24 ? 24
-                                                                  : 32;
+inline constexpr unsigned Bits = Format == CommonFormat::Int16   ? 16
+                                 : Format == CommonFormat::Int24 ? 24
+                                                                 : 32;
 
 template <CommonFormat Format>
-inline constexpr unsigned kBytes = kBits<Format> / 8;
+inline constexpr unsigned Bytes = Bits<Format> / 8;
 
 // Vectors of 24-bit samples are moved as 16-byte pieces of which 12 bytes count; the four bytes past the end must
 // belong to samples that are still to come.
 template <CommonFormat Format>
-inline constexpr size_t kSamplesPastEnd = Format == CommonFormat::Int24 ? 2 : 0;
+inline constexpr size_t SamplesPastEnd = Format == CommonFormat::Int24 ? 2 : 0;
 
 template <CommonFormat Format>
 SampleEncoding encodingOf() noexcept {
   return {.kind = Format == CommonFormat::Float32 ? SampleKind::Float : SampleKind::SignedInteger,
-          .bits = kBits<Format>,
-          .containerBytes = kBytes<Format>};
+          .bits = Bits<Format>,
+          .containerBytes = Bytes<Format>};
 }
 
 template <CommonFormat Format, typename Work>
@@ -43,7 +43,7 @@ Work loadOne(const std::byte* at) noexcept {
   if constexpr (Format == CommonFormat::Float32) {
     return loadReal<float, false>(at);
   } else {
-    return workFromInteger<Work>(loadInteger<kBytes<Format>, false>(IntegerPlace(encodingOf<Format>()), at));
+    return workFromInteger<Work>(loadInteger<Bytes<Format>, false>(IntegerPlace(encodingOf<Format>()), at));
   }
 }
 
@@ -52,8 +52,8 @@ void storeOne(std::byte* at, Work value) noexcept {
   if constexpr (Format == CommonFormat::Float32) {
     storeReal<float, false>(at, value);
   } else {
-    storeInteger<kBytes<Format>, false>(IntegerPlace(encodingOf<Format>()), at,
-                                        integerFromWork<Work>(value, kBits<Format>));
+    storeInteger<Bytes<Format>, false>(IntegerPlace(encodingOf<Format>()), at,
+                                       integerFromWork<Work>(value, Bits<Format>));
   }
 }
 
@@ -100,17 +100,17 @@ AVX2_INLINE void storeEight(Work* to, __m256 values) {
 // upper limit needs help, and the lower one where no saturating pack follows.
 template <CommonFormat Format>
 AVX2_INLINE __m256i roundReal(__m256 value) {
-  constexpr float kLimit = static_cast<float>(uint32_t{1} << (kBits<Format> - 1));
-  const __m256 scaled = _mm256_mul_ps(value, _mm256_set1_ps(kLimit));
+  constexpr float Limit = static_cast<float>(uint32_t{1} << (Bits<Format> - 1));
+  const __m256 scaled = _mm256_mul_ps(value, _mm256_set1_ps(Limit));
   const __m256 ordered = _mm256_and_ps(scaled, _mm256_cmp_ps(scaled, scaled, _CMP_ORD_Q));
   if constexpr (Format == CommonFormat::Int32) {
-    const __m256 tooLarge = _mm256_cmp_ps(ordered, _mm256_set1_ps(kLimit), _CMP_GE_OQ);
+    const __m256 tooLarge = _mm256_cmp_ps(ordered, _mm256_set1_ps(Limit), _CMP_GE_OQ);
     return _mm256_xor_si256(_mm256_cvtps_epi32(ordered), _mm256_castps_si256(tooLarge));
   } else if constexpr (Format == CommonFormat::Int24) {
-    const __m256 held = _mm256_max_ps(_mm256_min_ps(ordered, _mm256_set1_ps(kLimit - 1)), _mm256_set1_ps(-kLimit));
+    const __m256 held = _mm256_max_ps(_mm256_min_ps(ordered, _mm256_set1_ps(Limit - 1)), _mm256_set1_ps(-Limit));
     return _mm256_cvtps_epi32(held);
   } else {
-    return _mm256_cvtps_epi32(_mm256_min_ps(ordered, _mm256_set1_ps(kLimit - 1)));
+    return _mm256_cvtps_epi32(_mm256_min_ps(ordered, _mm256_set1_ps(Limit - 1)));
   }
 }
 
@@ -120,11 +120,11 @@ AVX2_INLINE __m256i roundInteger(__m256i value) {
   if constexpr (Format == CommonFormat::Int32) {
     return value;
   } else {
-    constexpr int kShift = 32 - static_cast<int>(kBits<Format>);
-    constexpr int32_t kHalf = int32_t{1} << (kShift - 1);
-    const __m256i held = _mm256_min_epi32(value, _mm256_set1_epi32(std::numeric_limits<int32_t>::max() - kHalf));
-    const __m256i tieBreak = _mm256_and_si256(_mm256_srai_epi32(held, kShift), _mm256_set1_epi32(1));
-    return _mm256_srai_epi32(_mm256_add_epi32(_mm256_add_epi32(held, _mm256_set1_epi32(kHalf - 1)), tieBreak), kShift);
+    constexpr int Shift = 32 - static_cast<int>(Bits<Format>);
+    constexpr int32_t Half = int32_t{1} << (Shift - 1);
+    const __m256i held = _mm256_min_epi32(value, _mm256_set1_epi32(std::numeric_limits<int32_t>::max() - Half));
+    const __m256i tieBreak = _mm256_and_si256(_mm256_srai_epi32(held, Shift), _mm256_set1_epi32(1));
+    return _mm256_srai_epi32(_mm256_add_epi32(_mm256_add_epi32(held, _mm256_set1_epi32(Half - 1)), tieBreak), Shift);
   }
 }
 
@@ -170,76 +170,102 @@ AVX2_INLINE void storeSixteen(std::byte* at, __m256 first, __m256 second) {
 template <CommonFormat Format, typename Work>
 AVX2_FUNCTION void readRun(const std::byte* in, size_t samples, Work* out) {
   size_t i = 0;
-  for (; samples - i >= 8 + kSamplesPastEnd<Format>; i += 8) {
-    storeEight(out + i, loadWork<Format, Work>(in + i * kBytes<Format>));
+  for (; samples - i >= 8 + SamplesPastEnd<Format>; i += 8) {
+    storeEight(out + i, loadWork<Format, Work>(in + i * Bytes<Format>));
   }
-  for (; i < samples; ++i) out[i] = loadOne<Format, Work>(in + i * kBytes<Format>);
+  for (; i < samples; ++i) out[i] = loadOne<Format, Work>(in + i * Bytes<Format>);
 }
 
 template <CommonFormat Format, typename Work>
 AVX2_FUNCTION void readStereo(const std::byte* in, size_t frames, Work* left, Work* right) {
-  constexpr size_t kFrameBytes = 2 * kBytes<Format>;
+  constexpr size_t FrameBytes = 2 * Bytes<Format>;
   size_t i = 0;
-  for (; frames - i >= 8 + kSamplesPastEnd<Format>; i += 8) {
-    const __m256 a = loadWork<Format, Work>(in + i * kFrameBytes);
-    const __m256 b = loadWork<Format, Work>(in + i * kFrameBytes + 8 * kBytes<Format>);
+  for (; frames - i >= 8 + SamplesPastEnd<Format>; i += 8) {
+    const __m256 a = loadWork<Format, Work>(in + i * FrameBytes);
+    const __m256 b = loadWork<Format, Work>(in + i * FrameBytes + 8 * Bytes<Format>);
     const __m256d evens = _mm256_castps_pd(_mm256_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0)));
     const __m256d odds = _mm256_castps_pd(_mm256_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1)));
     storeEight(left + i, _mm256_castpd_ps(_mm256_permute4x64_pd(evens, _MM_SHUFFLE(3, 1, 2, 0))));
     storeEight(right + i, _mm256_castpd_ps(_mm256_permute4x64_pd(odds, _MM_SHUFFLE(3, 1, 2, 0))));
   }
   for (; i < frames; ++i) {
-    left[i] = loadOne<Format, Work>(in + i * kFrameBytes);
-    right[i] = loadOne<Format, Work>(in + i * kFrameBytes + kBytes<Format>);
+    left[i] = loadOne<Format, Work>(in + i * FrameBytes);
+    right[i] = loadOne<Format, Work>(in + i * FrameBytes + Bytes<Format>);
   }
 }
 
 template <CommonFormat Format, typename Work>
 AVX2_FUNCTION void writeRun(const Work* in, size_t samples, std::byte* out) {
   size_t i = 0;
-  for (; samples - i >= 16 + kSamplesPastEnd<Format>; i += 16) {
-    storeSixteen<Format, Work>(out + i * kBytes<Format>, loadEight(in + i), loadEight(in + i + 8));
+  for (; samples - i >= 16 + SamplesPastEnd<Format>; i += 16) {
+    storeSixteen<Format, Work>(out + i * Bytes<Format>, loadEight(in + i), loadEight(in + i + 8));
   }
-  for (; i < samples; ++i) storeOne<Format, Work>(out + i * kBytes<Format>, in[i]);
+  for (; i < samples; ++i) storeOne<Format, Work>(out + i * Bytes<Format>, in[i]);
+}
+
+// Eight frames, whose sides are packed before they are interleaved: half the shuffles.
+template <typename Work>
+AVX2_INLINE __m256i roundFrames16(const Work* left, const Work* right) {
+  const __m256i order = _mm256_setr_epi8(0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15,  //
+                                         0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15);
+  const __m256i l = roundWork<CommonFormat::Int16, Work>(loadEight(left));
+  const __m256i r = roundWork<CommonFormat::Int16, Work>(loadEight(right));
+  return _mm256_shuffle_epi8(_mm256_packs_epi32(l, r), order);
+}
+
+template <typename Work>
+AVX2_FUNCTION void writeStereo16(const Work* left, const Work* right, size_t frames, std::byte* out) {
+  size_t i = 0;
+  for (; frames - i >= 16; i += 16) {
+    const __m256i first = roundFrames16(left + i, right + i);
+    const __m256i second = roundFrames16(left + i + 8, right + i + 8);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + 4 * i), first);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + 4 * i + 32), second);
+  }
+  for (; i < frames; ++i) {
+    storeOne<CommonFormat::Int16, Work>(out + 4 * i, left[i]);
+    storeOne<CommonFormat::Int16, Work>(out + 4 * i + 2, right[i]);
+  }
 }
 
 template <CommonFormat Format, typename Work>
 AVX2_FUNCTION void writeStereo(const Work* left, const Work* right, size_t frames, std::byte* out) {
-  constexpr size_t kFrameBytes = 2 * kBytes<Format>;
+  constexpr size_t FrameBytes = 2 * Bytes<Format>;
   size_t i = 0;
-  for (; frames - i >= 8 + kSamplesPastEnd<Format>; i += 8) {
+  for (; frames - i >= 8 + SamplesPastEnd<Format>; i += 8) {
     const __m256 l = loadEight(left + i);
     const __m256 r = loadEight(right + i);
     const __m256 lows = _mm256_unpacklo_ps(l, r);
     const __m256 highs = _mm256_unpackhi_ps(l, r);
-    storeSixteen<Format, Work>(out + i * kFrameBytes, _mm256_permute2f128_ps(lows, highs, 0x20),
+    storeSixteen<Format, Work>(out + i * FrameBytes, _mm256_permute2f128_ps(lows, highs, 0x20),
                                _mm256_permute2f128_ps(lows, highs, 0x31));
   }
   for (; i < frames; ++i) {
-    storeOne<Format, Work>(out + i * kFrameBytes, left[i]);
-    storeOne<Format, Work>(out + i * kFrameBytes + kBytes<Format>, right[i]);
+    storeOne<Format, Work>(out + i * FrameBytes, left[i]);
+    storeOne<Format, Work>(out + i * FrameBytes + Bytes<Format>, right[i]);
   }
 }
 
 template <CommonFormat Format, typename Work>
 constexpr typename PCMKernels<Work>::Entry entry() noexcept {
-  return {&readRun<Format, Work>, &readStereo<Format, Work>, &writeRun<Format, Work>, &writeStereo<Format, Work>};
+  return {&readRun<Format, Work>, &readStereo<Format, Work>, &writeRun<Format, Work>,
+          Format == CommonFormat::Int16 ? &writeStereo16<Work> : &writeStereo<Format, Work>};
 }
 
 }  // namespace
 
 const PCMKernels<float>* avx2FloatKernels() noexcept {
-  static constexpr PCMKernels<float> kKernels{{entry<CommonFormat::Int16, float>(), entry<CommonFormat::Int24, float>(),
-                                               entry<CommonFormat::Int32, float>(),
-                                               entry<CommonFormat::Float32, float>()}};
-  return &kKernels;
+  static constexpr PCMKernels<float> Kernels{{entry<CommonFormat::Int16, float>(), entry<CommonFormat::Int24, float>(),
+                                              entry<CommonFormat::Int32, float>(),
+                                              entry<CommonFormat::Float32, float>()}};
+  return &Kernels;
 }
 
 const PCMKernels<int32_t>* avx2IntegerKernels() noexcept {
-  static constexpr PCMKernels<int32_t> kKernels{{entry<CommonFormat::Int16, int32_t>(),
-                                                 entry<CommonFormat::Int24, int32_t>(),
-                                                 entry<CommonFormat::Int32, int32_t>(), PCMKernels<int32_t>::Entry{}}};
-  return &kKernels;
+  static constexpr PCMKernels<int32_t> Kernels{{entry<CommonFormat::Int16, int32_t>(),
+                                                entry<CommonFormat::Int24, int32_t>(),
+                                                entry<CommonFormat::Int32, int32_t>(), PCMKernels<int32_t>::Entry{}}};
+  return &Kernels;
 }
 
 #else

@@ -17,17 +17,21 @@ Resampler<Work>::Resampler(const RateRatio& ratio, unsigned channels, Instructio
       // between the usual rates.
       _leadIn(_half + _half / 2),
       _modelled(std::min(_leadIn, EdgeExtension::kMostSamples)),
+      _margin(_bank->reach() - _bank->taps()),
       // Moving the history down costs a copy of what is kept; a few blocks between moves make that cheap.
-      _capacity(_bank->taps() + _leadIn + _half + 4 * kLongestAppend),
+      _capacity(_bank->reach() + _leadIn + 4 * kLongestAppend + _half + _margin),
       _history(_capacity * channels),
-      _row(_bank->hasEveryPhase() ? 0 : _bank->taps()) {
+      _groups(_bank->cycle()),
+      _interpolatedCoefficients(_groups.empty() ? Group::kMostFrames * _bank->reach() / 8 : 0) {
   reset();
 }
 
 template <typename Work>
 void Resampler<Work>::reset() noexcept {
-  _frame = 0;
-  _phase = 0;
+  if (_bank->cycle().empty()) interpolateGroup(0);
+  _group = 0;
+  _start = 0;
+  _taken = 0;
   _first = _half - 1;
   _end = _first;
   _begun = false;
@@ -37,15 +41,15 @@ void Resampler<Work>::reset() noexcept {
 
 template <typename Work>
 size_t Resampler<Work>::makeRoom(size_t frames) noexcept {
-  const size_t limit = _capacity - _half;  // the rest is for the extension at the end
+  const size_t limit = _capacity - _half - _margin;  // the rest is for the extension at the end, and to reach over
   if (_begun && limit - _end < frames) {
     // The end's extension must find the same samples however the input was cut.
-    const size_t dropped = std::min(_frame, _end - std::min(_end, _modelled));
+    const size_t dropped = std::min(_start, _end - std::min(_end, _modelled));
     for (unsigned c = 0; c < _channels; ++c) {
       Work* const samples = history(c);
       std::copy(samples + dropped, samples + _end, samples);
     }
-    _frame -= dropped;
+    _start -= dropped;
     _end -= dropped;
     _first -= std::min(_first, dropped);
   }
@@ -83,20 +87,14 @@ uint64_t Resampler<Work>::framesOwed() const noexcept {
   const uint64_t unitsPerFrame = 2 * _ratio.up;
   const uint64_t halfStepFrames = _ratio.down / unitsPerFrame;
   const uint64_t halfStepUnits = _ratio.down % unitsPerFrame;
-  uint64_t place = _frame + _half - 1;
-  uint64_t phase = _phase;
+  OutputPlace place = placeOf(_taken);
   for (uint64_t owed = 0;; ++owed) {
-    const uint64_t needed = place + halfStepFrames;
-    const uint64_t unitsNeeded = 2 * phase + halfStepUnits;  // less than two frames
+    const uint64_t needed = place.frame + _half - 1 + halfStepFrames;
+    const uint64_t unitsNeeded = 2 * place.phase + halfStepUnits;  // less than two frames
     const bool fits = needed + 2 <= _end || (needed + 1 == _end && unitsNeeded <= unitsPerFrame) ||
                       (needed == _end && unitsNeeded == 0);
     if (!fits) return owed;
-    place += _ratio.down / _ratio.up;
-    phase += _ratio.down % _ratio.up;
-    if (phase >= _ratio.up) {
-      phase -= _ratio.up;
-      ++place;
-    }
+    place = place.next(_ratio);
   }
 }
 
@@ -110,73 +108,99 @@ size_t Resampler<Work>::produce(Work* const* out, size_t frames) {
   if (_end < _bank->taps()) return 0;
 
   const size_t lastFrame = _end - _bank->taps();
-  const size_t produced =
-      _bank->hasEveryPhase() ? produceFromTable(out, frames, lastFrame) : produceInterpolating(out, frames, lastFrame);
+  size_t produced = 0;
+  while (produced < frames) {
+    size_t count = produceWholeGroups(out, produced, frames - produced, lastFrame);
+    if (count == 0) count = producePartOfGroup(out, produced, frames - produced, lastFrame);
+    if (count == 0) break;
+    produced += count;
+  }
   if (_finished) _owed -= produced;
   return produced;
 }
 
 template <typename Work>
-size_t Resampler<Work>::produceFromTable(Work* const* out, size_t frames, size_t lastFrame) {
-  const FilterRun<Work> start{.rows = _bank->rows(),
-                              .taps = _bank->taps(),
-                              .phases = static_cast<size_t>(_ratio.up),
-                              .stepFrames = static_cast<size_t>(_ratio.down / _ratio.up),
-                              .stepPhases = static_cast<size_t>(_ratio.down % _ratio.up),
-                              .frame = _frame,
-                              .phase = static_cast<size_t>(_phase),
-                              .lastFrame = lastFrame};
-  return run(start, out, 0, frames);
+size_t Resampler<Work>::produceWholeGroups(Work* const* out, size_t offset, size_t frames, size_t lastFrame) {
+  if (_taken > 0) return 0;
+  size_t group = _group;
+  size_t start = _start;
+  size_t count = 0;
+  for (; group < _groups.size() && frames - count >= Group::kMostFrames; ++group) {
+    const Group& next = _groups[group];
+    if (start + next.starts[next.frames - 1] > lastFrame) break;
+    start += next.step();
+    count += next.frames;
+  }
+  if (count == 0) return 0;
+  makeGroups(group - _group, out, offset);
+  goOnWith(group, start);
+  return count;
 }
 
 template <typename Work>
-size_t Resampler<Work>::produceInterpolating(Work* const* out, size_t frames, size_t lastFrame) {
-  size_t produced = 0;
-  for (; produced < frames && _frame <= lastFrame; ++produced) {
-    _bank->interpolate(static_cast<double>(_phase) / static_cast<double>(_ratio.up), _row.data());
-    uint64_t phase = _phase + _ratio.down % _ratio.up;
-    size_t frame = _frame + static_cast<size_t>(_ratio.down / _ratio.up);
-    if (phase >= _ratio.up) {
-      phase -= _ratio.up;
-      ++frame;
-    }
-    // A bank of one row, for one frame.
-    const FilterRun<Work> single{.rows = _row.data(),
-                                 .taps = _bank->taps(),
-                                 .phases = 1,
-                                 .stepFrames = 1,
-                                 .stepPhases = 0,
-                                 .frame = _frame,
-                                 .phase = 0,
-                                 .lastFrame = _frame};
-    run(single, out, produced, 1);
-    _frame = frame;
-    _phase = phase;
-  }
-  return produced;
+size_t Resampler<Work>::producePartOfGroup(Work* const* out, size_t offset, size_t frames, size_t lastFrame) {
+  const Group& group = _groups[_group];
+  size_t ready = group.frames;
+  while (ready > _taken && _start + group.starts[ready - 1] > lastFrame) --ready;
+  const size_t count = std::min(frames, ready - _taken);
+  if (count == 0) return 0;
+
+  Work values[kMostChannels][Group::kMostFrames];
+  Work* planes[kMostChannels];
+  for (unsigned c = 0; c < _channels; ++c) planes[c] = values[c];
+  makeGroups(1, planes, 0);
+  for (unsigned c = 0; c < _channels; ++c) std::copy_n(values[c] + _taken, count, out[c] + offset);
+  _taken += count;
+  if (_taken == group.frames) goOnWith(_group + 1, _start + group.step());
+  return count;
 }
 
 // Two channels at a time share the loads of the coefficients.
 template <typename Work>
-size_t Resampler<Work>::run(FilterRun<Work> start, Work* const* out, size_t offset, size_t frames) {
-  size_t produced = 0;
-  FilterRun<Work> end = start;
+void Resampler<Work>::makeGroups(size_t groups, Work* const* out, size_t offset) {
+  const FilterRun<Work> run{&_groups[_group], groups, _bank->reach()};
   for (unsigned c = 0; c < _channels; c += 2) {
-    end = start;
-    produced = c + 1 < _channels
-                   ? _kernels.filterTwo(end, history(c), history(c + 1), out[c] + offset, out[c + 1] + offset, frames)
-                   : _kernels.filterOne(end, history(c), out[c] + offset, frames);
+    const Work* const in = history(c) + _start;
+    if (c + 1 < _channels) {
+      _kernels.filterTwo(run, in, in + _capacity, out[c] + offset, out[c + 1] + offset);
+    } else {
+      _kernels.filterOne(run, in, out[c] + offset);
+    }
   }
-  _frame = end.frame;
-  _phase = end.phase;
-  return produced;
+}
+
+template <typename Work>
+void Resampler<Work>::goOnWith(size_t group, size_t start) noexcept {
+  if (group == _groups.size()) {
+    group = 0;
+    if (_bank->cycle().empty()) interpolateGroup(placeOf(Group::kMostFrames).phase);
+  }
+  _group = group;
+  _start = start;
+  _taken = 0;
+}
+
+template <typename Work>
+void Resampler<Work>::interpolateGroup(uint64_t phase) noexcept {
+  _interpolated = _bank->interpolateGroup(phase, _interpolatedCoefficients.data());
+  _interpolatedPhase = phase;
+  _groups = {&_interpolated, 1};
+}
+
+// The one behind the group has a place, too.
+template <typename Work>
+OutputPlace Resampler<Work>::placeOf(size_t indexInGroup) const noexcept {
+  const uint64_t firstOutput = _group * Group::kMostFrames;
+  OutputPlace place{_start, _bank->cycle().empty() ? _interpolatedPhase : firstOutput * _ratio.down % _ratio.up};
+  for (size_t i = 0; i < indexInGroup; ++i) place = place.next(_ratio);
+  return place;
 }
 
 template <typename Work>
 size_t Resampler<Work>::inputWanted(size_t frames) const noexcept {
   const double reach = static_cast<double>(frames) * _ratio.inputFramesPerOutputFrame();
-  const double wanted =
-      static_cast<double>(_frame) + reach + static_cast<double>(_bank->taps()) - static_cast<double>(_end);
+  const double wanted = static_cast<double>(_start + _groups[_group].starts[_taken]) + reach +
+                        static_cast<double>(_bank->taps()) - static_cast<double>(_end);
   const double leadIn = _begun ? 0 : static_cast<double>(_first + _leadIn) - static_cast<double>(_end);
   const double most = std::numeric_limits<uint32_t>::max();
   return static_cast<size_t>(std::clamp(std::max(wanted, leadIn), 1.0, most));

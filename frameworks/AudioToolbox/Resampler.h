@@ -8,7 +8,8 @@
 #include <AudioToolbox/EdgeExtension.h>
 #include <AudioToolbox/FilterBank.h>
 
-#include <array>
+#include <span>
+#include <vector>
 
 namespace AudioConversion {
 
@@ -21,6 +22,8 @@ class Resampler {
   static constexpr unsigned kMostChannels = 8;
 
   Resampler(const RateRatio& ratio, unsigned channels, InstructionSet set = bestInstructionSet());
+  Resampler(const Resampler&) = delete;
+  Resampler& operator=(const Resampler&) = delete;
 
   /// Makes room for `frames` (at most kLongestAppend) at the tail of every channel. Everything that can be
   /// produced must have been, or room may be short: returns how many frames fit.
@@ -45,12 +48,17 @@ class Resampler {
   void reset() noexcept;
 
  private:
+  using Group = typename FilterBank<Work>::Group;
+
   Work* history(unsigned channel) noexcept { return _history.data() + channel * _capacity; }
   void begin();
   uint64_t framesOwed() const noexcept;
-  size_t produceFromTable(Work* const* out, size_t frames, size_t lastFrame);
-  size_t produceInterpolating(Work* const* out, size_t frames, size_t lastFrame);
-  size_t run(FilterRun<Work> run, Work* const* out, size_t offset, size_t frames);
+  OutputPlace placeOf(size_t indexInGroup) const noexcept;
+  void interpolateGroup(uint64_t phase) noexcept;
+  void goOnWith(size_t group, size_t start) noexcept;
+  size_t produceWholeGroups(Work* const* out, size_t offset, size_t frames, size_t lastFrame);
+  size_t producePartOfGroup(Work* const* out, size_t offset, size_t frames, size_t lastFrame);
+  void makeGroups(size_t groups, Work* const* out, size_t offset);
 
   RateRatio _ratio;
   unsigned _channels;
@@ -60,13 +68,21 @@ class Resampler {
   size_t _half;      // half the filter's taps
   size_t _leadIn;    // input frames that must be there before the first output
   size_t _modelled;  // input frames at an edge that its extension is made from
+  size_t _margin;    // frames behind the newest that a group may reach over: its filters are 0 there
   size_t _capacity;  // frames of each channel's history
   std::vector<Work> _history;
-  std::vector<Work> _row;  // an interpolated row
 
-  // Places in the history. The next output lies `_phase`/ratio.up past the input frame at `_frame + _half - 1`.
-  size_t _frame = 0;
-  uint64_t _phase = 0;
+  // Outputs are made in groups. Which ones form a group does not depend on how a stream is cut, as it has a part in how
+  // their sums are rounded.
+  std::span<const Group> _groups;  // the bank's cycle, or the one group that is interpolated
+  size_t _group = 0;               // the one that the next output belongs to
+  size_t _start = 0;               // where in the history it begins
+  size_t _taken = 0;               // outputs of it that have been produced
+
+  Group _interpolated;
+  uint64_t _interpolatedPhase = 0;
+  std::vector<typename FilterBank<Work>::Eight> _interpolatedCoefficients;
+
   size_t _first = 0;  // the oldest input frame: before it, after begin(), lies the extension
   size_t _end = 0;    // behind the newest input frame
   bool _begun = false;

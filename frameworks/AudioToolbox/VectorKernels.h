@@ -1,33 +1,43 @@
 #pragma once
 
 // The inner loops of rate conversion, in a portable form and one for AVX2 with FMA. Their results differ by rounding
-// alone; each gives the same result for the same frame wherever the frame lies in a run.
+// alone.
 
 #include <AudioToolbox/InstructionSet.h>
 
+#include <array>
 #include <cstddef>
+#include <cstdint>
 
 namespace AudioConversion {
 
-/// A run of output frames through a polyphase filter. Row p of `rows` holds the `taps` coefficients for outputs that
-/// lie p/phases of an input frame past an input frame. `taps` is a multiple of 8.
+/// Output frames that are made together, so that a sample is fetched once for all of them and their sums end in one
+/// vector. Their filters lie side by side on the input frames that they have in common.
+template <typename Work>
+struct FilterGroup {
+  static constexpr unsigned kMostFrames = 4;
+
+  const Work* coefficients = nullptr;  ///< a row for each of kMostFrames, 0 where a filter does not lie; aligned to 32
+  uint32_t frames = kMostFrames;       ///< how many of the rows are in use
+  std::array<uint32_t, kMostFrames + 1>
+      starts{};  ///< the input frame that each filter, and the next group, begins with
+
+  uint32_t step() const noexcept { return starts[frames]; }
+};
+
 template <typename Work>
 struct FilterRun {
-  const Work* rows;
-  size_t taps;
-  size_t phases;
-  size_t stepFrames;  ///< whole input frames from one output frame to the next...
-  size_t stepPhases;  ///< ...and the rest, in phases
-  size_t frame;       ///< the input frame under the first tap; advanced by a run
-  size_t phase;       ///< advanced by a run
-  size_t lastFrame;   ///< the run ends before `frame` passes this
+  const FilterGroup<Work>* groups;
+  size_t count;
+  size_t reach;  ///< input frames under a group's filters, a multiple of 8
 };
 
 template <typename Work>
 struct FilterKernels {
-  /// Produce up to `frames` frames of one or two channels; return how many.
-  size_t (*filterOne)(FilterRun<Work>& run, const Work* in, Work* out, size_t frames);
-  size_t (*filterTwo)(FilterRun<Work>& run, const Work* in0, const Work* in1, Work* out0, Work* out1, size_t frames);
+  /// Make a run of groups of one or two channels. The input must be finite as far as the groups reach. There must be
+  /// room for kMostFrames frames of the last group, however many it has.
+  void (*filterOne)(const FilterRun<Work>& run, const Work* in, Work* out);
+  void (*filterTwo)(const FilterRun<Work>& run, const Work* in0, const Work* in1, Work* out0, Work* out1);
   /// Puts 0 in the place of infinities and NaN.
   void (*silenceNonFinite)(Work* samples, size_t count);
 };

@@ -15,93 +15,91 @@ namespace {
 #define AVX2_FUNCTION __attribute__((target("avx2,fma")))
 #define AVX2_INLINE __attribute__((target("avx2,fma"), always_inline)) static inline
 
-AVX2_INLINE float sumOf(__m256 values) {
-  const __m128 four = _mm_add_ps(_mm256_castps256_ps128(values), _mm256_extractf128_ps(values, 1));
-  const __m128 two = _mm_add_ps(four, _mm_movehl_ps(four, four));
-  return _mm_cvtss_f32(_mm_add_ss(two, _mm_movehdup_ps(two)));
-}
-
 AVX2_INLINE double sumOf(__m256d values) {
   const __m128d two = _mm_add_pd(_mm256_castpd256_pd128(values), _mm256_extractf128_pd(values, 1));
   return _mm_cvtsd_f64(_mm_add_sd(two, _mm_unpackhi_pd(two, two)));
 }
 
-AVX2_INLINE void advance(FilterRun<float>& run) {
-  run.frame += run.stepFrames;
-  run.phase += run.stepPhases;
-  if (run.phase >= run.phases) {
-    run.phase -= run.phases;
-    ++run.frame;
+// g++ would rather fetch a vector anew for each of its uses, and the loop below lives on fetching little.
+AVX2_INLINE __m256 loadOnce(const float* from) {
+  __m256 values = _mm256_load_ps(from);
+  asm("" : "+x"(values));
+  return values;
+}
+
+AVX2_INLINE void storeSums(__m256 a, __m256 b, __m256 c, __m256 d, float* out) {
+  const __m256 sums = _mm256_hadd_ps(_mm256_hadd_ps(a, b), _mm256_hadd_ps(c, d));
+  _mm_storeu_ps(out, _mm_add_ps(_mm256_castps256_ps128(sums), _mm256_extractf128_ps(sums, 1)));
+}
+
+AVX2_FUNCTION void filterOne(const FilterRun<float>& run, const float* in, float* out) {
+  static_assert(FilterGroup<float>::kMostFrames == 4);
+  const size_t reach = run.reach;
+  for (const FilterGroup<float>* group = run.groups; group != run.groups + run.count; ++group) {
+    const float* const rowA = group->coefficients;
+    const float* const rowB = rowA + reach;
+    const float* const rowC = rowB + reach;
+    const float* const rowD = rowC + reach;
+    __m256 a = _mm256_setzero_ps(), b = a, c = a, d = a;
+    for (size_t t = 0; t < reach; t += 8) {
+      const __m256 samples = _mm256_loadu_ps(in + t);
+      a = _mm256_fmadd_ps(samples, _mm256_load_ps(rowA + t), a);
+      b = _mm256_fmadd_ps(samples, _mm256_load_ps(rowB + t), b);
+      c = _mm256_fmadd_ps(samples, _mm256_load_ps(rowC + t), c);
+      d = _mm256_fmadd_ps(samples, _mm256_load_ps(rowD + t), d);
+    }
+    storeSums(a, b, c, d, out);
+    in += group->step();
+    out += group->frames;
   }
 }
 
-AVX2_FUNCTION size_t filterOne(FilterRun<float>& state, const float* in, float* out, size_t frames) {
-  FilterRun<float> run = state;
-  const size_t pairedTaps = run.taps & ~size_t{15};
-  size_t produced = 0;
-  for (; produced < frames && run.frame <= run.lastFrame; ++produced) {
-    const float* const row = run.rows + run.phase * run.taps;
-    const float* const samples = in + run.frame;
-    __m256 even = _mm256_setzero_ps();
-    __m256 odd = _mm256_setzero_ps();
-    size_t t = 0;
-    for (; t < pairedTaps; t += 16) {
-      even = _mm256_fmadd_ps(_mm256_loadu_ps(row + t), _mm256_loadu_ps(samples + t), even);
-      odd = _mm256_fmadd_ps(_mm256_loadu_ps(row + t + 8), _mm256_loadu_ps(samples + t + 8), odd);
+AVX2_FUNCTION void filterTwo(const FilterRun<float>& run, const float* in0, const float* in1, float* out0,
+                             float* out1) {
+  static_assert(FilterGroup<float>::kMostFrames == 4);
+  const size_t reach = run.reach;
+  for (const FilterGroup<float>* group = run.groups; group != run.groups + run.count; ++group) {
+    const float* const rowA = group->coefficients;
+    const float* const rowB = rowA + reach;
+    const float* const rowC = rowB + reach;
+    const float* const rowD = rowC + reach;
+    __m256 a0 = _mm256_setzero_ps(), b0 = a0, c0 = a0, d0 = a0;
+    __m256 a1 = a0, b1 = a0, c1 = a0, d1 = a0;
+    for (size_t t = 0; t < reach; t += 8) {
+      const __m256 samples0 = _mm256_loadu_ps(in0 + t);
+      const __m256 samples1 = _mm256_loadu_ps(in1 + t);
+      const __m256 a = loadOnce(rowA + t);
+      a0 = _mm256_fmadd_ps(samples0, a, a0);
+      a1 = _mm256_fmadd_ps(samples1, a, a1);
+      const __m256 b = loadOnce(rowB + t);
+      b0 = _mm256_fmadd_ps(samples0, b, b0);
+      b1 = _mm256_fmadd_ps(samples1, b, b1);
+      const __m256 c = loadOnce(rowC + t);
+      c0 = _mm256_fmadd_ps(samples0, c, c0);
+      c1 = _mm256_fmadd_ps(samples1, c, c1);
+      const __m256 d = loadOnce(rowD + t);
+      d0 = _mm256_fmadd_ps(samples0, d, d0);
+      d1 = _mm256_fmadd_ps(samples1, d, d1);
     }
-    if (t < run.taps) even = _mm256_fmadd_ps(_mm256_loadu_ps(row + t), _mm256_loadu_ps(samples + t), even);
-    out[produced] = sumOf(_mm256_add_ps(even, odd));
-    advance(run);
+    storeSums(a0, b0, c0, d0, out0);
+    storeSums(a1, b1, c1, d1, out1);
+    in0 += group->step();
+    in1 += group->step();
+    out0 += group->frames;
+    out1 += group->frames;
   }
-  state = run;
-  return produced;
-}
-
-AVX2_FUNCTION size_t filterTwo(FilterRun<float>& state, const float* in0, const float* in1, float* out0, float* out1,
-                               size_t frames) {
-  FilterRun<float> run = state;
-  const size_t pairedTaps = run.taps & ~size_t{15};
-  size_t produced = 0;
-  for (; produced < frames && run.frame <= run.lastFrame; ++produced) {
-    const float* const row = run.rows + run.phase * run.taps;
-    const float* const samples0 = in0 + run.frame;
-    const float* const samples1 = in1 + run.frame;
-    __m256 even0 = _mm256_setzero_ps();
-    __m256 odd0 = _mm256_setzero_ps();
-    __m256 even1 = _mm256_setzero_ps();
-    __m256 odd1 = _mm256_setzero_ps();
-    size_t t = 0;
-    for (; t < pairedTaps; t += 16) {
-      const __m256 even = _mm256_loadu_ps(row + t);
-      const __m256 odd = _mm256_loadu_ps(row + t + 8);
-      even0 = _mm256_fmadd_ps(even, _mm256_loadu_ps(samples0 + t), even0);
-      even1 = _mm256_fmadd_ps(even, _mm256_loadu_ps(samples1 + t), even1);
-      odd0 = _mm256_fmadd_ps(odd, _mm256_loadu_ps(samples0 + t + 8), odd0);
-      odd1 = _mm256_fmadd_ps(odd, _mm256_loadu_ps(samples1 + t + 8), odd1);
-    }
-    if (t < run.taps) {
-      const __m256 even = _mm256_loadu_ps(row + t);
-      even0 = _mm256_fmadd_ps(even, _mm256_loadu_ps(samples0 + t), even0);
-      even1 = _mm256_fmadd_ps(even, _mm256_loadu_ps(samples1 + t), even1);
-    }
-    out0[produced] = sumOf(_mm256_add_ps(even0, odd0));
-    out1[produced] = sumOf(_mm256_add_ps(even1, odd1));
-    advance(run);
-  }
-  state = run;
-  return produced;
 }
 
 AVX2_FUNCTION void silenceNonFinite(float* samples, size_t count) {
-  constexpr float kLargest = std::numeric_limits<float>::max();
+  constexpr float Largest = std::numeric_limits<float>::max();
   const __m256 magnitude = _mm256_castsi256_ps(_mm256_set1_epi32(0x7FFFFFFF));
   size_t i = 0;
   for (; i + 8 <= count; i += 8) {
     const __m256 values = _mm256_loadu_ps(samples + i);
-    const __m256 finite = _mm256_cmp_ps(_mm256_and_ps(values, magnitude), _mm256_set1_ps(kLargest), _CMP_LE_OQ);
+    const __m256 finite = _mm256_cmp_ps(_mm256_and_ps(values, magnitude), _mm256_set1_ps(Largest), _CMP_LE_OQ);
     _mm256_storeu_ps(samples + i, _mm256_and_ps(values, finite));
   }
-  for (; i < count; ++i) samples[i] = std::abs(samples[i]) <= kLargest ? samples[i] : 0.0f;
+  for (; i < count; ++i) samples[i] = std::abs(samples[i]) <= Largest ? samples[i] : 0.0f;
 }
 
 AVX2_FUNCTION PredictionKernels::Correlation correlate(const double* forward, const double* backward, size_t count) {
@@ -169,13 +167,13 @@ AVX2_FUNCTION void predict(const double* weights, double* next) {
 }  // namespace
 
 const FilterKernels<float>* avx2FilterKernels() noexcept {
-  static constexpr FilterKernels<float> kKernels{&filterOne, &filterTwo, &silenceNonFinite};
-  return &kKernels;
+  static constexpr FilterKernels<float> Kernels{&filterOne, &filterTwo, &silenceNonFinite};
+  return &Kernels;
 }
 
 const PredictionKernels* avx2PredictionKernels() noexcept {
-  static constexpr PredictionKernels kKernels{&correlate, &reflect, &predict};
-  return &kKernels;
+  static constexpr PredictionKernels Kernels{&correlate, &reflect, &predict};
+  return &Kernels;
 }
 
 #else

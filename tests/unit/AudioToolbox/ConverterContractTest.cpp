@@ -82,6 +82,7 @@ const std::pair<Description, Description> kWays[] = {
     {of<SInt16>(44100, 2), of<SInt16>(44100, 2)},
     {pcm(48000, 3, 24, kIntFlags | kPlanar), pcm(48000, 3, 24, kIntFlags | kPlanar)},
     {of<float>(48000, 2, kPlanar), of<SInt16>(48000, 2)},
+    {of<float>(48000, 2, kPlanar), of<SInt16>(48000, 3)},
     {of<float>(48000, 2), of<float>(48000, 1)},
     {of<float>(48000, 2), of<SInt16>(44100, 2)},
     {of<float>(96000, 3, kPlanar), of<SInt16>(44100, 3, kPlanar)},

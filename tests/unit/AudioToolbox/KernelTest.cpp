@@ -11,74 +11,161 @@ using namespace AudioConversion;
 
 namespace {
 
-// The format pairs of the converter's own tests run on whatever the processor has; here the two sets are held against
-// each other.
+std::vector<InstructionSet> setsOfThisProcessor() {
+  if (bestInstructionSet() == InstructionSet::Portable) return {InstructionSet::Portable};
+  return {InstructionSet::Portable, bestInstructionSet()};
+}
+
+// Channels of an interleaved format taken one by one are read and written sample by sample: the plain twin of what a
+// set does with both at once, and with planes.
 template <typename Work>
-void expectReadersAndWritersAgree(const PCMFormat& format) {
+void expectFastWaysToBePlain(const SampleEncoding& sample, InstructionSet set) {
+  const PCMFormat pairs{.channels = 2, .sample = sample};
+  const PCMFormat planes{.channels = 2, .interleaved = false, .sample = sample};
+  const PCMFormat single{.channels = 1, .sample = sample};
+  const size_t bytes = sample.containerBytes;
   std::mt19937 random(11);
   for (size_t frames = 0; frames <= 75; ++frames) {
-    std::vector<std::vector<Work>> planes[2];
-    std::vector<std::byte> written[2];  // of exactly the right size, for the sanitizers
-    std::vector<std::byte> memory(frames * format.channels * format.sample.containerBytes);
+    std::vector<std::byte> memory(2 * frames * bytes);  // of exactly the right size, for the sanitizers
     for (std::byte& byte : memory) byte = static_cast<std::byte>(random() & 0xBF);  // no NaN
-    const std::byte* const in[kMaxChannels] = {memory.data()};
-    for (const InstructionSet set : {InstructionSet::Portable, InstructionSet::AVX2}) {
-      const bool second = set == InstructionSet::AVX2;
-      planes[second].assign(format.channels, std::vector<Work>(frames));
-      Work* pointers[kMaxChannels] = {};
-      for (unsigned c = 0; c < format.channels; ++c) pointers[c] = planes[second][c].data();
-      SampleReader<Work>(format, set).read(planesOf(format, in), frames, format.channels, pointers);
+    std::vector<std::byte> plane[2];
+    for (size_t i = 0; i < memory.size(); ++i) plane[i / bytes % 2].push_back(memory[i]);
+    const std::byte* const interleaved[] = {memory.data()};
+    const std::byte* const planar[] = {plane[0].data(), plane[1].data()};
 
-      written[second].resize(memory.size());
-      std::byte* const out[kMaxChannels] = {written[second].data()};
-      if constexpr (std::is_same_v<Work, float>) {
-        for (auto& plane : planes[second]) {
-          for (float& each : plane) each *= -2.2f;  // beyond the limits of integers, too
-        }
+    std::vector<Work> plain[2], fast[2];
+    for (auto* values : {plain, fast}) values[0].resize(frames), values[1].resize(frames);
+    Work* const out[] = {fast[0].data(), fast[1].data()};
+    const SampleReader<Work> reader(pairs, set);
+    for (unsigned c : {0u, 1u}) reader.readChannel(planesOf(pairs, interleaved), frames, c, plain[c].data());
+    reader.read(planesOf(pairs, interleaved), frames, 2, out);
+    ASSERT_TRUE(fast[0] == plain[0] && fast[1] == plain[1]) << frames;
+    SampleReader<Work>(planes, set).read(planesOf(planes, planar), frames, 2, out);
+    ASSERT_TRUE(fast[0] == plain[0] && fast[1] == plain[1]) << frames;
+
+    if constexpr (std::is_same_v<Work, float>) {  // halves of a 16-bit step, beyond the limits, and no numbers at all
+      for (auto& values : plain) {
+        for (float& each : values) each = std::ldexp(static_cast<float>(random() % 160000) - 80000, -16);
+        if (frames > 2) values[frames / 2] = INFINITY, values[frames - 1] = values[frames / 3] = NAN;
       }
-      SampleWriter<Work>(format, set).write(pointers, frames, planesOf(format, out));
     }
-    ASSERT_EQ(planes[0], planes[1]) << frames;
-    ASSERT_EQ(written[0], written[1]) << frames;
+    const Work* const values[] = {plain[0].data(), plain[1].data()};
+    std::vector<std::byte> expected(memory.size()), expectedPlane[2];
+    for (unsigned c : {0u, 1u}) {
+      OutputPlanes every2nd{.channel = {expected.data() + c * bytes}, .stride = 2 * bytes};
+      SampleWriter<Work>(single, set).write(values + c, frames, every2nd);
+    }
+    for (size_t i = 0; i < expected.size(); ++i) expectedPlane[i / bytes % 2].push_back(expected[i]);
+    std::byte* const toMemory[] = {memory.data()};
+    std::byte* const toPlanes[] = {plane[0].data(), plane[1].data()};
+    SampleWriter<Work>(pairs, set).write(values, frames, planesOf(pairs, toMemory));
+    SampleWriter<Work>(planes, set).write(values, frames, planesOf(planes, toPlanes));
+    ASSERT_TRUE(memory == expected && plane[0] == expectedPlane[0] && plane[1] == expectedPlane[1]) << frames;
   }
 }
 
-TEST(Kernels, ReadAndWriteTheSameBitsForEveryLength) {
-  if (bestInstructionSet() != InstructionSet::AVX2) GTEST_SKIP() << "this processor has one set only";
-  for (const unsigned bits : {16u, 24u, 32u}) {
-    for (const unsigned channels : {1u, 2u}) {
-      PCMFormat format;
-      format.channels = channels;
-      format.sample = {.kind = SampleKind::SignedInteger, .bits = bits, .containerBytes = bits / 8};
-      expectReadersAndWritersAgree<int32_t>(format);
-      expectReadersAndWritersAgree<float>(format);
-      format.sample.kind = SampleKind::Float;
-      if (bits == 32) expectReadersAndWritersAgree<float>(format);
+TEST(Kernels, ReadAndWriteAsSampleBySample) {
+  for (const InstructionSet set : setsOfThisProcessor()) {
+    for (const unsigned bits : {16u, 24u, 32u}) {
+      SampleEncoding sample{.kind = SampleKind::SignedInteger, .bits = bits, .containerBytes = bits / 8};
+      expectFastWaysToBePlain<int32_t>(sample, set);
+      expectFastWaysToBePlain<float>(sample, set);
+      sample.kind = SampleKind::Float;
+      if (bits == 32) expectFastWaysToBePlain<float>(sample, set);
     }
   }
 }
 
-TEST(Kernels, ResampleAlikeWithinRounding) {
-  if (bestInstructionSet() != InstructionSet::AVX2) GTEST_SKIP() << "this processor has one set only";
-  for (const auto& [in, out] : {std::pair<double, double>{48000, 44100}, {44100, 48000}, {192000, 44100}}) {
-    float results[2][3][1000] = {};  // of three channels: a pair and a single one
-    for (const InstructionSet set : {InstructionSet::Portable, InstructionSet::AVX2}) {
-      auto& result = results[set == InstructionSet::AVX2];
-      Resampler<float> resampler(RateRatio::between(in, out), 3, set);
-      std::mt19937 random(5);
-      resampler.makeRoom(500);
-      for (unsigned n = 0; n < 1500; ++n) {
-        resampler.tail(n % 3)[n / 3] = std::ldexp(static_cast<float>(random() % 65536) - 32768, -15);
+std::vector<double> noise(size_t count, double amplitude = 1) {
+  std::mt19937 random(5);
+  std::vector<double> samples(count);
+  for (double& each : samples) each = amplitude * (std::ldexp(random(), -31) - 1);
+  return samples;
+}
+
+template <typename Work>
+void expectFiltersToBePlainSums(double from, double to, InstructionSet set) {
+  const FilterBank<Work> bank(RateRatio::between(from, to));
+  const auto noise0 = noise(70000), noise1 = noise(70000, -0.5);
+  const std::vector<Work> in0(noise0.begin(), noise0.end()), in1(noise1.begin(), noise1.end());
+  const FilterRun<Work> run{bank.cycle().data(), bank.cycle().size(), bank.reach()};
+  std::vector<Work> one(4 * run.count), two[2] = {one, one};
+  filterKernels<Work>(set).filterOne(run, in0.data(), one.data());
+  filterKernels<Work>(set).filterTwo(run, in0.data(), in1.data(), two[0].data(), two[1].data());
+
+  size_t output = 0, start = 0;
+  for (const auto& group : bank.cycle()) {
+    for (size_t i = 0; i < group.frames; ++i, ++output) {
+      double sum0 = 0, sum1 = 0;
+      for (size_t t = 0; t < run.reach; ++t) {
+        sum0 += static_cast<double>(group.coefficients[i * run.reach + t] * in0[start + t]);
+        sum1 += static_cast<double>(group.coefficients[i * run.reach + t] * in1[start + t]);
       }
-      resampler.append(500);
-      resampler.finish();
-      float* planes[] = {result[0], result[1], result[2]};
-      ASSERT_EQ(resampler.produce(planes, 1000), static_cast<size_t>(std::lround(500 * out / in)));
+      ASSERT_NEAR(one[output], sum0, 2e-6) << from << ' ' << output;
+      ASSERT_NEAR(two[0][output], sum0, 2e-6) << from << ' ' << output;
+      ASSERT_NEAR(two[1][output], sum1, 2e-6) << from << ' ' << output;
     }
-    for (unsigned n = 0; n < 3000; ++n) {
-      ASSERT_NEAR(results[0][n / 1000][n % 1000], results[1][n / 1000][n % 1000], 2e-6) << in << ' ' << n;
+    start += group.step();
+  }
+}
+
+TEST(Kernels, FilterAsAPlainSum) {
+  for (const InstructionSet set : setsOfThisProcessor()) {
+    for (const auto& [from, to] : {std::pair<double, double>{48000, 44100}, {22050, 44100}, {192000, 44100}}) {
+      expectFiltersToBePlainSums<float>(from, to, set);
+      expectFiltersToBePlainSums<double>(from, to, set);
     }
   }
+}
+
+TEST(Kernels, PredictAsAPlainSum) {
+  for (const InstructionSet set : setsOfThisProcessor()) {
+    const PredictionKernels& kernels = predictionKernels(set);
+    auto forward = noise(91), backward = noise(91, 0.3);
+    double cross = 0, energy = 0;
+    for (size_t i = 0; i < 91; ++i) {
+      cross += forward[i] * backward[i];
+      energy += forward[i] * forward[i] + backward[i] * backward[i];
+    }
+    const auto correlation = kernels.correlate(forward.data(), backward.data(), 91);
+    EXPECT_NEAR(correlation.cross, cross, 1e-12);
+    EXPECT_NEAR(correlation.energy, energy, 1e-12);
+
+    const auto oldForward = forward, oldBackward = backward;
+    kernels.reflect(forward.data(), backward.data(), 91, 0.7);
+    for (size_t i = 0; i < 91; ++i) {
+      ASSERT_NEAR(forward[i], oldForward[i] + 0.7 * oldBackward[i], 1e-12);
+      ASSERT_NEAR(backward[i], oldBackward[i] + 0.7 * oldForward[i], 1e-12);
+    }
+
+    const auto weights = noise(64);
+    auto samples = noise(20, 0.9);
+    double next[4] = {};
+    for (size_t i = 0; i < 64; ++i) next[i % 4] += weights[i] * samples[i / 4];
+    kernels.predict(weights.data(), &samples[16]);
+    for (size_t i = 0; i < 4; ++i) EXPECT_NEAR(samples[16 + i], next[i], 1e-12);
+  }
+}
+
+// What lies behind a stream's last frame has no part in it, unless it were infinite.
+TEST(Resampler, KeepsNothingOfTheLoudestPieceThereIsAfterAReset) {
+  Resampler<float> resampler(RateRatio::between(48000, 44100), 1);
+  const auto resampleRise = [&](float to) {
+    std::vector<float> result(300);
+    float* const out[] = {result.data()};
+    resampler.reset();
+    resampler.makeRoom(250);
+    for (unsigned n = 0; n < 250; ++n) resampler.tail(0)[n] = to * (static_cast<float>(n) / 250);
+    resampler.append(250);
+    resampler.produce(out, result.size());
+    resampler.finish();
+    return result;
+  };
+  const auto expected = resampleRise(0.5f);
+
+  resampleRise(std::numeric_limits<float>::max());
+
+  EXPECT_EQ(resampleRise(0.5f), expected);
 }
 
 TEST(EdgeExtension, StaysFiniteForTheLargestNumbersThereAre) {
