@@ -23,7 +23,7 @@
 namespace test {
 namespace {
 
-// As small as pictures can be and yet tell their number would be larger than need be: what is drawn is not the point.
+// What is drawn is not the point: the pictures are small.
 constexpr const char* Machine = R"(
 [device]
 id = cam

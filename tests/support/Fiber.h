@@ -30,14 +30,14 @@ class Fiber {
   void (*_body)() = nullptr;
   void* _memory = nullptr;
   ucontext_t _context{};
-  jmp_buf _resumption;
-  bool _hasStarted = true;
+  [[maybe_unused]] jmp_buf _resumption;
+  [[maybe_unused]] bool _hasStarted = true;
 
   // What the sanitizers know of it.
   const void* _stack = nullptr;
   std::size_t _stackSize = 0;
-  void* _fakeStack = nullptr;
-  void* _shadow = nullptr;
+  [[maybe_unused]] void* _fakeStack = nullptr;
+  [[maybe_unused]] void* _shadow = nullptr;
 };
 
 }  // namespace test
