@@ -89,6 +89,7 @@ struct Reception {
   double worstLength = 0;  ///< seconds of sound too many or too few since the start
   double start = 0;        ///< of the sound
   double end = -2;
+  int starts = 0;
   std::uint64_t soundFrames = 0;
 };
 
@@ -142,7 +143,10 @@ class LongRunTest : public FrameworkTest {
     reception.worstAudio = std::max(reception.worstAudio, std::abs(end - self->now()));
     // Counted from the first buffer on, and from that behind a pause.
     const bool isFirst = end - reception.end > 1;
-    if (isFirst) reception.start = end;
+    if (isFirst) {
+      reception.start = end;
+      ++reception.starts;
+    }
     reception.soundFrames = isFirst ? 0 : reception.soundFrames + static_cast<std::uint64_t>(frames);
     reception.end = end;
     const double length = static_cast<double>(reception.soundFrames) / HostRate / (1 + reception.rateError);
@@ -210,6 +214,7 @@ TEST_F(LongRunTest, ADayOfFourSourcesStaysRight) {
     EXPECT_LT(reception.worstLength, reception.bufferSeconds) << reception.source;
   }
   EXPECT_EQ(deck->capturedVideo(), receptions[3].frames) << "it loses none and never goes";
+  EXPECT_EQ(receptions[3].starts, 1);
   EXPECT_LT(growth, 1 << 18);
   EXPECT_LT(logBytes, 1u << 20);
 }

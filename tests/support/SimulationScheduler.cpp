@@ -145,6 +145,7 @@ bool SimulationScheduler::isMainThreadIdle() const {
   return (_current == _main ? runtime::innermostActivity() : _main->activity) == nullptr;
 }
 
+/// Leaves the running line for `next`, which may be the same; returns when it is its turn again.
 void SimulationScheduler::suspend(Line& self, Line& next) {
   if (&next == &self) return;
   self.activity = runtime::innermostActivity();
@@ -200,6 +201,7 @@ Nanoseconds SimulationScheduler::dueTime(Line& line) {
   return line.deadline;
 }
 
+/// The lines that can go on, now or later.
 void SimulationScheduler::collectCandidates(const Line* excluded) {
   _isChoosing = true;
   _candidates.clear();
