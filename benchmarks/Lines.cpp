@@ -3,7 +3,9 @@
 #include <lumora/zThread.h>
 #include <support/FakeHardware.h>
 
+#include <array>
 #include <condition_variable>
+#include <cstddef>
 #include <deque>
 #include <mutex>
 #include <thread>
@@ -56,6 +58,7 @@ class CaptureLine final : public bench::Line {
   std::unique_ptr<AV::DeviceManager> _manager;
 };
 
+/// Carries a picture with each frame as well, of the same size and drawn in the same way.
 class BareQueueLine final : public bench::Line {
  public:
   BareQueueLine(bench::Arrival arrival, void* context)
@@ -74,6 +77,9 @@ class BareQueueLine final : public bench::Line {
   void capture(std::int64_t time) override {
     BRV_VideoBuffer frame{};
     frame.timeStamp = time;
+    Picture& picture = _pictures[_nextPicture++ % _pictures.size()];
+    picture.fill(std::byte{});
+    frame.data = picture.data();
     {
       std::lock_guard lock(_lock);
       _frames.push_back(frame);
@@ -82,6 +88,8 @@ class BareQueueLine final : public bench::Line {
   }
 
  private:
+  using Picture = std::array<std::byte, std::size_t{64} * 16>;  // 16 x 16, in a pixel buffer's rows
+
   bool take(BRV_VideoBuffer& frame) {
     std::unique_lock lock(_lock);
     _changed.wait(lock, [this] { return _isEnded || !_frames.empty(); });
@@ -94,6 +102,8 @@ class BareQueueLine final : public bench::Line {
   std::mutex _lock;
   std::condition_variable _changed;
   std::deque<BRV_VideoBuffer> _frames;
+  std::array<Picture, 2> _pictures;  ///< one being drawn, one with the consumer, which never is late here
+  std::size_t _nextPicture = 0;
   bool _isEnded = false;
   std::thread _consumer;
 };

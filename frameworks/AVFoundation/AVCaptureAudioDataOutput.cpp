@@ -85,10 +85,12 @@ AudioStreamBasicDescription destinationFor(const AudioSettings& settings, const 
 }  // namespace
 
 struct AVCaptureAudioDataOutput::Implementation final : SampleReceiver {
-  explicit Implementation(AVCaptureAudioDataOutput& owner) : output(owner), delivery(owner, *this) {}
+  explicit Implementation(AVCaptureAudioDataOutput& owner)
+      : output(owner), delivery(owner, *this, MostBuffersWaiting) {}
   ~Implementation() { SampleLedger::noteEnded(AVMediaTypeAudio, delivery.statistics()); }
 
-  void handOver(void* delegate, SampleFate fate, CMSampleBufferRef sample, AVCaptureConnection* connection) override;
+  void handOver(void* delegate, CMSampleBufferRef sample, AVCaptureConnection* connection) override;
+  void reportDropped(void*, const DroppedFrame&, AVCaptureConnection*) override {}  // there is no call for it
   AudioStreamConverter& converterFor(const AudioStreamBasicDescription& native);
   void drop(const hardware::AudioChunk& chunk, SampleFate fate, AVCaptureConnection* connection);
 
@@ -137,7 +139,7 @@ void AVCaptureAudioDataOutput::finish() {
   Implementation& self = *_implementation;
   {
     std::lock_guard lock(self.laneLock);
-    if (self.absorbed > 0) self.delivery.push({}, SampleFate::stopped, nullptr, std::exchange(self.absorbed, 0));
+    if (self.absorbed > 0) self.delivery.pushDropped({}, SampleFate::stopped, nullptr, std::exchange(self.absorbed, 0));
     if (self.converter) self.delivery.noteForgone(self.converter->endStream());
   }
   self.delivery.finish();
@@ -160,20 +162,18 @@ void AVCaptureAudioDataOutput::receive(const hardware::AudioChunk& chunk, AVCapt
   self.delivery.noteConverted(chunk.frameCount, result.frames, converter.framesOwed());
   ++self.absorbed;
   if (!result.sample) return;
-  self.delivery.push(std::move(result.sample), SampleFate::deliver, connection, std::exchange(self.absorbed, 0),
-                     result.frames);
+  self.delivery.push(std::move(result.sample), connection, std::exchange(self.absorbed, 0), result.frames);
 }
 
 void AVCaptureAudioDataOutput::Implementation::drop(const hardware::AudioChunk& chunk, SampleFate fate,
                                                     AVCaptureConnection* connection) {
   delivery.noteDroppedFrames(chunk.frameCount);
-  delivery.push({}, fate, connection);
+  delivery.pushDropped({}, fate, connection);
 }
 
-void AVCaptureAudioDataOutput::Implementation::handOver(void* delegate, SampleFate fate, CMSampleBufferRef sample,
+void AVCaptureAudioDataOutput::Implementation::handOver(void* delegate, CMSampleBufferRef sample,
                                                         AVCaptureConnection* connection) {
-  if (fate != SampleFate::deliver) return;
-  connection->input().device().stream().outputHasRoom();
+  connection->stream().outputHasRoom();
   static_cast<AVCaptureAudioDataOutputSampleBufferDelegate*>(delegate)->captureOutputDidOutputSampleBuffer(
       &output, sample, connection);
 }

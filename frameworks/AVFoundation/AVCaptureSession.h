@@ -19,14 +19,24 @@ inline constexpr NSNotificationName AVCaptureSessionDidStopRunningNotification =
 class AVCaptureConnection final : public NSObject {
  public:
   AVCaptureConnection(Ref<AVCaptureDeviceInput> input, Ref<AVCaptureOutput> output)
-      : _input(std::move(input)), _output(std::move(output)) {}
+      : _input(std::move(input)),
+        _output(std::move(output)),
+        _stream(_input->device().stream()),
+        _isVideo(_output->mediaType() == AVMediaTypeVideo) {}
 
   AVCaptureDeviceInput& input() const noexcept { return *_input; }
   AVCaptureOutput& output() const noexcept { return *_output; }
 
+  /// For the frameworks: where its samples come from, the stream of the input's device.
+  CaptureStream& stream() const noexcept { return _stream; }
+  /// For the frameworks: whether it carries pictures rather than sound.
+  bool isVideo() const noexcept { return _isVideo; }
+
  private:
   Ref<AVCaptureDeviceInput> _input;
   Ref<AVCaptureOutput> _output;
+  CaptureStream& _stream;
+  const bool _isVideo;
 };
 
 /// Any thread may call it, a delegate's queue included. Each output is connected to one input that has its medium: at

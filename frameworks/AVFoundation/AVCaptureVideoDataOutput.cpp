@@ -11,40 +11,47 @@
 namespace {
 
 /// How many frames of one size may be out at once, in the line and with the delegate's side.
-constexpr std::int32_t MostFramesOut = 16;
+constexpr std::uint64_t MostFramesOut = 16;
+
+/// How many are out while the delegate keeps none: one being drawn, one waiting, one with the delegate.
+constexpr std::int32_t UsualFramesOut = 3;
+
+CFRef<CMSampleBufferRef> makeSample(CVPixelBufferRef image, CMFormatDescriptionRef format, CMTime presentationTime,
+                                    CMTime duration) {
+  const CMSampleTimingInfo timing{duration, presentationTime, kCMTimeInvalid};
+  CMSampleBufferRef sample = nullptr;
+  CMSampleBufferCreateForImageBuffer(kCFAllocatorDefault, image, true, nullptr, nullptr, format, &timing, &sample);
+  return CFRef<CMSampleBufferRef>::adopt(sample);
+}
 
 }  // namespace
 
 struct AVCaptureVideoDataOutput::Implementation final : SampleReceiver {
-  explicit Implementation(AVCaptureVideoDataOutput& owner) : output(owner), delivery(owner, *this) {
-    auto threshold = makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{
-        {kCVPixelBufferPoolAllocationThresholdKey, NSNumber::numberWithInt(MostFramesOut)}});
-    poolLimits = CFRef<CFDictionaryRef>::adopt(threshold.leak()->toCF());
-  }
+  explicit Implementation(AVCaptureVideoDataOutput& owner) : output(owner), delivery(owner, *this, MostFramesOut) {}
   ~Implementation() {
     CVPixelBufferPoolRelease(pool);
     SampleLedger::noteEnded(AVMediaTypeVideo, delivery.statistics());
   }
 
-  void handOver(void* delegate, SampleFate fate, CMSampleBufferRef sample, AVCaptureConnection* connection) override;
+  void handOver(void* delegate, CMSampleBufferRef sample, AVCaptureConnection* connection) override;
+  void reportDropped(void* delegate, const DroppedFrame& frame, AVCaptureConnection* connection) override;
 
   /// Makes pool and format description for frames of this size from this device; false when that is not possible.
-  bool prepareFor(std::int32_t width, std::int32_t height, AVCaptureDevice& device);
+  bool prepareFor(std::int32_t width, std::int32_t height, const AVCaptureConnection& connection);
   CFRef<CVPixelBufferRef> draw(const hardware::VideoFrame& frame, CFDictionaryRef pixelAspectRatio,
-                               AVCaptureDevice& device);
+                               const AVCaptureConnection& connection);
   /// Empty when as many as may be are out; the device then hears of room when one comes back.
   CFRef<CVPixelBufferRef> takeBuffer();
   void pushDropped(CMTime presentationTime, CMTime duration, SampleFate fate, AVCaptureConnection* connection);
-  CFRef<CMSampleBufferRef> makeSample(CVPixelBufferRef image, CMTime presentationTime, CMTime duration) const;
 
   AVCaptureVideoDataOutput& output;
   SampleDelivery delivery;
   std::atomic<bool> discardsLateFrames{true};
 
   // Used on the device's lane alone.
-  CFRef<CFDictionaryRef> poolLimits;
   CVPixelBufferPoolRef pool = nullptr;
-  Ref<AVCaptureDevice> poolDevice;  ///< hears when a buffer comes back
+  CaptureStream* poolStream = nullptr;  ///< hears when a buffer comes back
+  Ref<AVCaptureDevice> poolDevice;      ///< its owner
   CFRef<CMVideoFormatDescriptionRef> format;
   std::int32_t width = 0;
   std::int32_t height = 0;
@@ -93,12 +100,12 @@ void AVCaptureVideoDataOutput::receive(const hardware::VideoFrame& frame, CFDict
   }
   CFRef<CVPixelBufferRef> image;
   if (frame.hasImage) {
-    image = self.draw(frame, pixelAspectRatio, connection->input().device());
+    image = self.draw(frame, pixelAspectRatio, *connection);
     if (!image) return self.pushDropped(time, frame.duration, SampleFate::noBuffer, connection);
   }
-  auto sample = self.makeSample(image.get(), time, frame.duration);
-  const auto fate = sample ? SampleFate::deliver : SampleFate::noBuffer;
-  self.delivery.push(std::move(sample), fate, connection);
+  auto sample = makeSample(image.get(), self.format.get(), time, frame.duration);
+  if (!sample) return self.pushDropped(time, frame.duration, SampleFate::noBuffer, connection);
+  self.delivery.push(std::move(sample), connection);
 }
 
 void AVCaptureVideoDataOutput::receiveLost(CMTime presentationTime, CMTime duration, AVCaptureConnection* connection) {
@@ -106,39 +113,39 @@ void AVCaptureVideoDataOutput::receiveLost(CMTime presentationTime, CMTime durat
   _implementation->pushDropped(presentationTime, duration, SampleFate::lostByDevice, connection);
 }
 
-void AVCaptureVideoDataOutput::Implementation::handOver(void* delegate, SampleFate fate, CMSampleBufferRef sample,
+void AVCaptureVideoDataOutput::Implementation::handOver(void* delegate, CMSampleBufferRef sample,
                                                         AVCaptureConnection* connection) {
-  auto* receiver = static_cast<AVCaptureVideoDataOutputSampleBufferDelegate*>(delegate);
-  if (fate == SampleFate::deliver) {
-    connection->input().device().stream().outputHasRoom();
-    receiver->captureOutputDidOutputSampleBuffer(&output, sample, connection);
-    return;
-  }
-  // A frame that was still waiting when the session stopped has its picture yet.
-  CFRef<CMSampleBufferRef> withoutPicture;
-  if (sample && CMSampleBufferGetImageBuffer(sample)) {
-    withoutPicture =
-        makeSample(nullptr, CMSampleBufferGetPresentationTimeStamp(sample), CMSampleBufferGetDuration(sample));
-    sample = withoutPicture.get();
-  }
-  receiver->captureOutputDidDropSampleBuffer(&output, sample, connection);
+  connection->stream().outputHasRoom();
+  static_cast<AVCaptureVideoDataOutputSampleBufferDelegate*>(delegate)->captureOutputDidOutputSampleBuffer(
+      &output, sample, connection);
+}
+
+void AVCaptureVideoDataOutput::Implementation::reportDropped(void* delegate, const DroppedFrame& frame,
+                                                             AVCaptureConnection* connection) {
+  const auto sample = makeSample(nullptr, frame.format.get(), frame.presentationTime, frame.duration);
+  static_cast<AVCaptureVideoDataOutputSampleBufferDelegate*>(delegate)->captureOutputDidDropSampleBuffer(
+      &output, sample.get(), connection);
 }
 
 bool AVCaptureVideoDataOutput::Implementation::prepareFor(std::int32_t newWidth, std::int32_t newHeight,
-                                                          AVCaptureDevice& device) {
-  if (pool && width == newWidth && height == newHeight && poolDevice.get() == &device) return true;
+                                                          const AVCaptureConnection& connection) {
+  CaptureStream& stream = connection.stream();
+  if (pool && width == newWidth && height == newHeight && poolStream == &stream) return true;
   CVPixelBufferPoolRelease(std::exchange(pool, nullptr));
   auto attributes = makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{
       {kCVPixelBufferPixelFormatTypeKey, NSNumber::numberWithUnsignedInt(kCVPixelFormatType_422YpCbCr8_yuvs)},
       {kCVPixelBufferWidthKey, NSNumber::numberWithInt(newWidth)},
       {kCVPixelBufferHeightKey, NSNumber::numberWithInt(newHeight)},
   });
-  if (CVPixelBufferPoolCreate(kCFAllocatorDefault, nullptr, attributes->toCF(), &pool) != kCVReturnSuccess) {
+  auto size = makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{
+      {kCVPixelBufferPoolMinimumBufferCountKey, NSNumber::numberWithInt(UsualFramesOut)}});
+  if (CVPixelBufferPoolCreate(kCFAllocatorDefault, size->toCF(), attributes->toCF(), &pool) != kCVReturnSuccess) {
     pool = nullptr;
     return false;
   }
-  poolDevice = Ref<AVCaptureDevice>::retain(&device);
-  CVPixelBufferPoolSetFreeBufferHandler(pool, [&device] { device.stream().outputHasRoom(); });
+  poolStream = &stream;
+  poolDevice = Ref<AVCaptureDevice>::retain(&connection.input().device());
+  CVPixelBufferPoolSetFreeBufferHandler(pool, [&stream] { stream.outputHasRoom(); });
   CMVideoFormatDescriptionRef description = nullptr;
   CMVideoFormatDescriptionCreate(kCFAllocatorDefault, kCVPixelFormatType_422YpCbCr8_yuvs, newWidth, newHeight, nullptr,
                                  &description);
@@ -150,8 +157,8 @@ bool AVCaptureVideoDataOutput::Implementation::prepareFor(std::int32_t newWidth,
 
 CFRef<CVPixelBufferRef> AVCaptureVideoDataOutput::Implementation::draw(const hardware::VideoFrame& frame,
                                                                        CFDictionaryRef pixelAspectRatio,
-                                                                       AVCaptureDevice& device) {
-  if (!prepareFor(frame.width, frame.height, device)) return {};
+                                                                       const AVCaptureConnection& connection) {
+  if (!prepareFor(frame.width, frame.height, connection)) return {};
   auto image = takeBuffer();
   if (!image) return {};
   CVPixelBufferRef buffer = image.get();
@@ -167,21 +174,11 @@ CFRef<CVPixelBufferRef> AVCaptureVideoDataOutput::Implementation::draw(const har
 
 CFRef<CVPixelBufferRef> AVCaptureVideoDataOutput::Implementation::takeBuffer() {
   CVPixelBufferRef buffer = nullptr;
-  CVPixelBufferPoolCreatePixelBufferWithAuxAttributes(kCFAllocatorDefault, pool, poolLimits.get(), &buffer);
+  CVPixelBufferPoolTake(pool, MostFramesOut, &buffer);
   return CFRef<CVPixelBufferRef>::adopt(buffer);
 }
 
 void AVCaptureVideoDataOutput::Implementation::pushDropped(CMTime presentationTime, CMTime duration, SampleFate fate,
                                                            AVCaptureConnection* connection) {
-  delivery.push(makeSample(nullptr, presentationTime, duration), fate, connection);
-}
-
-CFRef<CMSampleBufferRef> AVCaptureVideoDataOutput::Implementation::makeSample(CVPixelBufferRef image,
-                                                                              CMTime presentationTime,
-                                                                              CMTime duration) const {
-  const CMSampleTimingInfo timing{duration, presentationTime, kCMTimeInvalid};
-  CMSampleBufferRef sample = nullptr;
-  CMSampleBufferCreateForImageBuffer(kCFAllocatorDefault, image, true, nullptr, nullptr, format.get(), &timing,
-                                     &sample);
-  return CFRef<CMSampleBufferRef>::adopt(sample);
+  delivery.pushDropped({presentationTime, duration, format}, fate, connection);
 }

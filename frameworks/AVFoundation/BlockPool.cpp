@@ -6,6 +6,7 @@
 namespace {
 
 constexpr std::size_t Alignment = 64;
+constexpr std::size_t MostIdle = 32;
 
 /// Sizes are rounded up so that buffers of slightly different lengths share memory.
 std::size_t roundedSize(std::size_t size) {
@@ -13,7 +14,15 @@ std::size_t roundedSize(std::size_t size) {
   return std::max<std::size_t>(1, (size + Granule - 1) / Granule) * Granule;
 }
 
+BlockPool::Memory makeMemory(std::size_t size) {
+  return {static_cast<char*>(std::aligned_alloc(Alignment, size)), size};
+}
+
 }  // namespace
+
+BlockPool::BlockPool() {
+  _idle.reserve(MostIdle);
+}
 
 BlockPool::~BlockPool() {
   for (const Memory& memory : _idle) std::free(memory.bytes);
@@ -31,15 +40,26 @@ BlockPool::Memory BlockPool::take(std::size_t neededSize) {
       _idle.pop_back();
       return memory;
     }
+    if (size > _stockedSize) stockUp(size);
   }
-  return {static_cast<char*>(std::aligned_alloc(Alignment, size)), size};
+  return makeMemory(size);
+}
+
+/// With the lock held. Smaller blocks will not be asked for any more.
+void BlockPool::stockUp(std::size_t size) {
+  _stockedSize = size;
+  for (const Memory& memory : _idle) std::free(memory.bytes);
+  _idle.clear();
+  while (_idle.size() < MostIdle) {
+    const Memory memory = makeMemory(size);
+    if (!memory.bytes) return;
+    _idle.push_back(memory);
+  }
 }
 
 void BlockPool::giveBack(Memory memory) {
-  constexpr std::size_t MostIdle = 32;
   {
     std::lock_guard lock(_lock);
-    if (_idle.capacity() == 0) _idle.reserve(MostIdle);
     if (_idle.size() < MostIdle) {
       _idle.push_back(memory);
       return;

@@ -17,10 +17,11 @@ class BlockPool final : public NSObject {
     std::size_t size = 0;
   };
 
-  BlockPool() = default;
+  BlockPool();
 
   /// At least `size` bytes, 64-byte aligned, contents undefined; null bytes when memory is short. Memory of earlier
-  /// blocks is used again. What is taken goes on to `makeBlock` or `giveBack`. Any thread.
+  /// blocks is used again, and the first of a size brings along what a delegate that is late will need. What is taken
+  /// goes on to `makeBlock` or `giveBack`. Any thread.
   Memory take(std::size_t size);
   void giveBack(Memory memory);
 
@@ -31,8 +32,10 @@ class BlockPool final : public NSObject {
  private:
   ~BlockPool() override;
 
+  void stockUp(std::size_t size);
   static void freeBlock(void* pool, void* bytes, std::size_t size);
 
   std::mutex _lock;
   std::vector<Memory> _idle;
+  std::size_t _stockedSize = 0;  ///< of the idle blocks that were made in advance
 };

@@ -104,21 +104,21 @@ bool CaptureStream::hasRoom(AVMediaType mediaType) {
 }
 
 bool CaptureStream::everyOutputHasRoom(AVMediaType mediaType) {
+  const bool isVideo = mediaType == AVMediaTypeVideo;
   std::lock_guard lock(_connectionsLock);
   return std::all_of(_connections.begin(), _connections.end(), [&](const Ref<AVCaptureConnection>& connection) {
-    AVCaptureOutput& output = connection->output();
-    return output.mediaType() != mediaType || output.hasRoom();
+    return connection->isVideo() != isVideo || connection->output().hasRoom();
   });
 }
 
 template <typename Output, typename Receive>
 void CaptureStream::handOut(AVMediaType mediaType, Receive receive) {
+  const bool isVideo = mediaType == AVMediaTypeVideo;
   bool isWanted = false;
   std::lock_guard lock(_connectionsLock);
   for (const auto& connection : _connections) {
-    AVCaptureOutput& output = connection->output();
-    if (output.mediaType() != mediaType) continue;
-    receive(static_cast<Output&>(output), connection.get());
+    if (connection->isVideo() != isVideo) continue;
+    receive(static_cast<Output&>(connection->output()), connection.get());
     isWanted = true;
   }
   if (!isWanted) SampleLedger::noteUnclaimed(mediaType);

@@ -13,6 +13,11 @@ constexpr std::size_t LongestLine = 64;
 
 }  // namespace
 
+SampleDelivery::SampleDelivery(AVCaptureOutput& output, SampleReceiver& receiver, std::size_t usualWaiting)
+    : _output(output), _receiver(receiver), _line(LongestLine + usualWaiting) {
+  _deliveringOn.reserve(4);  // more delegates at work at once than a source ever has
+}
+
 void SampleDelivery::setDelegate(void* delegate, dispatch_queue_t queue) {
   std::vector<Item> dropped;
   CFRef<dispatch_queue_t> former;
@@ -28,7 +33,7 @@ void SampleDelivery::setDelegate(void* delegate, dispatch_queue_t queue) {
     }
   }
   for (const Item& item : dropped) {
-    if (item.connection) item.connection->input().device().stream().outputHasRoom();
+    if (item.connection) item.connection->stream().outputHasRoom();
   }
 }
 
@@ -41,8 +46,10 @@ SampleDelivery::Arrival SampleDelivery::arrive(std::uint32_t frames) {
   std::lock_guard lock(_lock);
   ++_statistics.captured;
   ++_statistics.pending;
-  _statistics.frames.captured += frames;
-  _statistics.frames.arriving += frames;
+  if (frames > 0) {
+    _statistics.frames.captured += frames;
+    _statistics.frames.arriving += frames;
+  }
   return {_delegate != nullptr, _waitingFrames};
 }
 
@@ -67,18 +74,31 @@ void SampleDelivery::noteForgone(double frames) {
   _statistics.frames.owed = 0;
 }
 
-void SampleDelivery::push(CFRef<CMSampleBufferRef> sample, SampleFate fate, AVCaptureConnection* connection,
-                          std::uint32_t count, std::uint32_t frames) {
-  Item item{std::move(sample), Ref<AVCaptureConnection>::retain(connection), fate, count, frames};
-  std::lock_guard lock(_lock);
-  if (!_delegate) {
-    if (fate == SampleFate::deliver) item.fate = SampleFate::stopped;
-    return end(item);
+void SampleDelivery::push(CFRef<CMSampleBufferRef> sample, AVCaptureConnection* connection, std::uint32_t count,
+                          std::uint32_t frames) {
+  add({std::move(sample), Ref<AVCaptureConnection>::retain(connection), SampleFate::deliver, count, frames, {}});
+}
+
+void SampleDelivery::pushDropped(DroppedFrame dropped, SampleFate fate, AVCaptureConnection* connection,
+                                 std::uint32_t count) {
+  add({{}, Ref<AVCaptureConnection>::retain(connection), fate, count, 0, std::move(dropped)});
+}
+
+void SampleDelivery::add(Item item) {
+  CFRef<dispatch_queue_t> queue;
+  {
+    std::lock_guard lock(_lock);
+    if (!_delegate) {
+      if (item.fate == SampleFate::deliver) item.fate = SampleFate::stopped;
+      return end(item);
+    }
+    if (mergeReport(item.fate, item.count)) return;
+    append(std::move(item));
+    _output.retain();
+    if (dispatch_enqueue_f(_queue.get(), this, &SampleDelivery::deliverNext)) queue = _queue;
   }
-  if (mergeReport(fate, count)) return;
-  append(std::move(item));
-  _output.retain();
-  dispatch_async_f(_queue.get(), this, &SampleDelivery::deliverNext);
+  // Behind the lock, for the first thing that the queue's thread does is to take it. From here on the output may go.
+  dispatch_wake(queue.get());
 }
 
 void SampleDelivery::deliverNext(void* delivery) {
@@ -102,14 +122,26 @@ void SampleDelivery::deliverNext() {
     _deliveringOn.push_back(queue);
   }
 
-  const std::uint32_t calls = item.fate == SampleFate::deliver ? 1 : item.count;
-  for (std::uint32_t call = 0; call < calls; ++call) {
-    _receiver.handOver(delegate, item.fate, item.sample.get(), item.connection.get());
+  if (item.fate == SampleFate::deliver) {
+    _receiver.handOver(delegate, item.sample.get(), item.connection.get());
+  } else {
+    report(delegate, item);
   }
 
   std::lock_guard lock(_lock);
   _deliveringOn.erase(std::ranges::find(_deliveringOn, queue.get(), &CFRef<dispatch_queue_t>::get));
   end(item);
+}
+
+/// A sample that was still waiting when the session stopped is reported by what it says of itself.
+void SampleDelivery::report(void* delegate, Item& item) {
+  if (CMSampleBufferRef sample = item.sample.get()) {
+    item.dropped = {CMSampleBufferGetPresentationTimeStamp(sample), CMSampleBufferGetDuration(sample),
+                    CFRef<CMFormatDescriptionRef>::retain(CMSampleBufferGetFormatDescription(sample))};
+  }
+  for (std::uint32_t i = 0; i < item.count; ++i) {
+    _receiver.reportDropped(delegate, item.dropped, item.connection.get());
+  }
 }
 
 void SampleDelivery::finish() {
@@ -162,6 +194,7 @@ void SampleDelivery::end(const Item& item) {
   };
   _statistics.pending -= item.count;
   place() += item.count;
+  if (item.frames == 0) return;  // a picture
   auto& frames = _statistics.frames;
   frames.pending -= item.frames;
   (item.fate == SampleFate::deliver ? frames.delivered : frames.undelivered) += item.frames;
@@ -169,16 +202,17 @@ void SampleDelivery::end(const Item& item) {
 
 SampleDelivery::Item SampleDelivery::takeFirst() {
   Item item = std::move(_line[_first]);
-  _first = (_first + 1) % _line.size();
   --_length;
+  // An empty line begins anew, so that one sample at a time always passes through the same piece of cache.
+  _first = _length == 0 ? 0 : (_first + 1) % _line.size();
   if (item.fate == SampleFate::deliver) --_waitingFrames;
   return item;
 }
 
-void SampleDelivery::append(Item item) {
+void SampleDelivery::append(Item&& item) {
   if (_length == _line.size()) {
     std::vector<Item> longer;
-    longer.reserve(_length == 0 ? 8 : 2 * _length);
+    longer.reserve(2 * _length);
     for (std::size_t i = 0; i < _length; ++i) longer.push_back(std::move(at(i)));
     longer.resize(longer.capacity());
     _line = std::move(longer);

@@ -2,7 +2,7 @@
 
 // The way of samples from a device's lane to a delegate's queue: a short line in which frames and reports of
 // dropped frames keep their order, and the count of what became of each. Private to AVFoundation; one for each
-// output. Allocates nothing once the line has been as long as it gets.
+// output. Allocates nothing unless the line gets longer than it was made for.
 
 #include <AVFoundation/AVCaptureOutput.h>
 #include <AVFoundation/AVCaptureSession.h>
@@ -15,10 +15,19 @@
 /// How a captured sample ended.
 enum class SampleFate { deliver, late, noBuffer, lostByDevice, notConverted, stopped };
 
-/// What hands a sample to the delegate, on the delegate's queue.
+/// What is left of a frame that will not come. The sample that tells the delegate is made of it when its turn has come,
+/// so that a burst of reports needs no memory but the line's.
+struct DroppedFrame {
+  CMTime presentationTime{};
+  CMTime duration{};
+  CFRef<CMFormatDescriptionRef> format;
+};
+
+/// What hands a sample, or the report of a dropped one, to the delegate, on the delegate's queue.
 class SampleReceiver {
  public:
-  virtual void handOver(void* delegate, SampleFate fate, CMSampleBufferRef sample, AVCaptureConnection* connection) = 0;
+  virtual void handOver(void* delegate, CMSampleBufferRef sample, AVCaptureConnection* connection) = 0;
+  virtual void reportDropped(void* delegate, const DroppedFrame& frame, AVCaptureConnection* connection) = 0;
 
  protected:
   ~SampleReceiver() = default;
@@ -26,10 +35,9 @@ class SampleReceiver {
 
 class SampleDelivery {
  public:
-  /// `output` is the owner, kept alive while items are on the queue.
-  SampleDelivery(AVCaptureOutput& output, SampleReceiver& receiver) : _output(output), _receiver(receiver) {
-    _deliveringOn.reserve(4);  // more delegates at work at once than a source ever has
-  }
+  /// `output` is the owner, kept alive while items are on the queue. The line is made for `usualWaiting` frames and the
+  /// reports in between.
+  SampleDelivery(AVCaptureOutput& output, SampleReceiver& receiver, std::size_t usualWaiting);
   SampleDelivery(const SampleDelivery&) = delete;
   SampleDelivery& operator=(const SampleDelivery&) = delete;
 
@@ -54,11 +62,13 @@ class SampleDelivery {
   /// A stream of sound has ended; these frames will not come out of the conversion any more.
   void noteForgone(double frames);
 
-  /// Adds a sample that stands for `count` arrived ones; with another fate than `deliver` it is the report of a
-  /// dropped one. Without a delegate it is counted as stopped. `frames` is the length of sound that comes out. Device's
-  /// lane.
-  void push(CFRef<CMSampleBufferRef> sample, SampleFate fate, AVCaptureConnection* connection, std::uint32_t count = 1,
+  /// Adds a sample that stands for `count` arrived ones. Without a delegate it is counted as stopped. `frames` is the
+  /// length of sound that comes out. Device's lane.
+  void push(CFRef<CMSampleBufferRef> sample, AVCaptureConnection* connection, std::uint32_t count = 1,
             std::uint32_t frames = 0);
+
+  /// Adds the report of `count` arrived samples that were dropped. Device's lane.
+  void pushDropped(DroppedFrame dropped, SampleFate fate, AVCaptureConnection* connection, std::uint32_t count = 1);
 
   /// See AVCaptureOutput::finish.
   void finish();
@@ -72,14 +82,17 @@ class SampleDelivery {
     SampleFate fate = SampleFate::deliver;
     std::uint32_t count = 0;
     std::uint32_t frames = 0;
+    DroppedFrame dropped;  ///< in place of a sample, for other fates than `deliver`
   };
 
-  static void deliverNext(void* output);
+  void add(Item item);
+  static void deliverNext(void* delivery);
   void deliverNext();
+  void report(void* delegate, Item& item);
   void dropWaitingFrames();
   void end(const Item& item);
   Item takeFirst();
-  void append(Item item);
+  void append(Item&& item);
   Item& at(std::size_t position) { return _line[(_first + position) % _line.size()]; }
   bool mergeReport(SampleFate fate, std::uint32_t count);
 

@@ -82,12 +82,14 @@ struct OpaqueAudioConverter {
     const size_t wanted = std::exchange(frames, 0);
     if (!listHolds(list, _destination, wanted)) return kAudioConverterErr_InvalidOutputSize;
 
-    const OutputPlanes out = planesOfList<std::byte>(_destination, list);
+    OutputPlanes out = planesOfList<std::byte>(_destination, list);
     size_t produced = 0;
     OSStatus status = noErr;
     while (status == noErr) {
-      produced += _engine->produce(_pending, out.advancedBy(produced), wanted - produced);
+      const size_t count = _engine->produce(_pending, out, wanted - produced);
+      produced += count;
       if (produced == wanted || _ended) break;
+      if (count > 0) out = out.advancedBy(count);
       status = pull(proc, userData, wanted - produced);
     }
     holdPending();

@@ -92,6 +92,7 @@ class SampleEngine final : public ConversionEngine {
 
   size_t produce(PendingInput& input, const OutputPlanes& out, size_t frames) override {
     const size_t total = std::min(frames, input.frames);
+    if (total == 0) return 0;
     if (_canSkipReading && isAligned<Work>(input.planes)) {
       // Without a copy into lanes, floats that lie in planes become integers in half the time.
       _writer.write(_lanes.outputsFrom(input.planes.channel.data()).data(), total, out);

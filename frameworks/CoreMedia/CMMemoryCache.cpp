@@ -33,7 +33,8 @@ namespace {
 constexpr std::size_t SmallestBlock = 64;
 constexpr std::size_t LargestBlock = 65536;  // 1,024 frames of 16 channels of 32 bits
 constexpr std::size_t ShelfCount = std::bit_width(LargestBlock) - std::bit_width(SmallestBlock) + 1;
-constexpr std::size_t PlacesPerShelf = 16;
+constexpr std::size_t PlacesPerShelf = 64;
+constexpr std::size_t LargestStockedBlock = 512;  // samples and blocks themselves; the sound in them is larger
 
 /// Free blocks of one size, a power of two. A place changes hands by a single exchange, so there is no list
 /// to tear and no way to hand out one block twice.
@@ -58,8 +59,23 @@ class Shelf {
     return false;
   }
 
+  /// Fills the shelf at the first call, and says whether this was it. At any later moment more samples than ever may be
+  /// on their way, and that is no time to ask the system for memory.
+  bool stockUp(std::size_t blockSize) noexcept {
+    if (_isStocked.exchange(true, std::memory_order_relaxed)) return false;
+    for (std::size_t i = 0; i < PlacesPerShelf; ++i) {
+      void* const memory = std::malloc(blockSize);
+      if (!memory) break;
+      if (put(memory)) continue;
+      std::free(memory);
+      break;
+    }
+    return true;
+  }
+
  private:
   std::array<std::atomic<void*>, PlacesPerShelf> _places{};
+  std::atomic<bool> _isStocked{false};
 };
 
 // Without a constructor or destructor to run, so that objects may be freed at any point of the process's end.
@@ -78,8 +94,13 @@ bool isShelved(std::size_t size) noexcept {
 void* allocate(std::size_t size) noexcept {
   if (!isShelved(size)) return std::malloc(size);
   const std::size_t index = shelfIndex(size);
-  if (void* memory = shelves[index].take()) return memory;
-  return std::malloc(SmallestBlock << index);
+  const std::size_t blockSize = SmallestBlock << index;
+  Shelf& shelf = shelves[index];
+  if (void* memory = shelf.take()) return memory;
+  if (blockSize <= LargestStockedBlock && shelf.stockUp(blockSize)) {
+    if (void* memory = shelf.take()) return memory;
+  }
+  return std::malloc(blockSize);
 }
 
 void free(void* memory, std::size_t size) noexcept {

@@ -50,11 +50,15 @@ size_t CVPixelBufferGetDataSize(CVPixelBufferRef pixelBuffer);
 /// the pool when someone still holds them.
 typedef struct OpaqueCVPixelBufferPool* CVPixelBufferPoolRef;
 
+/// Key of the pool's attributes: how many buffers are made together with the pool, a number. Where memory is short, the
+/// rest are made when they are asked for.
+extern const CFStringRef kCVPixelBufferPoolMinimumBufferCountKey;
+
 /// Key of the auxiliary attributes below: how many buffers of the pool may be out at once, a number.
 extern const CFStringRef kCVPixelBufferPoolAllocationThresholdKey;
 
-/// `poolAttributes` is not read. `pixelBufferAttributes` holds pixel format, width and height;
-/// kCVReturnInvalidArgument when one is missing or no number, and the errors of CVPixelBufferCreate.
+/// `poolAttributes` may be null; only the key above is read. `pixelBufferAttributes` holds pixel format, width and
+/// height; kCVReturnInvalidArgument when one is missing or no number, and the errors of CVPixelBufferCreate.
 CVReturn CVPixelBufferPoolCreate(CFAllocatorRef allocator, CFDictionaryRef poolAttributes,
                                  CFDictionaryRef pixelBufferAttributes, CVPixelBufferPoolRef* poolOut);
 CVPixelBufferPoolRef CVPixelBufferPoolRetain(CVPixelBufferPoolRef pool);

@@ -6,6 +6,7 @@
 #include <new>
 #include <utility>
 
+const CFStringRef kCVPixelBufferPoolMinimumBufferCountKey = NSString::constant("MinimumBufferCount");
 const CFStringRef kCVPixelBufferPoolAllocationThresholdKey = NSString::constant("BufferPoolAllocationThreshold");
 
 CVReturn CVPixelBufferStore::take(std::uint64_t limit, Ref<OpaqueCVBuffer>* bufferOut) noexcept {
@@ -31,6 +32,14 @@ CVReturn CVPixelBufferStore::take(std::uint64_t limit, Ref<OpaqueCVBuffer>* buff
   const std::scoped_lock lock(_mutex);
   --_outCount;
   return kCVReturnAllocationFailed;
+}
+
+void CVPixelBufferStore::makeIdle(std::size_t count) noexcept {
+  for (; count > 0; --count) {
+    Ref<OpaqueCVBuffer> buffer = OpaqueCVBuffer::create(_layout, shared_from_this());
+    if (!buffer) return;
+    ++_outCount;  // until its handle gives it back
+  }
 }
 
 void CVPixelBufferStore::giveBack(OpaqueCVBuffer* buffer) noexcept {
@@ -99,7 +108,7 @@ CVReturn layoutFromAttributes(CFDictionaryRef attributes, CVPixelLayout* layoutO
 
 }  // namespace
 
-CVReturn CVPixelBufferPoolCreate(CFAllocatorRef, CFDictionaryRef, CFDictionaryRef pixelBufferAttributes,
+CVReturn CVPixelBufferPoolCreate(CFAllocatorRef, CFDictionaryRef poolAttributes, CFDictionaryRef pixelBufferAttributes,
                                  CVPixelBufferPoolRef* poolOut) {
   if (!poolOut) return kCVReturnInvalidArgument;
   *poolOut = nullptr;
@@ -107,7 +116,10 @@ CVReturn CVPixelBufferPoolCreate(CFAllocatorRef, CFDictionaryRef, CFDictionaryRe
   const CVReturn status = layoutFromAttributes(pixelBufferAttributes, &layout);
   if (status != kCVReturnSuccess) return status;
   try {
-    *poolOut = new OpaqueCVPixelBufferPool(std::make_shared<CVPixelBufferStore>(layout));
+    auto store = std::make_shared<CVPixelBufferStore>(layout);
+    *poolOut = new OpaqueCVPixelBufferPool(store);
+    const NSNumber* count = numberForKey(NSDictionary::from(poolAttributes), kCVPixelBufferPoolMinimumBufferCountKey);
+    if (count) store->makeIdle(sizeFromNumber(*count));
     return kCVReturnSuccess;
   } catch (const std::bad_alloc&) {
     return kCVReturnAllocationFailed;
@@ -127,6 +139,13 @@ void CVPixelBufferPoolSetFreeBufferHandler(CVPixelBufferPoolRef pool, std::funct
   if (pool) pool->store().setFreeBufferHandler(std::move(handler));
 }
 
+CVReturn CVPixelBufferPoolTake(CVPixelBufferPoolRef pool, std::uint64_t threshold, CVPixelBufferRef* bufferOut) {
+  Ref<OpaqueCVBuffer> buffer;
+  const CVReturn status = pool->store().take(threshold, &buffer);
+  *bufferOut = buffer.leak();
+  return status;
+}
+
 CVReturn CVPixelBufferPoolCreatePixelBuffer(CFAllocatorRef allocator, CVPixelBufferPoolRef pixelBufferPool,
                                             CVPixelBufferRef* pixelBufferOut) {
   return CVPixelBufferPoolCreatePixelBufferWithAuxAttributes(allocator, pixelBufferPool, nullptr, pixelBufferOut);
@@ -140,8 +159,5 @@ CVReturn CVPixelBufferPoolCreatePixelBufferWithAuxAttributes(CFAllocatorRef, CVP
   if (!pixelBufferPool) return kCVReturnInvalidArgument;
 
   const NSNumber* threshold = numberForKey(NSDictionary::from(auxAttributes), kCVPixelBufferPoolAllocationThresholdKey);
-  Ref<OpaqueCVBuffer> buffer;
-  const CVReturn status = pixelBufferPool->store().take(threshold ? sizeFromNumber(*threshold) : kNoLimit, &buffer);
-  *pixelBufferOut = buffer.leak();
-  return status;
+  return CVPixelBufferPoolTake(pixelBufferPool, threshold ? sizeFromNumber(*threshold) : kNoLimit, pixelBufferOut);
 }

@@ -16,6 +16,9 @@ class CVPixelBufferStore : public std::enable_shared_from_this<CVPixelBufferStor
  public:
   explicit CVPixelBufferStore(const CVPixelLayout& layout) noexcept : _layout(layout) {}
 
+  /// Makes idle buffers, as many as there is memory for. Before the store is shared.
+  void makeIdle(std::size_t count) noexcept;
+
   /// An idle buffer or a new one. kCVReturnWouldExceedAllocationThreshold when `limit` buffers or more are out.
   CVReturn take(std::uint64_t limit, Ref<OpaqueCVBuffer>* bufferOut) noexcept;
 
@@ -39,6 +42,10 @@ class CVPixelBufferStore : public std::enable_shared_from_this<CVPixelBufferStor
   std::mutex _handlerLock;  // held while the handler runs
   std::function<void()> _freeBufferHandler;
 };
+
+/// What CVPixelBufferPoolCreatePixelBufferWithAuxAttributes does when its attributes say `threshold`; a running camera
+/// has no dictionary to be read for every frame.
+CVReturn CVPixelBufferPoolTake(CVPixelBufferPoolRef pool, std::uint64_t threshold, CVPixelBufferRef* bufferOut);
 
 /// Calls `handler`, which must not throw, each time that a buffer comes back after a request exceeded its threshold: it
 /// runs on the thread that let go of the buffer, with no lock of the pool's buffers held, and may not give this pool's

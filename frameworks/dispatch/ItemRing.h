@@ -22,14 +22,15 @@ class ItemRing {
   Item pop() noexcept {
     assert(!isEmpty());
     const Item item = _slots[_first];
-    _first = (_first + 1) % _slots.size();
     --_count;
+    // An empty ring begins anew, so that one item at a time always passes through the same piece of cache.
+    _first = _count == 0 ? 0 : (_first + 1) % _slots.size();
     return item;
   }
 
  private:
   void grow() {
-    constexpr std::size_t InitialSize = 8;
+    constexpr std::size_t InitialSize = 512;  // more than waits on a capture queue whose delegate is late
     std::vector<Item> larger(_slots.empty() ? InitialSize : _slots.size() * 2);
     for (std::size_t index = 0; index < _count; ++index) larger[index] = _slots[(_first + index) % _slots.size()];
     _slots.swap(larger);

@@ -50,9 +50,12 @@ struct LaneState {
     return !ended;
   }
 
-  void waitForChange(Nanoseconds deadline) {
+  /// Begins a round when there was a wake or the time has come.
+  bool waitForRound(Nanoseconds deadline) {
     std::unique_lock lock(mutex);
     waitUntil(changed, lock, deadline, [this] { return woken || ended; });
+    woken = false;
+    return !ended;
   }
 };
 
@@ -61,12 +64,14 @@ thread_local const LaneState* laneOfThisThread = nullptr;
 /// The client may destroy the lane, and itself with it, in any of its items: nothing but the state is
 /// touched between an item and the next round.
 void runLane(LaneState& state, LaneClient& client) {
-  while (state.beginRound()) {
+  bool goesOn = state.beginRound();
+  while (goesOn) {
     const Nanoseconds due = client.nextItemTime();
-    if (due != Never && due <= monotonicTime()) {
+    if (due <= 0 || (due != Never && due <= monotonicTime())) {  // for what is to run at once, the clock is not read
       client.runNextItem();
+      goesOn = state.beginRound();
     } else {
-      state.waitForChange(due);
+      goesOn = state.waitForRound(due);
     }
   }
 }

@@ -4,6 +4,7 @@
 #include <dispatch/ItemRing.h>
 #include <dispatch/Scheduler.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
@@ -45,6 +46,8 @@ struct OpaqueDispatchQueue final : NSObject, private runtime::LaneClient {
   explicit OpaqueDispatchQueue(std::string name) noexcept : label(std::move(name)) {}
 
   void runAsynchronously(const Item& item) noexcept;
+  bool enqueue(const Item& item) noexcept;
+  void wake() noexcept { _lane->wake(); }
   void runSynchronously(void* context, dispatch_function_t work) noexcept;
 
   const std::string label;
@@ -56,13 +59,17 @@ struct OpaqueDispatchQueue final : NSObject, private runtime::LaneClient {
 
   bool isIdle() const noexcept { return !_running && _items.isEmpty(); }
   void push(const Item& item);
+  bool pushAsynchronous(const Item& item);
+  void setRunning(bool isRunning);
   void runInline(const Item& item);
   bool finishItem();
   void destroy();
 
   std::mutex _mutex;
   ItemRing<Item> _items;
-  bool _running = false;    ///< An item is under way.
+  bool _running = false;  ///< An item is under way.
+  /// Whether the lane has an item to run. Written under the lock, read without it: a wake finds its item a lock sooner.
+  std::atomic<bool> _hasNext{false};
   bool _abandoned = false;  ///< The last reference is gone; whoever finishes the last item destroys the queue.
   std::unique_ptr<runtime::Lane> _lane;
 };
@@ -70,7 +77,27 @@ struct OpaqueDispatchQueue final : NSObject, private runtime::LaneClient {
 /// With the lock held. The lane starts under the lock, so that it cannot run before it is known here.
 void OpaqueDispatchQueue::push(const Item& item) {
   _items.push(item);
+  _hasNext.store(!_running, std::memory_order_relaxed);
   if (!_lane) _lane = runtime::Scheduler::current().makeLane(label, *this);
+}
+
+/// With the lock held.
+void OpaqueDispatchQueue::setRunning(bool isRunning) {
+  _running = isRunning;
+  _hasNext.store(!isRunning && !_items.isEmpty(), std::memory_order_relaxed);
+}
+
+/// With the lock held. True when the lane is to be woken. Otherwise it looks for the next item by itself, or whoever
+/// runs an item inline, or has added one before, wakes it.
+bool OpaqueDispatchQueue::pushAsynchronous(const Item& item) {
+  const bool wasIdle = isIdle();
+  push(item);
+  return wasIdle;
+}
+
+bool OpaqueDispatchQueue::enqueue(const Item& item) noexcept {
+  const std::lock_guard lock(_mutex);
+  return pushAsynchronous(item);
 }
 
 void OpaqueDispatchQueue::runAsynchronously(const Item& item) noexcept {
@@ -78,13 +105,10 @@ void OpaqueDispatchQueue::runAsynchronously(const Item& item) noexcept {
   Ref<OpaqueDispatchQueue> keptWhileWaking;
   {
     const std::lock_guard lock(_mutex);
-    const bool wasIdle = isIdle();
-    push(item);
-    // Otherwise the lane looks for the next item by itself, or whoever runs an item inline wakes it.
-    if (!wasIdle) return;
+    if (!pushAsynchronous(item)) return;
     keptWhileWaking = Ref<OpaqueDispatchQueue>::retain(this);
   }
-  _lane->wake();
+  wake();
 }
 
 void OpaqueDispatchQueue::runSynchronously(void* context, dispatch_function_t work) noexcept {
@@ -92,7 +116,7 @@ void OpaqueDispatchQueue::runSynchronously(void* context, dispatch_function_t wo
   {
     std::unique_lock lock(_mutex);
     if (isIdle()) {
-      _running = true;
+      setRunning(true);
       lock.unlock();
       runInline({context, work, nullptr});
       return;
@@ -108,15 +132,14 @@ void OpaqueDispatchQueue::runInline(const Item& item) {
   bool itemsWait = false;
   {
     const std::lock_guard lock(_mutex);
-    _running = false;
+    setRunning(false);
     itemsWait = !_items.isEmpty();
   }
   if (itemsWait) _lane->wake();
 }
 
 runtime::Nanoseconds OpaqueDispatchQueue::nextItemTime() {
-  const std::lock_guard lock(_mutex);
-  return !_running && !_items.isEmpty() ? 0 : runtime::Never;
+  return _hasNext.load(std::memory_order_relaxed) ? 0 : runtime::Never;
 }
 
 void OpaqueDispatchQueue::runNextItem() {
@@ -125,7 +148,7 @@ void OpaqueDispatchQueue::runNextItem() {
     const std::lock_guard lock(_mutex);
     if (_running || _items.isEmpty()) return;
     item = _items.pop();
-    _running = true;
+    setRunning(true);
   }
   runItem(this, item, item.caller ? item.caller->callerActivity : nullptr);
   if (finishItem()) destroy();
@@ -136,7 +159,7 @@ void OpaqueDispatchQueue::runNextItem() {
 /// True when the finished item was the last one of a queue to which nobody refers any more.
 bool OpaqueDispatchQueue::finishItem() {
   const std::lock_guard lock(_mutex);
-  _running = false;
+  setRunning(false);
   return _abandoned && _items.isEmpty();
 }
 
@@ -179,6 +202,14 @@ const char* dispatch_queue_get_label(dispatch_queue_t queue) {
 
 void dispatch_async_f(dispatch_queue_t queue, void* context, dispatch_function_t work) {
   if (queue && work) queue->runAsynchronously({context, work, nullptr});
+}
+
+bool dispatch_enqueue_f(dispatch_queue_t queue, void* context, dispatch_function_t work) {
+  return queue && work && queue->enqueue({context, work, nullptr});
+}
+
+void dispatch_wake(dispatch_queue_t queue) {
+  if (queue) queue->wake();
 }
 
 void dispatch_sync_f(dispatch_queue_t queue, void* context, dispatch_function_t work) {

@@ -50,6 +50,12 @@ CF_EXTERN_C_END
 #include <memory>
 #include <type_traits>
 
+/// Adds an item as dispatch_async_f does, in two steps, for a caller whose lock the item takes: the first under the
+/// lock, which keeps the order; the second behind it, so that the queue's thread does not run into the lock. When the
+/// first returns true, the second must follow; until then the caller holds the queue.
+[[nodiscard]] bool dispatch_enqueue_f(dispatch_queue_t queue, void* context, dispatch_function_t work);
+void dispatch_wake(dispatch_queue_t queue);
+
 /// Runs `block` as dispatch_sync_f does.
 template <typename Block>
 void dispatch_sync(dispatch_queue_t queue, Block&& block) {
