@@ -39,8 +39,8 @@ class Host {
         [this] { capture(); },
         [this] { ask(); },
         [this] { set(); },
-        [this] { fuzz::Machine::sleep(_input.ConsumeIntegral<std::uint16_t>() * 100); },
-        [this] { fuzz::Machine::run(_input.ConsumeIntegral<std::uint8_t>() / 100.0); },
+        [this] { test::SimulationScheduler::sleepFor(_input.ConsumeIntegral<std::uint16_t>() * 100u); },
+        [this] { NSRunLoop::mainRunLoop().runForSeconds(_input.ConsumeIntegral<std::uint8_t>() / 100.0); },
         [this] { BRV_RegisterLocalizeStringCallback(maybe(translate)); },
         [this] { BRV_RegisterPreferenceCallback(maybe(getPreference), maybe(setPreference), maybe(this)); },
         [this] { BRV_RegisterLogCallback(nullptr, maybe(log), maybe(this)); },
@@ -56,9 +56,9 @@ class Host {
         [this] { text([this](char* to, int* length) { BRV_GetSourceId(nullptr, _number, to, length); }); },
         [this] { text([this](char* to, int* n) { BRV_GetSourceDisplayName(nullptr, _source, nullptr, to, n); }); },
         [this] { text([this](char* to, int* n) { BRV_GetErrorMessage(nullptr, nullptr, _number, to, n); }); },
-        [this] { record([this](char* to, int* n) { BRV_QueryParameterOptions(nullptr, _source, _name, to, n); }); },
-        [this] { record([this](char* to, int* length) { BRV_GetSourceSettings(nullptr, _source, to, length); }); },
-        [this] { record([this](char* to, int* n) { BRV_GetValidParameterValues(nullptr, _source, to, n); }); },
+        [this] { text([this](char* to, int* n) { BRV_QueryParameterOptions(nullptr, _source, _name, to, n); }, true); },
+        [this] { text([this](char* to, int* n) { BRV_GetSourceSettings(nullptr, _source, to, n); }, true); },
+        [this] { text([this](char* to, int* n) { BRV_GetValidParameterValues(nullptr, _source, to, n); }, true); },
     };
     _number = _input.number();
     _name = _input.PickValueInArray(Names);
@@ -135,8 +135,7 @@ class Host {
 
   /// Both calls, the copy into exactly as much memory as the first one said. Of a record, another length may be asked
   /// for.
-  template <typename Function>
-  void text(Function function, bool isRecord = false) {
+  void text(const std::function<void(char*, int*)>& function, bool isRecord = false) {
     int length = 0;
     function(nullptr, &length);
     fuzz::require(length >= 0);
@@ -144,11 +143,6 @@ class Host {
     if (isRecord && _number <= length) length = _number;
     function(nullptr, nullptr);
     if (_input.ConsumeBool()) function(buffer.data(), &length);
-  }
-
-  template <typename Function>
-  void record(Function function) {
-    text(function, true);
   }
 
   void ask() {

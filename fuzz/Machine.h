@@ -22,7 +22,7 @@ class Machine {
  public:
   explicit Machine(std::shared_ptr<hardware::Provider> provider) {
     hardware::installSystemProvider(std::move(provider));
-    zThread::SetSleepFunction([](unsigned microseconds) { Machine::sleep(microseconds); });
+    zThread::SetSleepFunction(test::SimulationScheduler::sleepFor);
     zTrace::Default().SetSink([](const char*) {});
   }
 
@@ -32,14 +32,6 @@ class Machine {
     NSRunLoop::mainRunLoop().runUntilIdle();
     require(NSObject::liveObjectCount() == _objectsBefore && runtime::liveLaneCount() == 0);
   }
-
-  static void sleep(std::int64_t microseconds) {
-    auto& scheduler = runtime::Scheduler::current();
-    scheduler.sleepUntil(scheduler.now() + microseconds * 1000);
-  }
-
-  /// Runs the main loop, and with it everything else.
-  static void run(double seconds) { NSRunLoop::mainRunLoop().runForSeconds(seconds); }
 
  private:
   const std::int64_t _objectsBefore = NSObject::liveObjectCount();

@@ -1,18 +1,22 @@
-// Settings as text: what is read is written and read again as the same, and applied to a source.
+// Settings as text: what is read is written and read again as the same, from memory as from a file, and applied to a
+// source; and files of preferences.
 
 #include <lumora/zBuffer.h>
 #include <lumora/zRecord.h>
 #include <lumora/zXML.h>
 
+#include "AVCapturePrefs.h"
 #include "Machine.h"
 #include "support/FakeHardware.h"
 
 namespace {
 
-void checkRoundTrip(const std::string& text) {
+void checkRoundTrip(const std::string& text, const std::string& path) {
   zRecord record, again;
-  if (zXML::ParseBuffer(zXML::Mode, &record, text.data(), static_cast<int>(text.size())) != zXML::Success) return;
+  const int result = zXML::ParseBuffer(zXML::Mode, &record, text.data(), static_cast<int>(text.size()));
+  fuzz::require(zXML::ParseFile(zXML::Mode, &again, path.c_str()) == result && record == again);
   for (const bool isIndented : {false, true}) {
+    if (result != zXML::Success) return;
     zBuffer written(0, 0);
     fuzz::require(zXML::RecordToBuffer(&written, record, zXML::Format, true, isIndented) == zXML::Success);
     fuzz::require(zXML::ParseBuffer(zXML::Mode, &again, written.Data(), static_cast<int>(written.Length())) == 0);
@@ -23,8 +27,10 @@ void checkRoundTrip(const std::string& text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string text(reinterpret_cast<const char*>(data), size);
-  checkRoundTrip(text);
+  static const fuzz::MemoryFile file;
+  const std::string text(reinterpret_cast<const char*>(data), size), path = file.holding(data, size);
+  checkRoundTrip(text, path);
+  const AV::CapturePrefs preferences(path);
 
   auto provider = std::make_shared<fake::Provider>();
   provider->plug(fake::camera("Camera", "c", {"m"}));

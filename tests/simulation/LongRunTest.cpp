@@ -24,54 +24,18 @@ namespace test {
 namespace {
 
 // What is drawn is not the point: the pictures are small.
-constexpr const char* Machine = R"(
-[device]
-id = cam
-name = Webcam
-media = video
-links = mic
-video format = 64x36 2vuy, rates 30
-clock drift = 200 ppm
-clock jitter = 2 ms
-video fault = lost frame, every 97
-
-[device]
-id = mic
-name = Webcam Microphone
-media = audio
-audio format = 48000 Hz, 32-bit float, stereo
-audio buffer = 1024
-clock drift = 200 ppm
-
-[device]
-id = pocket
-name = Pocket
-media = muxed
-video format = 64x36 mp2t, rates 25
-audio format = 44100 Hz, 16-bit integer, stereo
-audio buffer = 2048
-clock drift = -200 ppm
-clock jitter = 1 ms
-video fault = timescale 90000, every 1000
-
-[device]
-id = door
-name = Door
-media = video
-video format = 64x36 2vuy, rates 29.97
-clock jitter = 5 ms
-video fault = no image, every 500
-video fault = timescale 600, every 2500
-
-[device]
-id = deck
-name = Deck
-media = muxed
-video format = 64x36 mp2t, rates 30
-audio format = 44100 Hz, 16-bit integer, stereo
-audio buffer = 2048
-clock drift = 200 ppm
-)";
+constexpr const char* Machine =
+    "[device]\nid = cam\nname = Webcam\nmedia = video\nlinks = mic\nvideo format = 64x36 2vuy, rates 30\n"
+    "clock drift = 200 ppm\nclock jitter = 2 ms\nvideo fault = lost frame, every 97\n"
+    "[device]\nid = mic\nname = Webcam Microphone\nmedia = audio\naudio format = 48000 Hz, 32-bit float, stereo\n"
+    "audio buffer = 1024\nclock drift = 200 ppm\n"
+    "[device]\nid = pocket\nname = Pocket\nmedia = muxed\nvideo format = 64x36 mp2t, rates 25\n"
+    "audio format = 44100 Hz, 16-bit integer, stereo\naudio buffer = 2048\nclock drift = -200 ppm\n"
+    "clock jitter = 1 ms\nvideo fault = timescale 90000, every 1000\n"
+    "[device]\nid = door\nname = Door\nmedia = video\nvideo format = 64x36 2vuy, rates 29.97\nclock jitter = 5 ms\n"
+    "video fault = no image, every 500\nvideo fault = timescale 600, every 2500\n"
+    "[device]\nid = deck\nname = Deck\nmedia = muxed\nvideo format = 64x36 mp2t, rates 30\n"
+    "audio format = 44100 Hz, 16-bit integer, stereo\naudio buffer = 2048\nclock drift = 200 ppm\n";
 
 constexpr double HostRate = 44100;
 
@@ -96,10 +60,7 @@ struct Reception {
 class LongRunTest : public FrameworkTest {
  protected:
   LongRunTest() {
-    zThread::SetSleepFunction([](unsigned microseconds) {
-      auto& current = runtime::Scheduler::current();
-      current.sleepUntil(current.now() + microseconds * runtime::Nanoseconds{1000});
-    });
+    zThread::SetSleepFunction(SimulationScheduler::sleepFor);
     provider = rigs::install(Machine);
     self = this;
   }

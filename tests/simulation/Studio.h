@@ -6,17 +6,15 @@
 #include <AVFoundation/SampleLedger.h>
 #include <Foundation/MainLoop.h>
 #include <Foundation/NSNotification.h>
-#include <lumora/zBuffer.h>
-#include <lumora/zRecord.h>
 #include <lumora/zThread.h>
 #include <lumora/zTrace.h>
-#include <lumora/zXML.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -66,10 +64,7 @@ class Studio {
     _devices = {fake::camera("Camera", "c", {"m"}), fake::microphone("Mic", "m", {"c"})};
     if (plan.hasCamcorder) _devices.push_back(fake::camcorder("Deck", "k"));
     _provider = fake::install(_devices);
-    zThread::SetSleepFunction([](unsigned microseconds) {
-      auto& scheduler = runtime::Scheduler::current();
-      scheduler.sleepUntil(scheduler.now() + microseconds * runtime::Nanoseconds{1000});
-    });
+    zThread::SetSleepFunction(SimulationScheduler::sleepFor);
     zTrace::Default().SetSink([](const char*) {});
   }
 
@@ -218,46 +213,23 @@ class Studio {
     AV_LOG(2, "Nobody hears this.\n");
   }
 
-  enum HostAction : std::size_t {
-    RegisterVideo,
-    UnregisterVideo,
-    RegisterAudio,
-    UnregisterAudio,
-    SetVideoFormat,
-    SetAudioFormat,
-    Disconnect,
-    RegisterLog,
-    Restart,
-    Ask,
-    TurnLoop,  ///< by a host on the main thread
-  };
-
-  std::size_t chooseAction() { return choose(_plan.hostIsMainThread ? TurnLoop + 1 : TurnLoop); }
+  std::size_t chooseAction() { return choose(_plan.hostIsMainThread ? 11 : 10); }
 
   void act(std::size_t action) {
-    switch (action) {
-      case RegisterVideo:
-      case UnregisterVideo:
-        return registerData(chooseSource(), true, action == RegisterVideo);
-      case RegisterAudio:
-      case UnregisterAudio:
-        return registerData(chooseSource(), false, action == RegisterAudio);
-      case SetVideoFormat:
-        return set(chooseSource(), "Video Settings", 0);
-      case SetAudioFormat:
-        return set(chooseSource(), "Audio Settings", 1);
-      case Disconnect:
-        return disconnect();
-      case RegisterLog:
-        return registerLog();
-      case Restart:
-        end();
-        return begin();
-      case Ask:
-        return ask();
-      default:
-        NSRunLoop::mainRunLoop().runOneBlock(0);
-    }
+    static const std::function<void(Studio&)> actions[] = {
+        [](Studio& self) { self.registerData(self.chooseSource(), true, true); },
+        [](Studio& self) { self.registerData(self.chooseSource(), true, false); },
+        [](Studio& self) { self.registerData(self.chooseSource(), false, true); },
+        [](Studio& self) { self.registerData(self.chooseSource(), false, false); },
+        [](Studio& self) { self.set(self.chooseSource(), "Video Settings", 0); },
+        [](Studio& self) { self.set(self.chooseSource(), "Audio Settings", 1); },
+        [](Studio& self) { self.disconnect(); },
+        [](Studio& self) { self.registerLog(); },
+        [](Studio& self) { self.end(), self.begin(); },
+        [](Studio& self) { self.ask(); },
+        [](Studio&) { NSRunLoop::mainRunLoop().runOneBlock(0); },  // of a host on the main thread
+    };
+    actions[action](*this);
   }
 
   /// Behind a registration the former callback is not running and will not be called, and without a new one the whole
@@ -282,14 +254,9 @@ class Studio {
   void set(const std::string& source, const char* parameter, int value) {
     step(parameter, source);
     wake(source);
-    zRecord settings("settings");
-    auto* const record = new zRecord("parameter");
-    record->SetCString("name", parameter, 0);
-    record->SetInt32("value", value, 0);
-    settings.AddChild(record, zRecord::AtEnd);
-    zBuffer buffer(0, 0);
-    zXML::RecordToBuffer(&buffer, settings, zXML::Format, true, false);
-    const std::string text(buffer.Data(), buffer.Length());
+    const std::string text = R"(<record name="settings"><record name="parameter"><text name="name" value=")" +
+                             std::string(parameter) + R"("/><int32 name="value" value=")" + std::to_string(value) +
+                             R"("/></record></record>)";
     BRV_SetSourceSettings(nullptr, source.c_str(), text.c_str());
   }
 
@@ -378,18 +345,11 @@ class Studio {
     if (_plan.callbackAction == CallbackAction::Asks) return ask();
     if (_isCalling) return;
     _isCalling = context.isActing = true;
-    switch (_plan.callbackAction) {
-      case CallbackAction::UnregistersItself:
-        registerData(context.source, context.isVideo, false);
-        break;
-      case CallbackAction::RegistersAnew:
-        registerData(context.source, context.isVideo, true);
-        break;
-      case CallbackAction::UnregistersTheOther:
-        registerData(context.source, !context.isVideo, false);
-        break;
-      default:
-        disconnect();
+    if (_plan.callbackAction == CallbackAction::DisconnectsAll) {
+      disconnect();
+    } else {
+      registerData(context.source, context.isVideo != (_plan.callbackAction == CallbackAction::UnregistersTheOther),
+                   _plan.callbackAction == CallbackAction::RegistersAnew);
     }
     _isCalling = context.isActing = false;
   }

@@ -1,10 +1,6 @@
 #include "support/SimulationScheduler.h"
 
-#include <execinfo.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
@@ -88,6 +84,11 @@ SimulationScheduler* SimulationScheduler::active() {
   return inForce;
 }
 
+void SimulationScheduler::sleepFor(unsigned microseconds) {
+  Scheduler& scheduler = current();
+  scheduler.sleepUntil(scheduler.now() + microseconds * Nanoseconds{1000});
+}
+
 void SimulationScheduler::sleepUntil(Nanoseconds time) {
   waitUntil(nullptr, nullptr, time);
 }
@@ -157,7 +158,6 @@ void SimulationScheduler::suspend(Line& self, Line& next) {
   _current = &next;
   self.fiber->switchTo(*next.fiber);
   runtime::innermostActivity() = self.activity;
-  if (_isStandingStill) reportStandstill();
 }
 
 /// What a fiber other than the main thread's does: an item, or the body of a line, at a time.
@@ -231,23 +231,12 @@ SimulationScheduler::Line& SimulationScheduler::pick(const Line* excluded) {
   return *_candidates[chosen].line;
 }
 
-/// Goes from line to line, so that each can say where it waits.
-void SimulationScheduler::reportStandstill() {
-  if (_isStandingStill) {
-    std::fprintf(stderr, "%s\n", _current->name.c_str());
-    std::array<void*, 64> frames{};
-    backtrace_symbols_fd(frames.data(), backtrace(frames.data(), static_cast<int>(frames.size())), STDERR_FILENO);
-    _current->isEnding = true;
-  } else {
-    std::fprintf(stderr, "nothing will ever happen; these wait for each other:\n");
-    _isStandingStill = true;
+void SimulationScheduler::reportStandstill() const {
+  std::fprintf(stderr, "nothing will ever happen; these wait for each other:\n");
+  for (const auto& line : _lines) {
+    if (line->fiber) std::fprintf(stderr, "%s\n", line->name.c_str());
   }
-  const auto next = std::ranges::find_if(_lines, [](const auto& line) { return line->fiber && !line->isEnding; });
-  if (next == _lines.end()) std::abort();
-  Fiber& here = *_current->fiber;
-  _current = next->get();
-  if (_current->fiber != &here) here.switchTo(*_current->fiber);
-  reportStandstill();
+  std::abort();
 }
 
 }  // namespace test

@@ -53,6 +53,9 @@ class SimulationScheduler final : public runtime::Scheduler {
   std::unique_ptr<runtime::Lane> makeLane(std::string_view name, runtime::LaneClient& client) override;
   bool isMainThread() override { return _current == _main; }
 
+  /// What zThread's sleep is replaced with.
+  static void sleepFor(unsigned microseconds);
+
   void setTime(Time time) { _time = time; }
 
   /// Lets time pass without anyone running, as when the machine is busy.
@@ -100,7 +103,7 @@ class SimulationScheduler final : public runtime::Scheduler {
   void collectCandidates(const Line* excluded);
   Line& pick(const Line* excluded = nullptr);
   runtime::Nanoseconds dueTime(Line& line);
-  [[noreturn]] void reportStandstill();
+  [[noreturn]] void reportStandstill() const;
   void erase(const Line& line);
 
   Chooser* const _chooser;
@@ -110,7 +113,6 @@ class SimulationScheduler final : public runtime::Scheduler {
   std::uint64_t _locks = 0;  ///< that could have been interrupted so far
   bool _isChoosing = false;
   bool _isInterruptible = false;
-  bool _isStandingStill = false;
 
   std::vector<std::unique_ptr<Line>> _lines;
   Line* _main;

@@ -19,6 +19,8 @@ constexpr AudioFormatFlags kIntFlags = kAudioFormatFlagIsSignedInteger | kAudioF
 constexpr OSStatus kNoMoreForNow = 0x6E6F6D6F;  // 'nomo', known to these tests alone
 
 using Description = AudioStreamBasicDescription;
+using Bytes = std::vector<std::byte>;
+using Buffers = std::vector<Bytes>;  ///< one for each buffer of an AudioBufferList
 
 inline Description pcm(double rate, UInt32 channels, UInt32 bits, AudioFormatFlags flags, UInt32 container = 0) {
   if (container == 0) container = bits / 8;
@@ -30,38 +32,14 @@ Description of(double rate, UInt32 channels, AudioFormatFlags flags = 0) {
   return pcm(rate, channels, 8 * sizeof(Sample), flags | (std::is_integral_v<Sample> ? kIntFlags : kFloatFlags));
 }
 
-using Bytes = std::vector<std::byte>;
-using Buffers = std::vector<Bytes>;  ///< one for each buffer of an AudioBufferList
-
-inline size_t buffersIn(const Description& format) {
-  return format.mFormatFlags & kPlanar ? format.mChannelsPerFrame : 1;
-}
-
-inline void append(Buffers& all, const Buffers& piece) {
-  all.resize(piece.size());
-  for (size_t b = 0; b < all.size(); ++b) all[b].insert(all[b].end(), piece[b].begin(), piece[b].end());
-}
-
-/// An AudioBufferList of up to eight buffers, over memory of the test's.
-struct BufferList {
-  BufferList(const Description& format, Buffers& buffers) : count(static_cast<UInt32>(buffers.size())) {
-    const UInt32 channels = count > 1 ? 1 : format.mChannelsPerFrame;
-    for (UInt32 b = 0; b < count; ++b) at[b] = {channels, static_cast<UInt32>(buffers[b].size()), buffers[b].data()};
-  }
-  AudioBufferList* get() { return reinterpret_cast<AudioBufferList*>(this); }
-
-  UInt32 count;
-  AudioBuffer at[8];
-};
-
 /// Input for a converter, handed over `chunk` frames at a time (0: all at once), then `statusAtEnd`: 0 ends the input.
 struct Feed {
   Description format;
   Buffers buffers;
   size_t chunk = 0;
   OSStatus statusAtEnd = noErr;
-  size_t given = 0;
   size_t available = SIZE_MAX;  ///< frames that have arrived so far
+  size_t given = 0;
   size_t calls = 0;
   std::vector<std::unique_ptr<std::byte[]>> piece{};  ///< what was handed out last
 
@@ -71,20 +49,19 @@ struct Feed {
     ++feed.calls;
     EXPECT_GE(*packets, 1u);
     EXPECT_EQ(list->mNumberBuffers, feed.buffers.size());
-    size_t count = std::min(feed.available, feed.buffers[0].size() / feed.format.mBytesPerFrame) - feed.given;
+    const size_t frameBytes = feed.format.mBytesPerFrame;
+    size_t count = std::min(feed.available, feed.buffers[0].size() / frameBytes) - feed.given;
     if (feed.chunk > 0) count = std::min(count, feed.chunk);
     *packets = static_cast<UInt32>(count);
     if (count == 0) return feed.statusAtEnd;
 
     // Memory of exactly the size promised, so that a sanitizer sees a read past it; the last piece is gone by then.
     feed.piece.clear();
-    const size_t size = count * feed.format.mBytesPerFrame;
     for (size_t b = 0; b < feed.buffers.size(); ++b) {
-      feed.piece.push_back(std::make_unique<std::byte[]>(size));
-      std::memcpy(feed.piece[b].get(), feed.buffers[b].data() + feed.given * feed.format.mBytesPerFrame, size);
       AudioBuffer& buffer = (&list->mBuffers[0])[b];
-      buffer.mData = feed.piece[b].get();
-      buffer.mDataByteSize = static_cast<UInt32>(size);
+      buffer.mDataByteSize = static_cast<UInt32>(count * frameBytes);
+      buffer.mData = feed.piece.emplace_back(std::make_unique<std::byte[]>(count * frameBytes)).get();
+      std::memcpy(buffer.mData, feed.buffers[b].data() + feed.given * frameBytes, count * frameBytes);
     }
     feed.given += count;
     return noErr;
@@ -103,26 +80,34 @@ class Converter {
 
   /// Asks once for `frames` frames; `out` holds what came.
   OSStatus fill(Feed& feed, size_t frames, Buffers& out) {
-    out.assign(buffersIn(_destination), Bytes(frames * _destination.mBytesPerFrame));
-    BufferList list(_destination, out);
+    const size_t frameBytes = _destination.mBytesPerFrame;
+    const bool isPlanar = _destination.mFormatFlags & kPlanar;
+    out.assign(isPlanar ? _destination.mChannelsPerFrame : 1, Bytes(frames * frameBytes));
+    struct {
+      UInt32 count;
+      AudioBuffer at[8];
+    } list{static_cast<UInt32>(out.size()), {}};
+    for (size_t b = 0; b < out.size(); ++b) {
+      list.at[b] = {isPlanar ? 1 : _destination.mChannelsPerFrame, static_cast<UInt32>(out[b].size()), out[b].data()};
+    }
     auto packets = static_cast<UInt32>(frames);
-    const OSStatus status =
-        AudioConverterFillComplexBuffer(_converter, &Feed::proc, &feed, &packets, list.get(), nullptr);
+    const OSStatus status = AudioConverterFillComplexBuffer(_converter, &Feed::proc, &feed, &packets,
+                                                            reinterpret_cast<AudioBufferList*>(&list), nullptr);
     feed.piece.clear();  // as a caller may once a fill has returned
     for (size_t b = 0; b < out.size(); ++b) {
-      EXPECT_EQ(list.at[b].mDataByteSize, packets * _destination.mBytesPerFrame);
-      out[b].resize(packets * _destination.mBytesPerFrame);
+      EXPECT_EQ(list.at[b].mDataByteSize, packets * frameBytes);
+      out[b].resize(packets * frameBytes);
     }
     return status;
   }
 
-  /// Converts to the end of the input, asking for `request` frames at a time.
-  Buffers convertAll(Feed& feed, size_t request = 4096) {
-    Buffers all;
+  /// Asks for `request` frames at a time until fewer come; adds them to `all`. Returns what the last one did.
+  OSStatus fillFrom(Feed& feed, size_t request, Buffers& all) {
     for (Buffers piece;;) {
-      EXPECT_EQ(fill(feed, request, piece), noErr);
-      append(all, piece);
-      if (piece[0].size() < request * _destination.mBytesPerFrame) return all;
+      const OSStatus status = fill(feed, request, piece);
+      all.resize(piece.size());
+      for (size_t b = 0; b < all.size(); ++b) all[b].insert(all[b].end(), piece[b].begin(), piece[b].end());
+      if (piece[0].size() < request * _destination.mBytesPerFrame) return status;
     }
   }
 
@@ -134,7 +119,9 @@ class Converter {
 inline Buffers convert(const Description& source, const Description& destination, Buffers buffers, size_t chunk = 0,
                        size_t request = 4096) {
   Feed feed{.format = source, .buffers = std::move(buffers), .chunk = chunk};
-  return Converter(source, destination).convertAll(feed, request);
+  Buffers all;
+  EXPECT_EQ(Converter(source, destination).fillFrom(feed, request, all), noErr);
+  return all;
 }
 
 template <typename Sample>
@@ -143,22 +130,22 @@ Bytes bytesOf(const std::vector<Sample>& samples) {
   return {bytes, bytes + samples.size() * sizeof(Sample)};
 }
 
-template <typename Sample>
-std::vector<Sample> samplesOf(const Bytes& bytes) {
-  std::vector<Sample> samples(bytes.size() / sizeof(Sample));
-  if (!samples.empty()) std::memcpy(samples.data(), bytes.data(), bytes.size());
-  return samples;
+/// One channel of `Sample`s at the one rate, converted to the other.
+template <typename In, typename Out = In>
+std::vector<Out> resample(double from, double to, const std::vector<In>& samples) {
+  const Bytes bytes = convert(of<In>(from, 1), of<Out>(to, 1), {bytesOf(samples)}, 512)[0];
+  std::vector<Out> result(bytes.size() / sizeof(Out));
+  if (!result.empty()) std::memcpy(result.data(), bytes.data(), bytes.size());
+  return result;
 }
 
-/// A sine of `frequency` at `rate`, the same in each of the interleaved channels.
 template <typename Sample = double>
-std::vector<Sample> sine(double frequency, double rate, size_t frames, double amplitude, size_t channels = 1,
-                         double phase = 0.3) {
-  std::vector<Sample> samples;
+std::vector<Sample> sine(double frequency, double rate, size_t frames, double amplitude, double phase) {
+  std::vector<Sample> samples(frames);
   for (size_t n = 0; n < frames; ++n) {
     const double turn = std::fmod(frequency / rate * static_cast<double>(n), 1.0);
     const double value = amplitude * std::sin(2 * std::numbers::pi * turn + phase);
-    samples.insert(samples.end(), channels, static_cast<Sample>(value));
+    samples[n] = static_cast<Sample>(std::is_integral_v<Sample> ? std::nearbyint(value) : value);
   }
   return samples;
 }

@@ -9,23 +9,19 @@ namespace {
 constexpr AudioFormatFlags kBig = kAudioFormatFlagIsBigEndian;
 constexpr AudioFormatFlags kSigned = kAudioFormatFlagIsSignedInteger;
 constexpr AudioFormatFlags kHigh = kAudioFormatFlagIsAlignedHigh;
-constexpr AudioFormatFlags kHighSigned = kHigh | kSigned;
 
 struct SampleFormat {
   UInt32 bits, container;
   AudioFormatFlags flags;
 };
-
-std::vector<SampleFormat> everyFormat() {
-  std::vector<SampleFormat> all = {{8, 1, kIntFlags},    {8, 1, kAudioFormatFlagIsPacked},
-                                   {16, 2, kIntFlags},   {24, 3, kIntFlags},
-                                   {32, 4, kIntFlags},   {32, 4, kFloatFlags},
-                                   {64, 8, kFloatFlags}, {24, 4, kSigned},
-                                   {24, 4, kHighSigned}, {16, 3, kSigned},
-                                   {8, 2, kHigh}};
-  for (size_t i = 0; i < 11; ++i) all.push_back({all[i].bits, all[i].container, all[i].flags | kBig});
-  return all;
-}
+constexpr SampleFormat kFormats[] = {
+    {8, 1, kIntFlags},    {8, 1, kAudioFormatFlagIsPacked},
+    {16, 2, kIntFlags},   {24, 3, kIntFlags},
+    {32, 4, kIntFlags},   {32, 4, kFloatFlags},
+    {24, 4, kSigned},     {24, 4, kHigh | kSigned},
+    {64, 8, kFloatFlags}, {16, 3, kSigned},
+    {8, 2, kHigh},
+};
 
 // The plain way: one sample at a time, in double precision, from the words of the format's definition.
 double decode(const SampleFormat& format, const std::byte* at) {
@@ -57,17 +53,18 @@ void encode(const SampleFormat& format, double value, std::byte* at) {
   }
 }
 
-// Samples in every way worth converting: any value, values that lie half-way between two of another width, the limits.
+// Samples in every way worth converting: any value, ties of 16 bits, the limits and what lies beyond.
 Bytes randomSamples(const SampleFormat& format, size_t samples, unsigned seed) {
   constexpr double infinity = std::numeric_limits<double>::infinity();
+  constexpr double special[] = {
+      0.0,  -1.0, 1.0,   32767.5 / 32768, -32768.5 / 32768, 8388607.5 / 8388608,
+      1e-9, 1e30, -1e30, infinity,        -infinity,        std::numeric_limits<double>::quiet_NaN()};
   std::mt19937 random(seed);
   std::uniform_real_distribution<double> inside(-1.1, 1.1);
   Bytes bytes(samples * format.container);
-  const double special[] = {0.0,  -1.0, 1.0,  32767.5 / 32768, -32768.5 / 32768, 8388607.5 / 8388608, 1e-9,
-                            -3.0, 7.0,  1e30, -1e30,           infinity,         -infinity,           std::nan("")};
   for (size_t i = 0; i < samples; ++i) {
     double value = inside(random);
-    if (i % 3 == 1) value = std::nearbyint(value * 65536) / 65536;  // ties of 16 bits
+    if (i % 3 == 1) value = std::nearbyint(value * 65536) / 65536;
     if (i % 7 == 2) value = special[random() % std::size(special)];
     encode(format, value, &bytes[i * format.container]);
   }
@@ -84,14 +81,16 @@ Buffers splitIntoBuffers(const Bytes& interleaved, size_t container, size_t chan
 // Infinities end at the limits of integers, and NaN becomes silent.
 TEST(SampleConversion, OfEveryPairOfFormatsIsExactToTheLastBit) {
   constexpr size_t kFrames = 777;
+  std::vector<SampleFormat> formats(std::begin(kFormats), std::end(kFormats));
+  for (const SampleFormat& each : kFormats) formats.push_back({each.bits, each.container, each.flags | kBig});
   const struct {
     UInt32 channels;
     AudioFormatFlags source, destination;
   } layouts[] = {{2, 0, 0}, {2, kPlanar, 0}, {2, 0, kPlanar}, {1, 0, 0}, {5, kPlanar, 0}, {8, 0, kPlanar}};
   for (const auto& [channels, source, destination] : layouts) {
-    for (const SampleFormat& from : everyFormat()) {
+    for (const SampleFormat& from : formats) {
       const Bytes samples = randomSamples(from, kFrames * channels, channels);
-      for (const SampleFormat& to : everyFormat()) {
+      for (const SampleFormat& to : formats) {
         Bytes expected(kFrames * channels * to.container);
         for (size_t i = 0; i < kFrames * channels; ++i) {
           encode(to, decode(from, &samples[i * from.container]), &expected[i * to.container]);
@@ -113,37 +112,33 @@ TEST(ChannelConversion, PutsEachChannelWhereItBelongs) {
   constexpr double k51 = 1 / (1 + 2 * kC), c51 = kC * k51;
   constexpr double k71 = 1 / (2 + 2 * kC), c71 = kC * k71;
   const struct {
-    UInt32 in;
-    AudioChannelLayoutTag layout;            ///< 0: none set
-    std::vector<std::vector<double>> gains;  ///< [output][input]
+    UInt32 in, out;
+    AudioChannelLayoutTag layout;  ///< 0: none set
+    std::vector<double> gains;     ///< of each input in the first output, in the second and so on
   } cases[] = {
-      {1, 0, {{1}, {1}}},
-      {2, 0, {{0.5, 0.5}}},
-      {2, 0, {{1, 0}, {0, 1}, {0, 0}, {0, 0}}},
-      {4, 0, {{1, 0, 0, 0}, {0, 1, 0, 0}}},
-      {4, kAudioChannelLayoutTag_Unknown | 4, {{1, 0, 0, 0}, {0, 1, 0, 0}}},
-      {6, kAudioChannelLayoutTag_MPEG_5_1_A, {{k51, 0, c51, 0, c51, 0}, {0, k51, c51, 0, 0, c51}}},
-      {8, kAudioChannelLayoutTag_MPEG_7_1_A, {{k71, 0, c71, 0, c71, 0, k71, 0}, {0, k71, c71, 0, 0, c71, 0, k71}}},
+      {1, 2, 0, {1, 1}},
+      {2, 1, 0, {0.5, 0.5}},
+      {2, 4, 0, {1, 0, 0, 1, 0, 0, 0, 0}},
+      {4, 2, 0, {1, 0, 0, 0, 0, 1, 0, 0}},
+      {4, 2, kAudioChannelLayoutTag_Unknown | 4, {1, 0, 0, 0, 0, 1, 0, 0}},
+      {6, 2, kAudioChannelLayoutTag_MPEG_5_1_A, {k51, 0, c51, 0, c51, 0, 0, k51, c51, 0, 0, c51}},
+      {8, 2, kAudioChannelLayoutTag_MPEG_7_1_A, {k71, 0, c71, 0, c71, 0, k71, 0, 0, k71, c71, 0, 0, c71, 0, k71}},
   };
-  for (const auto& c : cases) {
-    const size_t outputs = c.gains.size();
-    Feed feed{.format = of<double>(48000, c.in), .buffers = {}};
-    Converter converter(feed.format, of<double>(48000, static_cast<UInt32>(outputs)));
-    const AudioChannelLayout layout{c.layout, 0, 0};
-    if (c.layout != 0) {
-      AudioConverterSetProperty(converter.get(), kAudioConverterInputChannelLayout, sizeof layout, &layout);
-    }
+  for (const auto& [in, out, tag, gains] : cases) {
     // Frame n carries full scale in channel n alone.
-    std::vector<double> in(c.in * c.in);
-    for (UInt32 n = 0; n < c.in; ++n) in[n * c.in + n] = 1;
-    feed.buffers = {bytesOf(in)};
+    std::vector<double> ones(in * in);
+    for (UInt32 n = 0; n < in; ++n) ones[n * in + n] = 1;
+    Feed feed{.format = of<double>(48000, in), .buffers = {bytesOf(ones)}};
+    Converter converter(feed.format, of<double>(48000, out));
+    const AudioChannelLayout layout{tag, 0, 0};
+    if (tag != 0) AudioConverterSetProperty(converter.get(), kAudioConverterInputChannelLayout, sizeof layout, &layout);
 
-    const auto out = samplesOf<double>(converter.convertAll(feed)[0]);
+    Buffers result;
+    ASSERT_EQ(converter.fill(feed, in, result), noErr);
 
-    for (size_t o = 0; o < outputs; ++o) {
-      for (UInt32 i = 0; i < c.in; ++i) {
-        EXPECT_NEAR(out[i * outputs + o], c.gains[o][i], 1e-12) << &c - cases << ": from " << i << " to " << o;
-      }
+    const auto* samples = reinterpret_cast<const double*>(result[0].data());
+    for (UInt32 i = 0; i < in * out; ++i) {
+      EXPECT_NEAR(samples[i % in * out + i / in], gains[i], 1e-12) << in << " to " << out << ": " << i;
     }
   }
 }

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cmath>
 #include <numbers>
 #include <random>
@@ -14,27 +13,24 @@
 #include "simulated/Tone.h"
 #include "simulated/WAVReader.h"
 #include "support/MediaFiles.h"
-#include "support/Rigs.h"
 #include "support/TemporaryFolder.h"
 
 namespace hardware::simulated {
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 
-std::string extensible(std::uint16_t code, std::uint16_t channels, std::uint32_t rate, std::uint16_t bits,
-                       std::uint32_t speakers) {
+std::string extensible(std::uint16_t code, std::uint16_t channels, std::uint16_t bits, std::uint32_t speakers) {
   static const std::string suffix("\0\0\0\0\x10\0\x80\0\0\xAA\0\x38\x9B\x71", 14);
-  return waveFormat(0xFFFE, channels, rate, bits) + littleEndian(std::uint16_t{22}) + littleEndian(bits) +
+  return waveFormat(0xFFFE, channels, 48000, bits) + littleEndian(std::uint16_t{22}) + littleEndian(bits) +
          littleEndian(speakers) + littleEndian(code) + suffix;
 }
 
 /// The samples in the format's bytes, plane by plane where it has two.
-std::vector<std::uint8_t> written(const std::vector<double>& samples, const AudioStreamBasicDescription& format) {
+std::string written(const std::vector<double>& samples, const AudioStreamBasicDescription& format) {
   const std::uint32_t planes = bufferCount(format);
   const auto size = static_cast<UInt32>(samples.size()) / format.mChannelsPerFrame * format.mBytesPerFrame;
-  std::vector<std::uint8_t> bytes(std::size_t{planes} * size);
+  std::string bytes(std::size_t{planes} * size, '\0');
   struct {
     AudioBufferList list;
     AudioBuffer second;
@@ -50,38 +46,36 @@ TEST(WAVReaderTest, SamplesComeOutAgainByteForByteInEveryFormat) {
       {waveFormat(1, 3, 48000, 24), kAudioChannelLayoutTag_Unknown},
       {waveFormat(1, 2, 192000, 32), kAudioChannelLayoutTag_Stereo},
       {waveFormat(3, 2, 48000, 32) + littleEndian(std::uint16_t{0}), kAudioChannelLayoutTag_Stereo},
-      {extensible(1, 6, 48000, 24, 0x3F), kAudioChannelLayoutTag_MPEG_5_1_A},
-      {extensible(3, 4, 48000, 32, 0x33), kAudioChannelLayoutTag_Quadraphonic},
+      {extensible(1, 6, 24, 0x3F), kAudioChannelLayoutTag_MPEG_5_1_A},
+      {extensible(3, 4, 32, 0x33), kAudioChannelLayoutTag_Quadraphonic},
   };
   TemporaryFolder folder;
   std::mt19937 random(1);
   for (const auto& [format, layout] : cases) {
     const auto channels = static_cast<std::size_t>(format[2]);
-    const bool isFloat = format[0] == 3 || (format.size() > 24 && format[24] == 3);
     std::string data(240 * static_cast<std::size_t>(format[12]), '\0');
-    for (char& byte : data) byte = static_cast<char>(random());
-    for (std::size_t i = 3; isFloat && i < data.size(); i += 4) data[i] = 0x3E;  // neither infinite nor no number
-    std::vector<double> samples(240 * channels);
+    for (char& byte : data) byte = static_cast<char>(random() & 0xBF);  // neither infinite nor no number as floats
     // An odd chunk in front, so that the padding byte matters.
     auto reader = WAVReader::open(folder.write(
         "sound.wav", chunk("RIFF", "WAVE" + chunk("note", "x") + chunk("fmt ", format) + chunk("data", data))));
     ASSERT_TRUE(reader) << reader.reason();
+    std::vector<double> samples(240 * channels);
     EXPECT_EQ(reader->read(0, std::span(samples).first(100 * channels)), 100u);
     EXPECT_EQ(reader->read(100, std::span(samples).subspan(100 * channels)), 140u);
     EXPECT_EQ(reader->read(240, samples), 0u);
 
-    const auto bytes = written(samples, reader->format().stream);
-    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), data);
+    EXPECT_EQ(written(samples, reader->format().stream), data);
     EXPECT_EQ(reader->format().layout, layout);
   }
 }
 
 TEST(WAVReaderTest, FilesThatCannotBePlayedAreRefusedAndCutOffOnesArePlayedToTheirEnd) {
   const std::string format = waveFormat(1, 2, 48000, 16), whole = waveFile(format, "abcdefgh12");
-  std::string wrongFrameSize = format, strangeSubformat = extensible(1, 2, 48000, 16, 3);
+  std::string wrongFrameSize = format, strangeSubformat = extensible(1, 2, 16, 3);
   wrongFrameSize[12] = 3;
   strangeSubformat.back() = 'x';
   TemporaryFolder folder;
+  const auto open = [&](const std::string& bytes) { return WAVReader::open(folder.write("sound.wav", bytes)); };
   for (const std::string& bytes :
        {std::string("RIFF"), chunk("RIFX", whole.substr(8)), chunk("RIFF", "WAVE"),
         chunk("RIFF", "WAVE" + chunk("fmt ", format)),
@@ -90,42 +84,41 @@ TEST(WAVReaderTest, FilesThatCannotBePlayedAreRefusedAndCutOffOnesArePlayedToThe
         waveFile(waveFormat(1, 0, 48000, 16), "abcd"), waveFile(waveFormat(1, 2, 0, 16), "abcd"),
         waveFile(waveFormat(1, 2, 4000000000, 16), "abcd"), waveFile(waveFormat(0xFFFE, 2, 48000, 16), "abcd"),
         waveFile(wrongFrameSize, "abcdef"), waveFile(strangeSubformat, "abcd")}) {
-    EXPECT_FALSE(WAVReader::open(folder.write("sound.wav", bytes))) << testing::PrintToString(bytes);
+    EXPECT_FALSE(open(bytes)) << testing::PrintToString(bytes);
   }
-  EXPECT_THAT(WAVReader::open(folder.write("sound.wav", waveFile(waveFormat(2, 2, 48000, 4), "abcd"))).reason(),
-              HasSubstr("sound.wav: unsupported sample format (code 2, 4 bits)"));
+  EXPECT_THAT(open(waveFile(waveFormat(2, 2, 48000, 4), "abcd")).reason(),
+              testing::HasSubstr("sound.wav: unsupported sample format (code 2, 4 bits)"));
   for (const std::uint32_t claimed : {0u, 1000u, 0xFFFFFFFFu}) {
-    std::string cutOff = whole;
-    const auto reader = WAVReader::open(folder.write("sound.wav", cutOff.replace(40, 4, littleEndian(claimed))));
-    ASSERT_TRUE(reader);
-    EXPECT_EQ(reader->frameCount(), 2u);
+    const auto reader = open(std::string(whole).replace(40, 4, littleEndian(claimed)));
+    EXPECT_TRUE(reader && reader->frameCount() == 2u) << claimed;
   }
 }
 
 TEST(PCMTest, SamplesAreRoundedAndSaturatedInTheFormatsOrderOfBytes) {
-  PCMShape shape;
-  shape.channels = 1;
   const double tick = 1.0 / 32768;
   const std::vector<double> samples = {1, -1.5, 0.5 * tick, 1.5 * tick, -1.6 * tick, std::nan("")};
-  EXPECT_THAT(written(samples, describePCM(shape)), ElementsAre(0xFF, 0x7F, 0, 0x80, 0, 0, 2, 0, 0xFE, 0xFF, 0, 0));
+  PCMShape shape;
+  shape.channels = 1;
+  EXPECT_THAT(written(samples, describePCM(shape)),
+              ElementsAre('\xFF', 0x7F, 0, '\x80', 0, 0, 2, 0, '\xFE', '\xFF', 0, 0));
   shape.isBigEndian = true;
-  EXPECT_THAT(written(samples, describePCM(shape)), ElementsAre(0x7F, 0xFF, 0x80, 0, 0, 0, 0, 2, 0xFF, 0xFE, 0, 0));
+  EXPECT_THAT(written(samples, describePCM(shape)),
+              ElementsAre(0x7F, '\xFF', '\x80', 0, 0, 0, 0, 2, '\xFF', '\xFE', 0, 0));
   shape.bitsPerSample = 8;
   shape.isUnsigned = true;
-  EXPECT_THAT(written({1, -1, 0}, describePCM(shape)), ElementsAre(255, 0, 128));
   shape.channels = 2;
   shape.isPlanar = true;
-  EXPECT_THAT(written({1, -1, 0, 0.5}, describePCM(shape)), ElementsAre(255, 128, 0, 192));
+  EXPECT_THAT(written({1, -1, 0, 0.5}, describePCM(shape)), ElementsAre('\xFF', '\x80', 0, '\xC0'));
 }
 
 TEST(ToneTest, IsTheSameAfterDaysAsAtTheStart) {
-  const double expected = std::pow(10, -0.3) * std::sin(2 * std::numbers::pi * 997 * 11 / 44100);
-  EXPECT_NEAR(Tone(997, -6).sampleAt(11, 44100), expected, 1e-11);
-  EXPECT_EQ(Tone(997, -6).sampleAt(2ull * 86400 * 44100 + 11, 44100), Tone(997, -6).sampleAt(11, 44100));
+  const Tone tone(997, -6);
+  EXPECT_NEAR(tone.sampleAt(11, 44100), std::pow(10, -0.3) * std::sin(2 * std::numbers::pi * 997 * 11 / 44100), 1e-11);
+  EXPECT_EQ(tone.sampleAt(2ull * 86400 * 44100 + 11, 44100), tone.sampleAt(11, 44100));
 
-  std::array<double, 1500> run;
+  std::vector<double> run(1500);
   Tone(997, -6).samplesFrom(11, 44100, run);
-  for (std::size_t i = 0; i < run.size(); ++i) EXPECT_NEAR(run[i], Tone(997, -6).sampleAt(11 + i, 44100), 1e-12) << i;
+  for (std::size_t i = 0; i < run.size(); ++i) EXPECT_NEAR(run[i], tone.sampleAt(11 + i, 44100), 1e-12) << i;
 }
 
 }  // namespace

@@ -8,30 +8,12 @@
 namespace brvhost {
 namespace {
 
-using testing::ElementsAre;
-
-TEST(SettingsTest, RefusesUnknownNamesAndMalformedIndexes) {
+TEST(SettingsTest, RefusesUnknownNamesMalformedIndexesAndRecordsThatSayNothingUseful) {
   EXPECT_EQ(parseSetting("AUDIO=2147483647"), (Setting{AudioSettings, 2'147'483'647}));
   for (const char* text : {"", "=1", "video", "vide=1", "videos=1", "video==1", "fps=", "fps=-1", "fps=+1", "fps=1.0",
                            "fps= 1", "fps=1 ", "fps=0x1", "fps=2147483648"}) {
     EXPECT_THROW(parseSetting(text), UsageError) << text;
   }
-}
-
-TEST(SettingsTest, ReadsOptionsByTheirOwnIndexesAndWithWhatTitlesThereAre) {
-  const auto options = optionsInRecord(R"(<record name="parameter"><text name="name" value="Video FPS"/>
-                         <record name="option"><uint16 name="value" value="0"/>
-                           <record name="title"><text name="value" value="25 &lt;PAL&gt;"/></record></record>
-                         <record name="note"><uint16 name="value" value="1"/></record>
-                         <record name="option"><uint16 name="value" value="65535"/></record></record>)");
-
-  EXPECT_THAT(options, ElementsAre(ParameterOption{0, "25 <PAL>"}, ParameterOption{65'535, ""}));
-  EXPECT_EQ(optionsTable({VideoFPS, options, 65'535}), "      0  25 <PAL>\n    * 65535  (no title)\n");
-}
-
-TEST(SettingsTest, ReadsTheSettingsThatItWroteInTheirOrderAndRefusesRecordsThatSayNothingUseful) {
-  EXPECT_THAT(settingsInRecord(settingsRecord({{VideoFPS, 3}, {VideoSettings, 0}, {VideoFPS, 1}})),
-              ElementsAre(Setting{VideoFPS, 3}, Setting{VideoSettings, 0}, Setting{VideoFPS, 1}));
   for (const char* text :
        {"", "no record", "<record name=\"parameter\">", "<record name=\"source\"/>",
         "<record name=\"parameter\"><record name=\"option\"/></record>",
@@ -41,18 +23,29 @@ TEST(SettingsTest, ReadsTheSettingsThatItWroteInTheirOrderAndRefusesRecordsThatS
   EXPECT_THROW(settingsInRecord("<record name=\"settings\"><record name=\"parameter\"/></record>"), Failure);
 }
 
+TEST(SettingsTest, ReadsOptionsByTheirOwnIndexesAndWithWhatTitlesThereAre) {
+  const auto options = optionsInRecord(R"(<record name="parameter"><text name="name" value="Video FPS"/>
+                         <record name="option"><uint16 name="value" value="0"/>
+                           <record name="title"><text name="value" value="25 &lt;PAL&gt;"/></record></record>
+                         <record name="note"><uint16 name="value" value="1"/></record>
+                         <record name="option"><uint16 name="value" value="65535"/></record></record>)");
+  EXPECT_EQ(optionsTable({VideoFPS, options, 65'535}), "      0  25 <PAL>\n    * 65535  (no title)\n");
+
+  const std::vector<Setting> settings = {{VideoFPS, 3}, {VideoSettings, 0}, {VideoFPS, 1}};
+  EXPECT_EQ(settingsInRecord(settingsRecord(settings)), settings);
+}
+
 TEST(SettingsTest, FindsTheSettingThatDoesNotHold) {
   const std::vector<Parameter> now = {
       {VideoSettings, {{0, "720 x 576"}, {1, "720 x 576"}, {2, "1280 x 720"}, {3, ""}}, 0},
       {VideoFPS, {{0, "25.00"}, {1, "50.00"}}, 1},
       {AudioSettings, {{0, "Stereo"}, {1, "Mono"}}, std::nullopt},
   };
-  struct Case {
+  const struct {
     const char* what;
     std::vector<Setting> settings;
     std::optional<std::string> unmet;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"all hold", {{VideoSettings, 0}, {VideoFPS, 1}}, {}},
       {"another format of the same name is taken for it", {{VideoSettings, 1}}, {}},
       {"a format without a title", {{VideoSettings, 3}}, "Video Settings is 0 (720 x 576), not 3"},
@@ -63,7 +56,7 @@ TEST(SettingsTest, FindsTheSettingThatDoesNotHold) {
       {"a format before a rate", {{VideoSettings, 2}, {VideoFPS, 1}}, "Video Settings is 0 (720 x 576), not 2"},
       {"the selection is not known", {{AudioSettings, 1}}, {}},
   };
-  for (const Case& c : cases) EXPECT_EQ(unmetSetting(c.settings, now), c.unmet) << c.what;
+  for (const auto& [what, settings, unmet] : cases) EXPECT_EQ(unmetSetting(settings, now), unmet) << what;
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "VideoTrack.h"
 #include "WAVWriter.h"
 #include "support/MediaFiles.h"
+#include "support/Samples.h"
 #include "support/TemporaryFolder.h"
 
 namespace brvhost {
@@ -37,19 +38,17 @@ TEST(BoundedQueueTest, KeepsTheOrderRefusesWhenFullAndLosesNothingOfAPatientProd
 }
 
 /// Hands a frame of one line to a track, as a module does.
-void deliver(VideoTrack& track, std::int64_t stamp, std::size_t width = 2, std::int32_t flags = BRV_FLAG_NOT_FIRST) {
-  CVPixelBufferRef buffer = nullptr;
-  ASSERT_EQ(CVPixelBufferCreate(nullptr, width, 1, kCVPixelFormatType_422YpCbCr8_yuvs, nullptr, &buffer), 0);
+void deliver(VideoTrack& track, std::int64_t stamp, std::int32_t width = 2, std::int32_t flags = BRV_FLAG_NOT_FIRST) {
+  const auto picture = samples::picture(static_cast<std::size_t>(width), 1);
   BRV_VideoBuffer record = {};
   record.format = BRV_FORMAT_PIXEL_BUFFER;
-  record.width = static_cast<std::int32_t>(width);
+  record.width = width;
   record.height = 1;
   record.pixelAspectRatio = 1;
   record.timeStamp = stamp;
   record.flags = flags;
-  record.data = buffer;
+  record.data = picture.get();
   track.frameArrived(record);
-  CVPixelBufferRelease(buffer);
 }
 
 TEST(VideoTrackTest, EndsTheFileWhereThePictureChangesItsSizeOrTheDiskIsFull) {
@@ -66,19 +65,17 @@ TEST(VideoTrackTest, EndsTheFileWhereThePictureChangesItsSizeOrTheDiskIsFull) {
     EXPECT_EQ(statistics.timeline.firstStamp(), 1);
     EXPECT_EQ(statistics.timeline.delivered(), statistics.written + statistics.notWritten);
     EXPECT_EQ(statistics.frames, statistics.timeline.delivered());
-    EXPECT_EQ(statistics.callbacks(), 3);
-    EXPECT_EQ(statistics.waiting(), 0);
+    EXPECT_TRUE(statistics.callbacks() == 3 && statistics.waiting() == 0);
     EXPECT_THAT(statistics.ending.value_or("") + statistics.failure.value_or(""),
                 testing::AnyOf(testing::HasSubstr("changed from 2 x 1 to 4 x 1"), testing::HasSubstr("No space left")));
   }
-  const std::string header = "YUV4MPEG2 W2 H1 F25:1 Ip A1:1 C422\nFRAME\n";
-  EXPECT_EQ(directory.contents("clip.y4m").size(), header.size() + 4);
+  EXPECT_EQ(directory.contents("clip.y4m").size(),
+            std::string("YUV4MPEG2 W2 H1 F25:1 Ip A1:1 C422\nFRAME\n").size() + 4);
 }
 
 TEST(VideoTrackTest, AsksAgainHowTimeIsCountedOnlyWhenTheFormatChanged) {
-  const TemporaryFolder directory;
   FrameTiming timing = {600, 20};
-  VideoTrack track(directory.file("clip.y4m"), std::nullopt, [&] { return timing; });
+  VideoTrack track("/dev/null", std::nullopt, [&] { return timing; });
   track.arm();
   deliver(track, 0, 2, 0);
   timing = {90'000, 3'000};
@@ -87,8 +84,7 @@ TEST(VideoTrackTest, AsksAgainHowTimeIsCountedOnlyWhenTheFormatChanged) {
   deliver(track, 906'000);
   track.finish();
 
-  EXPECT_EQ(track.statistics().timeline.dropped(), 2);
-  EXPECT_EQ(track.statistics().written, 4);
+  EXPECT_TRUE(track.statistics().timeline.dropped() == 2 && track.statistics().written == 4);
 }
 
 TEST(AudioTrackTest, WritesWholeFramesCutsAtTheTimeAskedForAndEndsWhereTheFormatChanges) {
@@ -109,11 +105,11 @@ TEST(AudioTrackTest, WritesWholeFramesCutsAtTheTimeAskedForAndEndsWhereTheFormat
     }
     track.finish();
 
-    const std::size_t frames = secondRate == 44'100 ? 441 : 300;
+    const bool isWhole = secondRate == 44'100;
     EXPECT_TRUE(track.isComplete());
-    EXPECT_EQ(track.statistics().notWritten, frames == 441 ? 0 : 480 - 300);
-    EXPECT_EQ(track.statistics().ending.has_value(), frames == 300);
-    EXPECT_EQ(directory.contents("sound.wav").size(), WAVHeaderBytes + frames * 4);
+    EXPECT_EQ(track.statistics().notWritten, isWhole ? 0 : 480 - 300);
+    EXPECT_EQ(track.statistics().ending.has_value(), !isWhole);
+    EXPECT_EQ(directory.contents("sound.wav").size(), WAVHeaderBytes + (isWhole ? 441u : 300u) * 4);
   }
 }
 
@@ -123,14 +119,14 @@ std::string headerOf(std::uint64_t dataBytes) {
 }
 
 TEST(WAVWriterTest, WritesTheHeaderThatReadersExpectAndBecomesRF64WhereASizeNoLongerFits) {
+  EXPECT_THROW(WAVWriter(OutputFile("/dev/null"), {44'100, 2, 24}), Failure);
   const std::string format = chunk("fmt ", waveFormat(1, 2, 44'100, 16)) + "data";
-  constexpr std::uint64_t LastSmall = 0xFFFF'FFFFULL - 72 - 3;
-  for (const std::uint64_t data : {std::uint64_t{400}, LastSmall}) {
+  constexpr std::uint64_t Large = 0xFFFF'FFFFULL - 72 + 1;
+  for (const std::uint64_t data : {std::uint64_t{400}, Large - 4}) {
     const auto size = static_cast<std::uint32_t>(data);
     EXPECT_EQ(headerOf(data), "RIFF" + littleEndian(size + 72) + "WAVE" + chunk("JUNK", std::string(28, '\0')) +
                                   format + littleEndian(size));
   }
-  constexpr std::uint64_t Large = LastSmall + 4;
   const std::string sizes = littleEndian(Large + 72) + littleEndian(Large) + littleEndian(Large / 4) + littleEndian(0u);
   EXPECT_EQ(headerOf(Large),
             "RF64" + littleEndian(0xFFFF'FFFFu) + "WAVE" + chunk("ds64", sizes) + format + littleEndian(0xFFFF'FFFFu));
@@ -140,21 +136,12 @@ TEST(WAVWriterTest, KeepsTheSizesOfAnUnfinishedFileWithinASecondOfTheTruth) {
   const TemporaryFolder directory;
   const std::vector<std::uint8_t> half(88'200, 7);
   WAVWriter writer(OutputFile(directory.file("sound.wav")), {});
-
-  for (const std::uint64_t stated : {0, 176'400, 176'400}) {
+  for (const std::uint64_t stated : {0u, 176'400u, 176'400u}) {
     writer.write(half.data(), half.size());
     EXPECT_EQ(directory.contents("sound.wav").substr(0, WAVHeaderBytes), headerOf(stated));
   }
   writer.close();
-
   EXPECT_EQ(directory.contents("sound.wav"), headerOf(264'600) + std::string(264'600, 7));
-}
-
-TEST(WAVWriterTest, RefusesSoundThatItCannotDescribe) {
-  const TemporaryFolder directory;
-  for (const PCMFormat& format : {PCMFormat{0, 2, 16}, PCMFormat{44'100, 0, 16}, PCMFormat{44'100, 2, 24}}) {
-    EXPECT_THROW(WAVWriter(OutputFile(directory.file("sound.wav")), format), Failure);
-  }
 }
 
 }  // namespace

@@ -26,6 +26,7 @@ class SocketTest : public testing::Test {
   static std::ptrdiff_t openDescriptors() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
   }
+  int connect(const Peer& peer) { return socket->Connect("127.0.0.1", peer.port(), Ample); }
 
   const std::ptrdiff_t _descriptorsBefore = openDescriptors();
   zSocketHolder socket{zSocket::Factory()};
@@ -47,33 +48,31 @@ TEST_F(SocketTest, LongMessagesArriveWholeInBothDirectionsOverEitherProtocol) {
     EXPECT_EQ(count, length);
     std::string received(length, 'x');
     EXPECT_EQ(socket->Receive(received.data(), length, count), zSocket::Success);
-    EXPECT_EQ(count, length);
-    EXPECT_TRUE(received == sent);
+    EXPECT_TRUE(count == length && received == sent);
   }
 }
 
 TEST_F(SocketTest, AConnectionThatFailsTellsWhyAndLeavesNone) {
   const Peer refusing(Peer::Refuses), silent(Peer::IsSilent);
-  const std::string local("127.0.0.1"), tooLong(5000, 'h'), unknown(64, 'h');  // A label has at most 63 bytes.
-  struct Case {
+  const std::string tooLong(5000, 'h'), unknown(64, 'h');  // A label has at most 63 bytes.
+  const char* const local = "127.0.0.1";
+  const struct {
     const char* host;
     unsigned short port;
     int timeout, result;
-  };
-  for (const Case& c : {Case{nullptr, 554, Brief, zSocket::InvalidArgument},
-                        {"", 554, Brief, zSocket::InvalidArgument},
-                        {tooLong.c_str(), 554, Brief, zSocket::InvalidArgument},
-                        {local.c_str(), 0, Brief, zSocket::InvalidArgument},
-                        {local.c_str(), refusing.port(), -1, zSocket::InvalidArgument},
-                        {unknown.c_str(), 554, Brief, zSocket::UnknownHost},
-                        {local.c_str(), refusing.port(), Ample, zSocket::Refused},
-                        {local.c_str(), silent.port(), Brief, zSocket::TimedOut},
-                        {local.c_str(), silent.port(), 0, zSocket::TimedOut}}) {
+  } cases[] = {{nullptr, 554, Brief, zSocket::InvalidArgument},
+               {"", 554, Brief, zSocket::InvalidArgument},
+               {tooLong.c_str(), 554, Brief, zSocket::InvalidArgument},
+               {local, 0, Brief, zSocket::InvalidArgument},
+               {local, refusing.port(), -1, zSocket::InvalidArgument},
+               {unknown.c_str(), 554, Brief, zSocket::UnknownHost},
+               {local, refusing.port(), Ample, zSocket::Refused},
+               {local, silent.port(), Brief, zSocket::TimedOut},
+               {local, silent.port(), 0, zSocket::TimedOut}};
+  for (const auto& [host, port, timeout, result] : cases) {
     const Peer before(Peer::Answers, [](int caller) { Peer::hear(caller); });
-    EXPECT_EQ(socket->Connect(local.c_str(), before.port(), Ample), zSocket::Success);
-
-    EXPECT_EQ(socket->Connect(c.host, c.port, c.timeout), c.result) << (c.host ? c.host : "null") << " " << c.port;
-
+    EXPECT_EQ(connect(before), zSocket::Success);
+    EXPECT_EQ(socket->Connect(host, port, timeout), result) << (host ? host : "null") << " " << port;
     EXPECT_EQ(socket->Send("x", 1, count, Brief), zSocket::NotConnected);
     EXPECT_EQ(socket->Receive(&count, 1, count), zSocket::NotConnected);
   }
@@ -98,7 +97,7 @@ TEST_F(SocketTest, SendingToAPeerThatDoesNotReadEndsWithTheCountThatLeft) {
       heard = Peer::hear(caller).size();
     });
     const std::string message(64u << 20, 'x');
-    EXPECT_EQ(socket->Connect("127.0.0.1", peer.port(), Ample), zSocket::Success);
+    EXPECT_EQ(connect(peer), zSocket::Success);
     EXPECT_EQ(socket->Send(message.data(), 64u << 20, count, Brief), zSocket::TimedOut);
     socket.reset();
     ended.set_value();
@@ -117,7 +116,7 @@ TEST_F(SocketTest, NeitherPiecesNorSignalsMoveTheEndOfReceiving) {
         Peer::say(caller, ".");
     });
     char buffer[10'000];
-    EXPECT_EQ(socket->Connect("127.0.0.1", trickle.port(), Ample), zSocket::Success);
+    EXPECT_EQ(connect(trickle), zSocket::Success);
     EXPECT_EQ(socket->SetRecvTimeout(Brief), zSocket::Success);
     EXPECT_EQ(socket->SetRecvTimeout(-1), zSocket::InvalidArgument);
     EXPECT_EQ(socket->Receive(buffer, sizeof buffer, count), zSocket::TimedOut);
@@ -130,10 +129,9 @@ TEST_F(SocketTest, NeitherPiecesNorSignalsMoveTheEndOfReceiving) {
 TEST_F(SocketTest, APeerThatHangsUpIsNoticedByReceivingAndSendingWithoutASignal) {
   const Peer peer(Peer::Answers, [](int caller) { Peer::say(caller, "O"); });
   char answer[2] = {};
-  EXPECT_EQ(socket->Connect("127.0.0.1", peer.port(), Ample), zSocket::Success);
+  EXPECT_EQ(connect(peer), zSocket::Success);
   EXPECT_EQ(socket->Receive(answer, 2, count), zSocket::Closed);
-  EXPECT_EQ(count, 1u);
-  EXPECT_EQ(answer[0], 'O');
+  EXPECT_TRUE(count == 1 && answer[0] == 'O');
 
   int result = zSocket::Success;
   while (result == zSocket::Success) result = socket->Send("x", 1, count, Ample);

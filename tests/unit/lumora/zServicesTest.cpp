@@ -1,9 +1,8 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <lumora/zBuffer.h>
 #include <lumora/zCritical.h>
 #include <lumora/zTrace.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <limits>
@@ -15,8 +14,6 @@
 
 namespace {
 
-using testing::ElementsAre;
-
 TEST(BufferTest, AppendedBytesFollowEachOtherWhateverTheGrowthAndOthersLeaveItAsItWas) {
   for (const unsigned int increment : {0u, 1u, 4096u}) {
     zBuffer buffer(0, increment);
@@ -27,9 +24,7 @@ TEST(BufferTest, AppendedBytesFollowEachOtherWhateverTheGrowthAndOthersLeaveItAs
       ASSERT_TRUE(buffer.Append(piece.data(), static_cast<unsigned int>(piece.size())));
     }
     ASSERT_TRUE(buffer.Append(buffer.Data(), buffer.Length()));  // Its own bytes, as it grows.
-    EXPECT_FALSE(buffer.Append(nullptr, 1));
-    EXPECT_FALSE(buffer.Append("x", std::numeric_limits<unsigned int>::max()));
-
+    EXPECT_FALSE(buffer.Append(nullptr, 1) || buffer.Append("x", std::numeric_limits<unsigned int>::max()));
     EXPECT_EQ(std::string(buffer.Data(), buffer.Length() + 1), expected + expected + '\0');
   }
 }
@@ -40,12 +35,10 @@ TEST(CriticalTest, ALockIsRecursiveAndKeepsOtherThreadsOut) {
     int counter = 0;
     const auto count = [&] {
       for (int i = 0; i < 10'000; ++i) {
-        const zCriticalScope outer(lock.get());
-        const zCriticalScope inner(lock.get());
+        const zCriticalScope outer(lock.get()), inner(lock.get());
         ++counter;
       }
     };
-
     std::thread other(count);
     count();
     other.join();
@@ -65,7 +58,7 @@ class TraceTest : public testing::Test {
 TEST_F(TraceTest, NotesReachTheSinkAsTheyAreAndLongOnesCutBetweenCodePoints) {
   capture();
   _trace.TraceNote("camera [%s] failed: %d\n", "100% \xC3\xA9", 3);
-  EXPECT_THAT(_notes, ElementsAre("camera [100% \xC3\xA9] failed: 3\n"));
+  EXPECT_EQ(_notes.back(), "camera [100% \xC3\xA9] failed: 3\n");
 
   const std::string ellipsis = "\xE2\x80\xA6";
   for (std::size_t lead = 0; lead < ellipsis.size(); ++lead) {
@@ -78,33 +71,27 @@ TEST_F(TraceTest, NotesReachTheSinkAsTheyAreAndLongOnesCutBetweenCodePoints) {
   }
 }
 
-TEST_F(TraceTest, ASinkMayThrowTraceAndReplaceItself) {
+TEST_F(TraceTest, ASinkMayThrowTraceAndReplaceItselfAndIsCalledForOneNoteAfterTheOther) {
   testing::internal::CaptureStderr();
   _trace.SetSink([this, guard = std::string("alive during the call")](const char* note) {
     _trace.TraceNote("nested");
     capture();
     throw std::runtime_error(guard + note);
   });
-
   _trace.TraceNote("first, with its line end\n");
-  _trace.TraceNote("second");
-
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "nested\nfirst, with its line end\n");
-  EXPECT_THAT(_notes, ElementsAre("second"));
-}
 
-TEST_F(TraceTest, NotesOfManyThreadsArriveWholeAndOneByOne) {
-  capture();
-  std::vector<std::thread> threads;
-  for (int number = 0; number < 4; ++number) {
-    threads.emplace_back([this, number] {
-      for (int i = 0; i < 100; ++i) _trace.TraceNote("thread %d", number);
-    });
+  {
+    std::vector<std::jthread> threads;
+    for (int number = 0; number < 4; ++number) {
+      threads.emplace_back([this, number] {
+        for (int i = 0; i < 100; ++i) _trace.TraceNote("thread %d", number);
+      });
+    }
   }
-  for (std::thread& thread : threads) thread.join();
-
-  for (const char* note : {"thread 0", "thread 1", "thread 2", "thread 3"})
-    EXPECT_EQ(std::count(_notes.begin(), _notes.end(), note), 100);
+  for (const char number : {'0', '1', '2', '3'}) {
+    EXPECT_EQ(std::ranges::count(_notes, std::string("thread ") + number), 100);
+  }
 }
 
 }  // namespace
