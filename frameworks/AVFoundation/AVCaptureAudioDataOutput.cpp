@@ -7,6 +7,7 @@
 
 #include <cstring>
 #include <mutex>
+#include <new>
 #include <optional>
 
 const CFStringRef AVFormatIDKey = NSString::constant("AVFormatIDKey");
@@ -91,7 +92,8 @@ struct AVCaptureAudioDataOutput::Implementation final : SampleReceiver {
 
   void handOver(void* delegate, CMSampleBufferRef sample, AVCaptureConnection* connection) override;
   void reportDropped(void*, const DroppedFrame&, AVCaptureConnection*) override {}  // there is no call for it
-  AudioStreamConverter& converterFor(const AudioStreamBasicDescription& native);
+  /// Null when memory is short.
+  AudioStreamConverter* converterFor(const AudioStreamBasicDescription& native);
   void drop(const hardware::AudioChunk& chunk, SampleFate fate, AVCaptureConnection* connection);
 
   AVCaptureAudioDataOutput& output;
@@ -152,7 +154,9 @@ void AVCaptureAudioDataOutput::receive(const hardware::AudioChunk& chunk, AVCapt
   if (arrival.waitingFrames >= MostBuffersWaiting) return self.drop(chunk, SampleFate::late, connection);
 
   std::lock_guard lock(self.laneLock);
-  AudioStreamConverter& converter = self.converterFor(chunk.format->stream);
+  const auto made = self.converterFor(chunk.format->stream);
+  if (!made) return self.drop(chunk, SampleFate::noBuffer, connection);
+  AudioStreamConverter& converter = *made;
   auto result = converter.convert(chunk, *self.blocks);
   if (result.forgone > 0) self.delivery.noteForgone(result.forgone);
   if (result.failure == AudioStreamConverter::Failure::noMemory) {
@@ -178,7 +182,7 @@ void AVCaptureAudioDataOutput::Implementation::handOver(void* delegate, CMSample
       &output, sample, connection);
 }
 
-AudioStreamConverter& AVCaptureAudioDataOutput::Implementation::converterFor(
+AudioStreamConverter* AVCaptureAudioDataOutput::Implementation::converterFor(
     const AudioStreamBasicDescription& native) {
   AudioStreamBasicDescription destination;
   {
@@ -188,7 +192,11 @@ AudioStreamConverter& AVCaptureAudioDataOutput::Implementation::converterFor(
   destination.mFormatFlags &= ~AudioFormatFlags{kAudioFormatFlagIsNonMixable};
   if (!converter || std::memcmp(&converter->destination(), &destination, sizeof destination) != 0) {
     if (converter) delivery.noteForgone(converter->endStream());
-    converter.emplace(destination);
+    try {
+      converter.emplace(destination);
+    } catch (const std::bad_alloc&) {
+      return nullptr;
+    }
   }
-  return *converter;
+  return &*converter;
 }

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <new>
 #include <thread>
 
 namespace {
@@ -23,22 +24,24 @@ CFRef<CFDictionaryRef> extensionsOf(const hardware::VideoFormat& format) {
   return CFRef<CFDictionaryRef>::adopt(extensions.leak()->toCF());
 }
 
+/// A format that makes no sense has no description, but memory that ran out must not leave a device with such.
+void throwIfNoMemory(OSStatus status) {
+  if (status == kCMFormatDescriptionError_AllocationFailed) throw std::bad_alloc();
+}
+
 Ref<AVCaptureDeviceFormat> makeFormat(const hardware::VideoFormat& format, bool isMuxed) {
   const auto extensions = extensionsOf(format);
   CMFormatDescriptionRef description = nullptr;
-  if (isMuxed) {
-    CMMuxedFormatDescriptionCreateWithDimensions(kCFAllocatorDefault, format.mediaSubType, format.width, format.height,
-                                                 extensions.get(), &description);
-  } else {
-    CMVideoFormatDescriptionCreate(kCFAllocatorDefault, format.mediaSubType, format.width, format.height,
-                                   extensions.get(), &description);
-  }
+  const auto create = isMuxed ? CMMuxedFormatDescriptionCreateWithDimensions : CMVideoFormatDescriptionCreate;
+  throwIfNoMemory(
+      create(kCFAllocatorDefault, format.mediaSubType, format.width, format.height, extensions.get(), &description));
+  auto owned = CFRef<CMFormatDescriptionRef>::adopt(description);
   std::vector<Ref<AVFrameRateRange>> ranges;
   for (const auto& range : format.frameRates) {
     ranges.push_back(makeRef<AVFrameRateRange>(range.minFrameRate, range.maxFrameRate, range.minFrameDuration,
                                                range.maxFrameDuration));
   }
-  return makeRef<AVCaptureDeviceFormat>(CFRef<CMFormatDescriptionRef>::adopt(description), std::move(ranges));
+  return makeRef<AVCaptureDeviceFormat>(std::move(owned), std::move(ranges));
 }
 
 Ref<AVCaptureDeviceFormat> makeFormat(const hardware::AudioFormat& format) {
@@ -47,8 +50,9 @@ Ref<AVCaptureDeviceFormat> makeFormat(const hardware::AudioFormat& format) {
   auto extensions = makeRef<NSDictionary>();
   if (format.name) extensions->insert(kCMFormatDescriptionExtension_FormatName, makeRef<NSString>(*format.name));
   CMFormatDescriptionRef description = nullptr;
-  CMAudioFormatDescriptionCreate(kCFAllocatorDefault, &format.stream, hasLayout ? sizeof layout : 0,
-                                 hasLayout ? &layout : nullptr, 0, nullptr, extensions->toCF(), &description);
+  throwIfNoMemory(CMAudioFormatDescriptionCreate(kCFAllocatorDefault, &format.stream, hasLayout ? sizeof layout : 0,
+                                                 hasLayout ? &layout : nullptr, 0, nullptr, extensions->toCF(),
+                                                 &description));
   return makeRef<AVCaptureDeviceFormat>(CFRef<CMFormatDescriptionRef>::adopt(description),
                                         std::vector<Ref<AVFrameRateRange>>{});
 }

@@ -2,6 +2,7 @@
 #include <AVFoundation/CaptureStream.h>
 
 #include <algorithm>
+#include <limits>
 
 namespace {
 
@@ -19,22 +20,15 @@ bool offersNothingElse(const AVCaptureDevice& device, AVMediaType mediaType) {
   return device.hasMediaType(mediaType) && !device.hasMediaType(other) && !device.hasMediaType(AVMediaTypeMuxed);
 }
 
-struct ConnectionsOfDevice {
-  AVCaptureDevice* device;
-  std::vector<Ref<AVCaptureConnection>> own;
-};
-
-/// The connections of each device, so that a device starts and stops once for all of its own; in the order in which the
-/// devices were connected.
-std::vector<ConnectionsOfDevice> byDevice(const std::vector<Ref<AVCaptureConnection>>& connections) {
-  std::vector<ConnectionsOfDevice> sorted;
-  for (const auto& connection : connections) {
-    AVCaptureDevice* const device = &connection->input().device();
-    auto entry = std::ranges::find(sorted, device, &ConnectionsOfDevice::device);
-    if (entry == sorted.end()) entry = sorted.insert(entry, {device, {}});
-    entry->own.push_back(connection);
+/// Calls `change` with the stream of each device, in the order in which the devices were connected: a device starts and
+/// stops once for all of its connections.
+template <typename Change>
+void forEachStream(std::span<const Ref<AVCaptureConnection>> connections, Change change) {
+  const auto deviceOf = [](const Ref<AVCaptureConnection>& connection) { return &connection->input().device(); };
+  for (auto entry = connections.begin(); entry != connections.end(); ++entry) {
+    AVCaptureDevice* const device = deviceOf(*entry);
+    if (std::ranges::find(connections.begin(), entry, device, deviceOf) == entry) change(device->stream());
   }
-  return sorted;
 }
 
 }  // namespace
@@ -42,15 +36,22 @@ std::vector<ConnectionsOfDevice> byDevice(const std::vector<Ref<AVCaptureConnect
 AVCaptureSession::~AVCaptureSession() {
   if (!isRunning()) return;
   cutOff(_connections);
-  for (const auto& output : _outputs) output->finish();
+  finishOutputs();
 }
 
 void AVCaptureSession::addInput(AVCaptureDeviceInput* input) {
   std::lock_guard lock(_lock);
   if (!input || holds(_inputs, input)) return;
   _inputs.push_back(Ref<AVCaptureDeviceInput>::retain(input));
-  for (const auto& output : _outputs) {
-    if (!isConnected(*output)) connect(*output);
+  const std::size_t connectionsBefore = _connections.size();
+  try {
+    for (const auto& output : _outputs) {
+      if (!isConnected(*output)) connect(*output);
+    }
+  } catch (...) {
+    disconnect(connectionsBefore);
+    _inputs.pop_back();
+    throw;
   }
 }
 
@@ -58,22 +59,33 @@ void AVCaptureSession::addOutput(AVCaptureOutput* output) {
   std::lock_guard lock(_lock);
   if (!output || holds(_outputs, output)) return;
   _outputs.push_back(Ref<AVCaptureOutput>::retain(output));
-  connect(*output);
+  try {
+    connect(*output);
+  } catch (...) {
+    _outputs.pop_back();
+    throw;
+  }
+}
+
+void AVCaptureSession::removeInput(AVCaptureDeviceInput* input) {
+  {
+    std::lock_guard lock(_lock);
+    const auto entry = std::ranges::find(_inputs, input, &Ref<AVCaptureDeviceInput>::get);
+    if (!input || entry == _inputs.end()) return;
+    disconnect(moveToEnd([input](const AVCaptureConnection& connection) { return &connection.input() == input; }));
+    _inputs.erase(entry);
+  }
+  finishOutputs();
 }
 
 void AVCaptureSession::removeOutput(AVCaptureOutput* output) {
   const auto kept = Ref<AVCaptureOutput>::retain(output);
   {
     std::lock_guard lock(_lock);
-    if (!output || !holds(_outputs, output)) return;
-    std::vector<Ref<AVCaptureConnection>> removed;
-    std::erase_if(_connections, [&](const Ref<AVCaptureConnection>& connection) {
-      if (&connection->output() != output) return false;
-      removed.push_back(connection);
-      return true;
-    });
-    if (isRunning()) cutOff(removed);
-    std::erase_if(_outputs, [&](const Ref<AVCaptureOutput>& entry) { return entry.get() == output; });
+    const auto entry = std::ranges::find(_outputs, output, &Ref<AVCaptureOutput>::get);
+    if (!output || entry == _outputs.end()) return;
+    disconnect(moveToEnd([output](const AVCaptureConnection& connection) { return &connection.output() == output; }));
+    _outputs.erase(entry);
   }
   output->finish();
 }
@@ -92,15 +104,13 @@ void AVCaptureSession::startRunning() {
 /// waits for that as well.
 void AVCaptureSession::stopRunning() {
   bool wasRunning;
-  std::vector<Ref<AVCaptureOutput>> outputs;
   {
     std::lock_guard lock(_lock);
     wasRunning = isRunning();
     if (wasRunning) cutOff(_connections);
     _running.store(false, std::memory_order_release);
-    outputs = _outputs;
   }
-  for (const auto& output : outputs) output->finish();
+  finishOutputs();
   if (!wasRunning) return;
   NSNotificationCenter::defaultCenter().postNotificationName(AVCaptureSessionDidStopRunningNotification, this);
 }
@@ -121,15 +131,49 @@ void AVCaptureSession::connect(AVCaptureOutput& output) {
     });
   }
   if (input == _inputs.rend()) return;
-  auto connection = makeRef<AVCaptureConnection>(*input, Ref<AVCaptureOutput>::retain(&output));
-  _connections.push_back(connection);
-  if (isRunning()) start({connection});
+  _connections.push_back(makeRef<AVCaptureConnection>(*input, Ref<AVCaptureOutput>::retain(&output)));
+  try {
+    if (isRunning()) start(Connections(_connections).last(1));
+  } catch (...) {
+    _connections.pop_back();
+    throw;
+  }
+}
+
+/// Puts the connections that are `meant` behind the others, and returns how many those are.
+template <typename Predicate>
+std::size_t AVCaptureSession::moveToEnd(Predicate meant) {
+  std::size_t kept = 0;
+  for (std::size_t i = 0; i < _connections.size(); ++i) {
+    if (!meant(*_connections[i])) std::swap(_connections[kept++], _connections[i]);
+  }
+  return kept;
+}
+
+/// Takes away the connections behind the first `kept`.
+void AVCaptureSession::disconnect(std::size_t kept) noexcept {
+  if (isRunning()) cutOff(Connections(_connections).subspan(kept));
+  _connections.erase(_connections.begin() + static_cast<std::ptrdiff_t>(kept), _connections.end());
+}
+
+/// Backwards: an output that is removed meanwhile, which is finished by its removal, hides none of the others.
+void AVCaptureSession::finishOutputs() noexcept {
+  for (std::size_t left = std::numeric_limits<std::size_t>::max(); left > 0;) {
+    Ref<AVCaptureOutput> output;
+    {
+      std::lock_guard lock(_lock);
+      left = std::min(left, _outputs.size());
+      if (left == 0) return;
+      output = _outputs[--left];
+    }
+    output->finish();
+  }
 }
 
 /// All of them or, when a device cannot have a thread, none.
-void AVCaptureSession::start(const std::vector<Ref<AVCaptureConnection>>& connections) {
+void AVCaptureSession::start(Connections connections) {
   try {
-    for (const auto& [device, own] : byDevice(connections)) device->stream().add(own);
+    forEachStream(connections, [&](CaptureStream& stream) { stream.add(connections); });
   } catch (...) {
     cutOff(connections);
     throw;
@@ -137,6 +181,6 @@ void AVCaptureSession::start(const std::vector<Ref<AVCaptureConnection>>& connec
 }
 
 /// After the return the connections' outputs receive nothing more.
-void AVCaptureSession::cutOff(const std::vector<Ref<AVCaptureConnection>>& connections) {
-  for (const auto& [device, own] : byDevice(connections)) device->stream().remove(own);
+void AVCaptureSession::cutOff(Connections connections) noexcept {
+  forEachStream(connections, [&](CaptureStream& stream) { stream.remove(connections); });
 }

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <span>
 #include <vector>
 
 /// Posted with the session as object, by startRunning and stopRunning, before they return.
@@ -46,20 +47,23 @@ class AVCaptureSession final : public NSObject {
  public:
   AVCaptureSession() = default;
 
-  // addInput: addOutput: removeOutput:
+  // addInput: addOutput: removeInput: removeOutput:
   /// Retained until removed or until the session goes. What is there already, or is not, is left as it is. On a running
   /// session they take effect at once; after removeOutput no sample reaches the output's delegate, as after
   /// stopRunning.
   void addInput(AVCaptureDeviceInput* input);
   void addOutput(AVCaptureOutput* output);
+  void removeInput(AVCaptureDeviceInput* input);
   void removeOutput(AVCaptureOutput* output);
 
-  /// Starts the inputs' devices. No-op while running.
+  /// Starts the inputs' devices. No-op while running. Like the two that add, it throws std::bad_alloc or
+  /// std::system_error where memory or threads run out, and then has done nothing.
   void startRunning();
 
   /// Stops. After the return no sample is being delivered to a delegate or will be; what had been captured has
   /// been delivered, or dropped and reported. From a delegate's own queue it returns with that delegate's call
-  /// still in progress, of course, and drops what waits for it. No-op while stopped.
+  /// still in progress, of course, and drops what waits for it. No-op while stopped. Neither
+  /// this nor a removal takes memory.
   void stopRunning();
 
   bool isRunning() const noexcept { return _running.load(std::memory_order_acquire); }
@@ -69,8 +73,14 @@ class AVCaptureSession final : public NSObject {
 
   bool isConnected(const AVCaptureOutput& output) const;
   void connect(AVCaptureOutput& output);
-  static void start(const std::vector<Ref<AVCaptureConnection>>& connections);
-  static void cutOff(const std::vector<Ref<AVCaptureConnection>>& connections);
+  template <typename Predicate>
+  std::size_t moveToEnd(Predicate meant);
+  void disconnect(std::size_t kept) noexcept;
+  void finishOutputs() noexcept;
+
+  using Connections = std::span<const Ref<AVCaptureConnection>>;
+  static void start(Connections connections);
+  static void cutOff(Connections connections) noexcept;
 
   /// Never held while a delegate's queue is waited for.
 

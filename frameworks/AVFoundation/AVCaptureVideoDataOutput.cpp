@@ -7,6 +7,7 @@
 #include <Foundation/NSValue.h>
 
 #include <atomic>
+#include <new>
 
 namespace {
 
@@ -40,8 +41,8 @@ struct AVCaptureVideoDataOutput::Implementation final : SampleReceiver {
   bool prepareFor(std::int32_t width, std::int32_t height, const AVCaptureConnection& connection);
   CFRef<CVPixelBufferRef> draw(const hardware::VideoFrame& frame, CFDictionaryRef pixelAspectRatio,
                                const AVCaptureConnection& connection);
-  /// Empty when as many as may be are out; the device then hears of room when one comes back.
-  CFRef<CVPixelBufferRef> takeBuffer();
+  /// When as many as may be are out, the device hears of room as one comes back.
+  CVReturn takeBuffer(CFRef<CVPixelBufferRef>& buffer);
   void pushDropped(CMTime presentationTime, CMTime duration, SampleFate fate, AVCaptureConnection* connection);
 
   AVCaptureVideoDataOutput& output;
@@ -82,7 +83,10 @@ AVCaptureOutputStatistics AVCaptureVideoDataOutput::statistics() const {
 
 bool AVCaptureVideoDataOutput::hasRoom() {
   Implementation& self = *_implementation;
-  return self.delivery.waitingFrames() == 0 && (!self.pool || self.takeBuffer());
+  if (self.delivery.waitingFrames() > 0) return false;
+  // Where memory is short there is room: nobody would say when there is memory again, and a frame that is lost is told.
+  CFRef<CVPixelBufferRef> image;
+  return !self.pool || self.takeBuffer(image) != kCVReturnWouldExceedAllocationThreshold;
 }
 
 void AVCaptureVideoDataOutput::finish() {
@@ -128,10 +132,16 @@ void AVCaptureVideoDataOutput::Implementation::reportDropped(void* delegate, con
 }
 
 bool AVCaptureVideoDataOutput::Implementation::prepareFor(std::int32_t newWidth, std::int32_t newHeight,
-                                                          const AVCaptureConnection& connection) {
+                                                          const AVCaptureConnection& connection) try {
   CaptureStream& stream = connection.stream();
   if (pool && width == newWidth && height == newHeight && poolStream == &stream) return true;
   CVPixelBufferPoolRelease(std::exchange(pool, nullptr));
+  CMVideoFormatDescriptionRef description = nullptr;
+  if (CMVideoFormatDescriptionCreate(kCFAllocatorDefault, kCVPixelFormatType_422YpCbCr8_yuvs, newWidth, newHeight,
+                                     nullptr, &description) != noErr) {
+    return false;
+  }
+  format = CFRef<CMVideoFormatDescriptionRef>::adopt(description);
   auto attributes = makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{
       {kCVPixelBufferPixelFormatTypeKey, NSNumber::numberWithUnsignedInt(kCVPixelFormatType_422YpCbCr8_yuvs)},
       {kCVPixelBufferWidthKey, NSNumber::numberWithInt(newWidth)},
@@ -146,21 +156,19 @@ bool AVCaptureVideoDataOutput::Implementation::prepareFor(std::int32_t newWidth,
   poolStream = &stream;
   poolDevice = Ref<AVCaptureDevice>::retain(&connection.input().device());
   CVPixelBufferPoolSetFreeBufferHandler(pool, [&stream] { stream.outputHasRoom(); });
-  CMVideoFormatDescriptionRef description = nullptr;
-  CMVideoFormatDescriptionCreate(kCFAllocatorDefault, kCVPixelFormatType_422YpCbCr8_yuvs, newWidth, newHeight, nullptr,
-                                 &description);
-  format = CFRef<CMVideoFormatDescriptionRef>::adopt(description);
   width = newWidth;
   height = newHeight;
   return true;
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
 CFRef<CVPixelBufferRef> AVCaptureVideoDataOutput::Implementation::draw(const hardware::VideoFrame& frame,
                                                                        CFDictionaryRef pixelAspectRatio,
                                                                        const AVCaptureConnection& connection) {
   if (!prepareFor(frame.width, frame.height, connection)) return {};
-  auto image = takeBuffer();
-  if (!image) return {};
+  CFRef<CVPixelBufferRef> image;
+  if (takeBuffer(image) != kCVReturnSuccess) return {};
   CVPixelBufferRef buffer = image.get();
   if (pixelAspectRatio) {
     CVBufferSetAttachment(buffer, kCVImageBufferPixelAspectRatioKey, pixelAspectRatio,
@@ -172,10 +180,11 @@ CFRef<CVPixelBufferRef> AVCaptureVideoDataOutput::Implementation::draw(const har
   return image;
 }
 
-CFRef<CVPixelBufferRef> AVCaptureVideoDataOutput::Implementation::takeBuffer() {
-  CVPixelBufferRef buffer = nullptr;
-  CVPixelBufferPoolTake(pool, MostFramesOut, &buffer);
-  return CFRef<CVPixelBufferRef>::adopt(buffer);
+CVReturn AVCaptureVideoDataOutput::Implementation::takeBuffer(CFRef<CVPixelBufferRef>& buffer) {
+  CVPixelBufferRef taken = nullptr;
+  const CVReturn status = CVPixelBufferPoolTake(pool, MostFramesOut, &taken);
+  buffer = CFRef<CVPixelBufferRef>::adopt(taken);
+  return status;
 }
 
 void AVCaptureVideoDataOutput::Implementation::pushDropped(CMTime presentationTime, CMTime duration, SampleFate fate,

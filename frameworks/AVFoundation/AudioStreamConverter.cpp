@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <new>
 #include <utility>
 
 namespace {
@@ -42,8 +43,10 @@ AudioStreamConverter::AudioStreamConverter(const AudioStreamBasicDescription& de
   const AudioChannelLayout stereo{kAudioChannelLayoutTag_Stereo, 0, 0};
   const bool isStereo = destination.mChannelsPerFrame == 2;
   CMAudioFormatDescriptionRef description = nullptr;
-  CMAudioFormatDescriptionCreate(kCFAllocatorDefault, &_destination, isStereo ? sizeof stereo : 0,
-                                 isStereo ? &stereo : nullptr, 0, nullptr, nullptr, &description);
+  const OSStatus status =
+      CMAudioFormatDescriptionCreate(kCFAllocatorDefault, &_destination, isStereo ? sizeof stereo : 0,
+                                     isStereo ? &stereo : nullptr, 0, nullptr, nullptr, &description);
+  if (status == kCMFormatDescriptionError_AllocationFailed) throw std::bad_alloc();
   _destinationFormat = CFRef<CMAudioFormatDescriptionRef>::adopt(description);
 }
 
@@ -133,7 +136,12 @@ bool AudioStreamConverter::prepareFor(const hardware::AudioFormat& format, Resul
   }
   if (format.layout != kAudioChannelLayoutTag_Unknown) {
     const AudioChannelLayout layout{format.layout, 0, 0};
-    AudioConverterSetProperty(_converter, kAudioConverterInputChannelLayout, sizeof layout, &layout);
+    const OSStatus status =
+        AudioConverterSetProperty(_converter, kAudioConverterInputChannelLayout, sizeof layout, &layout);
+    if (status == kAudioConverterErr_UnspecifiedError) {  // no memory; the channels would be mixed otherwise than meant
+      AudioConverterDispose(std::exchange(_converter, nullptr));
+      return false;
+    }
   }
   _source = format.stream;
   _sourceLayout = format.layout;

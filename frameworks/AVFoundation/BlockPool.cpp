@@ -57,7 +57,7 @@ void BlockPool::stockUp(std::size_t size) {
   }
 }
 
-void BlockPool::giveBack(Memory memory) {
+void BlockPool::giveBack(Memory memory) noexcept {
   {
     std::lock_guard lock(_lock);
     if (_idle.size() < MostIdle) {

@@ -23,7 +23,7 @@ class BlockPool final : public NSObject {
   /// blocks is used again, and the first of a size brings along what a delegate that is late will need. What is taken
   /// goes on to `makeBlock` or `giveBack`. Any thread.
   Memory take(std::size_t size);
-  void giveBack(Memory memory);
+  void giveBack(Memory memory) noexcept;
 
   /// A block buffer over the first `dataLength` bytes, which gives the memory back when it goes; null when it cannot be
   /// made.
@@ -35,7 +35,9 @@ class BlockPool final : public NSObject {
   void stockUp(std::size_t size);
   static void freeBlock(void* pool, void* bytes, std::size_t size);
 
+  static constexpr std::size_t MostIdle = 32;
+
   std::mutex _lock;
-  std::vector<Memory> _idle;
+  std::vector<Memory> _idle;     ///< in room that is there from the start: giving back takes no memory
   std::size_t _stockedSize = 0;  ///< of the idle blocks that were made in advance
 };

@@ -1,5 +1,8 @@
 #include <AVFoundation/CaptureDeviceRegistry.h>
 #include <AVFoundation/CaptureStream.h>
+#include <Foundation/NSLog.h>
+
+#include <exception>
 
 CaptureDeviceRegistry& CaptureDeviceRegistry::shared() {
   // Never destroyed: devices may be asked for, or come and go, until the very end of the process.
@@ -24,11 +27,16 @@ void CaptureDeviceRegistry::prepare() {
     if (_provider) return;
     _provider = provider = hardware::systemProvider();
   }
-  provider->setEventHandler(
-      [this, from = provider.get()](hardware::DeviceEvent event, const std::shared_ptr<hardware::Device>& device) {
-        handle(from, event, device);
-      });
-  attachPresent(provider);
+  try {
+    provider->setEventHandler(
+        [this, from = provider.get()](hardware::DeviceEvent event, const std::shared_ptr<hardware::Device>& device) {
+          handle(from, event, device);
+        });
+    attachPresent(provider);
+  } catch (...) {
+    forgetProvider();  // the next one that asks tries again
+    throw;
+  }
   std::lock_guard lock(_lock);
   _isPrepared = _provider == provider;
 }
@@ -113,16 +121,18 @@ void CaptureDeviceRegistry::setAllowsScreenCaptureDevices(bool allows) {
   {
     std::lock_guard lock(_lock);
     if (_allowsScreenCapture == allows) return;
-    _allowsScreenCapture = allows;
     for (const Entry& entry : _connected) {
       if (entry.isScreenCapture) changed.push_back(entry.device);
     }
+    _allowsScreenCapture = allows;
   }
-  post(allows ? AVCaptureDeviceWasConnectedNotification : AVCaptureDeviceWasDisconnectedNotification, changed);
+  const auto name = allows ? AVCaptureDeviceWasConnectedNotification : AVCaptureDeviceWasDisconnectedNotification;
+  for (const auto& device : changed) post(name, *device);
 }
 
+/// Out of memory, a device that is new is left out until it is plugged in again; one that leaves always leaves.
 void CaptureDeviceRegistry::handle(const hardware::Provider* provider, hardware::DeviceEvent event,
-                                   const std::shared_ptr<hardware::Device>& device) {
+                                   const std::shared_ptr<hardware::Device>& device) noexcept try {
   const bool isAttached = event == hardware::DeviceEvent::attached;
   Ref<AVCaptureDevice> object;
   bool isToldOf;
@@ -146,19 +156,22 @@ void CaptureDeviceRegistry::handle(const hardware::Provider* provider, hardware:
     }
   }
   if (isToldOf) {
-    post(isAttached ? AVCaptureDeviceWasConnectedNotification : AVCaptureDeviceWasDisconnectedNotification, {object});
+    post(isAttached ? AVCaptureDeviceWasConnectedNotification : AVCaptureDeviceWasDisconnectedNotification, *object);
   }
   object = {};
   std::lock_guard lock(_lock);
   dropUnused();
+} catch (const std::exception&) {  // no memory, or no thread
+  NSLog("No memory for the device %s", device->description().uniqueID.c_str());
 }
 
 CaptureDeviceRegistry::Entries::iterator CaptureDeviceRegistry::entryFor(
     const hardware::DeviceDescription& description) {
   if (const auto known = _byID.find(description.uniqueID); known != _byID.end()) return known->second;
-  const auto entry = _unplugged.insert(
-      _unplugged.end(), Entry{makeRef<AVCaptureDevice>(description), description.isScreenCapture, false});
+  Entries made{Entry{makeRef<AVCaptureDevice>(description), description.isScreenCapture, false}};
+  const auto entry = made.begin();
   _byID.emplace(entry->device->uniqueID(), entry);
+  _unplugged.splice(_unplugged.end(), made);
   return entry;
 }
 
@@ -179,6 +192,6 @@ void CaptureDeviceRegistry::dropUnused() {
   });
 }
 
-void CaptureDeviceRegistry::post(NSNotificationName name, const std::vector<Ref<AVCaptureDevice>>& devices) {
-  for (const auto& device : devices) NSNotificationCenter::defaultCenter().postNotificationName(name, device.get());
+void CaptureDeviceRegistry::post(NSNotificationName name, AVCaptureDevice& device) {
+  NSNotificationCenter::defaultCenter().postNotificationName(name, &device);
 }

@@ -43,7 +43,7 @@ class CaptureDeviceRegistry {
   void prepare();
   void forgetProvider();
   void handle(const hardware::Provider* provider, hardware::DeviceEvent event,
-              const std::shared_ptr<hardware::Device>& device);
+              const std::shared_ptr<hardware::Device>& device) noexcept;
   bool attach(AVCaptureDevice& object, const std::shared_ptr<hardware::Device>& device,
               const hardware::Provider* provider);
   void attachPresent(const std::shared_ptr<hardware::Provider>& provider);
@@ -53,7 +53,7 @@ class CaptureDeviceRegistry {
   Entries::iterator entryFor(const hardware::DeviceDescription& description);
   void setConnected(Entries::iterator entry, bool isConnected);
   void dropUnused();
-  static void post(NSNotificationName name, const std::vector<Ref<AVCaptureDevice>>& devices);
+  static void post(NSNotificationName name, AVCaptureDevice& device);
 
   /// Held while the provider is taken into use.
   std::mutex _preparation;
@@ -62,8 +62,8 @@ class CaptureDeviceRegistry {
   std::mutex _lock;
   std::shared_ptr<hardware::Provider> _provider;
   bool _isPrepared = false;  ///< the provider's devices have been entered
-  Entries _connected;  ///< in the order of their connection
-  Entries _unplugged;  ///< those that someone held when they went
+  Entries _connected;        ///< in the order of their connection
+  Entries _unplugged;        ///< those that someone held when they went
   /// Where the entry of each ID is, so that the arrival of n devices does not compare each with all others.
   std::unordered_map<std::string_view, Entries::iterator> _byID;
   bool _allowsScreenCapture = false;

@@ -7,6 +7,7 @@
 #include <Foundation/NSValue.h>
 
 #include <algorithm>
+#include <iterator>
 
 namespace {
 
@@ -48,11 +49,13 @@ std::shared_ptr<hardware::Device> CaptureStream::hardware() const {
   return _hardware;
 }
 
-void CaptureStream::add(const std::vector<Ref<AVCaptureConnection>>& connections) {
+void CaptureStream::add(Connections connections) {
   std::lock_guard control(_control);
   {
     std::lock_guard lock(_connectionsLock);
-    _connections.insert(_connections.end(), connections.begin(), connections.end());
+    _connections.reserve(_connections.size() + connections.size());
+    std::ranges::copy_if(connections, std::back_inserter(_connections),
+                         [this](const auto& connection) { return &connection->input().device().stream() == this; });
     if (_connections.empty()) return;
   }
   const auto device = hardware();
@@ -65,7 +68,7 @@ void CaptureStream::add(const std::vector<Ref<AVCaptureConnection>>& connections
   }
 }
 
-void CaptureStream::remove(const std::vector<Ref<AVCaptureConnection>>& connections) {
+void CaptureStream::remove(Connections connections) noexcept {
   std::lock_guard control(_control);
   // The hardware stops first: what it takes until it stands still has been captured, and ends in an output's counts.
   if (areAll(connections)) {
@@ -75,7 +78,7 @@ void CaptureStream::remove(const std::vector<Ref<AVCaptureConnection>>& connecti
 }
 
 /// Whether there is no connection but these.
-bool CaptureStream::areAll(const std::vector<Ref<AVCaptureConnection>>& connections) const {
+bool CaptureStream::areAll(Connections connections) const {
   std::lock_guard lock(_connectionsLock);
   return std::all_of(_connections.begin(), _connections.end(), [&](const Ref<AVCaptureConnection>& connection) {
     return std::find(connections.begin(), connections.end(), connection) != connections.end();
@@ -83,7 +86,7 @@ bool CaptureStream::areAll(const std::vector<Ref<AVCaptureConnection>>& connecti
 }
 
 /// Returns how many connections are left.
-std::size_t CaptureStream::drop(const std::vector<Ref<AVCaptureConnection>>& connections) {
+std::size_t CaptureStream::drop(Connections connections) {
   std::lock_guard lock(_connectionsLock);
   std::erase_if(_connections, [&](const Ref<AVCaptureConnection>& connection) {
     return std::find(connections.begin(), connections.end(), connection) != connections.end();
@@ -124,19 +127,19 @@ void CaptureStream::handOut(AVMediaType mediaType, Receive receive) {
   if (!isWanted) SampleLedger::noteUnclaimed(mediaType);
 }
 
-void CaptureStream::videoFrameCaptured(const hardware::VideoFrame& frame) {
+void CaptureStream::videoFrameCaptured(const hardware::VideoFrame& frame) noexcept {
   handOut<AVCaptureVideoDataOutput>(AVMediaTypeVideo, [&](auto& output, AVCaptureConnection* connection) {
     output.receive(frame, _pixelAspectRatio.get(), connection);
   });
 }
 
-void CaptureStream::videoFrameLost(CMTime presentationTime, CMTime duration) {
+void CaptureStream::videoFrameLost(CMTime presentationTime, CMTime duration) noexcept {
   handOut<AVCaptureVideoDataOutput>(AVMediaTypeVideo, [&](auto& output, AVCaptureConnection* connection) {
     output.receiveLost(presentationTime, duration, connection);
   });
 }
 
-void CaptureStream::audioChunkCaptured(const hardware::AudioChunk& chunk) {
+void CaptureStream::audioChunkCaptured(const hardware::AudioChunk& chunk) noexcept {
   handOut<AVCaptureAudioDataOutput>(
       AVMediaTypeAudio, [&](auto& output, AVCaptureConnection* connection) { output.receive(chunk, connection); });
 }

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <vector>
 
 class CaptureStream final : public hardware::Sink {
@@ -19,27 +20,30 @@ class CaptureStream final : public hardware::Sink {
   void setHardware(std::shared_ptr<hardware::Device> device);
   std::shared_ptr<hardware::Device> hardware() const;
 
-  /// Adds connections and starts the hardware for the first ones. When that throws, for want of a thread, nothing was
-  /// added.
-  void add(const std::vector<Ref<AVCaptureConnection>>& connections);
+  /// Those of a session, of which those from other devices are no concern of this stream.
+  using Connections = std::span<const Ref<AVCaptureConnection>>;
+
+  /// Adds connections and starts the hardware for the first ones. When that throws, for want of memory or a thread,
+  /// nothing was added.
+  void add(Connections connections);
 
   /// Removes connections and stops the hardware with the last ones. After the return no sample comes to them.
-  void remove(const std::vector<Ref<AVCaptureConnection>>& connections);
+  void remove(Connections connections) noexcept;
 
   /// An output of this stream can take another sample. Called after each delivery: cheap while nobody waits for it.
   void outputHasRoom();
 
-  void videoFrameCaptured(const hardware::VideoFrame& frame) override;
-  void videoFrameLost(CMTime presentationTime, CMTime duration) override;
-  void audioChunkCaptured(const hardware::AudioChunk& chunk) override;
+  void videoFrameCaptured(const hardware::VideoFrame& frame) noexcept override;
+  void videoFrameLost(CMTime presentationTime, CMTime duration) noexcept override;
+  void audioChunkCaptured(const hardware::AudioChunk& chunk) noexcept override;
   bool hasRoomForVideo() override { return hasRoom(AVMediaTypeVideo); }
   bool hasRoomForAudio() override { return hasRoom(AVMediaTypeAudio); }
 
  private:
-  bool areAll(const std::vector<Ref<AVCaptureConnection>>& connections) const;
+  bool areAll(Connections connections) const;
   template <typename Output, typename Receive>
   void handOut(AVMediaType mediaType, Receive receive);
-  std::size_t drop(const std::vector<Ref<AVCaptureConnection>>& connections);
+  std::size_t drop(Connections connections);
   bool hasRoom(AVMediaType mediaType);
   bool everyOutputHasRoom(AVMediaType mediaType);
 

@@ -3,6 +3,8 @@
 #include <AVFoundation/CaptureStream.h>
 
 #include <algorithm>
+#include <exception>
+#include <limits>
 #include <utility>
 
 namespace {
@@ -14,25 +16,24 @@ constexpr std::size_t LongestLine = 64;
 }  // namespace
 
 SampleDelivery::SampleDelivery(AVCaptureOutput& output, SampleReceiver& receiver, std::size_t usualWaiting)
-    : _output(output), _receiver(receiver), _line(LongestLine + usualWaiting) {
+    : _output(output), _receiver(receiver), _usualLength(LongestLine + usualWaiting) {
   _deliveringOn.reserve(4);  // more delegates at work at once than a source ever has
 }
 
 void SampleDelivery::setDelegate(void* delegate, dispatch_queue_t queue) {
-  std::vector<Item> dropped;
+  std::vector<Item> line(queue ? _usualLength : 0);
   CFRef<dispatch_queue_t> former;
   {
     std::lock_guard lock(_lock);
+    if (queue) _deliveringOn.reserve(_deliveringOn.size() + 1);
     _delegate = queue ? delegate : nullptr;
     former = std::exchange(_queue, CFRef<dispatch_queue_t>::retain(_delegate ? queue : nullptr));
-    while (_length > 0) {
-      Item item = takeFirst();
-      if (item.fate == SampleFate::deliver) item.fate = SampleFate::stopped;
-      end(item);
-      dropped.push_back(std::move(item));
-    }
+    dropWaitingFrames();
+    for (; _length > 0; --_length) end(at(_length - 1));
+    line.swap(_line);
+    _first = 0;
   }
-  for (const Item& item : dropped) {
+  for (const Item& item : line) {
     if (item.connection) item.connection->stream().outputHasRoom();
   }
 }
@@ -93,9 +94,15 @@ void SampleDelivery::add(Item item) {
       return end(item);
     }
     if (mergeReport(item.fate, item.count)) return;
+    try {
+      makeRoom();
+      if (dispatch_enqueue_f(_queue.get(), this, &SampleDelivery::deliverNext)) queue = _queue;
+    } catch (const std::exception&) {  // no memory, or no thread
+      if (item.fate == SampleFate::deliver) item.fate = SampleFate::noBuffer;
+      return end(item);
+    }
+    _output.retain();  // the queue's thread gets no further than to the lock
     append(std::move(item));
-    _output.retain();
-    if (dispatch_enqueue_f(_queue.get(), this, &SampleDelivery::deliverNext)) queue = _queue;
   }
   // Behind the lock, for the first thing that the queue's thread does is to take it. From here on the output may go.
   dispatch_wake(queue.get());
@@ -146,21 +153,31 @@ void SampleDelivery::report(void* delegate, Item& item) {
 
 void SampleDelivery::finish() {
   CFRef<dispatch_queue_t> queue;
-  std::vector<CFRef<dispatch_queue_t>> busy;
   {
     std::lock_guard lock(_lock);
     queue = _queue;
-    busy = _deliveringOn;
+    if (queue && dispatch_queue_is_current(queue.get())) dropWaitingFrames();
   }
-  if (queue && dispatch_queue_is_current(queue.get())) dropWaitingFrames();
-  if (queue) busy.push_back(std::move(queue));
-  for (const auto& each : busy) {
-    if (!dispatch_queue_is_current(each.get())) dispatch_sync(each.get(), [] {});
+  // Backwards: a delivery that ends meanwhile hides none of the others.
+  for (std::size_t left = std::numeric_limits<std::size_t>::max(); left > 0;) {
+    CFRef<dispatch_queue_t> busy;
+    {
+      std::lock_guard lock(_lock);
+      left = std::min(left, _deliveringOn.size());
+      if (left > 0) busy = _deliveringOn[--left];
+    }
+    waitFor(busy.get());
   }
+  waitFor(queue.get());
 }
 
+/// Until what the queue has to do now is done; not from the queue itself.
+void SampleDelivery::waitFor(dispatch_queue_t queue) {
+  if (queue && !dispatch_queue_is_current(queue)) dispatch_sync(queue, [] {});
+}
+
+/// Called with the lock held.
 void SampleDelivery::dropWaitingFrames() {
-  std::lock_guard lock(_lock);
   for (std::size_t i = 0; i < _length; ++i) {
     Item& item = at(i);
     if (item.fate == SampleFate::deliver) item.fate = SampleFate::stopped;
@@ -209,15 +226,16 @@ SampleDelivery::Item SampleDelivery::takeFirst() {
   return item;
 }
 
-void SampleDelivery::append(Item&& item) {
-  if (_length == _line.size()) {
-    std::vector<Item> longer;
-    longer.reserve(2 * _length);
-    for (std::size_t i = 0; i < _length; ++i) longer.push_back(std::move(at(i)));
-    longer.resize(longer.capacity());
-    _line = std::move(longer);
-    _first = 0;
-  }
+/// For one more item.
+void SampleDelivery::makeRoom() {
+  if (_length < _line.size()) return;
+  std::vector<Item> longer(2 * _length);
+  for (std::size_t i = 0; i < _length; ++i) longer[i] = std::move(at(i));
+  _line = std::move(longer);
+  _first = 0;
+}
+
+void SampleDelivery::append(Item&& item) noexcept {
   if (item.fate == SampleFate::deliver) ++_waitingFrames;
   at(_length) = std::move(item);
   ++_length;

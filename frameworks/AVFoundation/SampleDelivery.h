@@ -92,19 +92,23 @@ class SampleDelivery {
   void dropWaitingFrames();
   void end(const Item& item);
   Item takeFirst();
-  void append(Item&& item);
+  void makeRoom();
+  void append(Item&& item) noexcept;
+  static void waitFor(dispatch_queue_t queue);
   Item& at(std::size_t position) { return _line[(_first + position) % _line.size()]; }
   bool mergeReport(SampleFate fate, std::uint32_t count);
 
   AVCaptureOutput& _output;
   SampleReceiver& _receiver;
+  const std::size_t _usualLength;
 
   mutable std::mutex _lock;
   void* _delegate = nullptr;
   CFRef<dispatch_queue_t> _queue;
-  /// Where deliveries are in progress: one, and one for each former delegate that is still at work.
+  /// Where deliveries are in progress: one, and one for each former delegate that is still at work. Its room is made
+  /// when the delegate is set.
   std::vector<CFRef<dispatch_queue_t>> _deliveringOn;
-  std::vector<Item> _line;  ///< ring, `_length` items from `_first`
+  std::vector<Item> _line;  ///< ring, `_length` items from `_first`; without a delegate it has no room
   std::size_t _first = 0;
   std::size_t _length = 0;
   std::size_t _waitingFrames = 0;

@@ -92,8 +92,12 @@ OSStatus CMIOObjectSetPropertyData(CMIOObjectID objectID, const CMIOObjectProper
   UInt32 allows = 0;
   if (!data || dataSize != sizeof allows) return kCMIOHardwareBadPropertySizeError;
   std::memcpy(&allows, data, sizeof allows);
-  CaptureDeviceRegistry::shared().setAllowsScreenCaptureDevices(allows != 0);
-  return kCMIOHardwareNoError;
+  try {
+    CaptureDeviceRegistry::shared().setAllowsScreenCaptureDevices(allows != 0);
+    return kCMIOHardwareNoError;
+  } catch (const std::exception&) {
+    return kCMIOHardwareUnspecifiedError;
+  }
 }
 
 OSStatus CMIOObjectGetPropertyData(CMIOObjectID objectID, const CMIOObjectPropertyAddress* address, UInt32, const void*,
@@ -107,7 +111,7 @@ OSStatus CMIOObjectGetPropertyData(CMIOObjectID objectID, const CMIOObjectProper
     const OSStatus status = translateDeviceForUID(translation);
     if (status == kCMIOHardwareNoError && dataUsed) *dataUsed = sizeof translation;
     return status;
-  } catch (const std::bad_alloc&) {
+  } catch (const std::exception&) {
     return kCMIOHardwareUnspecifiedError;
   }
 }
@@ -121,7 +125,7 @@ Boolean CMIOObjectHasProperty(CMIOObjectID objectID, const CMIOObjectPropertyAdd
   try {
     const auto device = knownDevice(objectIDs().uniqueIDOf(objectID));
     return device && device->description().hasVideoDigitizer;
-  } catch (const std::bad_alloc&) {
+  } catch (const std::exception&) {
     return false;
   }
 }

@@ -1,9 +1,7 @@
 #include <Foundation/MainLoop.h>
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -32,13 +30,15 @@ void MainLoop::add(std::function<void()> block, const void* owner) {
   _changed.signal();
 }
 
-void MainLoop::cancel(const void* owner) {
-  std::vector<Entry> cancelled;  // destroyed after the unlock: what a block holds may call back into here
-  const std::lock_guard lock(_mutex);
-  const auto kept = std::stable_partition(_entries.begin(), _entries.end(),
-                                          [owner](const Entry& entry) { return entry.owner != owner; });
-  cancelled.assign(std::make_move_iterator(kept), std::make_move_iterator(_entries.end()));
-  _entries.erase(kept, _entries.end());
+void MainLoop::cancel(const void* owner) noexcept {
+  for (;;) {
+    std::function<void()> block;  // destroyed after the unlock: what a block holds may call back into here
+    const std::lock_guard lock(_mutex);
+    const auto entry = std::ranges::find(_entries, owner, &Entry::owner);
+    if (entry == _entries.end()) return;
+    block = std::move(entry->block);
+    _entries.erase(entry);
+  }
 }
 
 MainLoop::RunResult MainLoop::run(double seconds, bool returnAfterBlock) {

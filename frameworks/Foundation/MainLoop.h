@@ -20,8 +20,8 @@ class MainLoop {
   /// `cancel`.
   void add(std::function<void()> block, const void* owner = nullptr);
 
-  /// Destroys the waiting blocks of an owner. One that has begun to run is not affected. Any thread.
-  void cancel(const void* owner);
+  /// Destroys the waiting blocks of an owner. One that has begun to run is not affected. Any thread. Takes no memory.
+  void cancel(const void* owner) noexcept;
 
   /// Runs blocks as they come: those that wait at the call in any case, later ones until `seconds` have
   /// passed; only the first one when `returnAfterBlock` is set. Main thread only.

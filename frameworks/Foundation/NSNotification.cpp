@@ -1,9 +1,18 @@
 #include <Foundation/NSNotification.h>
 
 #include <Foundation/MainLoop.h>
+#include <Foundation/NSLog.h>
 
 #include <algorithm>
+#include <new>
 #include <utility>
+
+/// A caller of removeObserver that waits for the end of a run; lives on the caller's stack, for a removal takes no
+/// memory.
+struct NSNotificationCenter::WaitingRemover {
+  runtime::Event ended;
+  WaitingRemover* next = nullptr;
+};
 
 /// The token. What changes after the construction is guarded by the centre's mutex.
 class NSNotificationCenter::Observer final : public NSObject {
@@ -20,7 +29,7 @@ class NSNotificationCenter::Observer final : public NSObject {
   bool removed = false;
   int runsUnderWay = 0;
   int runsWaiting = 0;  ///< For the main thread.
-  std::vector<runtime::Event*> removersWaiting;
+  WaitingRemover* waitingRemovers = nullptr;
 };
 
 NSNotificationCenter::NSNotificationCenter() = default;
@@ -38,13 +47,18 @@ Ref<NSObject> NSNotificationCenter::addObserverForName(NSNotificationName name, 
   auto observer = makeRef<Observer>(name, object, queue != nullptr, std::move(usingBlock));
   const std::lock_guard lock(_mutex);
   observer->registration = ++_registrations;
-  _observers[observer->name].emplace(std::pair(observer->object, observer->registration), observer);
-  _byToken.emplace(observer.get(), observer.get());
+  const auto token = _byToken.emplace(observer.get(), observer.get()).first;
+  try {
+    _observers[observer->name].emplace(std::pair(observer->object, observer->registration), observer);
+  } catch (...) {
+    _byToken.erase(token);
+    throw;
+  }
   return observer;
 }
 
-void NSNotificationCenter::removeObserver(NSObject* token) {
-  runtime::Event ended;
+void NSNotificationCenter::removeObserver(NSObject* token) noexcept {
+  WaitingRemover remover;
   bool mustWait = false;
   bool mustCancel = false;
   Ref<Observer> removed;  // goes after the unlock: what its block has captured may call back into here
@@ -58,20 +72,24 @@ void NSNotificationCenter::removeObserver(NSObject* token) {
     if (observer.runsUnderWay == 0) {
       removed = take(observer);
     } else if (!runtime::isWithin(token)) {
-      observer.removersWaiting.push_back(&ended);
+      remover.next = std::exchange(observer.waitingRemovers, &remover);
       mustWait = true;
     }
   }
   if (mustCancel) MainLoop::instance().cancel(token);
-  if (mustWait) ended.wait();
+  if (mustWait) remover.ended.wait();
   if (removed) removed->block = nullptr;
 }
 
-void NSNotificationCenter::postNotificationName(NSNotificationName name, NSObject* object) {
-  const std::vector<Ref<Observer>> observers = observersFor(name, object);
-  if (observers.empty()) return;
-  const auto notification = makeRef<NSNotification>(name, object);
-  for (const Ref<Observer>& observer : observers) deliver(observer, notification);
+void NSNotificationCenter::postNotificationName(NSNotificationName name, NSObject* object) noexcept {
+  try {
+    const std::vector<Ref<Observer>> observers = observersFor(name, object);
+    if (observers.empty()) return;
+    const auto notification = makeRef<NSNotification>(name, object);
+    for (const Ref<Observer>& observer : observers) deliver(observer, notification);
+  } catch (const std::bad_alloc&) {
+    NSLog("No memory to post %.*s", static_cast<int>(name.size()), name.data());
+  }
 }
 
 std::size_t NSNotificationCenter::observerCount() const {
@@ -154,5 +172,8 @@ void NSNotificationCenter::endRun(Observer& observer) {
   }
   // From here on only this thread and the waiting removers know the observer.
   removed->block = nullptr;
-  for (runtime::Event* remover : removed->removersWaiting) remover->signal();
+  while (WaitingRemover* const remover = removed->waitingRemovers) {
+    removed->waitingRemovers = remover->next;  // before the signal, with which the remover goes
+    remover->ended.signal();
+  }
 }

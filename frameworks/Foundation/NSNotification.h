@@ -52,13 +52,14 @@ class NSNotificationCenter {
   /// After the return the block is not running and will not run, waiting ones included. Called from
   /// inside the block itself, it returns at once and the block never runs again. What the block had captured
   /// is destroyed with it. Unknown tokens and null are ignored. It waits for a block that runs on another
-  /// thread, so the caller must hold nothing that the block waits for.
-  void removeObserver(NSObject* token);
+  /// thread, so the caller must hold nothing that the block waits for. Takes no memory.
+  void removeObserver(NSObject* token) noexcept;
 
   // postNotificationName:object:
   /// Runs or queues the block of every matching observer, in the order of their registration. Observers
-  /// that join during a post are not told of it; those removed before their turn are left out.
-  void postNotificationName(NSNotificationName name, NSObject* object);
+  /// that join during a post are not told of it; those removed before their turn are left out. Observers for whom there
+  /// is no memory are not told either, which goes to the log.
+  void postNotificationName(NSNotificationName name, NSObject* object) noexcept;
 
   /// How many observers are registered: for tests.
   std::size_t observerCount() const;
@@ -68,6 +69,7 @@ class NSNotificationCenter {
 
  private:
   class Observer;
+  struct WaitingRemover;
 
   NSNotificationCenter();
   ~NSNotificationCenter();

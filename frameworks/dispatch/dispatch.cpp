@@ -7,12 +7,16 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <mutex>
 #include <new>
 #include <string>
 #include <utility>
 
 namespace {
+
+/// How long a caller of dispatch_sync for whom there is no memory to stand in line waits before it looks again.
+constexpr runtime::Nanoseconds WithoutMemory = runtime::NanosecondsPerSecond / 1000;
 
 /// A caller of dispatch_sync that waits for its turn; lives on the caller's stack.
 struct WaitingCaller {
@@ -45,8 +49,8 @@ struct OpaqueDispatchQueue final : NSObject, private runtime::LaneClient {
  public:
   explicit OpaqueDispatchQueue(std::string name) noexcept : label(std::move(name)) {}
 
-  void runAsynchronously(const Item& item) noexcept;
-  bool enqueue(const Item& item) noexcept;
+  void runAsynchronously(const Item& item);
+  bool enqueue(const Item& item);
   void wake() noexcept { _lane->wake(); }
   void runSynchronously(void* context, dispatch_function_t work) noexcept;
 
@@ -59,6 +63,7 @@ struct OpaqueDispatchQueue final : NSObject, private runtime::LaneClient {
 
   bool isIdle() const noexcept { return !_running && _items.isEmpty(); }
   void push(const Item& item);
+  bool tryPush(const Item& item) noexcept;
   bool pushAsynchronous(const Item& item);
   void setRunning(bool isRunning);
   void runInline(const Item& item);
@@ -76,15 +81,22 @@ struct OpaqueDispatchQueue final : NSObject, private runtime::LaneClient {
 
 /// With the lock held. The lane starts under the lock, so that it cannot run before it is known here.
 void OpaqueDispatchQueue::push(const Item& item) {
+  if (!_lane) _lane = runtime::Scheduler::current().makeLane(label, *this);
   _items.push(item);
   _hasNext.store(!_running, std::memory_order_relaxed);
-  if (!_lane) _lane = runtime::Scheduler::current().makeLane(label, *this);
 }
 
 /// With the lock held.
 void OpaqueDispatchQueue::setRunning(bool isRunning) {
   _running = isRunning;
   _hasNext.store(!isRunning && !_items.isEmpty(), std::memory_order_relaxed);
+}
+
+bool OpaqueDispatchQueue::tryPush(const Item& item) noexcept try {
+  push(item);
+  return true;
+} catch (const std::exception&) {
+  return false;
 }
 
 /// With the lock held. True when the lane is to be woken. Otherwise it looks for the next item by itself, or whoever
@@ -95,12 +107,12 @@ bool OpaqueDispatchQueue::pushAsynchronous(const Item& item) {
   return wasIdle;
 }
 
-bool OpaqueDispatchQueue::enqueue(const Item& item) noexcept {
+bool OpaqueDispatchQueue::enqueue(const Item& item) {
   const std::lock_guard lock(_mutex);
   return pushAsynchronous(item);
 }
 
-void OpaqueDispatchQueue::runAsynchronously(const Item& item) noexcept {
+void OpaqueDispatchQueue::runAsynchronously(const Item& item) {
   // The item may give back the very reference that the caller relies on, while the lane is still being woken.
   Ref<OpaqueDispatchQueue> keptWhileWaking;
   {
@@ -113,15 +125,18 @@ void OpaqueDispatchQueue::runAsynchronously(const Item& item) noexcept {
 
 void OpaqueDispatchQueue::runSynchronously(void* context, dispatch_function_t work) noexcept {
   WaitingCaller caller{runtime::innermostActivity(), {}};
-  {
-    std::unique_lock lock(_mutex);
-    if (isIdle()) {
-      setRunning(true);
-      lock.unlock();
-      runInline({context, work, nullptr});
-      return;
+  for (bool isInLine = false; !isInLine;) {
+    {
+      std::unique_lock lock(_mutex);
+      if (isIdle()) {
+        setRunning(true);
+        lock.unlock();
+        runInline({context, work, nullptr});
+        return;
+      }
+      isInLine = tryPush({context, work, &caller});
     }
-    push({context, work, &caller});
+    if (!isInLine) runtime::Scheduler::current().sleepUntil(runtime::Scheduler::current().now() + WithoutMemory);
   }
   caller.finished.wait();
 }
@@ -228,8 +243,9 @@ bool dispatch_queue_is_current(dispatch_queue_t queue) {
 void dispatch_async(dispatch_queue_t queue, std::function<void()> block) {
   if (!queue || !block) return;
   auto held = std::make_unique<std::function<void()>>(std::move(block));
-  dispatch_async_f(queue, held.release(), [](void* context) {
+  dispatch_async_f(queue, held.get(), [](void* context) {
     const std::unique_ptr<std::function<void()>> taken(static_cast<std::function<void()>*>(context));
     (*taken)();
   });
+  held.release();
 }

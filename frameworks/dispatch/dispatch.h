@@ -2,8 +2,7 @@
 
 // Serial queues. A queue runs its items one at a time, in the order in which they were added, on a thread
 // of its own that starts with the first item that cannot run on its caller's. Concurrent queues, groups,
-// timers and priorities are not modelled. A null queue or item is ignored; an item must not throw. When memory
-// or threads run out, adding an item ends the process, for a lost item would leave its owner waiting for ever.
+// timers and priorities are not modelled. A null queue or item is ignored; an item must not throw.
 
 #include <CoreFoundation/CFBase.h>
 
@@ -29,13 +28,14 @@ void dispatch_release(dispatch_queue_t queue);
 const char* dispatch_queue_get_label(dispatch_queue_t queue);
 
 /// Adds an item and returns. The queue keeps itself until the item has run. Does not allocate once the
-/// queue has held as many items before.
+/// queue has held as many items before; when memory or threads run out before that, it throws std::bad_alloc or
+/// std::system_error, and nothing has been added.
 void dispatch_async_f(dispatch_queue_t queue, void* context, dispatch_function_t work);
 
 /// Runs an item after everything added before it, and returns when it has run; on an idle queue it runs
 /// on the calling thread, else on the queue's. Called from an item of the same queue, or from what such an
 /// item runs synchronously elsewhere, it could never return: the process is aborted with a message that
-/// names the queue.
+/// names the queue. Out of memory, it runs when the queue has nothing else to do.
 void dispatch_sync_f(dispatch_queue_t queue, void* context, dispatch_function_t work);
 
 /// True while the calling thread runs an item of this queue, also from what that item runs synchronously on
@@ -52,7 +52,8 @@ CF_EXTERN_C_END
 
 /// Adds an item as dispatch_async_f does, in two steps, for a caller whose lock the item takes: the first under the
 /// lock, which keeps the order; the second behind it, so that the queue's thread does not run into the lock. When the
-/// first returns true, the second must follow; until then the caller holds the queue.
+/// first returns true, the second must follow; until then the caller holds the queue. The first throws as
+/// dispatch_async_f does.
 [[nodiscard]] bool dispatch_enqueue_f(dispatch_queue_t queue, void* context, dispatch_function_t work);
 void dispatch_wake(dispatch_queue_t queue);
 

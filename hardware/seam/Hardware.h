@@ -81,7 +81,7 @@ class VideoFrame {
 
   /// Writes the picture into a locked 'yuvs' pixel buffer of this frame's size. Nothing is drawn for frames that nobody
   /// takes. A buffer recycled from the same stream still holds what was last drawn into it, and a camera may make
-  /// use of that.
+  /// use of that. Throws nothing.
   virtual void drawInto(CVPixelBufferRef pixelBuffer) const = 0;
 
  protected:
@@ -96,7 +96,8 @@ struct AudioChunk {
   const AudioBufferList* buffers = nullptr;  ///< one buffer, or one a channel for planar formats
 };
 
-/// Where a device's samples go. Called on the device's own lane, one call at a time.
+/// Where a device's samples go. Called on the device's own lane, one call at a time. Throws nothing: what there is no
+/// memory for is dropped, and counted.
 class Sink {
  public:
   virtual void videoFrameCaptured(const VideoFrame& frame) = 0;

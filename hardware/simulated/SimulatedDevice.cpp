@@ -1,6 +1,9 @@
 #include "SimulatedDevice.h"
 
+#include <Foundation/NSLog.h>
+
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "DeviceMedia.h"
@@ -178,9 +181,21 @@ void SimulatedDevice::runNextItem() {
   }
   // Cleared before looking: what changes from here on is another reason to look again.
   const bool onlyLooks = _needsAttention.exchange(false) && _rig.pacing == Pacing::realTime;
-  applySelection();
-  if (!onlyLooks) deliverNext();
+  try {
+    applySelection();
+    if (!onlyLooks) deliverNext();
+  } catch (const std::bad_alloc&) {
+    failForMemory();
+  }
   finishItem();
+}
+
+// The device stands still until it is stopped and started again.
+void SimulatedDevice::failForMemory() {
+  NSLog("No memory for the samples of %s", _rig.description.name.c_str());
+  _threadInSinkCall = std::thread::id();
+  std::lock_guard lock(_mutex);
+  _isRunning = false;
 }
 
 void SimulatedDevice::applySelection() {
@@ -231,7 +246,11 @@ void SimulatedDevice::finishItem() {
     std::lock_guard lock(_mutex);
     if (_startsAnew) {
       _startsAnew = false;
-      makeStreams();
+      try {
+        makeStreams();
+      } catch (const std::bad_alloc&) {
+        _isRunning = false;
+      }
     }
     if (!_isRunning) {
       _needsAttention = false;

@@ -59,6 +59,7 @@ class SimulatedDevice final : public Device,
   void applySelection();
   void deliverNext();
   void finishItem();
+  void failForMemory();
   void wakeConsumerPacedLane();
 
   bool hasPictures() const;

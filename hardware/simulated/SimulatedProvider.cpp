@@ -1,6 +1,9 @@
 #include "SimulatedProvider.h"
 
+#include <Foundation/NSLog.h>
+
 #include <algorithm>
+#include <new>
 #include <thread>
 #include <utility>
 
@@ -15,7 +18,9 @@ using runtime::Never;
 // A handler and the calls of it that are under way. Handlers are called without a lock, so replacing one means waiting
 // for those calls, but for the ones that the replacing thread itself is in.
 struct Provider::Listener {
-  explicit Listener(EventHandler eventHandler) : handler(std::move(eventHandler)) {}
+  explicit Listener(EventHandler eventHandler) : handler(std::move(eventHandler)) {
+    callers.reserve(8);  // so that what goes is told of when memory is short, too
+  }
 
   void call(DeviceEvent event, const std::shared_ptr<Device>& device) {
     {
@@ -111,7 +116,9 @@ bool Provider::add(std::shared_ptr<SimulatedDevice> device) {
   std::lock_guard lock(_mutex);
   const std::string_view uniqueID = device->description().uniqueID;
   if (_pluggedInByID.contains(uniqueID)) return false;
-  _pluggedInByID.emplace(uniqueID, _pluggedIn.insert(_pluggedIn.end(), std::move(device)));
+  Devices added{std::move(device)};
+  _pluggedInByID.emplace(uniqueID, added.begin());
+  _pluggedIn.splice(_pluggedIn.end(), added);
   return true;
 }
 
@@ -149,10 +156,10 @@ Nanoseconds Provider::nextItemTime() {
 
 void Provider::runNextItem() {
   const ScriptedEvent& event = _rig.script[_nextEvent++];
-  if (event.event == DeviceEvent::attached) {
-    plug(event.uniqueID);
-  } else {
-    unplug(event.uniqueID);
+  try {
+    event.event == DeviceEvent::attached ? plug(event.uniqueID) : unplug(event.uniqueID);
+  } catch (const std::bad_alloc&) {
+    NSLog("No memory to plug %s in", event.uniqueID.c_str());
   }
 }
 

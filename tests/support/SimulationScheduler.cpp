@@ -71,6 +71,7 @@ SimulationScheduler::SimulationScheduler(Chooser* chooser, Time time) : _chooser
   _main = _current = _lines.emplace_back(std::make_unique<Line>()).get();
   _main->name = "main thread";
   _main->fiber = &_mainFiber;
+  _candidates.reserve(1);
   install(this);
   inForce = this;
 }
@@ -99,10 +100,14 @@ bool SimulationScheduler::wait(runtime::Event& event, Nanoseconds deadline) {
 }
 
 std::unique_ptr<runtime::Lane> SimulationScheduler::makeLane(std::string_view name, runtime::LaneClient& client) {
-  Line& line = *_lines.emplace_back(std::make_unique<Line>());
-  line.name = name;
-  line.client = &client;
-  return std::make_unique<SimulatedLane>(*this, line);
+  auto line = std::make_unique<Line>();
+  line->name = name;
+  line->client = &client;
+  _lines.reserve(_lines.size() + 1);
+  _candidates.reserve(_lines.size() + 1);  // choosing takes no memory
+  auto lane = std::make_unique<SimulatedLane>(*this, *line);
+  _lines.push_back(std::move(line));
+  return lane;
 }
 
 void SimulationScheduler::start(std::string_view name, std::function<void()> body) {

@@ -5,7 +5,9 @@
 #include <Foundation/NSValue.h>
 #include <lumora/zTrace.h>
 
+#include <new>
 #include <optional>
+#include <utility>
 
 #include "AVCaptureDevice+VDIGCategory.h"
 #include "AVDeviceManager.h"
@@ -41,7 +43,19 @@ void onQueue(const CFRef<dispatch_queue_t>& queue, Block block) {
   }
 }
 
+CFRef<dispatch_queue_t> makeQueue(const std::string& label) {
+  auto queue = CFRef<dispatch_queue_t>::adopt(dispatch_queue_create(label.c_str(), DISPATCH_QUEUE_SERIAL));
+  if (!queue) throw std::bad_alloc();
+  return queue;
+}
+
 }  // namespace
+
+struct Device::AudioGraph {
+  Ref<AVCaptureAudioDataOutput> output;
+  CFRef<dispatch_queue_t> queue;
+  Ref<ACaptureDelegate> delegate;
+};
 
 Ref<NSDictionary> GetAudioSettings() {
   return makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{
@@ -56,30 +70,44 @@ Ref<NSDictionary> GetAudioSettings() {
 
 Device::Device(DeviceManager* manager, AVCaptureDevice* device)
     : _name("Untitled Device"), _pDeviceManager(manager), _pSession(makeRef<AVCaptureSession>()) {
+  try {
+    build(*device);
+  } catch (...) {
+    _pDeviceManager->_removeFromTotalDeviceTable(this);
+    dismantle();
+    throw;
+  }
+}
+
+Device::~Device() {
+  dismantle();
+}
+
+void Device::build(AVCaptureDevice& device) {
   observeSession();
 
-  const auto type = classify(*device);
+  const auto type = classify(device);
   if (!type) {
     zTrace::Default().TraceNote("AV::Device::Device() Device %s doesn't contain and supported Media\n",
-                                device->localizedName().c_str());
+                                device.localizedName().c_str());
     setError(NSError::errorWithDomain(NSCocoaErrorDomain, UnsupportedMediaError));
     return;
   }
-  _name = _GenerateName(device->localizedName(), *type);
+  _name = _GenerateName(device.localizedName(), *type);
   if (*type == audio) {
-    _CreateAudioDevice(Ref<AVCaptureDevice>::retain(device));
+    _CreateAudioDevice(Ref<AVCaptureDevice>::retain(&device));
   } else {
-    _CreateVideoDevice(Ref<AVCaptureDevice>::retain(device));
+    _CreateVideoDevice(Ref<AVCaptureDevice>::retain(&device));
   }
   _pLock = zCritical::Factory(1);
 }
 
-Device::~Device() {
+void Device::dismantle() noexcept {
   stopDevice();
   for (const auto& observer : _pSessionObservers) {
     NSNotificationCenter::defaultCenter().removeObserver(observer.get());
   }
-  _pSessionObservers.clear();
+  _pSessionObservers = {};
 
   _pSession = {};
   _pVideoDevice = {};
@@ -109,11 +137,11 @@ void Device::observeSession() {
   auto& center = NSNotificationCenter::defaultCenter();
   auto* const mainQueue = &NSOperationQueue::mainQueue();
   const auto follow = [this](NSNotification&) { _running = _pSession->isRunning(); };
-  auto stopObserver =
+  auto& [startObserver, stopObserver] = _pSessionObservers;
+  stopObserver =
       center.addObserverForName(AVCaptureSessionDidStopRunningNotification, _pSession.get(), mainQueue, follow);
-  auto startObserver =
+  startObserver =
       center.addObserverForName(AVCaptureSessionDidStartRunningNotification, _pSession.get(), mainQueue, follow);
-  _pSessionObservers = {std::move(startObserver), std::move(stopObserver)};
 }
 
 std::string Device::_GenerateName(const std::string& baseName, eMediaType type) const {
@@ -129,33 +157,53 @@ bool Device::_CreateVideoDevice(Ref<AVCaptureDevice> device) {
     if (error) _pError = error;
     return !error;
   }
-  _pSession->addInput(input.get());
-
   auto output = makeRef<AVCaptureVideoDataOutput>();
   output->setVideoSettings(videoSettings().get());
   output->setAlwaysDiscardsLateVideoFrames(true);
-  auto queue = CFRef<dispatch_queue_t>::adopt(dispatch_queue_create(_name.c_str(), DISPATCH_QUEUE_SERIAL));
+  auto queue = makeQueue(_name);
   auto delegate = VCaptureDelegate::initWithDevice(this);
   delegate->setCaptureDevice(device.get());
   output->setSampleBufferDelegate(delegate.get(), queue.get());
-  _pSession->addOutput(output.get());
-
   const std::string deviceID = device->uniqueID();
+
+  _pSession->addInput(input.get());
   bool bringsSound = false;
   {
     std::lock_guard lock(_graphLock);
     _pVideoDevice = device;
     _pVideoInput = std::move(input);
-    _pVideoOutput = std::move(output);
+    _pVideoOutput = output;
     _videoQueue = std::move(queue);
     _pVideoDelegate = delegate;
     _videoDeviceID = deviceID;
     // A microphone that is there already stays what the source is heard through.
     bringsSound = device->hasMediaType(AVMediaTypeMuxed) && !_pAudioDevice;
   }
-  if (bringsSound) createAudioOutput({}, delegate.get(), _name + " Audio Track", deviceID);
+  try {
+    _pSession->addOutput(output.get());
+    if (bringsSound) createAudioOutput({}, delegate.get(), _name + " Audio Track", deviceID);
+  } catch (...) {
+    releaseVideoGraph();
+    throw;
+  }
   _pDeviceManager->_addToTotalDeviceTable(this);
   return true;
+}
+
+/// Takes a video side that could not be completed away again.
+void Device::releaseVideoGraph() noexcept {
+  std::unique_lock lock(_graphLock);
+  const auto device = std::exchange(_pVideoDevice, {});
+  const auto input = std::exchange(_pVideoInput, {});
+  const auto output = std::exchange(_pVideoOutput, {});
+  const auto queue = std::exchange(_videoQueue, {});
+  auto delegate = std::exchange(_pVideoDelegate, {});
+  _videoDeviceID.clear();
+  lock.unlock();
+  _pSession->removeOutput(output.get());
+  _pSession->removeInput(input.get());
+  output->setSampleBufferDelegate(nullptr, nullptr);
+  onQueue(queue, [&] { delegate = {}; });
 }
 
 bool Device::_CreateAudioDevice(Ref<AVCaptureDevice> device) {
@@ -167,13 +215,18 @@ bool Device::_CreateAudioDevice(Ref<AVCaptureDevice> device) {
     if (error) _pError = error;
     return !error;
   }
+  std::string deviceID = device->uniqueID();
   _pSession->addInput(input.get());
+  try {
+    createAudioOutput(std::move(device), nullptr, _name, std::move(deviceID));
+  } catch (...) {
+    _pSession->removeInput(input.get());
+    throw;
+  }
   {
     std::lock_guard lock(_graphLock);
     _pAudioInput = std::move(input);
   }
-  const std::string deviceID = device->uniqueID();
-  createAudioOutput(std::move(device), nullptr, _name, deviceID);
   _pDeviceManager->_addToTotalDeviceTable(this);
   return true;
 }
@@ -182,39 +235,39 @@ bool Device::_CreateAudioDevice(Ref<AVCaptureDevice> device) {
 /// muxed device gives way to that of a microphone, which takes over the host's callback.
 void Device::createAudioOutput(Ref<AVCaptureDevice> device, VCaptureDelegate* videoDelegate,
                                const std::string& queueLabel, std::string deviceID) {
-  const AudioCallback former = releaseAudioGraph();
   auto output = makeRef<AVCaptureAudioDataOutput>();
   auto delegate = ACaptureDelegate::init();
   delegate->setVideoDelegate(videoDelegate);
-  delegate->setAudioDataArrivedCallback(former.callback);
-  delegate->setAudioDataArrivedContext(former.context);
   output->setAudioSettings(GetAudioSettings().get());
-  auto queue = CFRef<dispatch_queue_t>::adopt(dispatch_queue_create(queueLabel.c_str(), DISPATCH_QUEUE_SERIAL));
+  auto queue = makeQueue(queueLabel);
   output->setSampleBufferDelegate(delegate.get(), queue.get());
   _pSession->addOutput(output.get());
 
-  std::lock_guard lock(_graphLock);
-  if (device) _pAudioDevice = std::move(device);
-  _pAudioOutput = std::move(output);
-  _audioQueue = std::move(queue);
-  _pAudioDelegate = std::move(delegate);
-  _audioDeviceID = std::move(deviceID);
+  AudioGraph graph{std::move(output), queue, delegate};
+  {
+    std::lock_guard lock(_graphLock);
+    if (device) _pAudioDevice = std::move(device);
+    std::swap(_pAudioOutput, graph.output);
+    std::swap(_audioQueue, graph.queue);
+    std::swap(_pAudioDelegate, graph.delegate);
+    _audioDeviceID = std::move(deviceID);
+  }
+  if (!graph.output) return;
+  const AudioCallback callback = releaseAudioGraph(std::move(graph));
+  onQueue(queue, [&] {
+    delegate->setAudioDataArrivedCallback(callback.callback);
+    delegate->setAudioDataArrivedContext(callback.context);
+  });
 }
 
-/// Takes the audio branch down and hands out the callback that the host had in it.
-Device::AudioCallback Device::releaseAudioGraph() {
-  std::unique_lock lock(_graphLock);
-  const auto output = std::exchange(_pAudioOutput, {});
-  const auto queue = std::exchange(_audioQueue, {});
-  auto delegate = std::exchange(_pAudioDelegate, {});
-  lock.unlock();
-  if (!output) return {};
-  _pSession->removeOutput(output.get());
-  output->setSampleBufferDelegate(nullptr, nullptr);
+/// Takes a former audio branch down and hands out the callback that the host had in it.
+Device::AudioCallback Device::releaseAudioGraph(AudioGraph former) noexcept {
+  _pSession->removeOutput(former.output.get());
+  former.output->setSampleBufferDelegate(nullptr, nullptr);
   AudioCallback callback;
-  onQueue(queue, [&] {
-    callback = {delegate->audioDataArrivedCallback(), delegate->audioDataArrivedContext()};
-    delegate = {};
+  onQueue(former.queue, [&] {
+    callback = {former.delegate->audioDataArrivedCallback(), former.delegate->audioDataArrivedContext()};
+    former.delegate = {};
   });
   return callback;
 }
@@ -378,7 +431,7 @@ std::string Device::getVideoDeviceID() const {
 
 bool Device::hasAudioStream() const {
   std::lock_guard lock(_graphLock);
-  return _pAudioDevice || (_pVideoDevice && _pVideoDevice->hasMediaType(AVMediaTypeMuxed));
+  return hasSound();
 }
 
 bool Device::hasVideoStream() const {

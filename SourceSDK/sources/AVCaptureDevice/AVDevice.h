@@ -11,6 +11,7 @@
 #include <dispatch/dispatch.h>
 #include <lumora/zCritical.h>
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <mutex>
@@ -85,6 +86,13 @@ class Device {
   /// Unique IDs of the capture devices; empty for a side that is absent. Equal for a muxed device.
   std::string getAudioDeviceID() const;
   std::string getVideoDeviceID() const;
+  /// Calls `look` with the unique ID of each side that is there, in place: without memory, and with the lock held.
+  template <typename Look>
+  void forEachDeviceID(Look look) const {
+    std::lock_guard lock(_graphLock);
+    if (_pVideoDevice) look(_videoDeviceID);
+    if (hasSound()) look(_audioDeviceID);
+  }
   bool isHDV() const { return _isHDV.load(std::memory_order_relaxed); }
   void setIsHDV(bool isHDV) { _isHDV.store(isHDV, std::memory_order_relaxed); }
   bool hasAudioStream() const;
@@ -153,12 +161,15 @@ class Device {
     void* context = nullptr;
   };
 
+  void build(AVCaptureDevice& device);
+  void dismantle() noexcept;
   void observeSession();
   std::string _GenerateName(const std::string& baseName, eMediaType type) const;
   bool _CreateVideoDevice(Ref<AVCaptureDevice> device);
   bool _CreateAudioDevice(Ref<AVCaptureDevice> device);
   void createAudioOutput(Ref<AVCaptureDevice> device, VCaptureDelegate* videoDelegate, const std::string& queueLabel,
                          std::string deviceID);
+  void releaseVideoGraph() noexcept;
   bool _SetSupportedVideoFormat(int index);
 
   void startSession();
@@ -169,7 +180,10 @@ class Device {
   Ref<ACaptureDelegate> audioDelegate() const;
   void setError(Ref<NSError> error);
   void reconnectAudioOutput();
-  AudioCallback releaseAudioGraph();
+  struct AudioGraph;
+  AudioCallback releaseAudioGraph(AudioGraph former) noexcept;
+  /// With the graph's lock held.
+  bool hasSound() const { return _pAudioDevice || (_pVideoDevice && _pVideoDevice->hasMediaType(AVMediaTypeMuxed)); }
 
   std::string _name;
   std::string _audioDeviceID;
@@ -188,7 +202,7 @@ class Device {
   Ref<AVCaptureDeviceInput> _pAudioInput;
   Ref<VCaptureDelegate> _pVideoDelegate;
   Ref<ACaptureDelegate> _pAudioDelegate;
-  std::vector<Ref<NSObject>> _pSessionObservers;
+  std::array<Ref<NSObject>, 2> _pSessionObservers;  ///< of its start and of its stop
   std::atomic<bool> _running{false};
   CFRef<dispatch_queue_t> _audioQueue;
   CFRef<dispatch_queue_t> _videoQueue;
@@ -206,7 +220,8 @@ class Device {
   /// callbacks takes it.
   std::mutex _rebuildLock;
 
-  /// Guards the IDs, the error, devices, inputs, outputs, delegates and queues. Nothing is called with it held.
+  /// Guards the IDs, the error, devices, inputs, outputs, delegates and queues. Nothing is called with it held that
+  /// takes another lock.
   mutable std::mutex _graphLock;
 };
 

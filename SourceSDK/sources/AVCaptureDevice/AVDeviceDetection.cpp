@@ -24,16 +24,23 @@ constexpr std::array<std::string_view, 5> RefusedWords{"Decklink", "Blackmagic",
 void DeviceManager::observeHotPlug() {
   auto& center = NSNotificationCenter::defaultCenter();
   auto* const mainQueue = &NSOperationQueue::mainQueue();
-  observers.push_back(
-      center.addObserverForName(AVCaptureDeviceWasConnectedNotification, nullptr, mainQueue, [this](NSNotification&) {
-        guarded([this] { detectDeviceConnect(); });
-        tellHost(BRV_DEVICE_STATE_ATTACHED);
-      }));
-  observers.push_back(center.addObserverForName(AVCaptureDeviceWasDisconnectedNotification, nullptr, mainQueue,
-                                                [this](NSNotification&) {
-                                                  guarded([this] { _DetectDeviceDisconnect(); });
-                                                  tellHost(BRV_DEVICE_STATE_REMOVED);
-                                                }));
+  const auto afterConnecting = [this](NSNotification&) {
+    guarded([this] { detectDeviceConnect(); });
+    tellHost(BRV_DEVICE_STATE_ATTACHED);
+  };
+  const auto afterDisconnecting = [this](NSNotification&) {
+    guarded([this] { _DetectDeviceDisconnect(); });
+    tellHost(BRV_DEVICE_STATE_REMOVED);
+  };
+  observers[0] =
+      center.addObserverForName(AVCaptureDeviceWasConnectedNotification, nullptr, mainQueue, afterConnecting);
+  observers[1] =
+      center.addObserverForName(AVCaptureDeviceWasDisconnectedNotification, nullptr, mainQueue, afterDisconnecting);
+}
+
+void DeviceManager::removeObservers() noexcept {
+  for (auto& observer : observers) NSNotificationCenter::defaultCenter().removeObserver(observer.get());
+  observers = {};
 }
 
 /// Touches nothing of the manager after the call, in which the host may end the library.
@@ -73,9 +80,11 @@ void DeviceManager::detectVideoDevices() {
         joinsLinkedAudio(*device)) {
       continue;
     }
+    const bool isHDV = isHDVCamcorder(device->uniqueID());
     std::string error;
-    if (Device* source = addSource(*device, error)) {
-      markHDV(*source, device->uniqueID());
+    if (auto source = makeSource(*device, error)) {
+      source->setIsHDV(isHDV);
+      addSource(std::move(source));
     } else {
       AV_LOG(LevelOther, "Error Loading Video Source %s: %s\n", device->localizedName().c_str(), error.c_str());
     }
@@ -104,7 +113,9 @@ void DeviceManager::detectAudioDevices() {
       continue;
     }
     std::string error;
-    if (!addSource(*device, error)) {
+    if (auto source = makeSource(*device, error)) {
+      addSource(std::move(source));
+    } else {
       AV_LOG(LevelOther, "Error Loading Audio Source %s: %s\n", device->localizedName().c_str(), error.c_str());
     }
   }
@@ -128,26 +139,35 @@ bool DeviceManager::joinsLinkedVideo(AVCaptureDevice& device) {
 }
 
 /// Null, and the reason in `error`, when the device cannot be opened. The next pass tries it again.
-Device* DeviceManager::addSource(AVCaptureDevice& device, std::string& error) {
+std::unique_ptr<Device> DeviceManager::makeSource(AVCaptureDevice& device, std::string& error) {
   auto source = std::make_unique<Device>(this, &device);
   if (source->getErrorString(error)) {
     std::lock_guard lock(_tableLock);
     lastErrorMessage = error;
     return nullptr;
   }
-  Device* const added = source.release();
-  _AddDevice(added);
-  return added;
+  return source;
+}
+
+/// The source is in the table of devices in use already.
+void DeviceManager::addSource(std::unique_ptr<Device> source) {
+  try {
+    _AddDevice(source.get());
+  } catch (...) {
+    _removeFromTotalDeviceTable(source.get());
+    throw;
+  }
+  source.release();
 }
 
 /// A FireWire device's unique ID is its GUID in hexadecimal behind one other character.
-void DeviceManager::markHDV(Device& source, const std::string& uniqueID) {
+bool DeviceManager::isHDVCamcorder(const std::string& uniqueID) const {
   auto scanner = NSScanner::scannerWithString(uniqueID);
   scanner.setScanLocation(1);
   std::uint64_t guid = 0;
   scanner.scanHexLongLong(&guid);
-  if (!pAVCDeviceManager->hasDeviceWithUID(guid)) return;
-  source.setIsHDV(AVCDeviceManager::isHDV(pAVCDeviceManager->deviceWithUID(guid)));
+  return pAVCDeviceManager->hasDeviceWithUID(guid) &&
+         AVCDeviceManager::isHDV(pAVCDeviceManager->deviceWithUID(guid));
 }
 
 void DeviceManager::_DetectDeviceDisconnect() {

@@ -2,7 +2,7 @@
 
 // The sources of the device manager in the order of their addition, by position and by the unique IDs of their capture
 // devices, such that a pass over n devices takes n log n steps: adding, removing and looking up an ID cost no
-// walk over the others. The manager's table lock guards it.
+// walk over the others. What throws for want of memory has changed nothing. The manager's table lock guards it.
 
 #include <cstddef>
 #include <list>
@@ -24,7 +24,8 @@ class DeviceIndex {
   /// Takes the source's present IDs over. To be called when they have changed; one that was never added is ignored.
   void update(Device* device);
 
-  void remove(Device* device);
+  /// Takes no memory.
+  void remove(Device* device) noexcept;
 
   std::size_t size() const noexcept { return _order.size(); }
 
@@ -38,19 +39,22 @@ class DeviceIndex {
   Device* firstWithID(const std::string& id) const;
 
  private:
+  /// The sources by ID, and under one ID by name.
+  using ByID = std::map<std::pair<std::string, std::string>, Device*>;
+  struct IDs {
+    ByID::iterator video, audio;  ///< the same one where the IDs are equal
+  };
   struct Entry {
     std::list<Device*>::iterator place;
-    std::string videoID;
-    std::string audioID;
+    IDs ids;
   };
 
-  void enterIDs(Device* device, Entry& entry);
-  void removeIDs(const Device* device, const Entry& entry);
+  IDs enterIDs(Device* device);
+  void remove(const IDs& ids, const IDs& kept) noexcept;
 
   std::list<Device*> _order;
   std::unordered_map<const Device*, Entry> _entries;
-  /// The sources by ID, and under one ID by name.
-  std::map<std::pair<std::string, std::string>, Device*> _byID;
+  ByID _byID;
   /// A copy of the order, made at the first look-up after a removal: removals in a row do not move what is behind.
   mutable std::vector<Device*> _list;
 };

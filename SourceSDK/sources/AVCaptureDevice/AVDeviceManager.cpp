@@ -90,13 +90,17 @@ DeviceManager::DeviceManager() {
   // A device that comes between the two observers' registrations is not detected before both hear of what goes.
   std::lock_guard pass(_passLock);
   pAVCDeviceManager = std::make_unique<AVCDeviceManager>();
-  observeHotPlug();
-  pPrefs = std::make_unique<CapturePrefs>(stringByAppendingPathComponent(NSHomeDirectory(), PreferenceFile));
+  try {
+    observeHotPlug();
+    pPrefs = std::make_unique<CapturePrefs>(stringByAppendingPathComponent(NSHomeDirectory(), PreferenceFile));
+  } catch (...) {
+    removeObservers();
+    throw;
+  }
 }
 
 DeviceManager::~DeviceManager() {
-  for (const auto& observer : observers) NSNotificationCenter::defaultCenter().removeObserver(observer.get());
-  observers.clear();
+  removeObservers();
   const auto firstDevice = [this] {
     std::lock_guard lock(_tableLock);
     return deviceList.first();
@@ -220,49 +224,40 @@ std::string DeviceManager::getLastErrorMessage() const {
 void DeviceManager::_AddDevice(Device* device) {
   if (!device) return;
   std::lock_guard lock(_tableLock);
-  Device*& entry = deviceMap[device->getDeviceName()];
-  if (entry) return;
-  entry = device;
-  deviceList.add(device);
+  const auto [entry, isNew] = deviceMap.try_emplace(device->getDeviceName(), device);
+  if (!isNew) return;
+  try {
+    deviceList.add(device);
+  } catch (...) {
+    deviceMap.erase(entry);
+    throw;
+  }
 }
 
-void DeviceManager::_RemoveDevice(Device* device) {
-  const std::string name = device->getDeviceName();
+void DeviceManager::_RemoveDevice(Device* device) noexcept {
   // A use that is under way might start it again, and the host be called by a source that it no longer finds.
   device->retireDevice();
   _removeFromTotalDeviceTable(device);
   {
     std::lock_guard lock(_tableLock);
-    deviceMap.erase(name);
+    deviceMap.erase(device->getDeviceName());
     nextNameNumbers.clear();
     deviceList.remove(device);
   }
   if (_uses->waitForOthers(device)) delete device;
 }
 
-std::vector<std::string> DeviceManager::tableKeys(const Device& device) {
-  std::vector<std::string> keys;
-  if (device.hasVideoStream()) keys.push_back(device.getVideoDeviceID());
-  if (device.hasAudioStream()) keys.push_back(device.getAudioDeviceID());
-  return keys;
-}
-
 void DeviceManager::_addToTotalDeviceTable(Device* device) {
   if (!device) return;
-  const auto keys = tableKeys(*device);
   std::lock_guard lock(_tableLock);
-  for (const auto& key : keys) {
-    Device*& entry = totalDeviceTable[key];
-    if (!entry) entry = device;
-  }
+  device->forEachDeviceID([&](const std::string& id) { totalDeviceTable.try_emplace(id, device); });
   deviceList.update(device);
 }
 
-void DeviceManager::_removeFromTotalDeviceTable(Device* device) {
+void DeviceManager::_removeFromTotalDeviceTable(Device* device) noexcept {
   if (!device) return;
-  const auto keys = tableKeys(*device);
   std::lock_guard lock(_tableLock);
-  for (const auto& key : keys) totalDeviceTable.erase(key);
+  device->forEachDeviceID([&](const std::string& id) { totalDeviceTable.erase(id); });
 }
 
 void DeviceManager::startAllDevices() {

@@ -9,6 +9,7 @@
 
 #include <Foundation/NSObject.h>
 
+#include <array>
 #include <condition_variable>
 #include <map>
 #include <memory>
@@ -117,14 +118,16 @@ class DeviceManager {
 
   // Changes
 
-  /// Adds a source, which the manager owns from now on. Null, or a name that is taken: nothing happens.
+  /// Adds a source, which the manager owns from now on. Null, or a name that is taken: nothing happens, as when it
+  /// throws for want of memory.
   void _AddDevice(Device* device);
   /// Stops a source, takes it out of every table and deletes it once nobody uses it. A use of the calling thread
   /// itself, in whose operation the removal comes about, deletes it when that ends.
-  void _RemoveDevice(Device* device);
+  /// Takes no memory.
+  void _RemoveDevice(Device* device) noexcept;
   /// Enters the source under the IDs of its capture devices. An ID that is in use stays with its source.
   void _addToTotalDeviceTable(Device* device);
-  void _removeFromTotalDeviceTable(Device* device);
+  void _removeFromTotalDeviceTable(Device* device) noexcept;
   void startAllDevices();
   void stopAllDevices();
   /// The callback is called on the main thread after each pass that a notification started. After the return the former
@@ -147,16 +150,17 @@ class DeviceManager {
   DeviceManager();
 
   void observeHotPlug();
+  void removeObservers() noexcept;
   void tellHost(int state);
   void detectVideoDevices();
   void detectAudioDevices();
   bool joinsLinkedAudio(AVCaptureDevice& device);
   bool joinsLinkedVideo(AVCaptureDevice& device);
-  Device* addSource(AVCaptureDevice& device, std::string& error);
-  void markHDV(Device& source, const std::string& uniqueID);
+  std::unique_ptr<Device> makeSource(AVCaptureDevice& device, std::string& error);
+  void addSource(std::unique_ptr<Device> source);
+  bool isHDVCamcorder(const std::string& uniqueID) const;
   Device* findAbsentDevice(const std::unordered_set<std::string_view>& presentIDs, std::string& place) const;
 
-  static std::vector<std::string> tableKeys(const Device& device);
   static Device* find(const DeviceTable& table, const std::string& key);
   DeviceUse use(Device* device);
   std::vector<DeviceUse> useAllDevices();
@@ -178,7 +182,7 @@ class DeviceManager {
     void* stateChangeContext = nullptr;
   };
   std::shared_ptr<StateChange> _stateChange = std::make_shared<StateChange>();
-  std::vector<Ref<NSObject>> observers;
+  std::array<Ref<NSObject>, 2> observers;
   std::unique_ptr<CapturePrefs> pPrefs;
   std::unique_ptr<AVCDeviceManager> pAVCDeviceManager;
 

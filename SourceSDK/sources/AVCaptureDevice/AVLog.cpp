@@ -10,6 +10,7 @@
 #include <cstring>
 #include <forward_list>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <string>
@@ -110,10 +111,10 @@ Verdict decide(AV_LogCount& record) {
 }  // namespace
 
 void setLog(BRV_LogCallback callback, void* context, std::int32_t maximumCount, std::int32_t minimumCount) {
+  auto table = context ? std::make_unique<LogTable>() : nullptr;
   std::unique_lock lock(g_logLock);
-  delete std::exchange(g_pLogTable, nullptr);
+  delete std::exchange(g_pLogTable, table.release());
   if (context) {
-    g_pLogTable = new LogTable;
     _log = callback;
     pLogContext = context;
     g_maxLogCount = maximumCount;

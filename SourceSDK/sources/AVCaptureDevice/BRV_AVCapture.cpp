@@ -101,8 +101,8 @@ void BRV_RegisterPreferenceCallback(BRV_GetPreferenceCallback get, BRV_SetPrefer
 }
 
 void BRV_RegisterLogCallback(void*, BRV_LogCallback callback, void* context) {
-  guarded([=] {
-    AV::setLog(callback, context, MaximumLogCount, MinimumLogCount);
+  guarded([=] { AV::setLog(callback, context, MaximumLogCount, MinimumLogCount); });
+  guarded([] {
     if (g_pDeviceManager) g_pDeviceManager->detectDeviceConnect();
   });
 }
@@ -161,7 +161,10 @@ int BRV_GetSourceCount(void) {
 }
 
 void BRV_GetSourceId(void*, int index, char* buffer, int* length) {
-  guarded([=] { exchangeText(sourceIdAt(index).c_str(), buffer, length); });
+  guarded([=] {
+    exchangeText("", buffer, length);  // what stands where memory runs out
+    exchangeText(sourceIdAt(index).c_str(), buffer, length);
+  });
 }
 
 void BRV_GetSourceDisplayName(void*, const char* sourceId, void*, char* buffer, int* length) {

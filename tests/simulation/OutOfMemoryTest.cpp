@@ -1,0 +1,327 @@
+#include <AVFoundation/SampleLedger.h>
+#include <Foundation/NSNotification.h>
+#include <gtest/gtest.h>
+#include <lumora/zThread.h>
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <iterator>
+#include <limits>
+#include <memory>
+#include <string>
+
+#include "AVLog.h"
+#include "BRV_AVCapture.h"
+#include "support/FailingAllocations.h"
+#include "support/FakeHardware.h"
+#include "support/FrameworkTest.h"
+#include "support/Rigs.h"
+#include "support/SimulationScheduler.h"
+
+// A host's session with the library, in which memory runs out at every point at which it can, once or for good.
+
+namespace test {
+namespace {
+
+using Extent = FailingAllocations::Extent;
+
+/// A host that needs no memory of its own, and what it saw.
+class Host {
+ public:
+  void begin() {
+    BRV_RegisterLocalizeStringCallback([](const char* key) { return key; });
+    BRV_RegisterPreferenceCallback([](void*, const char*, char*, int* length) { *length = 0; },
+                                   [](void*, const char*, const char*) {}, this);
+    BRV_IntitializeLibrary();
+    BRV_RegisterDeviceStateChangedCallback(nullptr, onState, this);
+    BRV_RegisterLogCallback(nullptr, onLog, this);
+    look();
+  }
+
+  static void end() noexcept {
+    BRV_DisconnectDevice();
+    BRV_UninitializeLibrary();
+    run();
+  }
+
+  void look() {
+    for (int i = 0; i < BRV_GetSourceCount(); ++i) {
+      std::array<char, 4096> text;
+      std::array<char, 64> source;
+      int length = 0;
+      BRV_GetSourceId(nullptr, i, nullptr, &length);
+      BRV_GetSourceId(nullptr, i, source.data(), &length);
+      const char* const id = source.data();
+      see("source %s (%d), %d ticks, sound %d", id, length, BRV_GetTimescaleTicksPerSec(nullptr, id),
+          BRV_SourceSupportsProperty(nullptr, id, "ProvidesAudio"));
+      BRV_GetProperty(this, onProperty, "device_id", "", id);
+      BRV_GetProperty(this, onProperty, "frame_duration", "", id);
+      for (const char* name : {"Video Settings", "Video FPS", "Audio Settings"}) {
+        BRV_QueryParameterOptions(nullptr, id, name, nullptr, &length);
+        see("%s: %d", name, length);
+        BRV_QueryParameterOptions(nullptr, id, name, text.data(), &length);
+      }
+      BRV_GetSourceSettings(nullptr, id, nullptr, &length);
+      BRV_GetSourceSettings(nullptr, id, text.data(), &length);
+      BRV_GetValidParameterValues(nullptr, id, nullptr, &length);
+      see("settings and values: %d", length);
+      BRV_GetErrorMessage(nullptr, nullptr, -i, nullptr, &length);
+    }
+  }
+
+  void listen(const char* source, bool isWanted = true) {
+    BRV_RegisterSourceChangedCallback(nullptr, source, isWanted ? onState : nullptr, this);
+    BRV_RegisterVideoDataArrivedCallback(nullptr, source, isWanted ? onVideo : nullptr, this);
+    BRV_RegisterAudioDataArrivedCallback(nullptr, source, isWanted ? onAudio : nullptr, this);
+    run();
+  }
+
+  void set(const char* source, const char* parameter, int value) {
+    std::array<char, 256> text;
+    std::snprintf(text.data(), text.size(),
+                  R"(<record name="settings"><record name="parameter"><text name="name" value="%s"/>)"
+                  R"(<int32 name="value" value="%d"/></record></record>)",
+                  parameter, value);
+    see("set %s: %d", parameter, BRV_SetSourceSettings(nullptr, source, text.data()));
+    run();
+  }
+
+  static void run(double seconds = 0.01) { NSRunLoop::mainRunLoop().runForSeconds(seconds); }
+
+  std::string seen() const { return _seen.data(); }
+  void forget() { _seen[0] = 0; }
+
+ private:
+  static void onVideo(void* host, BRV_VideoBuffer* buffer) { self(host).see("picture %d", buffer->width); }
+  static void onAudio(void* host, BRV_AudioBuffer* buffer) { self(host).see("sound %d", buffer->dataLength); }
+  static void onState(void* host, int state) { self(host).see("state %d", state); }
+  static void onProperty(void* host, int type, const void* value) {
+    if (type == BRV_PROPERTY_STRING) return self(host).see("%s", static_cast<const char*>(value));
+    self(host).see("%lld", static_cast<long long>(*static_cast<const std::int64_t*>(value)));
+  }
+  static void onLog(void* host, int, const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    self(host).seeAll(format, arguments);
+    va_end(arguments);
+  }
+  static Host& self(void* host) { return *static_cast<Host*>(host); }
+
+  __attribute__((format(printf, 2, 3))) void see(const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    seeAll(format, arguments);
+    va_end(arguments);
+  }
+
+  void seeAll(const char* format, std::va_list arguments) {
+    const std::size_t used = std::strlen(_seen.data());
+    std::vsnprintf(_seen.data() + used, _seen.size() - used - 1, format, arguments);
+    std::strcat(_seen.data(), "\n");
+  }
+
+  std::array<char, 65536> _seen{};
+};
+
+/// Everything that a host can do, with devices that do as they are told.
+class FakeMachine {
+ public:
+  FakeMachine() { _provider->unplug(_microphone); }
+
+  void use(Host& host) noexcept {
+    host.begin();
+    host.listen("Camera Video");
+    host.listen("Deck");
+    capture();
+    host.set("Camera Video", "Video Settings", 0);
+    host.set("Deck", "Video FPS", 0);
+    host.set("Camera Video", "Audio Settings", 1);
+    plug(_microphone);
+    host.listen("Camera Video");
+    capture();
+    unplug(_camera);
+    capture();
+    host.look();
+    unplug(_microphone);
+    plug(_camera);
+    host.listen("Deck", false);
+    host.look();
+  }
+
+  void useAnew(Host& host) {
+    for (const auto& device : {_camera, _microphone, _camcorder}) unplug(device);
+    host.begin();
+    for (const auto& device : {_camera, _microphone, _camcorder}) plug(device);
+    host.forget();
+    for (const char* source : {"Camera Video", "Deck"}) host.listen(source);
+    capture();
+    host.look();
+  }
+
+ private:
+  void capture() {
+    static const std::array<std::uint8_t, 8 * 600> sound{};
+    for (int i = 0; i < 3; ++i) {
+      const CMTime time = CMTimeMake(++_ticks, 30);
+      for (fake::Device* device : {_camera.get(), _camcorder.get()}) {
+        device->captureFrame(time);
+        device->loseFrame(time);
+      }
+      for (fake::Device* device : {_microphone.get(), _camcorder.get()}) {
+        device->captureSound(time, sound.data(), 600);
+      }
+      Host::run();
+    }
+  }
+
+  void plug(const std::shared_ptr<fake::Device>& device) {
+    _provider->plug(device);
+    Host::run();
+  }
+
+  void unplug(const std::shared_ptr<fake::Device>& device) {
+    _provider->unplug(device);
+    Host::run();
+  }
+
+  // The identifiers do not fit into a string without memory of its own.
+  const std::shared_ptr<fake::Device> _camera = fake::camera("Camera", "identifier of camera", {"identifier of mic"});
+  const std::shared_ptr<fake::Device> _microphone =
+      fake::microphone("Mic", "identifier of mic", {"identifier of camera"});
+  const std::shared_ptr<fake::Device> _camcorder = fake::camcorder("Deck", "0x0080880303480cd1");
+  const std::shared_ptr<fake::Provider> _provider = fake::install({_camera, _microphone, _camcorder});
+  std::int64_t _ticks = 0;
+};
+
+/// The simulated devices, by themselves.
+class SimulatedMachine {
+ public:
+  void use(Host& host) noexcept {
+    host.begin();
+    for (const char* source : {"Webcam Video", "Pocket"}) host.listen(source);
+    Host::run(0.4);
+    host.look();
+  }
+
+  void useAnew(Host& host) {
+    static constexpr std::array devices{"identifier of camera", "identifier of mic", "identifier of camcorder"};
+    for (const char* device : devices) _provider->unplug(device);
+    host.begin();
+    for (const char* device : devices) _provider->plug(device);
+    Host::run();
+    for (const char* source : {"Webcam Video", "Pocket"}) host.listen(source);
+    Host::run(0.4);
+    host.forget();
+    host.look();
+  }
+
+ private:
+  const std::shared_ptr<hardware::simulated::Provider> _provider = rigs::install(R"(
+[device]
+id = identifier of camera
+name = Webcam
+media = video
+links = identifier of mic
+video format = 64x36 2vuy, rates 30
+video fault = lost frame, every 5
+
+[device]
+id = identifier of mic
+name = Webcam Microphone
+media = audio
+audio format = 48000 Hz, 32-bit float, stereo
+audio buffer = 1024
+
+[device]
+id = identifier of camcorder
+name = Pocket
+media = muxed
+video format = 64x36 mp2t, rates 25
+audio format = 44100 Hz, 16-bit integer, stereo
+audio buffer = 2048
+
+[script]
+at 0.1 s = unplug identifier of mic
+at 0.2 s = plug identifier of mic
+)");
+};
+
+std::int64_t sessionAllocations = 0;  ///< in the part in which some may fail
+
+/// A session in which memory runs out: what the host sees once there is memory again. At the end there is none.
+template <typename Machine>
+std::string session(std::int64_t allowed = std::numeric_limits<std::int64_t>::max(), Extent extent = Extent::One) {
+  SimulationScheduler scheduler;
+  Machine machine;
+  Host host;
+  {
+    const FailingAllocations failing(allowed, extent);
+    machine.use(host);
+  }
+  sessionAllocations = FailingAllocations::count();
+  machine.useAnew(host);
+  {
+    const FailingAllocations failing(0, Extent::AllFromThere);
+    Host::end();
+  }
+  hardware::installSystemProvider(nullptr);
+  return host.seen();
+}
+
+std::ptrdiff_t openDescriptors() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return std::distance(begin(all), end(all));
+}
+
+template <typename Machine>
+class OutOfMemoryTest : public FrameworkTest {
+ protected:
+  OutOfMemoryTest() {
+    zThread::SetSleepFunction([](unsigned microseconds) {
+      auto& scheduler = runtime::Scheduler::current();
+      scheduler.sleepUntil(scheduler.now() + microseconds * runtime::Nanoseconds{1000});
+    });
+  }
+  ~OutOfMemoryTest() override { zThread::SetSleepFunction(nullptr); }
+};
+
+using Machines = testing::Types<FakeMachine, SimulatedMachine>;
+TYPED_TEST_SUITE(OutOfMemoryTest, Machines);
+
+// The environment's FIRST_ALLOCATION goes straight to the one that ended an earlier run.
+TYPED_TEST(OutOfMemoryTest, NothingEndsTheProcessOrIsLeftBehindAndTheNextTryWorks) {
+  session<TypeParam>();  // what is made once for all
+  const std::string expected = session<TypeParam>();
+  const std::int64_t allocations = sessionAllocations;
+  const auto objects = NSObject::liveObjectCount();
+  const auto descriptors = openDescriptors();
+
+  static std::int64_t allowed;
+  static Extent extent;
+  const auto former = std::set_terminate([] {
+    std::fprintf(stderr, "ended by allocation %lld%s\n", static_cast<long long>(allowed),
+                 extent == Extent::One ? "" : " and all behind it");
+    std::abort();
+  });
+  const char* const first = std::getenv("FIRST_ALLOCATION");
+  for (allowed = first ? std::atoi(first) : 0; allowed < allocations; allowed += ALLOCATIONS_APART) {
+    for (const Extent each : {Extent::One, Extent::AllFromThere}) {
+      extent = each;
+      SCOPED_TRACE("allocation " + std::to_string(allowed) + (extent == Extent::One ? "" : " and all behind it"));
+      ASSERT_EQ(session<TypeParam>(allowed, extent), expected);
+      ASSERT_EQ(NSObject::liveObjectCount(), objects);
+      ASSERT_EQ(runtime::liveLaneCount(), 0);
+      ASSERT_EQ(openDescriptors(), descriptors);
+    }
+  }
+  std::set_terminate(former);
+  std::printf("memory ran out in %lld places\n", static_cast<long long>(allocations / ALLOCATIONS_APART));
+}
+
+}  // namespace
+}  // namespace test
