@@ -1,10 +1,11 @@
 #include "common/NeighbourTable.h"
 
+#include <dispatch/Scheduler.h>
 #include <linux/neighbour.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
+#include <poll.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -102,15 +103,20 @@ bool sendRequest(const FileDescriptor& socket) noexcept {
                   sizeof kernel) == static_cast<ssize_t>(sizeof request);
 }
 
-/// The next datagram of the kernel in `buffer`; empty when none comes, or one that does not fit.
-Bytes receiveDatagram(const FileDescriptor& socket, std::span<std::byte> buffer) noexcept {
+/// The next datagram of the kernel in `buffer`; empty when none comes in time, or one that does not fit.
+Bytes receiveDatagram(const FileDescriptor& socket, std::span<std::byte> buffer,
+                      runtime::Nanoseconds deadline) noexcept {
   for (;;) {
+    const runtime::Nanoseconds remaining = deadline - runtime::Scheduler::current().now();
+    pollfd entry{socket.number(), POLLIN, 0};
+    if (remaining <= 0 || ::poll(&entry, 1, static_cast<int>(remaining / 1'000'000) + 1) == 0) return {};
+
     sockaddr_nl sender{};
     socklen_t senderLength = sizeof sender;
     // With MSG_TRUNC the result is the datagram's own length.
-    const ssize_t length = ::recvfrom(socket.number(), buffer.data(), buffer.size(), MSG_TRUNC,
+    const ssize_t length = ::recvfrom(socket.number(), buffer.data(), buffer.size(), MSG_TRUNC | MSG_DONTWAIT,
                                       reinterpret_cast<sockaddr*>(&sender), &senderLength);
-    if (length < 0 && errno == EINTR) continue;
+    if (length < 0 && (errno == EINTR || errno == EAGAIN)) continue;
     if (length < 0 || static_cast<std::size_t>(length) > buffer.size()) return {};
     if (sender.nl_pid == 0) return buffer.first(static_cast<std::size_t>(length));
   }
@@ -119,16 +125,13 @@ Bytes receiveDatagram(const FileDescriptor& socket, std::span<std::byte> buffer)
 NeighbourAnswer askKernel() {
   NeighbourAnswer answer;
   const FileDescriptor socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
-  const timeval silence{.tv_sec = 1, .tv_usec = 0};
-  if (!socket.isOpen() || ::setsockopt(socket.number(), SOL_SOCKET, SO_RCVTIMEO, &silence, sizeof silence) != 0 ||
-      !sendRequest(socket)) {
-    answer.state = NeighbourAnswer::State::Failed;
-  }
+  if (!socket.isOpen() || !sendRequest(socket)) answer.state = NeighbourAnswer::State::Failed;
+  const auto deadline = runtime::Scheduler::current().now() + runtime::NanosecondsPerSecond;
 
   // The kernel puts no more into a datagram of such an answer.
   std::vector<std::byte> buffer(32'768);
   while (answer.state == NeighbourAnswer::State::Expected) {
-    const Bytes datagram = receiveDatagram(socket, buffer);
+    const Bytes datagram = receiveDatagram(socket, buffer, deadline);
     if (datagram.empty()) answer.state = NeighbourAnswer::State::Failed;
     addDatagram(datagram, RequestSequence, answer);
   }

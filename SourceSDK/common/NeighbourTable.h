@@ -20,9 +20,9 @@ struct Neighbour {
   std::array<std::uint8_t, 6> hardwareAddress;
 };
 
-/// The entries that have a link-layer address of six bytes or more, in the kernel's order. Left out are addresses that
-/// the kernel made up rather than learned, such as those of multicast groups. Nothing when the kernel refuses, answers
-/// with something that makes no sense, or falls silent for a second. When the table keeps changing while it is read, an
+/// The entries that have a link-layer address of six bytes or more, in the kernel's order. Left out are those without
+/// address resolution, whose addresses the kernel makes up, such as multicast groups. Nothing when the kernel refuses,
+/// answers with something that makes no sense, or takes a second for an answer. When the table keeps changing while it is read, an
 /// entry that changes may be missing or there twice.
 ///
 /// Throws std::bad_alloc.

@@ -53,7 +53,8 @@ bool isURLReachable(const std::string& url, std::int16_t port, std::int32_t time
 
 /// Looks an IPv4 address up in the system's neighbour table, where it stands once something was sent to it on a network
 /// that this machine is on. Writes the hardware address into `macAddress` as in "0:1b:21:a:b:c", hexadecimal without
-/// leading zeros. 0.0.0.0 finds the table's first entry; a text that inet_addr does not take finds none.
+/// leading zeros. 0.0.0.0 finds the table's first entry; a text that inet_addr does not take, and 255.255.255.255, find
+/// none. Entries of multicast and broadcast addresses, and of links whose addresses are shorter, are passed over.
 ///
 /// Without a match `macAddress` stays, and the result is whether it is not empty: pass an empty string. False when the
 /// table cannot be read, which takes four seconds at most.
@@ -63,8 +64,8 @@ bool ipAddressToMacAdress(std::string address, std::string& macAddress) noexcept
 std::string getMacAddress(const std::string& url) noexcept;
 
 /// Formats like printf into `out`, and returns its characters; null, with nothing done, when `out` is null. The
-/// arguments may point into `out`. A format that fails, such as a wide character that has no form in the locale, makes
-/// `out` empty.
+/// arguments may point into `out`. A format that fails, such as a wide character that has no form in the locale, and a
+/// lack of memory make `out` empty.
 const char* sprintf(std::string* out, const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
 
 /// Texts are UTF-8 throughout: leaves the string as it is, and is always false.

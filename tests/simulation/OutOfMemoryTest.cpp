@@ -148,7 +148,11 @@ class FakeMachine {
     capture();
     host.look();
     unplug(_microphone);
+    plug(_microphone);
+    host.listen("Mic Audio");
     plug(_camera);
+    host.listen("Mic Audio");
+    capture();
     host.listen("Deck", false);
     host.look();
   }
