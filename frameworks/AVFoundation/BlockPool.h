@@ -35,8 +35,6 @@ class BlockPool final : public NSObject {
   void stockUp(std::size_t size);
   static void freeBlock(void* pool, void* bytes, std::size_t size);
 
-  static constexpr std::size_t MostIdle = 32;
-
   std::mutex _lock;
   std::vector<Memory> _idle;     ///< in room that is there from the start: giving back takes no memory
   std::size_t _stockedSize = 0;  ///< of the idle blocks that were made in advance
