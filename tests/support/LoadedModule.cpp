@@ -1,10 +1,10 @@
 #include "support/LoadedModule.h"
 
 #include <dlfcn.h>
+#include <lumora/zThread.h>
+#include <lumora/zTrace.h>
 
 #include <cstdarg>
-#include <map>
-#include <mutex>
 
 LoadedModule::LoadedModule() : _handle(dlopen(AVC_MODULE_PATH, RTLD_NOW | RTLD_LOCAL)) {
   if (!_handle) ADD_FAILURE() << dlerror();
@@ -20,26 +20,17 @@ void* LoadedModule::symbol(const char* name) const {
   return found;
 }
 
-struct Host::Received {
-  std::mutex lock;
-  std::map<std::string, int> messages;
-  std::vector<int> states;
-};
-
-Host::Host() : _received(new Received) {
+Host::Host() {
+  zThread::SetSleepFunction([](unsigned) {});
+  zTrace::Default().SetSink([](const char*) {});
   BRV_CALL(module, BRV_IntitializeLibrary)();
-  BRV_CALL(module, BRV_RegisterLogCallback)(nullptr, log, _received);
-  const auto changed = [](void* context, int state) {
-    auto* received = static_cast<Received*>(context);
-    std::lock_guard lock(received->lock);
-    received->states.push_back(state);
-  };
-  BRV_CALL(module, BRV_RegisterDeviceStateChangedCallback)(nullptr, changed, _received);
+  BRV_CALL(module, BRV_RegisterLogCallback)(nullptr, log, this);
 }
 
 Host::~Host() {
   uninitialize();
-  delete _received;
+  zTrace::Default().SetSink({});
+  zThread::SetSleepFunction(nullptr);
 }
 
 void Host::uninitialize() {
@@ -53,20 +44,15 @@ void Host::log(void* context, int, const char* format, ...) {
   static_cast<void>(va_arg(arguments, const char*));
   const std::string message = va_arg(arguments, const char*);
   va_end(arguments);
-  auto* received = static_cast<Received*>(context);
-  std::lock_guard lock(received->lock);
-  ++received->messages[message];
+  auto* host = static_cast<Host*>(context);
+  std::lock_guard lock(host->_logLock);
+  ++host->_messages[message];
 }
 
 int Host::logged(const std::string& message) const {
-  std::lock_guard lock(_received->lock);
-  const auto found = _received->messages.find(message);
-  return found == _received->messages.end() ? 0 : found->second;
-}
-
-std::vector<int> Host::states() const {
-  std::lock_guard lock(_received->lock);
-  return _received->states;
+  std::lock_guard lock(_logLock);
+  const auto found = _messages.find(message);
+  return found == _messages.end() ? 0 : found->second;
 }
 
 std::vector<std::string> Host::sources() const {

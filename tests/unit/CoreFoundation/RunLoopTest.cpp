@@ -4,63 +4,44 @@
 #include <Foundation/NSOperation.h>
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <limits>
 #include <string>
 #include <thread>
 
 namespace {
 
-constexpr double Forever = std::numeric_limits<double>::infinity();
-
-void add(std::function<void()> block) {
-  NSOperationQueue::mainQueue().addOperationWithBlock(std::move(block));
-}
-
-CFRunLoopRunResult run(double seconds, Boolean returnAfterOne = true) {
+CFRunLoopRunResult run(double seconds, bool returnAfterOne = false) {
   return CFRunLoopRunInMode(kCFRunLoopDefaultMode, seconds, returnAfterOne);
 }
 
-TEST(RunLoopTest, RunsBlocksInOrderAndThoseTheyAddLater) {
-  NSRunLoop& loop = NSRunLoop::mainRunLoop();
+TEST(RunLoopTest, RunsBlocksInOrderAndThoseTheyAddLaterOnTheMainThreadAlone) {
+  NSOperationQueue& queue = NSOperationQueue::mainQueue();
   std::string order;
-  add([&] {
+  queue.addOperationWithBlock([&] {
     order += 'a';
-    add([&] { order += 'c'; });
+    queue.addOperationWithBlock([&] { order += 'c'; });
   });
-  add(nullptr);
-  add([&] { order += 'b'; });
+  queue.addOperationWithBlock(nullptr);
+  queue.addOperationWithBlock([&] { order += 'b'; });
 
-  std::thread([&] {
-    EXPECT_FALSE(loop.runOneBlock(0));
-    loop.runUntilIdle();
-    EXPECT_EQ(run(0), kCFRunLoopRunFinished);
-  }).join();
-  EXPECT_EQ(order, "") << "nothing runs on another thread";
-  EXPECT_TRUE(loop.runForSeconds(0));
-  EXPECT_EQ(order, "ab") << "a run without time ends though a block adds another";
-  loop.runUntilIdle();
-  EXPECT_EQ(order, "abc");
-}
-
-TEST(RunLoopTest, AWaitingRunIsWokenByABlockOrAStopFromAnotherThread) {
-  std::thread::id ranOn;
-  std::thread adder([&] { add([&] { ranOn = std::this_thread::get_id(); }); });
-  EXPECT_EQ(run(Forever), kCFRunLoopRunHandledSource);
-  EXPECT_EQ(ranOn, std::this_thread::get_id());
-  adder.join();
-
-  std::thread stopper([] { CFRunLoopStop(CFRunLoopGetMain()); });
-  EXPECT_EQ(run(Forever, false), kCFRunLoopRunStopped);
-  stopper.join();
-}
-
-TEST(RunLoopTest, AStopBetweenTwoRunsEndsTheNextOneAlone) {
-  CFRunLoopStop(CFRunLoopGetMain());
-  EXPECT_EQ(run(Forever, false), kCFRunLoopRunStopped);
+  std::thread([] { EXPECT_EQ(run(0), kCFRunLoopRunFinished); }).join();
+  EXPECT_EQ(order, "");
   for (const double seconds : {0.0, -1.0, std::numeric_limits<double>::quiet_NaN()}) {
-    EXPECT_EQ(run(seconds, false), kCFRunLoopRunTimedOut) << seconds;
+    EXPECT_EQ(run(seconds), kCFRunLoopRunTimedOut) << seconds;
+    EXPECT_EQ(order, seconds == 0 ? "ab" : "abc") << "a run without time ends though a block adds another";
   }
+}
+
+TEST(RunLoopTest, AWaitingRunIsWokenByABlockOrAStopAndAnEarlierStopEndsTheNextRun) {
+  constexpr double Forever = std::numeric_limits<double>::infinity();
+  const std::jthread adder([] { NSOperationQueue::mainQueue().addOperationWithBlock([] {}); });
+  EXPECT_EQ(run(Forever, true), kCFRunLoopRunHandledSource);
+  std::thread stopper([] { CFRunLoopStop(CFRunLoopGetMain()); });
+  EXPECT_EQ(run(Forever), kCFRunLoopRunStopped);
+  stopper.join();
+  CFRunLoopStop(CFRunLoopGetMain());
+  EXPECT_EQ(run(Forever), kCFRunLoopRunStopped);
+  EXPECT_EQ(run(0), kCFRunLoopRunTimedOut);
 }
 
 }  // namespace

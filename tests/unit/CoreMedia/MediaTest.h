@@ -14,21 +14,13 @@ using Pool = CFRef<CVPixelBufferPoolRef>;
 using Sample = CFRef<CMSampleBufferRef>;
 using Entries = std::initializer_list<NSDictionary::Entry>;
 
-inline Ref<NSDictionary> pixelBufferAttributes(std::int64_t width, std::int64_t height) {
-  return makeRef<NSDictionary>(
+inline Pool makePool(std::int64_t width, std::int64_t height) {
+  const auto attributes = makeRef<NSDictionary>(
       Entries{{kCVPixelBufferPixelFormatTypeKey, NSNumber::numberWithUnsignedInt(kCVPixelFormatType_422YpCbCr8_yuvs)},
               {kCVPixelBufferWidthKey, NSNumber::numberWithLongLong(width)},
               {kCVPixelBufferHeightKey, NSNumber::numberWithLongLong(height)}});
-}
-
-inline Ref<NSDictionary> twoNumbers(CFStringRef firstKey, double first, CFStringRef secondKey, double second) {
-  return makeRef<NSDictionary>(
-      Entries{{firstKey, NSNumber::numberWithDouble(first)}, {secondKey, NSNumber::numberWithDouble(second)}});
-}
-
-inline Pool makePool(std::int64_t width, std::int64_t height) {
   CVPixelBufferPoolRef pool = nullptr;
-  CVPixelBufferPoolCreate(kCFAllocatorDefault, nullptr, pixelBufferAttributes(width, height)->toCF(), &pool);
+  CVPixelBufferPoolCreate(kCFAllocatorDefault, nullptr, attributes->toCF(), &pool);
   return Pool::adopt(pool);
 }
 
@@ -41,9 +33,8 @@ inline Buffer takeBuffer(const Pool& pool) {
 /// 16-bit audio of 48,000 Hz.
 inline Format makeAudioFormat(UInt32 channels, AudioFormatFlags extraFlags = 0) {
   const AudioFormatFlags flags = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked | extraFlags;
-  const UInt32 frameSize = extraFlags & kAudioFormatFlagIsNonInterleaved ? 2 : 2 * channels;
-  const AudioStreamBasicDescription audio = {48000, kAudioFormatLinearPCM, flags, frameSize, 1, frameSize, channels, 16,
-                                             0};
+  const UInt32 size = extraFlags & kAudioFormatFlagIsNonInterleaved ? 2 : 2 * channels;
+  const AudioStreamBasicDescription audio{48000, kAudioFormatLinearPCM, flags, size, 1, size, channels, 16, 0};
   CMFormatDescriptionRef format = nullptr;
   CMAudioFormatDescriptionCreate(kCFAllocatorDefault, &audio, 0, nullptr, 0, nullptr, nullptr, &format);
   return Format::adopt(format);
@@ -56,14 +47,7 @@ inline Block makeBlock(void* memory, std::size_t size, std::size_t offset, std::
   EXPECT_EQ(CMBlockBufferCreateWithMemoryBlock(kCFAllocatorDefault, memory, size, kCFAllocatorDefault, source, offset,
                                                length, 0, &block),
             expected);
-  EXPECT_EQ(block != nullptr, expected == noErr);
   return Block::adopt(block);
-}
-
-inline char* dataOf(const Block& block) {
-  char* data = nullptr;
-  CMBlockBufferGetDataPointer(block.get(), 0, nullptr, nullptr, &data);
-  return data;
 }
 
 inline Sample makeAudioSample(const Block& block, const Format& format, CMItemCount frames) {

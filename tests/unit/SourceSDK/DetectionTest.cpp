@@ -1,8 +1,6 @@
-#include <CoreMediaIO/CMIOHardware.h>
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <map>
 #include <thread>
 
 #include "SourceTest.h"
@@ -16,154 +14,108 @@ using testing::IsEmpty;
 
 class DetectionTest : public SourceTest {
  protected:
-  void begin(std::vector<std::shared_ptr<fake::Device>> devices) {
-    SourceTest::begin(std::move(devices));
-    manager->setStateChangeCallback(
-        [](void* context, int state) { static_cast<DetectionTest*>(context)->states.push_back(state); }, this);
-  }
-  void detect(std::vector<std::shared_ptr<fake::Device>> devices) {
-    begin(std::move(devices));
-    manager->detectDeviceConnect();
-  }
-
-  std::vector<std::string> names() const {
+  /// "NAME: VIDEO ID, AUDIO ID" for each source.
+  std::vector<std::string> sources() const {
     std::vector<std::string> found;
-    for (int i = 0; i < manager->getDeviceCount(); ++i)
-      found.push_back(manager->getDeviceWithIndex(i)->getDeviceName());
+    for (int i = 0; i < manager->getDeviceCount(); ++i) {
+      const AV::Device& source = *manager->getDeviceWithIndex(i);
+      found.push_back(source.getDeviceName() + ": " + source.getVideoDeviceID() + ", " + source.getAudioDeviceID());
+    }
     return found;
   }
-  AV::Device& source(const std::string& name) { return *manager->getDeviceWithName(name); }
 
   LogCapture log;
-  std::vector<int> states;
 };
 
-TEST_F(DetectionTest, CamerasComeFirstAndNamesAreUnique) {
-  detect({fake::microphone("Mic", "m1"), fake::camera("Cam", "c1"), fake::camera("Cam", "c2"),
-          fake::camera("Cam", "c3"), fake::camcorder("Deck", "d1"), fake::camcorder("Deck", "d2")});
-
-  EXPECT_THAT(names(), ElementsAre("Cam Video", "Cam 1 Video", "Cam 2 Video", "Deck", "Deck 1", "Mic Audio"));
-  EXPECT_EQ(manager->getIndexOfDeviceWithName("Cam 2 Video"), 2);
-  EXPECT_EQ(manager->getIndexOfDeviceID("m1"), 5);
-  EXPECT_EQ(manager->getDeviceWithIndex(-1), nullptr);
-  EXPECT_EQ(manager->getDeviceWithIndex(6), nullptr);
-  EXPECT_EQ(manager->getIndexOfDeviceWithName("cam video"), -1);
-  EXPECT_EQ(source("Deck").getAudioDeviceID(), "d1");
-
-  manager->detectDeviceConnect();
-  EXPECT_EQ(manager->getDeviceCount(), 6) << "another pass adds nothing";
-  EXPECT_THAT(states, IsEmpty());
-}
-
-TEST_F(DetectionTest, NamesOfOtherPlugInsDevicesAreRefused) {
-  begin({});
-  for (const char* refused :
-       {"UltraStudio Decklink 4K", "Blackmagic Design", "Intensity Pro", "Brevanta Virtual Camera", "AJA Io 4K"}) {
-    EXPECT_FALSE(manager->_AllowDevice(refused)) << refused;
+TEST_F(DetectionTest, DevicesBecomeSourcesAndLinkedOnesJoin) {
+  using fake::camcorder, fake::camera, fake::microphone;
+  const struct {
+    const char* what;
+    Devices devices;
+    std::vector<std::string> sources;
+  } cases[] = {
+      {"cameras come first and names are unique",
+       {microphone("Mic", "m"), camera("Cam", "c1"), camera("Cam", "c2"), camera("Cam", "c3"), camcorder("Deck", "d1"),
+        camcorder("Deck", "d2")},
+       {"Cam Video: c1, ", "Cam 1 Video: c2, ", "Cam 2 Video: c3, ", "Deck: d1, d1", "Deck 1: d2, d2",
+        "Mic Audio: , m"}},
+      {"a microphone joins every camera that it is linked to",
+       {camera("One", "c1", {"m"}), camera("Two", "c2", {"m"}), microphone("Mic", "m", {"c1", "c2"})},
+       {"One Video: c1, m", "Two Video: c2, m"}},
+      {"a second linked microphone is refused",
+       {camera("Cam", "c", {"m1", "m2"}), microphone("One", "m1", {"c"}), microphone("Two", "m2", {"c"})},
+       {"Cam Video: c, m1"}},
+      {"what is linked to its own kind alone becomes no source",
+       {camera("A", "a", {"b"}), camera("B", "b", {"a"}), microphone("X", "x", {"y"}), microphone("Y", "y", {"x"})},
+       {}},
+      {"a microphone whose camera has no source becomes its own",
+       {camera("Intensity Pro", "c", {"m"}), microphone("Mic", "m", {"c"})},
+       {"Mic Audio: , m"}},
+      {"other plug-ins' devices are left to them",
+       {camera("UltraStudio Decklink 4K", "1"), camera("Blackmagic Design", "2"), camera("Intensity Pro", "3"),
+        camera("Brevanta Virtual Camera", "4"), camera("AJA Io 4K", "5"), microphone("Brevanta Microphone", "6"),
+        camera("AJAX Camera", "a"), camera("blackmagic", "b")},
+       {"AJAX Camera Video: a, ", "blackmagic Video: b, "}},
+  };
+  for (const auto& each : cases) {
+    detect(each.devices);
+    EXPECT_EQ(sources(), each.sources) << each.what;
+    manager->detectDeviceConnect();
+    EXPECT_EQ(sources(), each.sources) << "in another pass: " << each.what;
   }
-  for (const char* allowed : {"AJAX Camera", "blackmagic design", ""})
-    EXPECT_TRUE(manager->_AllowDevice(allowed)) << allowed;
-
-  provider->plug(fake::camera("Intensity Pro", "card"));
-  provider->plug(fake::microphone("Brevanta Virtual Microphone", "virtual"));
-  EXPECT_THAT(names(), IsEmpty());
+  const char* const refusal = "3 Already has an Audio Device Associated with it!\n";
+  EXPECT_THAT(log.lines(), ElementsAre(refusal, refusal)) << "once in each pass";
 }
 
-TEST_F(DetectionTest, LinkedDevicesFormOneSourceInWhateverOrderTheyCome) {
-  const auto camera = fake::camera("Cam", "c", {"m"});
-  const auto microphone = fake::microphone("Mic", "m", {"c"});
-  for (const bool isCameraFirst : {true, false}) {
-    begin({});
-    for (const auto& device : {isCameraFirst ? camera : microphone, isCameraFirst ? microphone : camera}) {
-      provider->plug(device);
-    }
-    ASSERT_THAT(names(), ElementsAre(isCameraFirst ? "Cam Video" : "Mic Audio"));
-    EXPECT_EQ(source(names()[0]).getVideoDeviceID(), "c");
-    EXPECT_EQ(source(names()[0]).getAudioDeviceID(), "m");
-    for (const auto& device : {camera, microphone}) provider->unplug(device);
-    EXPECT_THAT(names(), IsEmpty());
+TEST_F(DetectionTest, LinkedDevicesMeetInEitherOrderAndTheHostHearsOfEveryChangeOnce) {
+  const auto camera = fake::camera("Cam", "c", {"m"}), microphone = fake::microphone("Mic", "m", {"c"});
+  std::vector<int> states;
+  for (const auto& [first, second] : {std::pair(camera, microphone), std::pair(microphone, camera)}) {
+    detect({fake::camera("Brevanta Virtual Camera", "refused")});
+    manager->setStateChangeCallback(
+        [](void* context, int state) { static_cast<std::vector<int>*>(context)->push_back(state); }, &states);
+    provider->plug(first);
+    provider->plug(second);
+    EXPECT_THAT(sources(), ElementsAre(first == camera ? "Cam Video: c, m" : "Mic Audio: c, m"));
+    provider->unplug(second);
+    EXPECT_EQ(manager->getDeviceCount(), 1) << "one side is enough to stay";
+    provider->unplug(first);
+    EXPECT_THAT(sources(), IsEmpty());
+    constexpr int Came = BRV_DEVICE_STATE_ATTACHED, Left = BRV_DEVICE_STATE_REMOVED;
+    EXPECT_THAT(std::exchange(states, {}), ElementsAre(Came, Came, Left, Left));
   }
-}
-
-TEST_F(DetectionTest, AnAudioDeviceJoinsEverySourceItIsLinkedTo) {
-  detect(
-      {fake::camera("One", "c1", {"m"}), fake::camera("Two", "c2", {"m"}), fake::microphone("Mic", "m", {"c1", "c2"})});
-
-  EXPECT_THAT(names(), ElementsAre("One Video", "Two Video"));
-  EXPECT_EQ(source("One Video").getAudioDeviceID(), "m");
-  EXPECT_EQ(source("Two Video").getAudioDeviceID(), "m");
-}
-
-TEST_F(DetectionTest, DevicesLinkedOnlyToTheirOwnKindBecomeNoSource) {
-  detect({fake::camera("A", "a", {"b"}), fake::camera("B", "b", {"a"}), fake::microphone("X", "x", {"y"}),
-          fake::microphone("Y", "y", {"x"}), fake::microphone("Z", "z")});
-
-  EXPECT_THAT(names(), ElementsAre("Z Audio"));
-}
-
-TEST_F(DetectionTest, ASecondLinkedMicrophoneIsRefusedAndLogged) {
-  detect({fake::camera("Cam", "c", {"m1", "m2"}), fake::microphone("One", "m1", {"c"}),
-          fake::microphone("Two", "m2", {"c"})});
-
-  EXPECT_EQ(source("Cam Video").getAudioDeviceID(), "m1");
-  EXPECT_THAT(log.lines(), ElementsAre("3 Already has an Audio Device Associated with it!\n"));
 }
 
 TEST_F(DetectionTest, ADeviceThatCannotBeOpenedIsLoggedAndTriedAgain) {
   auto broken = fake::camera("Broken", "b");
   broken->openError = "Someone else has it.";
-  detect({broken, fake::microphone("Mic", "m")});
+  detect({broken});
 
-  EXPECT_THAT(names(), ElementsAre("Mic Audio"));
+  EXPECT_THAT(sources(), IsEmpty());
   EXPECT_THAT(log.lines(), ElementsAre("4 Error Loading Video Source Broken: Someone else has it.\n"));
   EXPECT_EQ(manager->getLastErrorMessage(), "Someone else has it.");
-
   broken->openError.reset();
   manager->detectDeviceConnect();
-  EXPECT_THAT(names(), ElementsAre("Mic Audio", "Broken Video"));
-}
-
-TEST_F(DetectionTest, EveryNotificationTellsTheHostOnce) {
-  begin({});
-  auto refused = fake::camera("Brevanta Virtual Camera", "v");
-  auto camera = fake::camera("Cam", "c", {"m"});
-  auto microphone = fake::microphone("Mic", "m", {"c"});
-
-  provider->plug(refused);
-  provider->plug(camera);
-  provider->plug(microphone);
-  provider->unplug(microphone);
-  EXPECT_THAT(names(), ElementsAre("Cam Video")) << "one side is enough to stay";
-  provider->unplug(camera);
-  EXPECT_THAT(names(), IsEmpty());
-
-  EXPECT_THAT(states, ElementsAre(BRV_DEVICE_STATE_ATTACHED, BRV_DEVICE_STATE_ATTACHED, BRV_DEVICE_STATE_ATTACHED,
-                                  BRV_DEVICE_STATE_REMOVED, BRV_DEVICE_STATE_REMOVED));
+  EXPECT_EQ(manager->getDeviceCount(), 1);
 }
 
 TEST_F(DetectionTest, ChangesNoticedElsewhereWaitForTheMainThread) {
-  auto first = fake::camera("Cam", "c1");
-  auto second = fake::camera("Cam", "c2");
-  auto third = fake::camera("Cam", "c3");
-  detect({first, second, third});
+  auto first = fake::camera("Cam", "c1"), second = fake::camera("Cam", "c2");
+  detect({first, second, fake::camera("Cam", "c3")});
 
   std::thread([&] {
-    provider->unplug(first);
-    provider->unplug(second);
+    for (const auto& leaving : {first, second}) provider->unplug(leaving);
+    for (const char* id : {"c4", "c5"}) provider->plug(fake::camera("Cam", id));
   }).join();
-  EXPECT_EQ(manager->getDeviceCount(), 3);
+  EXPECT_EQ(source().getVideoDeviceID(), "c1");
   NSRunLoop::mainRunLoop().runUntilIdle();
 
-  EXPECT_THAT(names(), ElementsAre("Cam 2 Video"));
-  EXPECT_EQ(states.size(), 2U);
+  EXPECT_THAT(sources(), ElementsAre("Cam 2 Video: c3, ", "Cam Video: c4, ", "Cam 1 Video: c5, "));
 }
 
 TEST_F(DetectionTest, TheHostMayEndTheLibraryWhenItHearsOfAChange) {
-  begin({});
-  const auto endLibrary = [](void* context, int) {
-    delete std::exchange(static_cast<DetectionTest*>(context)->manager, nullptr);
-  };
-  manager->setStateChangeCallback(endLibrary, this);
+  detect({});
+  manager->setStateChangeCallback([](void* test, int) { static_cast<DetectionTest*>(test)->end(); }, this);
 
   provider->plug(fake::camera("Cam", "c"));
 
@@ -171,104 +123,64 @@ TEST_F(DetectionTest, TheHostMayEndTheLibraryWhenItHearsOfAChange) {
 }
 
 TEST_F(DetectionTest, AReplacedStateCallbackIsNotRunningAnyMore) {
-  begin({});
   struct Slow {
     Gate gate;
-    std::atomic<bool> isReplaced{false};
+    std::atomic<bool> hasLeft{false};
   } slow;
+  detect({});
   const auto pass = [](void* context, int) {
-    auto& state = *static_cast<Slow*>(context);
-    state.gate.pass();
-    EXPECT_FALSE(state.isReplaced);
+    static_cast<Slow*>(context)->gate.pass();
+    static_cast<Slow*>(context)->hasLeft = true;
   };
   manager->setStateChangeCallback(pass, &slow);
-  std::thread host([&] {
+  const std::jthread host([&] {
     slow.gate.waitUntilEntered();
-    std::thread releasing([&] { slow.gate.open(); });
+    const std::jthread releasing([&] { slow.gate.open(); });
     manager->setStateChangeCallback(nullptr, nullptr);
-    slow.isReplaced = true;
-    releasing.join();
+    EXPECT_TRUE(slow.hasLeft);
   });
 
   provider->plug(fake::camera("Cam", "c"));
-  host.join();
-
-  EXPECT_TRUE(slow.isReplaced);
 }
 
 TEST_F(DetectionTest, FireWireCamcordersAreMarkedByTheirUnits) {
-  begin({fake::camcorder("Plain", "#08004601024a6c51"), fake::camcorder("Prefixed", " 0x08004601024A6C51"),
-         fake::camcorder("DV", "#11"), fake::camcorder("Unknown", "#22"), fake::camcorder("Long", "#108004601024a6c51"),
-         fake::camera("Short", "")});
-  provider->bus.units = {{0x08004601024a6c51, false, true}, {0x11, true, false}, {0, true, true}};
+  provider = fake::install({fake::camcorder("HDV", "#08004601024a6c51"), fake::camcorder("HDV", " 0x08004601024A6C51"),
+                            fake::camcorder("DV", "#11"), fake::camcorder("Both", "#12"),
+                            fake::camcorder("Later is DV", "#13"), fake::camcorder("Unknown", "#22"),
+                            fake::camcorder("Long", "#108004601024a6c51"), fake::camera("Short", "")});
+  using Units = std::vector<hardware::FireWireUnit>;
+  const Units units{{0x08004601024a6c51, false, true},
+                    {0x11, true, false},
+                    {0x12, true, true},
+                    {0x13, false, true},
+                    {0x13, true, false},
+                    {0, true, true}};
+  constexpr int NoMemory = static_cast<int>(0xE00002BD);
 
-  manager->detectDeviceConnect();
-
-  for (const auto& [name, isHDV] : std::map<std::string, bool>{{"Plain", true},
-                                                               {"Prefixed", true},
-                                                               {"DV", false},
-                                                               {"Unknown", false},
-                                                               {"Long", false},
-                                                               {"Short Video", false}}) {
-    EXPECT_EQ(source(name).isHDV(), isHDV) << name;
+  for (const int status : {0, NoMemory}) {
+    provider->bus = {status, units};
+    end();
+    manager = AV::DeviceManager::instance();
+    manager->detectDeviceConnect();
+    for (int i = 0; i < manager->getDeviceCount(); ++i) {
+      const std::string& name = source(i).getDeviceName();
+      EXPECT_EQ(source(i).isHDV(), status == 0 && name.starts_with("HDV")) << name;
+    }
   }
-}
-
-TEST_F(DetectionTest, ScreenCaptureDevicesAppearOnceTheyAreAdmitted) {
-  auto phone = fake::camcorder("Phone", "p");
-  phone->described.isScreenCapture = true;
-  const CMIOObjectPropertyAddress address{kCMIOHardwarePropertyAllowScreenCaptureDevices,
-                                          kCMIOObjectPropertyScopeGlobal, kCMIOObjectPropertyElementMaster};
-  const auto allow = [&](UInt32 value) {
-    return CMIOObjectSetPropertyData(kCMIOObjectSystemObject, &address, 0, nullptr, sizeof value, &value);
-  };
-  EXPECT_EQ(allow(0), 0);
-  detect({phone});
-  EXPECT_THAT(names(), IsEmpty());
-
-  AV::DeviceManager::initialize();
-
-  EXPECT_THAT(names(), ElementsAre("Phone"));
-  EXPECT_EQ(allow(0), 0);
-  EXPECT_THAT(names(), IsEmpty());
+  EXPECT_THAT(log.lines(),
+              ElementsAre("3 bvDeviceManager_avs::init_controller() - couldnt create controller 0xe00002bd"));
 }
 
 TEST_F(DetectionTest, LookUpsByIdGoByNameOrByPosition) {
   detect({fake::camera("Zoo", "both"), fake::camera("Ant", "a", {"m"}), fake::microphone("Mic", "m", {"a"}),
           fake::microphone("Lone", "l")});
 
-  EXPECT_EQ(manager->getDeviceWithID("m"), &source("Ant Video"));
-  EXPECT_EQ(manager->getDeviceWithID(""), &source("Lone Audio")) << "first in order of names with an empty ID";
+  EXPECT_EQ(manager->getDeviceWithID("m"), manager->getDeviceWithName("Ant Video"));
+  EXPECT_EQ(manager->getDeviceWithID("")->getDeviceName(), "Lone Audio") << "first in order of names with an empty ID";
   EXPECT_EQ(manager->getIndexOfDeviceID(""), 0) << "first in list order";
   EXPECT_EQ(manager->getDeviceWithID("nobody"), nullptr);
-  manager->_AddDevice(nullptr);
-  manager->_AddDevice(&source("Zoo Video"));
-  EXPECT_EQ(manager->getDeviceCount(), 3);
-}
-
-TEST_F(DetectionTest, TheDeviceListIsPrintedInListOrder) {
-  detect({fake::camera("Cam", "c"), fake::microphone("Mic", "m")});
-
-  manager->PrintDeviceList();
-
-  EXPECT_THAT(log.lines(), ElementsAre("2 ---------------    Begin Print Device List    ---------------\n",
-                                       "4 \tCam Video (AudioID=, VideoID=c)\n", "4 \tMic Audio (AudioID=m, VideoID=)\n",
-                                       "2 ---------------    End Print Device List    ---------------\n"));
-}
-
-TEST_F(DetectionTest, AManagerLeavesNothingBehindAndCanBeMadeAgain) {
-  const auto observersBefore = NSNotificationCenter::defaultCenter().observerCount();
-  detect({fake::camera("Cam", "c")});
-  source("Cam Video").startDevice();
-  EXPECT_TRUE(manager->hasDeviceRunning());
-
-  delete manager;
-  manager = nullptr;
-  EXPECT_EQ(NSNotificationCenter::defaultCenter().observerCount(), observersBefore);
-  manager = AV::DeviceManager::instance();
-
-  EXPECT_THAT(names(), IsEmpty());
-  EXPECT_FALSE(manager->hasDeviceRunning());
+  manager->_RemoveDevice(manager->getDeviceWithName("Lone Audio"));
+  EXPECT_EQ(manager->getDeviceWithID("")->getDeviceName(), "Zoo Video");
 }
 
 }  // namespace

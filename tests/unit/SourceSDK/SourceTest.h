@@ -12,23 +12,23 @@
 
 class SourceTest : public FrameworkTest {
  public:
+  using Devices = std::vector<std::shared_ptr<fake::Device>>;
+
   /// While what callbacks write to still exists.
   void TearDown() override {
-    delete std::exchange(manager, nullptr);
+    end();
     EXPECT_EQ(VCaptureDelegate::receivedByFormer() - _received.first, handedOver(AVMediaTypeVideo) - _handedOver.first);
     EXPECT_EQ(ACaptureDelegate::receivedByFormer() - _received.second,
               handedOver(AVMediaTypeAudio) - _handedOver.second);
   }
 
-  void begin(std::vector<std::shared_ptr<fake::Device>> devices) {
-    delete std::exchange(manager, nullptr);
+  void detect(Devices devices) {
+    end();
     provider = fake::install(std::move(devices));
     manager = AV::DeviceManager::instance();
-  }
-  void detect(std::vector<std::shared_ptr<fake::Device>> devices) {
-    begin(std::move(devices));
     manager->detectDeviceConnect();
   }
+  void end() { delete std::exchange(manager, nullptr); }
   AV::Device& source(int index = 0) { return *manager->getDeviceWithIndex(index); }
 
   std::shared_ptr<fake::Provider> provider;

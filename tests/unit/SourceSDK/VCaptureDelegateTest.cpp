@@ -1,6 +1,8 @@
 #include <Foundation/NSDictionary.h>
 #include <Foundation/NSValue.h>
 
+#include <random>
+
 #include "AVCaptureDelegate.h"
 #include "support/FrameworkTest.h"
 #include "support/Samples.h"
@@ -12,8 +14,8 @@ class VideoDelegateTest : public FrameworkTest {
   VideoDelegateTest() : delegate(VCaptureDelegate::initWithDevice(nullptr)) {
     delegate->setVideoDataArrivedCallback([](void* context, BRV_VideoBuffer* buffer) {
       auto* test = static_cast<VideoDelegateTest*>(context);
-      test->records.push_back(*buffer);
-      if (test->duringCallback) test->duringCallback();
+      test->record = *buffer;
+      if (std::exchange(test->isMadeDirtyDuring, false)) test->delegate->dirtyFormat();
     });
     delegate->setVideoDataArrivedContext(this);
   }
@@ -21,108 +23,111 @@ class VideoDelegateTest : public FrameworkTest {
   void deliver(CMTime time) {
     delegate->captureOutputDidOutputSampleBuffer(nullptr, samples::frame(image.get(), time).get(), nullptr);
   }
-  int lastFlags() const { return records.back().flags; }
+  void attach(CFStringRef key, std::initializer_list<NSDictionary::Entry> numbers) {
+    CVBufferSetAttachment(image.get(), key, makeRef<NSDictionary>(numbers)->toCF(), kCVAttachmentMode_ShouldPropagate);
+  }
 
   CFRef<CVPixelBufferRef> image = samples::picture(64, 48);
   Ref<VCaptureDelegate> delegate;
-  std::vector<BRV_VideoBuffer> records;
-  std::function<void()> duringCallback;
+  BRV_VideoBuffer record{};  ///< the latest
+  bool isMadeDirtyDuring = false;
 };
 
-/// Attaches a dictionary of those numbers that there are.
-void attach(CVPixelBufferRef image, CFStringRef key, std::pair<CFStringRef, std::optional<double>> first,
-            std::pair<CFStringRef, std::optional<double>> second) {
-  auto numbers = makeRef<NSDictionary>();
-  for (const auto& [name, number] : {first, second}) {
-    if (number) numbers->insert(name, NSNumber::numberWithDouble(*number));
-  }
-  CVBufferSetAttachment(image, key, numbers->toCF(), kCVAttachmentMode_ShouldPropagate);
-}
-
-TEST_F(VideoDelegateTest, ARecordDescribesItsFrame) {
+TEST_F(VideoDelegateTest, FlagsTellTheFirstFrameEveryChangeOfTheTimescaleAndADirtyFormat) {
+  enum Dirty { No, Before, During };  // During a delivery, the mark belongs to the next one.
+  const struct {
+    CMTime time;
+    int flags;
+    Dirty dirty;
+  } steps[] = {{CMTimeMake(1, 600), 0, No},       {CMTimeMake(2, 600), 1, No},    {CMTimeMake(3, 90000), 0x21, No},
+               {CMTimeMake(4, 90000), 1, No},     {kCMTimeInvalid, 0x21, No},     {CMTimeMake(5, 30), 0x21, Before},
+               {CMTimeMake(6, 30), 0x21, Before}, {CMTimeMake(7, 30), 1, During}, {CMTimeMake(8, 30), 0x21, No},
+               {CMTimeMake(9, 30), 1, No}};
   EXPECT_EQ(delegate->timescale(), -1);
-
-  deliver(CMTimeMake(1001, 30000));
-
-  ASSERT_EQ(records.size(), 1U);
-  EXPECT_EQ(records[0].format, BRV_FORMAT_PIXEL_BUFFER);
-  EXPECT_EQ(records[0].width, 64);
-  EXPECT_EQ(records[0].height, 48);
-  EXPECT_EQ(static_cast<std::size_t>(records[0].rowBytes), CVPixelBufferGetBytesPerRow(image.get()));
-  EXPECT_EQ(records[0].pixelAspectRatio, 1.0F);
-  EXPECT_EQ(records[0].timeStamp, 1001);
-  EXPECT_EQ(records[0].data, image.get());
-  EXPECT_EQ(delegate->timescale(), 30000);
-}
-
-TEST_F(VideoDelegateTest, FlagsTellTheFirstFrameAndEveryChangeOfTheTimescale) {
-  const std::vector<std::pair<CMTime, int>> steps{
-      {CMTimeMake(1, 600), 0},   {CMTimeMake(2, 600), 1}, {CMTimeMake(3, 90000), 0x21},
-      {CMTimeMake(4, 90000), 1}, {kCMTimeInvalid, 0x21},  {CMTimeMake(5, 90000), 0x21},
-  };
-  for (const auto& [time, flags] : steps) {
+  for (const auto& [time, flags, dirty] : steps) {
+    if (dirty == Before) delegate->dirtyFormat();
+    isMadeDirtyDuring = dirty == During;
     deliver(time);
-    EXPECT_EQ(lastFlags(), flags);
-    EXPECT_EQ(records.back().timeStamp, time.value);
+    EXPECT_EQ(record.flags, flags) << time.value;
+    EXPECT_EQ(record.timeStamp, time.value);
     EXPECT_EQ(delegate->timescale(), time.timescale);
   }
-}
-
-TEST_F(VideoDelegateTest, ADirtyFormatIsMarkedOnceWheneverItIsSet) {
-  delegate->dirtyFormat();
-  deliver(CMTimeMake(1, 30));
-  EXPECT_EQ(lastFlags(), 0x20);
-  deliver(CMTimeMake(2, 30));
-  EXPECT_EQ(lastFlags(), 1);
-
-  // While a delivery is in progress, the mark belongs to the next one.
-  duringCallback = [this] { delegate->dirtyFormat(); };
-  deliver(CMTimeMake(3, 30));
-  EXPECT_EQ(lastFlags(), 1);
-  duringCallback = nullptr;
-  deliver(CMTimeMake(4, 30));
-  EXPECT_EQ(lastFlags(), 0x21);
-  deliver(CMTimeMake(5, 30));
-  EXPECT_EQ(lastFlags(), 1);
 }
 
 TEST_F(VideoDelegateTest, WithoutPictureCallbackOrContextAFrameOnlyMovesTheTimescale) {
   delegate->setVideoDataArrivedContext(nullptr);
   deliver(CMTimeMake(1, 600));
+  EXPECT_EQ(record.data, nullptr);
   delegate->setVideoDataArrivedContext(this);
   deliver(CMTimeMake(2, 600));
-  EXPECT_EQ(lastFlags(), 1) << "the first frame was the one before";
+  EXPECT_EQ(record.flags, 1) << "the first frame was the one before";
 
   image = {};
   deliver(CMTimeMake(3, 90000));
 
-  EXPECT_EQ(records.size(), 1U);
+  EXPECT_EQ(record.timeStamp, 2);
   EXPECT_EQ(delegate->timescale(), 90000);
 }
 
-TEST_F(VideoDelegateTest, ThePixelAspectRatioNeedsBothSpacings) {
-  struct Case {
-    std::optional<double> horizontal, vertical;
-    float ratio;
-  };
-  for (const Case& c : {Case{10, 11, 10.0F / 11.0F}, Case{10, std::nullopt, 1.0F}, Case{std::nullopt, 11, 1.0F}}) {
-    image = samples::picture(64, 48);
-    attach(image.get(), kCVImageBufferPixelAspectRatioKey,
-           {kCVImageBufferPixelAspectRatioHorizontalSpacingKey, c.horizontal},
-           {kCVImageBufferPixelAspectRatioVerticalSpacingKey, c.vertical});
+TEST_F(VideoDelegateTest, ARecordDescribesItsFrame) {
+  const auto number = NSNumber::numberWithDouble;
+  const auto describe = [&] {
     deliver(CMTimeMake(1, 30));
-    EXPECT_EQ(records.back().pixelAspectRatio, c.ratio);
-  }
+    return std::tuple(record.format, record.width, record.height, record.rowBytes, record.pixelAspectRatio,
+                      record.data);
+  };
+  const auto expected = [&](int width, int height, float ratio) {
+    return std::tuple(BRV_FORMAT_PIXEL_BUFFER, width, height, 128, ratio, image.get());
+  };
+  EXPECT_EQ(describe(), expected(64, 48, 1));
+
+  attach(kCVImageBufferPixelAspectRatioKey, {{kCVImageBufferPixelAspectRatioVerticalSpacingKey, number(11)}});
+  EXPECT_EQ(describe(), expected(64, 48, 1)) << "the ratio needs both spacings";
+  attach(kCVImageBufferPixelAspectRatioKey, {{kCVImageBufferPixelAspectRatioHorizontalSpacingKey, number(10)},
+                                             {kCVImageBufferPixelAspectRatioVerticalSpacingKey, number(11)}});
+  attach(kCVImageBufferDisplayDimensionsKey,
+         {{kCVImageBufferDisplayWidthKey, number(1919.7)}, {kCVImageBufferDisplayHeightKey, number(1080.2)}});
+  EXPECT_EQ(describe(), expected(1919, 1080, 10.0F / 11)) << "sizes are truncated";
 }
 
-TEST_F(VideoDelegateTest, DisplaySizesAreTruncated) {
-  attach(image.get(), kCVImageBufferDisplayDimensionsKey, {kCVImageBufferDisplayWidthKey, 1919.7},
-         {kCVImageBufferDisplayHeightKey, 1080.2});
+/// The plain twin of the delegate's reading, which remembers the dictionary that it has read.
+float pixelAspectOf(CVImageBufferRef image) {
+  const auto attached =
+      static_cast<CFDictionaryRef>(CVBufferGetAttachment(image, kCVImageBufferPixelAspectRatioKey, nullptr));
+  const auto spacing = [&](CFStringRef key) {
+    return attached ? dynamic_cast<NSNumber*>(NSDictionary::from(attached)->objectForKey(key)) : nullptr;
+  };
+  const NSNumber* width = spacing(kCVImageBufferPixelAspectRatioHorizontalSpacingKey);
+  const NSNumber* height = spacing(kCVImageBufferPixelAspectRatioVerticalSpacingKey);
+  return width && height ? static_cast<float>(width->doubleValue()) / static_cast<float>(height->doubleValue()) : 1.0F;
+}
 
-  deliver(CMTimeMake(1, 30));
+TEST_F(VideoDelegateTest, ThePixelAspectIsEachPicturesOwnWhateverCameBefore) {
+  std::mt19937 random(3);
+  const CFRef<CVPixelBufferRef> pictures[] = {samples::picture(16, 16), samples::picture(16, 16)};
+  Ref<NSDictionary> ratios[3];  // on either picture, and made anew where another one has just been let go
+  for (int frame = 0; frame < 2000; ++frame) {
+    image = pictures[random() % 2];
+    Ref<NSDictionary>& ratio = ratios[random() % 3];
+    if (!ratio || random() % 4 == 0) {
+      ratio = makeRef<NSDictionary>();
+      for (const auto& key :
+           {kCVImageBufferPixelAspectRatioHorizontalSpacingKey, kCVImageBufferPixelAspectRatioVerticalSpacingKey}) {
+        if (random() % 5 > 0) ratio->insert(key, NSNumber::numberWithInt(static_cast<int>(random() % 16) + 1));
+      }
+    }
+    if (random() % 2 == 0) {
+      CVBufferRemoveAllAttachments(image.get());
+      if (random() % 4 > 0) {
+        CVBufferSetAttachment(image.get(), kCVImageBufferPixelAspectRatioKey, ratio->toCF(),
+                              kCVAttachmentMode_ShouldPropagate);
+      }
+    }
 
-  EXPECT_EQ(records[0].width, 1919);
-  EXPECT_EQ(records[0].height, 1080);
+    deliver(CMTimeMake(frame, 30));
+
+    ASSERT_EQ(record.pixelAspectRatio, pixelAspectOf(image.get())) << "frame " << frame;
+  }
 }
 
 }  // namespace
