@@ -17,10 +17,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// What Clock reads as well, with one call less on the way.
-Nanoseconds monotonicTime() {
+/// What Clock reads as well, with one call less on the way. The coarse clock is the same one at the last timer tick.
+Nanoseconds monotonicTime(clockid_t clock = CLOCK_MONOTONIC) {
   timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
+  clock_gettime(clock, &now);
   return now.tv_sec * NanosecondsPerSecond + now.tv_nsec;
 }
 
@@ -148,6 +148,10 @@ class ThreadLane final : public Lane {
 
 Nanoseconds ThreadScheduler::now() {
   return monotonicTime();
+}
+
+Nanoseconds ThreadScheduler::roughNow() {
+  return monotonicTime(CLOCK_MONOTONIC_COARSE);
 }
 
 void ThreadScheduler::sleepUntil(Nanoseconds time) {

@@ -10,6 +10,7 @@ namespace runtime {
 class ThreadScheduler final : public Scheduler {
  public:
   Nanoseconds now() override;
+  Nanoseconds roughNow() override;
   void sleepUntil(Nanoseconds time) override;
 
   /// The lane's thread carries the first 15 bytes of the name and takes no signals: those are the host's.

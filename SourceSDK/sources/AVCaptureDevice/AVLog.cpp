@@ -19,7 +19,7 @@
 
 std::int32_t AV_LogCount::logCount() {
   constexpr std::int64_t LongestPause = 5 * runtime::NanosecondsPerSecond;
-  const std::int64_t time = runtime::Scheduler::current().now();
+  const std::int64_t time = runtime::Scheduler::current().roughNow();
   if (_lastLogTime && time - *_lastLogTime > LongestPause) _logCount = 0;
   _lastLogTime = time;
   return _logCount++;
