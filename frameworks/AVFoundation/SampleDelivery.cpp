@@ -16,9 +16,7 @@ constexpr std::size_t LongestLine = 64;
 }  // namespace
 
 SampleDelivery::SampleDelivery(AVCaptureOutput& output, SampleReceiver& receiver, std::size_t usualWaiting)
-    : _output(output), _receiver(receiver), _usualLength(LongestLine + usualWaiting) {
-  _deliveringOn.reserve(4);  // more delegates at work at once than a source ever has
-}
+    : _output(output), _receiver(receiver), _usualLength(LongestLine + usualWaiting) {}
 
 void SampleDelivery::setDelegate(void* delegate, dispatch_queue_t queue) {
   std::vector<Item> line(queue ? _usualLength : 0);
