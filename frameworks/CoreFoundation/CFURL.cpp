@@ -111,7 +111,7 @@ std::optional<std::string_view> cut(std::string_view& text, char separator) noex
 
 bool parseUserInformation(std::string_view name, Parts& parts) {
   const auto password = cut(name, ':');
-  if (!consistsOfCharactersAnd("", name) || !consistsOfCharactersAnd("", password.value_or(""))) return false;
+  if (!consistsOfCharactersAnd("", name) || !consistsOfCharactersAnd(":", password.value_or(""))) return false;
   parts.userName = makeUnescapedText(name);
   if (password) parts.password = makeUnescapedText(*password);
   return parts.userName && (parts.password || !password);

@@ -6,8 +6,8 @@
 // that was guessed at.
 // - Spaces, control characters, anything but ASCII, and "<>\"{}|\\^`" have to be escaped; a "%" has two hexadecimal
 //   digits behind it; brackets stand around an IPv6 address, which may have a zone ("%25eth0"), and nowhere else.
-// - A host follows "//". User name and password may stand before it with one "@" behind them and one ":" between them;
-//   every other "@" or ":" of theirs is escaped.
+// - A host follows "//". User name and password may stand before it with one "@" behind them; an "@" of their own is
+//   escaped. The first ":" ends the user name, so that a ":" in the password may stand as it is.
 // - A port is a decimal number up to 65535. An empty one, ":" without digits, is none.
 // - The escapes of user name, password and host stand for UTF-8 without zero bytes. Those of the path may stand for
 //   anything.

@@ -35,6 +35,7 @@ TEST(UrlTest, IsTakenApartOrRefusedAsAWhole) {
       {"rtsp://us%40er%3a1:p%40%3A%2f%25@h/", "rtsp us@er:1 p@:/% h -1 "},
       {"rtsp://k%C3%A4the:%E2%82%AC@k%c3%bcnstler/x", "rtsp k\xC3\xA4the \xE2\x82\xAC k\xC3\xBCnstler -1 x"},
       {"rtsp://@h/p", "rtsp  - h -1 p"},
+      {"rtsp://a:b:c:@h:1/p", "rtsp a b:c: h 1 p"},
       {"rtsp://h:000000554/", "rtsp - - h 554 "},
       {"rtsp://h:/p", "rtsp - - h -1 p"},
       {"rtsp://a:b@[::ffff:10.0.0.1]:0", "rtsp a b ::ffff:10.0.0.1 0 -"},
@@ -45,8 +46,8 @@ TEST(UrlTest, IsTakenApartOrRefusedAsAWhole) {
       "rtsp://h/%", "rtsp://h/%4", "rtsp://h/%G0", "rtsp://h%4:80/", "rt%73p://h/", "rtsp://a:b@h%FF/",
       "rtsp://a:%ED%A0%80@h/", "rtsp://good%00.evil/", "rtsp://a:%00@h/",
       // user information and ports
-      "rtsp://a@b@h/p", "rtsp://a:b:c@h/p", "rtsp://a:b?c@h/p", "rtsp://h:65536/", "rtsp://h:-1/", "rtsp://h:+5/",
-      "rtsp://h:55a/", "rtsp://h:5:5/", "rtsp://h:%35/",
+      "rtsp://a@b@h/p", "rtsp://a:b?c@h/p", "rtsp://h:65536/", "rtsp://h:-1/", "rtsp://h:+5/", "rtsp://h:55a/",
+      "rtsp://h:5:5/", "rtsp://h:%35/",
       // brackets and addresses of IPv6
       "rtsp://[]/", "rtsp://[::1/", "rtsp://::1]/", "rtsp://[::1]x/", "rtsp://[[::1]]/", "rtsp://h/p[0]",
       "rtsp://[10.0.0.1]/", "rtsp://::1/", "rtsp://[fe80::1%eth0]/", "rtsp://[fe80::1%25]/",
