@@ -15,7 +15,6 @@
 
 namespace {
 
-bool isPortable = false;
 
 class Timing final : public bench::Meter {
  public:
@@ -64,14 +63,6 @@ bool isWanted(const bench::Work& work, char** begin, char** end) {
 
 }  // namespace
 
-// The program's own definition takes precedence over the library's.
-AudioConversion::InstructionSet AudioConversion::bestInstructionSet() noexcept {
-#if defined(__x86_64__)
-  if (!isPortable && __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma")) return InstructionSet::AVX2;
-#endif
-  return InstructionSet::Portable;
-}
-
 int main(int argc, char** argv) {
   const auto takeOption = [&](std::string_view option) {
     if (argc < 2 || argv[1] != option) return false;
@@ -80,7 +71,7 @@ int main(int argc, char** argv) {
     --argc;
     return true;
   };
-  isPortable = takeOption("--portable");
+  if (takeOption("--portable")) AudioConversion::usePortableInstructions();
   if (takeOption("--count-instructions")) {
     for (const bench::Work& work : bench::works()) {
       if (isWanted(work, argv + 1, argv + argc)) countWork(work);

@@ -8,25 +8,11 @@ namespace brvhost {
 
 namespace {
 
-bool sets(const std::vector<Setting>& settings, const std::string& parameter) {
-  return std::any_of(settings.begin(), settings.end(), [&](auto& each) { return each.parameter == parameter; });
-}
-
 std::optional<std::int32_t> selectionOf(const std::vector<Setting>& selections, const std::string& parameter) {
   for (const Setting& selection : selections) {
     if (selection.parameter == parameter) return selection.index;
   }
   return std::nullopt;
-}
-
-/// As long as nobody has chosen a format, the module chooses one at every start, and the frame rate with it. So a frame
-/// rate alone takes the format with it that the module chose.
-void holdFormat(Session& session, const Source& source, std::vector<Setting>& settings) {
-  if (!source.providesVideo || !sets(settings, VideoFPS) || sets(settings, VideoSettings)) return;
-  session.setSettings(source, settingsRecord({}));  // starts the source, which is when the module chooses
-  const auto format = selectionOf(settingsInRecord(session.settings(source)), VideoSettings);
-  if (!format) throw Failure("the format of " + source.identifier + " is not known; set it before its frame rate");
-  settings.insert(settings.begin(), {VideoSettings, *format});
 }
 
 std::string refusalText(const Source& source, const SettingsOutcome& outcome) {
@@ -63,7 +49,6 @@ SettingsOutcome applySettings(Session& session, const Source& source, const std:
 
 void requireSettings(Session& session, const Source& source, std::vector<Setting> settings) {
   if (settings.empty()) return;
-  holdFormat(session, source, settings);
   const SettingsOutcome outcome = applySettings(session, source, settings);
   if (!outcome.isDone()) throw Failure(refusalText(source, outcome));
 }

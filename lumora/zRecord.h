@@ -58,7 +58,8 @@ class zRecord {
 
   /// Puts `child`, made with `new`, before the child now at `position`; behind all when there is none (`AtEnd`), in
   /// front when `position` is negative. The child belongs to this record from then on. False, and the child stays the
-  /// caller's, when it is null, already has a parent, or is this record or one above it.
+  /// caller's, when it is null, already has a parent, or is this record or one above it. Destroyed when there is no
+  /// memory to take it, which is thrown.
   bool AddChild(zRecord* child, int position);
 
   unsigned int ChildCount() const noexcept { return static_cast<unsigned int>(_children.size()); }

@@ -21,7 +21,8 @@ class zTrace {
   zTrace(const zTrace&) = delete;
   zTrace& operator=(const zTrace&) = delete;
 
-  /// The process's trace. It is never destroyed: threads may trace until the process ends.
+  /// The process's trace. It is never destroyed: threads may trace until the process ends. Made at the
+  /// first call, which throws std::bad_alloc when there is no memory for it.
   static zTrace& Default();
 
   /// Traces a note formatted as by printf. What exceeds `MaximumNoteLength` is cut off between two code points.

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <mutex>
 
+// As the plug-ins' headers, which this layer does not see, give them to hosts.
 extern "C" {
 typedef const char* (*BRV_LocalizeStringCallback)(const char* key);
 typedef void (*BRV_GetPreferenceCallback)(void* context, const char* key, char* buffer, int* length);

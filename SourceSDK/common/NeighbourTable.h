@@ -22,8 +22,8 @@ struct Neighbour {
 
 /// The entries that have a link-layer address of six bytes or more, in the kernel's order. Left out are those without
 /// address resolution, whose addresses the kernel makes up, such as multicast groups. Nothing when the kernel refuses,
-/// answers with something that makes no sense, or takes a second for an answer. When the table keeps changing while it is read, an
-/// entry that changes may be missing or there twice.
+/// answers with something that makes no sense, or takes a second for an answer. When the table keeps changing while it
+/// is read, an entry that changes may be missing or there twice.
 ///
 /// Throws std::bad_alloc.
 std::optional<std::vector<Neighbour>> readNeighbourTable();

@@ -5,6 +5,7 @@
 
 #include <deque>
 #include <mutex>
+#include <new>
 #include <vector>
 
 namespace AVS {
@@ -32,7 +33,9 @@ CFArrayRef AVCDeviceController::copyDeviceArray() {
   std::lock_guard lock(_records->lock);
   std::vector<const void*> devices;
   for (const auto& unit : *units) devices.push_back(&_records->recordFor(unit));
-  return CFArrayCreate(kCFAllocatorDefault, devices.data(), static_cast<CFIndex>(devices.size()), nullptr);
+  CFArrayRef array = CFArrayCreate(kCFAllocatorDefault, devices.data(), static_cast<CFIndex>(devices.size()), nullptr);
+  if (!array) throw std::bad_alloc();
+  return array;
 }
 
 int CreateAVCDeviceController(AVCDeviceController** controller, int (*)(AVCDeviceController*, void*, AVCDevice*), void*,

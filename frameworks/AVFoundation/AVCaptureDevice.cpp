@@ -174,8 +174,10 @@ void AVCaptureDevice::setActiveFormat(AVCaptureDeviceFormat* format) {
     return;
   }
   {
+    const auto index = static_cast<std::size_t>(known - _state->formats.begin());
     std::lock_guard lock(_state->lock);
-    _state->activeFormat = static_cast<std::size_t>(known - _state->formats.begin());
+    if (index == _state->activeFormat) return;
+    _state->activeFormat = index;
     _state->minFrameDuration = shortestFrameDuration(**known);
   }
   applySelection();

@@ -83,7 +83,6 @@ class AVCaptureSession final : public NSObject {
   static void cutOff(Connections connections) noexcept;
 
   /// Never held while a delegate's queue is waited for.
-
   std::mutex _lock;
   std::atomic<bool> _running{false};
   std::vector<Ref<AVCaptureDeviceInput>> _inputs;

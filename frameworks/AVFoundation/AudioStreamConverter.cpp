@@ -31,7 +31,7 @@ bool isPlanar(const AudioStreamBasicDescription& stream) {
 
 constexpr std::size_t MostPlanes = 8;
 
-//// A buffer list with room for every plane.
+/// A buffer list with room for every plane.
 struct PlaneList {
   AudioBufferList list;
   std::array<AudioBuffer, MostPlanes - 1> more;
@@ -58,7 +58,7 @@ AudioStreamConverter::Result AudioStreamConverter::convert(const hardware::Audio
   if (chunk.frameCount == 0) return {};  // to the converter it would mean that the input has ended
   if (chunk.frameCount > MostFramesInChunk) return failed({}, Failure::notConvertible);
   Result result;
-  if (!prepareFor(*chunk.format, result)) return failed(std::move(result), Failure::notConvertible);
+  if (const auto failure = prepareFor(*chunk.format, result)) return failed(std::move(result), *failure);
   if (!follows(chunk)) result.forgone += endStream();
 
   const double ratio = _destination.mSampleRate / _source.mSampleRate;
@@ -122,17 +122,17 @@ CFRef<CMSampleBufferRef> AudioStreamConverter::makeSample(CFRef<CMBlockBufferRef
   return CFRef<CMSampleBufferRef>::adopt(sample);
 }
 
-bool AudioStreamConverter::prepareFor(const hardware::AudioFormat& format, Result& result) {
-  if (_converter && sameStream(_source, format.stream) && _sourceLayout == format.layout) return true;
+auto AudioStreamConverter::prepareFor(const hardware::AudioFormat& format, Result& result) -> std::optional<Failure> {
+  if (_converter && sameStream(_source, format.stream) && _sourceLayout == format.layout) return std::nullopt;
   result.forgone += endStream();
   if (_converter) AudioConverterDispose(std::exchange(_converter, nullptr));
 
   // Whether a format may be mixed with others says nothing about its samples.
   AudioStreamBasicDescription source = format.stream;
   source.mFormatFlags &= ~AudioFormatFlags{kAudioFormatFlagIsNonMixable};
-  if (AudioConverterNew(&source, &_destination, &_converter) != noErr) {
+  if (const OSStatus status = AudioConverterNew(&source, &_destination, &_converter); status != noErr) {
     _converter = nullptr;
-    return false;
+    return status == kAudioConverterErr_UnspecifiedError ? Failure::noMemory : Failure::notConvertible;
   }
   if (format.layout != kAudioChannelLayoutTag_Unknown) {
     const AudioChannelLayout layout{format.layout, 0, 0};
@@ -140,12 +140,12 @@ bool AudioStreamConverter::prepareFor(const hardware::AudioFormat& format, Resul
         AudioConverterSetProperty(_converter, kAudioConverterInputChannelLayout, sizeof layout, &layout);
     if (status == kAudioConverterErr_UnspecifiedError) {  // no memory; the channels would be mixed otherwise than meant
       AudioConverterDispose(std::exchange(_converter, nullptr));
-      return false;
+      return Failure::noMemory;
     }
   }
   _source = format.stream;
   _sourceLayout = format.layout;
-  return true;
+  return std::nullopt;
 }
 
 bool AudioStreamConverter::follows(const hardware::AudioChunk& chunk) const {

@@ -44,7 +44,7 @@ class AudioStreamConverter {
   double framesOwed() const noexcept;
 
  private:
-  bool prepareFor(const hardware::AudioFormat& format, Result& result);
+  std::optional<Failure> prepareFor(const hardware::AudioFormat& format, Result& result);
   Result failed(Result result, Failure failure);
   bool follows(const hardware::AudioChunk& chunk) const;
   CFRef<CMSampleBufferRef> makeSample(CFRef<CMBlockBufferRef> block, UInt32 frames, CMTime time) const;

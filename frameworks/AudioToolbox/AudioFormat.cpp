@@ -1,6 +1,7 @@
 #include <AudioToolbox/AudioFormat.h>
 
-#include <cstdio>
+#include <array>
+#include <charconv>
 #include <cstring>
 #include <exception>
 #include <string>
@@ -39,9 +40,10 @@ std::string formatName(const AudioStreamBasicDescription& format) {
   if (format.mChannelsPerFrame == 1) name += ", 1 channel";
   if (format.mChannelsPerFrame > 1) name += ", " + std::to_string(format.mChannelsPerFrame) + " channels";
   if (format.mSampleRate > 0) {
-    char rate[48];
-    std::snprintf(rate, sizeof rate, ", %.10g Hz", format.mSampleRate);
-    name += rate;
+    // Not printf, which would write a decimal comma where the host's locale has one.
+    std::array<char, 32> rate;
+    const auto end = std::to_chars(rate.begin(), rate.end(), format.mSampleRate, std::chars_format::general, 10).ptr;
+    name.append(", ").append(rate.begin(), end).append(" Hz");
   }
   return name;
 }

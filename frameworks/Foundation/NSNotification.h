@@ -58,7 +58,7 @@ class NSNotificationCenter {
   // postNotificationName:object:
   /// Runs or queues the block of every matching observer, in the order of their registration. Observers
   /// that join during a post are not told of it; those removed before their turn are left out. When memory runs out,
-  /// those whose turn has not come are not told, and the log says so.
+  /// those whose turn has not come are not told, and the standard error says so.
   void postNotificationName(NSNotificationName name, NSObject* object) noexcept;
 
   /// How many observers are registered: for tests.

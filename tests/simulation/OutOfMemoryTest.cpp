@@ -15,6 +15,7 @@
 #include <memory>
 #include <string>
 
+#include "AVDeviceManager.h"
 #include "AVLog.h"
 #include "BRV_AVCapture.h"
 #include "support/FailingAllocations.h"
@@ -158,16 +159,18 @@ class FakeMachine {
   }
 
   void useAnew(Host& host) {
-    for (const auto& device : {_camera, _microphone, _camcorder}) unplug(device);
+    const std::array devices{_camera, _microphone, _camcorder};
     host.begin();
-    for (const auto& device : {_camera, _microphone, _camcorder}) plug(device);
+    for (const auto& device : AVCaptureDevice::devices()) expectOneSource(device->uniqueID());
+    for (const auto& device : devices) unplug(device);
+    host.begin();
+    for (const auto& device : devices) plug(device);
     host.forget();
     for (const char* source : {"Camera Video", "Deck"}) host.listen(source);
     capture();
     host.look();
   }
 
- private:
   void capture() {
     static const std::array<std::uint8_t, 8 * 600> sound{};
     for (int i = 0; i < 3; ++i) {
@@ -180,6 +183,20 @@ class FakeMachine {
         device->captureSound(time, sound.data(), 600);
       }
       Host::run();
+    }
+  }
+
+ private:
+  /// Whatever could not be done for want of memory has been done by now.
+  static void expectOneSource(const std::string& uniqueID) {
+    auto& manager = *AV::DeviceManager::instance();
+    AV::Device* const source = manager.getDeviceWithID(uniqueID);
+    ASSERT_TRUE(source) << uniqueID;
+    EXPECT_EQ(manager._getDeviceFromTotalDevice(uniqueID), source);
+    for (int i = 0; i < manager.getDeviceCount(); ++i) {
+      AV::Device* const each = manager.getDeviceWithIndex(i);
+      const bool uses = each->getVideoDeviceID() == uniqueID || each->getAudioDeviceID() == uniqueID;
+      EXPECT_EQ(uses, each == source) << uniqueID << " is in " << each->getDeviceName() << " as well";
     }
   }
 
@@ -223,6 +240,8 @@ class SimulatedMachine {
     host.forget();
     host.look();
   }
+
+  static void capture() { Host::run(0.1); }
 
  private:
   const std::shared_ptr<hardware::simulated::Provider> _provider = rigs::install(R"(
@@ -269,6 +288,13 @@ std::string session(std::int64_t allowed = std::numeric_limits<std::int64_t>::ma
   }
   sessionAllocations = FailingAllocations::count();
   machine.useAnew(host);
+  const std::string seen = host.seen();
+  {
+    const FailingAllocations failing(0, Extent::AllFromThere);
+    BRV_DisconnectDevice();
+  }
+  machine.capture();
+  EXPECT_EQ(host.seen(), seen) << "a source that was stopped without memory goes on";
   {
     const FailingAllocations failing(0, Extent::AllFromThere);
     Host::end();

@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr std::int32_t LevelOther = 4;
-
 std::int32_t truncated(double length) {
   constexpr double most = std::numeric_limits<std::int32_t>::max();
   if (length >= -most && length <= most) return static_cast<std::int32_t>(length);
@@ -130,7 +128,7 @@ void VCaptureDelegate::captureOutputDidOutputSampleBuffer(AVCaptureOutput*, CMSa
 }
 
 void VCaptureDelegate::captureOutputDidDropSampleBuffer(AVCaptureOutput*, CMSampleBufferRef, AVCaptureConnection*) {
-  AV_LOG(LevelOther, "Dropped a Frame!\n");
+  AV_LOG(AV::LevelOther, "Dropped a Frame!\n");
 }
 
 // ACaptureDelegate
@@ -159,7 +157,7 @@ void ACaptureDelegate::captureOutputDidOutputSampleBuffer(AVCaptureOutput*, CMSa
   const AudioStreamBasicDescription* input =
       format ? CMAudioFormatDescriptionGetStreamBasicDescription(format) : nullptr;
   if (!input || input->mFormatID != kAudioFormatLinearPCM) {
-    AV_LOG(LevelOther, "Bad format or bogus ASBD!");
+    AV_LOG(AV::LevelOther, "Bad format or bogus ASBD!");
     return _counts.malformed.add();
   }
 
@@ -220,7 +218,7 @@ bool ACaptureDelegate::convert(AudioConverterRef converter, CMSampleBufferRef sa
       sampleBuffer, &size, nullptr, 0, kCFAllocatorDefault, kCFAllocatorDefault,
       kCMSampleBufferFlag_AudioBufferList_Assure16ByteAlignment, nullptr);
   if (status != noErr) {
-    AV_LOG(LevelOther, "%s", GetAudioConverterErrorString(status));
+    AV_LOG(AV::LevelOther, "%s", GetAudioConverterErrorString(status));
     return false;
   }
   if (size == 0) return false;
@@ -241,7 +239,7 @@ bool ACaptureDelegate::convert(AudioConverterRef converter, CMSampleBufferRef sa
       sampleBuffer, nullptr, input, size, kCFAllocatorDefault, kCFAllocatorDefault,
       kCMSampleBufferFlag_AudioBufferList_Assure16ByteAlignment, &retained);
   if (status != noErr) {
-    AV_LOG(LevelOther, "%s", GetAudioConverterErrorString(status));
+    AV_LOG(AV::LevelOther, "%s", GetAudioConverterErrorString(status));
     return false;
   }
   const auto backing = CFRef<CMBlockBufferRef>::adopt(retained);
@@ -261,7 +259,7 @@ bool ACaptureDelegate::fillOutputBuffer(AudioConverterRef converter, AudioBuffer
       AudioConverterFillComplexBuffer(converter, fill_complex_input_proc, &context, &packets, &output, nullptr);
   AudioConverterReset(converter);
   if (status != noErr) {
-    AV_LOG(LevelOther, "%s", GetAudioConverterErrorString(status));
+    AV_LOG(AV::LevelOther, "%s", GetAudioConverterErrorString(status));
     return false;
   }
   const std::uint32_t produced = std::min(packets, frames) * HostBytesPerFrame;
@@ -313,7 +311,7 @@ AudioConverterRef ACaptureDelegate::GetAudioConverter(AudioStreamBasicDescriptio
   AudioConverterRef converter = nullptr;
   const OSStatus status = AudioConverterNew(&inputASDB, &outputASDB, &converter);
   if (status != noErr) {
-    AV_LOG(LevelOther, "Failed to create PCM Audio Converter %ld\n", static_cast<long>(status));
+    AV_LOG(AV::LevelOther, "Failed to create PCM Audio Converter %ld\n", static_cast<long>(status));
     return nullptr;
   }
   fAudioConverter = converter;

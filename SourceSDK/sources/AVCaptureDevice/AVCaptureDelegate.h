@@ -52,7 +52,7 @@ struct DeliveryCounts {
   SampleCount unheard;           ///< the host has no callback registered
   SampleCount noImage;           ///< a frame without a picture
   SampleCount invalidTime;       ///< sound of a muxed device whose picture has no valid time
-  SampleCount malformed;         ///< sound that is empty, out of reach, or not linear PCM
+  SampleCount malformed;         ///< sound that is empty, out of reach, or not linear PCM; in pieces, without memory
   SampleCount conversionFailed;  ///< sound that could not be brought into the host's format
 
   std::uint64_t received() const noexcept {
@@ -93,7 +93,7 @@ class VCaptureDelegate final : public NSObject, public AVCaptureVideoDataOutputS
   void setTimescale(std::int32_t timescale) noexcept { _timescale.store(timescale, std::memory_order_relaxed); }
 
   const DeliveryCounts& counts() const noexcept { return _counts; }
-  /// How many samples all delegates that have gone were handed.
+  /// How many samples all delegates that have gone were handed: for tests.
   static std::uint64_t receivedByFormer() noexcept { return _receivedByFormer; }
 
   AV::Device* device() const noexcept { return _pDevice; }
@@ -156,6 +156,7 @@ class ACaptureDelegate final : public NSObject, public AVCaptureAudioDataOutputS
   void setVideoDelegate(VCaptureDelegate* delegate) { _videoDelegate = Ref<VCaptureDelegate>::retain(delegate); }
 
   const DeliveryCounts& counts() const noexcept { return _counts; }
+  /// See VCaptureDelegate.
   static std::uint64_t receivedByFormer() noexcept { return _receivedByFormer; }
 
   BRV_SourceChangedCallback notifySourceChangeCallback() const noexcept { return _pSourceChangeCallback; }

@@ -16,7 +16,6 @@
 namespace AV {
 namespace {
 
-constexpr std::int32_t LevelRefusal = 3;
 constexpr std::int64_t UnsupportedMediaError = 1000;
 
 std::optional<Device::eMediaType> classify(const AVCaptureDevice& device) {
@@ -51,7 +50,10 @@ CFRef<dispatch_queue_t> makeQueue(const std::string& label) {
 
 }  // namespace
 
+/// Everything that a source's sound consists of but the input.
 struct Device::AudioGraph {
+  Ref<AVCaptureDevice> device;  ///< null for the sound of a muxed device
+  std::string deviceID;
   Ref<AVCaptureAudioDataOutput> output;
   CFRef<dispatch_queue_t> queue;
   Ref<ACaptureDelegate> delegate;
@@ -94,10 +96,11 @@ void Device::build(AVCaptureDevice& device) {
     return;
   }
   _name = _GenerateName(device.localizedName(), *type);
-  if (*type == audio) {
-    _CreateAudioDevice(Ref<AVCaptureDevice>::retain(&device));
-  } else {
+  // One that has sound and muxed media is named after its sound, and has pictures all the same.
+  if (*type != audio || device.hasMediaType(AVMediaTypeMuxed)) {
     _CreateVideoDevice(Ref<AVCaptureDevice>::retain(&device));
+  } else {
+    _CreateAudioDevice(Ref<AVCaptureDevice>::retain(&device));
   }
   _pLock = zCritical::Factory(1);
 }
@@ -164,7 +167,8 @@ bool Device::_CreateVideoDevice(Ref<AVCaptureDevice> device) {
   auto delegate = VCaptureDelegate::initWithDevice(this);
   delegate->setCaptureDevice(device.get());
   output->setSampleBufferDelegate(delegate.get(), queue.get());
-  const std::string deviceID = device->uniqueID();
+  std::string deviceID = device->uniqueID();
+  const std::string soundID = deviceID;
 
   _pSession->addInput(input.get());
   bool bringsSound = false;
@@ -175,18 +179,21 @@ bool Device::_CreateVideoDevice(Ref<AVCaptureDevice> device) {
     _pVideoOutput = output;
     _videoQueue = std::move(queue);
     _pVideoDelegate = delegate;
-    _videoDeviceID = deviceID;
+    _videoDeviceID = std::move(deviceID);
     // A microphone that is there already stays what the source is heard through.
     bringsSound = device->hasMediaType(AVMediaTypeMuxed) && !_pAudioDevice;
   }
   try {
     _pSession->addOutput(output.get());
-    if (bringsSound) createAudioOutput({}, delegate.get(), _name + " Audio Track", deviceID);
+    if (bringsSound) {
+      createAudioOutput({}, delegate.get(), _name + " Audio Track", soundID);
+    } else {
+      _pDeviceManager->_addToTotalDeviceTable(this);
+    }
   } catch (...) {
     releaseVideoGraph();
     throw;
   }
-  _pDeviceManager->_addToTotalDeviceTable(this);
   return true;
 }
 
@@ -227,12 +234,12 @@ bool Device::_CreateAudioDevice(Ref<AVCaptureDevice> device) {
     std::lock_guard lock(_graphLock);
     _pAudioInput = std::move(input);
   }
-  _pDeviceManager->_addToTotalDeviceTable(this);
   return true;
 }
 
-/// The audio branch of the session: that of `device`, or with a video delegate that of a muxed device. The sound of a
-/// muxed device gives way to that of a microphone, which takes over the host's callback.
+/// The audio branch of the session: that of `device`, or with a video delegate that of a muxed device. Once it is
+/// there, the source is entered under its IDs. The sound of a muxed device gives way to that of a microphone, which
+/// takes over the host's callback.
 void Device::createAudioOutput(Ref<AVCaptureDevice> device, VCaptureDelegate* videoDelegate,
                                const std::string& queueLabel, std::string deviceID) {
   auto output = makeRef<AVCaptureAudioDataOutput>();
@@ -243,14 +250,14 @@ void Device::createAudioOutput(Ref<AVCaptureDevice> device, VCaptureDelegate* vi
   output->setSampleBufferDelegate(delegate.get(), queue.get());
   _pSession->addOutput(output.get());
 
-  AudioGraph graph{std::move(output), queue, delegate};
-  {
-    std::lock_guard lock(_graphLock);
-    if (device) _pAudioDevice = std::move(device);
-    std::swap(_pAudioOutput, graph.output);
-    std::swap(_audioQueue, graph.queue);
-    std::swap(_pAudioDelegate, graph.delegate);
-    _audioDeviceID = std::move(deviceID);
+  AudioGraph graph{std::move(device), std::move(deviceID), std::move(output), queue, delegate};
+  exchangeAudioGraph(graph);
+  try {
+    _pDeviceManager->_addToTotalDeviceTable(this);
+  } catch (...) {
+    exchangeAudioGraph(graph);
+    releaseAudioGraph(std::move(graph));
+    throw;
   }
   if (!graph.output) return;
   const AudioCallback callback = releaseAudioGraph(std::move(graph));
@@ -260,7 +267,17 @@ void Device::createAudioOutput(Ref<AVCaptureDevice> device, VCaptureDelegate* vi
   });
 }
 
-/// Takes a former audio branch down and hands out the callback that the host had in it.
+/// `graph` becomes the source's, and the source's becomes `graph`.
+void Device::exchangeAudioGraph(AudioGraph& graph) noexcept {
+  std::lock_guard lock(_graphLock);
+  std::swap(_pAudioDevice, graph.device);
+  std::swap(_audioDeviceID, graph.deviceID);
+  std::swap(_pAudioOutput, graph.output);
+  std::swap(_audioQueue, graph.queue);
+  std::swap(_pAudioDelegate, graph.delegate);
+}
+
+/// Takes an audio branch that is not the source's any more down, and hands out the callback that the host had in it.
 Device::AudioCallback Device::releaseAudioGraph(AudioGraph former) noexcept {
   _pSession->removeOutput(former.output.get());
   former.output->setSampleBufferDelegate(nullptr, nullptr);
@@ -341,7 +358,12 @@ void Device::reconnectAudioOutput() {
   }
   if (!output) return;
   _pSession->removeOutput(output.get());
-  _pSession->addOutput(output.get());
+  try {
+    _pSession->addOutput(output.get());
+  } catch (...) {
+    _pSession->stopRunning();  // so that the next start is one, and connects the output
+    throw;
+  }
 }
 
 void Device::disconnectOutput() {
@@ -404,13 +426,13 @@ void Device::setAudioDataArrivedCallback(BRV_AudioDataArrivedCallback callback, 
 }
 
 bool Device::getErrorString(std::string& text) {
-  Ref<NSError> error;
-  {
-    std::lock_guard lock(_graphLock);
-    error = std::exchange(_pError, {});
-  }
+  std::unique_lock lock(_graphLock);
+  auto error = _pError;
+  lock.unlock();
   if (!error) return false;
   text = error->localizedDescription();
+  lock.lock();
+  if (_pError == error) _pError = {};
   return true;
 }
 

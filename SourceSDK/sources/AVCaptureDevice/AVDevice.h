@@ -110,9 +110,7 @@ class Device {
   /// Applies a format and starts the source, or starts it anew.
   bool setSupportedAudioFormat(int index);
   /// The index last applied with success; -1 before.
-  int getSelectedAudioFormatIndex() const {
-    return static_cast<int>(static_cast<std::int32_t>(_selectedAudioFormatIndex));
-  }
+  int getSelectedAudioFormatIndex() const { return static_cast<std::int32_t>(_selectedAudioFormatIndex); }
   /// The name of what the audio device runs at. False, and `out` as it was, without an audio device or when the format
   /// has no name.
   bool getSelectedAudioFormatString(std::string* out) const;
@@ -181,6 +179,7 @@ class Device {
   void setError(Ref<NSError> error);
   void reconnectAudioOutput();
   struct AudioGraph;
+  void exchangeAudioGraph(AudioGraph& graph) noexcept;
   AudioCallback releaseAudioGraph(AudioGraph former) noexcept;
   /// With the graph's lock held.
   bool hasSound() const { return _pAudioDevice || (_pVideoDevice && _pVideoDevice->hasMediaType(AVMediaTypeMuxed)); }
@@ -215,8 +214,8 @@ class Device {
   std::mutex _startLock;
   bool _isRetired = false;
 
-  /// Held while pairing rebuilds the graph, and by whatever changes callbacks or reconnects outputs, so that neither
-  /// undoes the other. Capture queues are waited for with it held: nothing that a host may call from its data
+  /// Held while pairing rebuilds the graph, and by whatever changes callbacks or reconnects the audio output, so that
+  /// neither undoes the other. Capture queues are waited for with it held: nothing that a host may call from its data
   /// callbacks takes it.
   std::mutex _rebuildLock;
 

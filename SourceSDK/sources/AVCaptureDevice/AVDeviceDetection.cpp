@@ -14,8 +14,6 @@
 namespace AV {
 namespace {
 
-constexpr std::int32_t LevelOther = 4;
-
 /// Devices whose names hold one of these words have plug-ins of their own, or come from the host itself.
 constexpr std::array<std::string_view, 5> RefusedWords{"Decklink", "Blackmagic", "Intensity", "Brevanta", "AJA "};
 
@@ -80,7 +78,7 @@ void DeviceManager::detectVideoDevices() {
         joinsLinkedAudio(*device)) {
       continue;
     }
-    const bool isHDV = isHDVCamcorder(device->uniqueID());
+    const bool isHDV = isHDVCamcorder(device->uniqueID());  // first, for it may throw
     std::string error;
     if (auto source = makeSource(*device, error)) {
       source->setIsHDV(isHDV);
@@ -166,8 +164,7 @@ bool DeviceManager::isHDVCamcorder(const std::string& uniqueID) const {
   scanner.setScanLocation(1);
   std::uint64_t guid = 0;
   scanner.scanHexLongLong(&guid);
-  return pAVCDeviceManager->hasDeviceWithUID(guid) &&
-         AVCDeviceManager::isHDV(pAVCDeviceManager->deviceWithUID(guid));
+  return pAVCDeviceManager->hasDeviceWithUID(guid) && AVCDeviceManager::isHDV(pAVCDeviceManager->deviceWithUID(guid));
 }
 
 void DeviceManager::_DetectDeviceDisconnect() {

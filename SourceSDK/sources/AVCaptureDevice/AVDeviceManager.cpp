@@ -15,62 +15,7 @@ namespace {
 
 constexpr const char* PreferenceFile = "Library/Preferences/net.quorlane.brevanta.avcaptureprefs.xml";
 
-constexpr std::int32_t LevelBanner = 2;
-constexpr std::int32_t LevelOther = 4;
-
 }  // namespace
-
-void DeviceUses::begin(Device* device) {
-  std::vector<std::thread::id> caller{std::this_thread::get_id()};
-  std::lock_guard lock(_lock);
-  auto& holders = _uses[device].holders;
-  if (holders.empty()) {
-    holders = std::move(caller);
-  } else {
-    holders.push_back(caller.front());
-  }
-}
-
-void DeviceUses::end(Device* device) {
-  std::unique_ptr<Device> removed;
-  std::lock_guard lock(_lock);
-  const auto entry = _uses.find(device);
-  auto& holders = entry->second.holders;
-  holders.erase(std::find(holders.begin(), holders.end(), std::this_thread::get_id()));
-  if (holders.empty()) {
-    if (entry->second.deletesDevice) removed.reset(device);
-    _uses.erase(entry);
-  }
-  _ended.notify_all();
-}
-
-bool DeviceUses::waitForOthers(Device* device) {
-  const auto caller = std::this_thread::get_id();
-  std::unique_lock lock(_lock);
-  _ended.wait(lock, [&] {
-    const auto entry = _uses.find(device);
-    if (entry == _uses.end()) return true;
-    const auto& holders = entry->second.holders;
-    return std::all_of(holders.begin(), holders.end(), [&](std::thread::id holder) { return holder == caller; });
-  });
-  const auto own = _uses.find(device);
-  if (own == _uses.end()) return true;
-  own->second.deletesDevice = true;
-  return false;
-}
-
-DeviceUse::DeviceUse(DeviceUse&& other) noexcept
-    : _uses(std::move(other._uses)), _device(std::exchange(other._device, nullptr)) {}
-
-DeviceUse& DeviceUse::operator=(DeviceUse&& other) noexcept {
-  std::swap(_uses, other._uses);
-  std::swap(_device, other._device);
-  return *this;
-}
-
-DeviceUse::~DeviceUse() {
-  if (_device) _uses->end(_device);
-}
 
 DeviceManager* DeviceManager::pInstance = nullptr;
 
@@ -86,17 +31,14 @@ DeviceManager* DeviceManager::instance() {
   return pInstance;
 }
 
-DeviceManager::DeviceManager() {
+// From the first line on there is a manager: what throws below ends in the destructor, with the pass let go. A block of
+// hot-plug may be waiting for it on the main thread.
+DeviceManager::DeviceManager() : DeviceManager(Unobserving()) {
   // A device that comes between the two observers' registrations is not detected before both hear of what goes.
   std::lock_guard pass(_passLock);
   pAVCDeviceManager = std::make_unique<AVCDeviceManager>();
-  try {
-    observeHotPlug();
-    pPrefs = std::make_unique<CapturePrefs>(stringByAppendingPathComponent(NSHomeDirectory(), PreferenceFile));
-  } catch (...) {
-    removeObservers();
-    throw;
-  }
+  observeHotPlug();
+  pPrefs = std::make_unique<CapturePrefs>(stringByAppendingPathComponent(NSHomeDirectory(), PreferenceFile));
 }
 
 DeviceManager::~DeviceManager() {
@@ -123,7 +65,7 @@ Device* DeviceManager::getDeviceWithIndex(int index) const {
   return index >= 0 && static_cast<std::size_t>(index) < list.size() ? list[static_cast<std::size_t>(index)] : nullptr;
 }
 
-Device* DeviceManager::getDeviceWithName(const std::string& name) const {
+Device* DeviceManager::getDeviceWithName(std::string_view name) const {
   std::lock_guard lock(_tableLock);
   return find(deviceMap, name);
 }
@@ -160,7 +102,7 @@ bool DeviceManager::hasDeviceRunning() const {
   return std::any_of(deviceMap.begin(), deviceMap.end(), [](const auto& entry) { return entry.second->isRunning(); });
 }
 
-Device* DeviceManager::find(const DeviceTable& table, const std::string& key) {
+Device* DeviceManager::find(const DeviceTable& table, std::string_view key) {
   const auto entry = table.find(key);
   return entry == table.end() ? nullptr : entry->second;
 }
@@ -176,30 +118,22 @@ std::string DeviceManager::unusedName(const std::string& baseName, const std::st
   }
 }
 
-DeviceUse DeviceManager::useDeviceWithName(const std::string& name) {
+DeviceUse DeviceManager::useDeviceWithName(std::string_view name) {
   std::lock_guard lock(_tableLock);
-  return use(find(deviceMap, name));
+  return {_uses, find(deviceMap, name)};
 }
 
 DeviceUse DeviceManager::useDeviceWithIndex(int index) {
   std::lock_guard lock(_tableLock);
   const auto& list = deviceList.list();
   const bool isValid = index >= 0 && static_cast<std::size_t>(index) < list.size();
-  return use(isValid ? list[static_cast<std::size_t>(index)] : nullptr);
+  return {_uses, isValid ? list[static_cast<std::size_t>(index)] : nullptr};
 }
 
-DeviceUse DeviceManager::use(Device* device) {
-  if (!device) return {};
-  _uses->begin(device);
-  return DeviceUse(_uses, device);
-}
-
-std::vector<DeviceUse> DeviceManager::useAllDevices() {
-  std::vector<DeviceUse> all;
+DeviceUse DeviceManager::useDeviceAfter(const DeviceUse& previous) {
   std::lock_guard lock(_tableLock);
-  all.reserve(deviceMap.size());
-  for (const auto& [name, device] : deviceMap) all.push_back(use(device));
-  return all;
+  const auto next = previous ? deviceMap.upper_bound(previous->getDeviceName()) : deviceMap.begin();
+  return {_uses, next != deviceMap.end() ? next->second : nullptr};
 }
 
 const char* DeviceManager::getDeviceName() const {
@@ -250,8 +184,10 @@ void DeviceManager::_RemoveDevice(Device* device) noexcept {
 void DeviceManager::_addToTotalDeviceTable(Device* device) {
   if (!device) return;
   std::lock_guard lock(_tableLock);
-  device->forEachDeviceID([&](const std::string& id) { totalDeviceTable.try_emplace(id, device); });
+  DeviceTable entries;
+  device->forEachDeviceID([&](const std::string& id) { entries.try_emplace(id, device); });
   deviceList.update(device);
+  totalDeviceTable.merge(entries);  // takes no memory
 }
 
 void DeviceManager::_removeFromTotalDeviceTable(Device* device) noexcept {
@@ -261,11 +197,11 @@ void DeviceManager::_removeFromTotalDeviceTable(Device* device) noexcept {
 }
 
 void DeviceManager::startAllDevices() {
-  for (const auto& device : useAllDevices()) device->startDevice();
+  for (DeviceUse device = useDeviceAfter({}); device; device = useDeviceAfter(device)) device->startDevice();
 }
 
 void DeviceManager::stopAllDevices() {
-  for (const auto& device : useAllDevices()) device->stopDevice();
+  for (DeviceUse device = useDeviceAfter({}); device; device = useDeviceAfter(device)) device->stopDevice();
 }
 
 void DeviceManager::setStateChangeCallback(BRV_DeviceStateChangedCallback callback, void* context) {

@@ -11,68 +11,23 @@
 
 #include <array>
 #include <condition_variable>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <unordered_set>
 #include <utility>
-#include <vector>
 
 #include "AVC/AVCDeviceManager.h"
 #include "AVCapturePrefs.h"
 #include "AVDevice.h"
 #include "AVDeviceIndex.h"
+#include "AVDeviceUse.h"
 #include "BRV_AVCapture.h"
 
 namespace AV {
-
-class DeviceManager;
-
-/// Who uses which source. Shared with the uses, which may outlast the manager on the thread that ends it.
-class DeviceUses {
- public:
-  /// Notes a use of the calling thread.
-  void begin(Device* device);
-  /// Ends one, and deletes a source that was removed within it.
-  void end(Device* device);
-  /// Waits until no other thread uses the source. False when the calling thread does: the last of its uses deletes the
-  /// source then.
-  bool waitForOthers(Device* device);
-
- private:
-  struct Uses {
-    std::vector<std::thread::id> holders;
-    bool deletesDevice = false;
-  };
-
-  std::mutex _lock;
-  std::condition_variable _ended;
-  std::map<const Device*, Uses> _uses;
-};
-
-/// A source that stays alive while this exists; empty when there was none. Keep it for the length of one operation, and
-/// do not hold it while calling the host or running the main loop.
-class DeviceUse {
- public:
-  DeviceUse() = default;
-  DeviceUse(DeviceUse&& other) noexcept;
-  DeviceUse& operator=(DeviceUse&& other) noexcept;
-  ~DeviceUse();
-
-  explicit operator bool() const { return _device != nullptr; }
-  Device* operator->() const { return _device; }
-  Device* get() const { return _device; }
-
- private:
-  friend class DeviceManager;
-  DeviceUse(std::shared_ptr<DeviceUses> uses, Device* device) : _uses(std::move(uses)), _device(device) {}
-
-  std::shared_ptr<DeviceUses> _uses;
-  Device* _device = nullptr;
-};
 
 class DeviceManager {
  public:
@@ -92,7 +47,7 @@ class DeviceManager {
 
   int getDeviceCount() const;
   Device* getDeviceWithIndex(int index) const;
-  Device* getDeviceWithName(const std::string& name) const;
+  Device* getDeviceWithName(std::string_view name) const;
   /// The first source in the order of names with this video or audio ID.
   Device* getDeviceWithID(const std::string& id) const;
   /// -1 when there is none.
@@ -106,8 +61,10 @@ class DeviceManager {
   /// blank.
   std::string unusedName(const std::string& baseName, const std::string& suffix);
 
-  DeviceUse useDeviceWithName(const std::string& name);
+  DeviceUse useDeviceWithName(std::string_view name);
   DeviceUse useDeviceWithIndex(int index);
+  /// The source behind the one in use, in the order of names; the first when that is empty.
+  DeviceUse useDeviceAfter(const DeviceUse& previous);
 
   /// The translated name of the device group; the text belongs to the host.
   const char* getDeviceName() const;
@@ -125,10 +82,12 @@ class DeviceManager {
   /// itself, in whose operation the removal comes about, deletes it when that ends.
   /// Takes no memory.
   void _RemoveDevice(Device* device) noexcept;
-  /// Enters the source under the IDs of its capture devices. An ID that is in use stays with its source.
+  /// Enters the source under the IDs of its capture devices. An ID that is in use stays with its source. Enters all or,
+  /// when it throws for want of memory, none.
   void _addToTotalDeviceTable(Device* device);
   void _removeFromTotalDeviceTable(Device* device) noexcept;
   void startAllDevices();
+  /// Takes no memory.
   void stopAllDevices();
   /// The callback is called on the main thread after each pass that a notification started. After the return the former
   /// one is not running, unless called from it, and will not be called.
@@ -145,9 +104,11 @@ class DeviceManager {
   bool _AllowDevice(const std::string& name) const;
 
  private:
-  using DeviceTable = std::map<std::string, Device*>;
+  using DeviceTable = std::map<std::string, Device*, std::less<>>;
+  struct Unobserving {};
 
   DeviceManager();
+  explicit DeviceManager(Unobserving) {}
 
   void observeHotPlug();
   void removeObservers() noexcept;
@@ -161,9 +122,7 @@ class DeviceManager {
   bool isHDVCamcorder(const std::string& uniqueID) const;
   Device* findAbsentDevice(const std::unordered_set<std::string_view>& presentIDs, std::string& place) const;
 
-  static Device* find(const DeviceTable& table, const std::string& key);
-  DeviceUse use(Device* device);
-  std::vector<DeviceUse> useAllDevices();
+  static Device* find(const DeviceTable& table, std::string_view key);
 
   DeviceTable deviceMap;
   DeviceIndex deviceList;

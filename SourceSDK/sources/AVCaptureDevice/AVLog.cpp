@@ -110,11 +110,11 @@ Verdict decide(AV_LogCount& record) {
 
 }  // namespace
 
-void setLog(BRV_LogCallback callback, void* context, std::int32_t maximumCount, std::int32_t minimumCount) {
-  auto table = context ? std::make_unique<LogTable>() : nullptr;
+void setLog(BRV_LogCallback callback, void* context, std::int32_t maximumCount, std::int32_t minimumCount) noexcept {
+  auto* const table = context ? new (std::nothrow) LogTable : nullptr;
   std::unique_lock lock(g_logLock);
-  delete std::exchange(g_pLogTable, table.release());
-  if (context) {
+  delete std::exchange(g_pLogTable, table);
+  if (table) {
     _log = callback;
     pLogContext = context;
     g_maxLogCount = maximumCount;

@@ -25,11 +25,14 @@ class AV_LogCount {
 
 namespace AV {
 
+/// What the host is told of a message's weight.
+enum LogLevel : std::int32_t { LevelBanner = 2, LevelRefusal = 3, LevelOther = 4 };
+
 /// Installs the host's log callback; with a null `context` removes it. Either way every call site starts from zero. A
 /// call site that logs without a pause sends `minimumCount` messages, then one summary line at every
 /// `maximumCount` - `minimumCount` + 2 calls. After the return the former callback is not running, unless on
-/// this very thread, and will not be called.
-void setLog(BRV_LogCallback callback, void* context, std::int32_t maximumCount, std::int32_t minimumCount);
+/// this very thread, and will not be called. Without memory there is no log.
+void setLog(BRV_LogCallback callback, void* context, std::int32_t maximumCount, std::int32_t minimumCount) noexcept;
 
 /// Logs a printf-style message of the call site at `file`:`line`. Text beyond 511 bytes is cut off between two
 /// characters.

@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "AVDeviceManager.h"
+#include "AVGuard.h"
 #include "AVLog.h"
 #include "common/CommonSDK.h"
 
@@ -19,8 +20,6 @@ namespace {
 constexpr const char* VideoSettings = "Video Settings";
 constexpr const char* VideoFPS = "Video FPS";
 constexpr const char* AudioSettings = "Audio Settings";
-
-constexpr std::int32_t LevelOther = 4;
 
 /// Options carry their index in 16 bits.
 constexpr int MostOptions = std::numeric_limits<std::uint16_t>::max() + 1;
@@ -121,14 +120,20 @@ std::unique_ptr<zRecord> makeValidValuesRecord(Device& source) {
   return record;
 }
 
+int failureOf(const DeviceManager& manager, const Device& source) {
+  return -manager.getIndexOfDeviceWithName(source.getDeviceName());
+}
+
 int applySettings(DeviceManager& manager, Device& source, const zRecord& settings) {
   int result = 1;
   for (unsigned i = 0; i < settings.ChildCount(); ++i) {
     const zRecord& parameter = *settings.Child(i);
     char scratch[64];
-    const auto succeeded =
-        apply(source, parameter.AsCString("name", "", &scratch), static_cast<int>(parameter.AsInt32("value", -1)));
-    if (succeeded) result = *succeeded ? 1 : -manager.getIndexOfDeviceWithName(source.getDeviceName());
+    const char* const name = parameter.AsCString("name", "", &scratch);
+    const int value = static_cast<int>(parameter.AsInt32("value", -1));
+    // What runs out of memory half way has not been set.
+    const auto succeeded = guarded(std::optional(false), [&] { return apply(source, name, value); });
+    if (succeeded) result = *succeeded ? 1 : failureOf(manager, source);
   }
   return result;
 }

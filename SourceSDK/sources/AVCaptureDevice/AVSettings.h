@@ -23,8 +23,11 @@ std::unique_ptr<zRecord> makeSettingsRecord(Device& source);
 /// The choices of every parameter of the media that the source has.
 std::unique_ptr<zRecord> makeValidValuesRecord(Device& source);
 
+/// What stands for a failed setting of a source: 0 minus its position in the manager's list.
+int failureOf(const DeviceManager& manager, const Device& source);
+
 /// Applies the children of `settings` in their order. 1 when the last one that applied succeeded, or none applied; else
-/// 0 minus the source's position in the manager's list.
+/// failureOf the source.
 int applySettings(DeviceManager& manager, Device& source, const zRecord& settings);
 
 /// A record on its way to the host, between a length call and a copy call.

@@ -20,12 +20,11 @@ namespace {
 
 constexpr std::int32_t MaximumLogCount = 400;
 constexpr std::int32_t MinimumLogCount = 100;
-constexpr std::int32_t LevelOther = 4;
 
 /// The manager between initialisation and uninitialisation. Entry points that come outside that time find no source.
 AV::DeviceManager* g_pDeviceManager = nullptr;
 
-AV::DeviceUse findSource(const char* sourceId) {
+AV::DeviceUse findSource(const char* sourceId) noexcept {
   return g_pDeviceManager && sourceId ? g_pDeviceManager->useDeviceWithName(sourceId) : AV::DeviceUse();
 }
 
@@ -176,13 +175,13 @@ int BRV_GetSourceState(void) {
 }
 
 void BRV_GetErrorMessage(void*, void*, int errorCode, char* buffer, int* length) {
-  guarded([=] {
-    static std::string errorString;
-    if (!buffer && length) {
+  static std::string errorString;
+  if (!buffer && length) {
+    guarded([=] {
       if (const auto source = sourceOfError(errorCode)) source->getErrorString(errorString);
-    }
-    exchangeText(errorString.c_str(), buffer, length);
-  });
+    });
+  }
+  exchangeText(errorString.c_str(), buffer, length);
 }
 
 void BRV_DeleteString(char* string) {
@@ -265,11 +264,11 @@ void BRV_QueryParameterOptions(void*, const char* sourceId, const char* paramete
       return;
     }
     *length = 0;
-    const auto record = AV::makeOptionsRecord(*source.get(), parameterName, g_pDeviceManager->getLanguageCode());
+    const auto record = AV::makeOptionsRecord(*source, parameterName, g_pDeviceManager->getLanguageCode());
     if (xmlBuffer.write(*record)) {
       *length = xmlBuffer.length();
     } else {
-      AV_LOG(LevelOther, "Failed to Write Settings Record to XML\n");
+      AV_LOG(AV::LevelOther, "Failed to Write Settings Record to XML\n");
     }
   });
 }
@@ -285,22 +284,22 @@ void BRV_GetSourceSettings(void*, const char* sourceId, char* buffer, int* lengt
     *length = 0;
     const auto source = findSource(sourceId);
     if (!source) return;
-    if (xmlBuffer.write(*AV::makeSettingsRecord(*source.get()))) {
+    if (xmlBuffer.write(*AV::makeSettingsRecord(*source))) {
       *length = xmlBuffer.length();
     } else {
-      AV_LOG(LevelOther, "Failed to Write Settings Record to XML\n");
+      AV_LOG(AV::LevelOther, "Failed to Write Settings Record to XML\n");
     }
   });
 }
 
 int BRV_SetSourceSettings(void*, const char* sourceId, const char* settingsText) {
-  return guarded(1, [=] {
-    const auto source = findSource(sourceId);
-    if (!source) return 1;
+  const auto source = findSource(sourceId);
+  if (!source) return 1;
+  return guarded(AV::failureOf(*g_pDeviceManager, *source), [&] {
     source->startDevice();
     zRecord settings;
     if (!settingsText || zXML::ParseBuffer(zXML::Mode, &settings, settingsText, -1) != zXML::Success) return 1;
-    return AV::applySettings(*g_pDeviceManager, *source.get(), settings);
+    return AV::applySettings(*g_pDeviceManager, *source, settings);
   });
 }
 
@@ -313,7 +312,7 @@ int BRV_GetValidParameterValues(void*, const char* sourceId, char* buffer, int* 
       xmlBuffer.clear();
       return 0;
     }
-    if (length && xmlBuffer.write(*AV::makeValidValuesRecord(*source.get()))) *length = xmlBuffer.length();
+    if (length && xmlBuffer.write(*AV::makeValidValuesRecord(*source))) *length = xmlBuffer.length();
     return 0;
   });
 }

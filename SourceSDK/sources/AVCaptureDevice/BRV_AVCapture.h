@@ -49,14 +49,14 @@ enum {
   BRV_DEVICE_STATE = 0x6B726564,          /* 'kred': what BRV_GetDeviceState returns */
   BRV_SOURCE_STATE = 0x6B6E6F73,          /* 'knos': what BRV_GetSourceState returns */
   BRV_DEVICE_STATE_ATTACHED = 0x6B647361, /* 'kdsa': devices were looked for after one was plugged in */
-  BRV_DEVICE_STATE_REMOVED = 0x6B647372,  /* 'kdsr': devices were looked for after one was unplugged */
+  BRV_DEVICE_STATE_REMOVED = 0x6B647372,  /* 'kdsr': sources were looked through after a device was unplugged */
   BRV_FORMAT_PIXEL_BUFFER = 0x63767078,   /* 'cvpx': BRV_VideoBuffer.data is a CVPixelBufferRef */
   BRV_FORMAT_PCM = 0x6670636D             /* 'fpcm': BRV_AudioBuffer.data points to PCM samples */
 };
 
 /* Bits of `flags` in both records. */
 enum {
-  BRV_FLAG_NOT_FIRST = 0x01,     /* video only: set on every record after a source's first */
+  BRV_FLAG_NOT_FIRST = 0x01,     /* video only: clear on the first picture that a source takes, heard or not */
   BRV_FLAG_FORMAT_CHANGED = 0x20 /* the format or the timescale changed since the previous record */
 };
 
@@ -128,7 +128,8 @@ BRV_STATIC_ASSERT(offsetof(BRV_AudioBuffer, data) == 40);
 
 /*
  * Returns the text for a key in the host's language, never null, valid until the calling entry point has
- * returned; an unknown key is best returned as it is. Called on any thread of the module, one call at a time.
+ * returned; an unknown key is best returned as it is. Called on any thread of the module, one call at a time. It must
+ * not wait for the main thread or for the thread that drives the module.
  */
 typedef const char* (*BRV_LocalizeStringCallback)(const char* key);
 
@@ -290,9 +291,9 @@ typedef int (*BRV_ShowCustomConfigDialog_Function)(void);
 /*
  * Stops the source, replaces its video callback and, when callback and context are both non-null, starts it
  * again; otherwise the whole source stays stopped, its sound included. After the return the earlier callback
- * is not running and will not be called. Blocks for the time of the start; the first one, until the host has chosen a
- * format, includes 100 ms before the format is set. A source without video ignores the pair but is stopped and started
- * all the same.
+ * is not running and will not be called. Blocks for the time of the start. Until the host has set "Video Settings",
+ * every start chooses the format, which takes 100 ms; where that is not the active one, the frame rate is its highest
+ * then. A source without video ignores the pair but is stopped and started all the same.
  */
 BRV_EXPORT void BRV_RegisterVideoDataArrivedCallback(void* unread, const char* sourceId,
                                                      BRV_VideoDataArrivedCallback callback, void* context);
@@ -337,9 +338,8 @@ typedef int (*BRV_GetTimescaleTicksPerSec_Function)(void* unread, const char* so
  *
  * The entry points that hand out a record follow a variant of the two-call convention. Length call: builds the record
  * and stores its length in bytes in `*length`; a record that cannot be written leaves 0, and a line in the log, except
- * where stated. Copy call: copies
- * `*length` bytes, the length that was stored, without a terminator, and forgets the record. It never copies more than
- * there is.
+ * where stated. Copy call: copies `*length` bytes, the length that was stored, without a terminator, and forgets the
+ * record. It never copies more than there is.
  */
 
 /*
@@ -366,7 +366,8 @@ typedef void (*BRV_GetSourceSettings_Function)(void* unread, const char* sourceI
  * Starts the source, then applies the parameters of a settings record in the order in which they stand. 1 when the last
  * one that applies succeeded, also when nothing was to be applied or the text is no record; otherwise a code of 0 or
  * below for BRV_GetErrorMessage. A value that names no choice fails and changes nothing. Blocks for 100 ms for each
- * video format or frame rate.
+ * video format or frame rate, and for the start, see BRV_RegisterVideoDataArrivedCallback: a frame rate set alone is
+ * one of the format that the start has chosen.
  */
 BRV_EXPORT int BRV_SetSourceSettings(void* unread, const char* sourceId, const char* settingsText);
 typedef int (*BRV_SetSourceSettings_Function)(void* unread, const char* sourceId, const char* settingsText);

@@ -102,7 +102,7 @@ class PlainManager {
     std::string name = base + suffix;
     for (int n = 1; byName.contains(name); ++n) name = base + " " + std::to_string(n) + suffix;
     PlainSource& source = sources.emplace_back(PlainSource{name, {}, {}});
-    hasAudio && !hasVideo ? setAudio(source, device) : setVideo(source, device);
+    hasVideo || device.described.isMuxed ? setVideo(source, device) : setAudio(source, device);
     byName[name] = &source;
     list.push_back(&source);
   }

@@ -185,7 +185,9 @@ TEST_F(HostTest, SetsInOrderAndTellsARefusedSettingAndOneThatTheModulesAnswerHid
             "  Video Settings  1  Wide, 160 x 90\n"
             "  Video FPS       1  14.99\n"
             "  Audio Settings  0  No audio settings\n");
-  EXPECT_THAT(host({"set", "desk", "fps=1", "video=1"}), HasSubstr("  Video FPS       0  29.97\n"));
+  // A rate is one of the format that was there before; another format comes with a rate of its own.
+  EXPECT_THAT(host({"set", "desk", "fps=1"}), HasSubstr("  Video FPS       1  14.99\n"));
+  EXPECT_THAT(host({"set", "desk", "video=0", "video=1"}), HasSubstr("  Video FPS       0  29.97\n"));
   EXPECT_THAT(host({"set", "busy", "fps=0"}, ExitFailed),
               HasSubstr("  answer          -2 (failed)\n  message         It is locked.\n"));
   EXPECT_THAT(host({"set", "camera", "video=9", "audio=0"}, ExitFailed),
@@ -195,7 +197,7 @@ TEST_F(HostTest, SetsInOrderAndTellsARefusedSettingAndOneThatTheModulesAnswerHid
 TEST_F(HostTest, RecordsWithTheSettingsOverAllStartsAndNothingWhereOneDoesNotHold) {
   const std::tuple<const char*, const char*, const char*> cases[] = {
       {"video=1", "fps=1", "YUV4MPEG2 W160 H90 F15000:1001 Ip"},
-      {"fps=1", "video=1", "YUV4MPEG2 W160 H90 F30000:1001 Ip"},
+      {"fps=0", "fps=1", "YUV4MPEG2 W160 H90 F15000:1001 Ip"},
       {"video=0", "fps=0", "YUV4MPEG2 W80 H60 F25:1 Ip"}};
   for (const auto& [first, second, header] : cases) {
     host({"record", "desk", "--seconds", "0.1", "--output", _take, "--set", first, "--set", second});

@@ -7,18 +7,16 @@
 namespace AV {
 
 AVCDeviceManager::AVCDeviceManager() {
-  const int status = AVS::CreateAVCDeviceController(&pController, _AVCDeviceControllerNotification, this,
+  AVS::AVCDeviceController* controller = nullptr;
+  const int status = AVS::CreateAVCDeviceController(&controller, _AVCDeviceControllerNotification, this,
                                                     _AVCDeviceMessageNotification);
+  pController.reset(controller);
   if (status != 0) {
-    AV_LOG(3, "bvDeviceManager_avs::init_controller() - couldnt create controller 0x%x", static_cast<unsigned>(status));
+    AV_LOG(LevelRefusal, "bvDeviceManager_avs::init_controller() - couldnt create controller 0x%x",
+           static_cast<unsigned>(status));
     return;
   }
   refreshDeviceList();
-}
-
-AVCDeviceManager::~AVCDeviceManager() {
-  devicesByGUID.Clear();
-  if (pController) AVS::DestroyAVCDeviceController(pController);
 }
 
 void AVCDeviceManager::refreshDeviceList() {

@@ -7,13 +7,14 @@
 #include <lumora/zList.h>
 #include <lumora/zMap.h>
 
+#include <memory>
+
 namespace AV {
 
 class AVCDeviceManager {
  public:
   /// Opens the framework's controller. Without one, which is logged, no unit is ever found.
   AVCDeviceManager();
-  ~AVCDeviceManager();
   AVCDeviceManager(const AVCDeviceManager&) = delete;
   AVCDeviceManager& operator=(const AVCDeviceManager&) = delete;
 
@@ -35,7 +36,11 @@ class AVCDeviceManager {
   void filleDeviceList(zList<const AVS::AVCDevice*>& list) const;
 
  private:
-  AVS::AVCDeviceController* pController = nullptr;
+  struct ControllerDestroyer {
+    void operator()(AVS::AVCDeviceController* controller) const { AVS::DestroyAVCDeviceController(controller); }
+  };
+
+  std::unique_ptr<AVS::AVCDeviceController, ControllerDestroyer> pController;
   zMap<unsigned long long, const AVS::AVCDevice*> devicesByGUID;
 };
 
