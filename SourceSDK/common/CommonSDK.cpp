@@ -56,6 +56,11 @@ const char* TranslateString(const char* key) {
   return state->_localizeCallback ? state->_localizeCallback(key) : key;
 }
 
+std::string CopyTranslatedString(const char* key) {
+  const char* const text = TranslateString(key);
+  return text ? text : "";
+}
+
 bool isPreferencesRegistered() {
   return CommonSDKVariables::_instance && CommonSDKVariables::_instance->isPreferencesRegistered();
 }

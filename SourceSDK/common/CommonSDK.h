@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <mutex>
+#include <string>
 
 // As the plug-ins' headers, which this layer does not see, give them to hosts.
 extern "C" {
@@ -48,6 +49,8 @@ void uninitialize();
 /// The host's text for a key, or without a translation callback the key itself. The text belongs to the host: copy it
 /// at once. Null when no state exists.
 const char* TranslateString(const char* key);
+/// The same, copied; empty when no state exists. Throws std::bad_alloc.
+std::string CopyTranslatedString(const char* key);
 
 bool isPreferencesRegistered();
 

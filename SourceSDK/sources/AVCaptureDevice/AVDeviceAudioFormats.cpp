@@ -24,8 +24,7 @@ bool Device::getSupportedAudioFormatString(int index, std::string* out) {
   if (const auto name = localizedName(*formats[static_cast<std::size_t>(index)])) {
     *out = *name;
   } else {
-    const char* noName = CSDK::TranslateString("av_source_no_audio_format_name");
-    *out = _name + " - " + (noName ? noName : "");
+    *out = _name + " - " + CSDK::CopyTranslatedString("av_source_no_audio_format_name");
   }
   return true;
 }

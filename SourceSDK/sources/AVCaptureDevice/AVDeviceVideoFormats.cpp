@@ -47,11 +47,6 @@ const std::vector<Ref<AVFrameRateRange>>& rangesOf(const Ref<AVCaptureDeviceForm
   return format ? format->videoSupportedFrameRateRanges() : none;
 }
 
-std::string translated(const char* key) {
-  const char* text = CSDK::TranslateString(key);
-  return text ? text : "";
-}
-
 CMVideoDimensions activeDimensions(const Ref<AVCaptureDevice>& device) {
   const auto format = activeFormatOf(device);
   return format && format->formatDescription() ? CMVideoFormatDescriptionGetDimensions(format->formatDescription())
@@ -70,7 +65,7 @@ bool Device::getSupportedVideoFormatString(int index, std::string* out) const {
   const auto& formats = formatsOf(device);
   if (!isIndex(index, formats.size())) return false;
   const auto name = localizedName(*formats[static_cast<std::size_t>(index)]);
-  *out = name ? *name : _name + " - " + translated("av_source_no_video_format_name");
+  *out = name ? *name : _name + " - " + CSDK::CopyTranslatedString("av_source_no_video_format_name");
   return true;
 }
 

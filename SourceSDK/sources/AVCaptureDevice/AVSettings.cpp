@@ -47,8 +47,7 @@ void addOptions(zRecord& parameter, int count, const char* fallbackKey, const st
                 TitleOf&& titleOf) {
   for (int i = 0; i < std::min(count, MostOptions); ++i) addOption(parameter, i, titleOf(i), languageCode);
   if (count > 0) return;
-  const char* fallback = CSDK::TranslateString(fallbackKey);
-  addOption(parameter, 0, fallback ? fallback : "", languageCode);
+  addOption(parameter, 0, CSDK::CopyTranslatedString(fallbackKey), languageCode);
 }
 
 void addSetting(zRecord& settings, const char* name, int value) {

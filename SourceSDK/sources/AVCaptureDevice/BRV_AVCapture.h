@@ -21,6 +21,9 @@
  * registrations and queries per source, BRV_DisconnectDevice, BRV_UninitializeLibrary. Device changes are
  * noticed while the process's main thread runs its main loop (CFRunLoopRunInMode).
  *
+ * The library may be initialised again after it was uninitialised, and twice in a row, which keeps its sources. Outside
+ * that time the entry points find no source and do nothing.
+ *
  * Compiles as C11 and as C++.
  */
 #ifndef BRV_AVCAPTURE_H
@@ -99,7 +102,9 @@ BRV_STATIC_ASSERT(offsetof(BRV_VideoBuffer, data) == 40);
 /*
  * One run of sound: 44,100 Hz, 16-bit signed little-endian, left and right interleaved, 4 bytes a frame. The
  * record and its samples are valid during the callback only. Time stamps count ticks of BRV_GetTimescaleTicksPerSec;
- * but where a camera is paired with a microphone of its own, those of the microphone, usually its sample rate.
+ * but where a camera is paired with a microphone of its own, those of the microphone. These usually number as many a
+ * second as the samples that it takes, 48,000 say; no entry point tells: hold the stamps of neighbouring records
+ * against the sound between them.
  */
 typedef struct BRV_AudioBuffer {
   int32_t format;        /* BRV_FORMAT_PCM */
@@ -128,18 +133,20 @@ BRV_STATIC_ASSERT(offsetof(BRV_AudioBuffer, data) == 40);
 
 /*
  * Returns the text for a key in the host's language, never null, valid until the calling entry point has
- * returned; an unknown key is best returned as it is. Called on any thread of the module, one call at a time. It must
- * not wait for the main thread or for the thread that drives the module.
+ * returned; an unknown key is best returned as it is. The keys: "p_source_systemdevice", the device group's name; and
+ * for titles "av_source_no_video_settings", "av_source_no_audio_settings", "av_source_no_fps_settings",
+ * "av_source_no_video_format_name" and "av_source_no_audio_format_name". Called on any thread of the module, one call
+ * at a time. It must not wait for the main thread or for the thread that drives the module.
  */
 typedef const char* (*BRV_LocalizeStringCallback)(const char* key);
 
 /*
- * Reads a preference. With a null `buffer`: stores the value's length in bytes in `*length`, 0 or less for none.
- * Otherwise writes at most `*length` bytes, no terminator.
+ * Reads a preference; none is asked for at present. With a null `buffer`: stores the value's length in bytes in
+ * `*length`, 0 or less for none. Otherwise writes at most `*length` bytes, no terminator.
  */
 typedef void (*BRV_GetPreferenceCallback)(void* context, const char* key, char* buffer, int* length);
 
-/* Writes a preference. */
+/* Writes a preference; none is written at present. */
 typedef void (*BRV_SetPreferenceCallback)(void* context, const char* key, const char* value);
 
 /*
@@ -272,8 +279,10 @@ BRV_EXPORT int BRV_GetSourceState(void);
 typedef int (*BRV_GetSourceState_Function)(void);
 
 /*
- * The message behind an error code of BRV_SetSourceSettings. The length call fetches the source's pending error, once;
- * without one the previous message stays. The copy call hands out what the last length call left.
+ * The message behind an error code of BRV_SetSourceSettings, or with 0 - index behind a source that delivers nothing.
+ * The length call fetches the source's pending error, once; without one the previous message stays. The copy call hands
+ * out what the last length call left. What the camera said to a failed "Video Settings" is in the log instead, and a
+ * value that names no choice has no message.
  */
 BRV_EXPORT void BRV_GetErrorMessage(void* unread0, void* unread1, int errorCode, char* buffer, int* length);
 typedef void (*BRV_GetErrorMessage_Function)(void* unread0, void* unread1, int errorCode, char* buffer, int* length);
@@ -333,8 +342,16 @@ typedef int (*BRV_GetTimescaleTicksPerSec_Function)(void* unread, const char* so
 
 /*
  * Three parameters can be set: "Video Settings" (the capture format), "Video FPS" (the frame-rate range of that format)
- * and "Audio Settings" (the sound format). A choice is named by its index. Records are trees in the XML form of lumora:
- * read them with zXML::ParseBuffer.
+ * and "Audio Settings" (the sound format). A choice is named by its index. Records are trees in XML: an element
+ * "record" with its name, and in it a field as an empty element named after its type ("text", "uint16", "int32"), with
+ * its name and its value, and further records. A C++ host reads them with lumora's zXML::ParseBuffer. What is selected,
+ * and what sets it again:
+ *
+ *   <?xml version="1.0" encoding="UTF-8"?>
+ *   <record name="settings">
+ *     <record name="parameter"><text name="name" value="Video Settings"/><int32 name="value" value="1"/></record>
+ *     <record name="parameter"><text name="name" value="Video FPS"/><int32 name="value" value="0"/></record>
+ *   </record>
  *
  * The entry points that hand out a record follow a variant of the two-call convention. Length call: builds the record
  * and stores its length in bytes in `*length`; a record that cannot be written leaves 0, and a line in the log, except
@@ -363,11 +380,11 @@ BRV_EXPORT void BRV_GetSourceSettings(void* unread, const char* sourceId, char* 
 typedef void (*BRV_GetSourceSettings_Function)(void* unread, const char* sourceId, char* buffer, int* length);
 
 /*
- * Starts the source, then applies the parameters of a settings record in the order in which they stand. 1 when the last
- * one that applies succeeded, also when nothing was to be applied or the text is no record; otherwise a code of 0 or
- * below for BRV_GetErrorMessage. A value that names no choice fails and changes nothing. Blocks for 100 ms for each
- * video format or frame rate, and for the start, see BRV_RegisterVideoDataArrivedCallback: a frame rate set alone is
- * one of the format that the start has chosen.
+ * Starts the source, which runs from then on, then applies the parameters of a settings record in the order in which
+ * they stand. 1 when the last one that applies succeeded, also when nothing was to be applied, for an unknown source
+ * and for a text that is no such record; otherwise a code of 0 or below for BRV_GetErrorMessage. A value that names no
+ * choice fails and changes nothing. Blocks for 100 ms for each video format or frame rate, and for the start, see
+ * BRV_RegisterVideoDataArrivedCallback: a frame rate set alone is one of the format that the start has chosen.
  */
 BRV_EXPORT int BRV_SetSourceSettings(void* unread, const char* sourceId, const char* settingsText);
 typedef int (*BRV_SetSourceSettings_Function)(void* unread, const char* sourceId, const char* settingsText);
