@@ -9,7 +9,7 @@
 namespace AudioConversion {
 
 /// The most frames that a block of working values has, wherever blocks are handed on.
-inline constexpr size_t kBlockFrames = 512;
+inline constexpr size_t kBlockFrames = 1024;
 
 /// Input channels are mixed into lanes, the channels that are worked on; each output channel then takes one lane or
 /// silence.

@@ -108,6 +108,14 @@ size_t Resampler<Work>::produce(Work* const* out, size_t frames) {
   if (_end < _bank->taps()) return 0;
 
   const size_t lastFrame = _end - _bank->taps();
+  size_t produced = produceTwoCycles(out, frames, lastFrame);
+  if (produced == 0) produced = produceGroups(out, frames, lastFrame);
+  if (_finished) _owed -= produced;
+  return produced;
+}
+
+template <typename Work>
+size_t Resampler<Work>::produceGroups(Work* const* out, size_t frames, size_t lastFrame) {
   size_t produced = 0;
   while (produced < frames) {
     size_t count = produceWholeGroups(out, produced, frames - produced, lastFrame);
@@ -115,8 +123,45 @@ size_t Resampler<Work>::produce(Work* const* out, size_t frames) {
     if (count == 0) break;
     produced += count;
   }
-  if (_finished) _owed -= produced;
   return produced;
+}
+
+// How much of a cycle's input lies before one of its groups, or behind the last.
+template <typename Work>
+size_t Resampler<Work>::inputBefore(size_t group) const noexcept {
+  return static_cast<size_t>(group * Group::kMostFrames * _ratio.down / _ratio.up);
+}
+
+// The coefficients of a cycle are often more than the nearest cache holds, and fetching them takes longer than all the
+// rest. One channel alone shares them between two cycles, as two channels do within one. The second cycle lacks its
+// last group: where that is the cycle's short one, the first cycle's would write over the second's beginning.
+template <typename Work>
+size_t Resampler<Work>::produceTwoCycles(Work* const* out, size_t frames, size_t lastFrame) {
+  if (_channels != 1 || _taken > 0 || _bank->cycle().empty()) return 0;
+  const size_t last = (_group == 0 ? _groups.size() : _group) - 1;
+  const size_t cycleFrames = (_groups.size() - 1) * Group::kMostFrames + _groups.back().frames;
+  const size_t cycleInput = inputBefore(_groups.size() - 1) + _groups.back().step();
+  if (frames < 2 * cycleFrames || _start + 2 * cycleInput > lastFrame) return 0;
+
+  const auto makeTwice = [&](size_t begin, size_t end, const Work* in, Work* to) {
+    _kernels.filterTwo({&_groups[begin], end - begin, _bank->reach()}, in, in + cycleInput, to, to + cycleFrames);
+  };
+  const Work* const in = history(0) + _start;
+  const size_t beforeWrap = _group == 0 ? last : _groups.size();
+  makeTwice(_group, beforeWrap, in, out[0]);
+  if (_group > 0) {
+    const size_t inputOfFirst = cycleInput - inputBefore(_group);
+    makeTwice(0, last, in + inputOfFirst, out[0] + cycleFrames - _group * Group::kMostFrames);
+  }
+  Work values[Group::kMostFrames];
+  const size_t lastFrames = _groups[last].frames;
+  const size_t lastInput = cycleInput - _groups[last].step();
+  _kernels.filterOne({&_groups[last], 1, _bank->reach()}, in + lastInput, values);
+  std::copy_n(values, lastFrames, out[0] + cycleFrames - lastFrames);
+
+  _group = last;
+  _start += cycleInput + lastInput;
+  return 2 * cycleFrames - lastFrames;
 }
 
 template <typename Work>

@@ -28,7 +28,7 @@ class Resampler {
   /// Makes room for `frames` (at most kLongestAppend) at the tail of every channel. Everything that can be
   /// produced must have been, or room may be short: returns how many frames fit.
   size_t makeRoom(size_t frames) noexcept;
-  static constexpr size_t kLongestAppend = 512;
+  static constexpr size_t kLongestAppend = 1024;
 
   /// Where the next input frames of a channel go. Values must be finite.
   Work* tail(unsigned channel) noexcept { return history(channel) + _end; }
@@ -38,7 +38,8 @@ class Resampler {
   /// times the ratio of the rates, rounded to nearest, halves up.
   void finish();
 
-  /// Produces up to `frames` frames, one plane for each channel; returns how many.
+  /// Produces up to `frames` frames, one plane for each channel; returns how many. Only none mean that the
+  /// input is used up.
   size_t produce(Work* const* out, size_t frames);
 
   /// How many more input frames are needed to produce `frames` frames; at least 1.
@@ -56,6 +57,9 @@ class Resampler {
   OutputPlace placeOf(size_t indexInGroup) const noexcept;
   void interpolateGroup(uint64_t phase) noexcept;
   void goOnWith(size_t group, size_t start) noexcept;
+  size_t inputBefore(size_t group) const noexcept;
+  size_t produceTwoCycles(Work* const* out, size_t frames, size_t lastFrame);
+  size_t produceGroups(Work* const* out, size_t frames, size_t lastFrame);
   size_t produceWholeGroups(Work* const* out, size_t offset, size_t frames, size_t lastFrame);
   size_t producePartOfGroup(Work* const* out, size_t offset, size_t frames, size_t lastFrame);
   void makeGroups(size_t groups, Work* const* out, size_t offset);

@@ -23,7 +23,8 @@ TEST(AudioConverter, RefusesFormatsThatItCannotReadOrWrite) {
       {{48000, PCM, kIntFlags, 8, 1, 8, 2, 16, 0}},  // packed, it says
       {{48000, PCM, kIntFlags, 4, 1, 4, 2, 12, 0}},
       {{48000, PCM, kFloatFlags, 4, 1, 4, 2, 16, 0}},
-      {of<SInt16>(48000, 9)},
+      {of<SInt16>(48000, 9), noErr},
+      {of<SInt16>(48000, 33)},
       {pcm(48000, 2, 64, kIntFlags)},
       {of<SInt16>(7999.9, 2), InputRate, OutputRate},
       {of<SInt16>(192000.1, 2), InputRate, OutputRate},
@@ -35,6 +36,7 @@ TEST(AudioConverter, RefusesFormatsThatItCannotReadOrWrite) {
   for (const auto& [bad, asInput, asOutput] : cases) {
     AudioConverterRef converter = nullptr;
     EXPECT_EQ(AudioConverterNew(&bad, &good, &converter), asInput) << bad.mSampleRate << ' ' << bad.mBitsPerChannel;
+    AudioConverterDispose(converter);
     EXPECT_EQ(AudioConverterNew(&good, &bad, &converter), asOutput) << bad.mSampleRate << ' ' << bad.mBitsPerChannel;
     EXPECT_EQ(converter, nullptr);
   }
@@ -75,6 +77,7 @@ TEST(AudioConverter, GivesTheSameBytesHoweverItIsFedAndAskedAndAfterAReset) {
       {of<float>(48000, 2), of<SInt16>(44100, 2)},
       {of<float>(96000, 3, kPlanar), of<SInt16>(44100, 3, kPlanar)},
       {of<SInt16>(8000, 1), of<SInt16>(44100, 2)},
+      {of<float>(16000, 1), of<float>(44100, 1)},  // two cycles at a time, where they are asked for
       {of<float>(192000, 1), of<float>(8000, 1)},
       {pcm(48000, 2, 24, kIntFlags), of<SInt32>(44100, 2)},
       {of<float>(48000, 2), of<float>(44056, 2)},
