@@ -126,7 +126,7 @@ size_t Resampler<Work>::produceGroups(Work* const* out, size_t frames, size_t la
   return produced;
 }
 
-// How much of a cycle's input lies before one of its groups, or behind the last.
+// How much of a cycle's input lies before one of its groups.
 template <typename Work>
 size_t Resampler<Work>::inputBefore(size_t group) const noexcept {
   return static_cast<size_t>(group * Group::kMostFrames * _ratio.down / _ratio.up);

@@ -9,8 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <filesystem>
-#include <iterator>
 #include <limits>
 #include <memory>
 #include <string>
@@ -21,6 +19,7 @@
 #include "support/FailingAllocations.h"
 #include "support/FakeHardware.h"
 #include "support/FrameworkTest.h"
+#include "support/OpenDescriptors.h"
 #include "support/Rigs.h"
 #include "support/SimulationScheduler.h"
 
@@ -301,11 +300,6 @@ std::string session(std::int64_t allowed = std::numeric_limits<std::int64_t>::ma
   }
   hardware::installSystemProvider(nullptr);
   return host.seen();
-}
-
-std::ptrdiff_t openDescriptors() {
-  const std::filesystem::directory_iterator all("/proc/self/fd");
-  return std::distance(begin(all), end(all));
 }
 
 template <typename Machine>

@@ -7,12 +7,12 @@
 
 #include <chrono>
 #include <csignal>
-#include <filesystem>
 #include <thread>
 #include <vector>
 
 #include "support/LoopbackPeer.h"
 #include "support/NetworkNamespace.h"
+#include "support/OpenDescriptors.h"
 
 namespace {
 
@@ -25,14 +25,10 @@ std::int16_t portOf(const LoopbackPeer& peer) {
   return static_cast<std::int16_t>(peer.port());
 }
 
-std::ptrdiff_t openDescriptors() {
-  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-}
-
 TEST(ReachabilityTest, AListenerIsFoundAndARefusalEndsTheWait) {
   const LoopbackPeer listener(LoopbackPeer::Answers, [](int) {}), other(LoopbackPeer::Refuses);
   EXPECT_TRUE(CSDK::isAddressReachable("127.0.0.1", portOf(listener), VeryLong));
-  const std::ptrdiff_t descriptorsBefore = openDescriptors();
+  const std::ptrdiff_t descriptorsBefore = test::openDescriptors();
   EXPECT_FALSE(CSDK::isAddressReachable("127.0.0.1", portOf(other), VeryLong));
   EXPECT_TRUE(CSDK::isURLReachable("rtsp://127.0.0.1:1/live", portOf(listener), VeryLong));
   EXPECT_FALSE(CSDK::isURLReachable("127.0.0.1", portOf(listener), VeryLong));
@@ -41,7 +37,7 @@ TEST(ReachabilityTest, AListenerIsFoundAndARefusalEndsTheWait) {
        {std::string("camera"), std::string("255.255.255.255"), std::string("127.0.0.1\0.2", 12)}) {
     EXPECT_FALSE(CSDK::isAddressReachable(address, portOf(listener), VeryLong)) << address;
   }
-  EXPECT_LE(openDescriptors(), descriptorsBefore) << "descriptors are left open";
+  EXPECT_LE(test::openDescriptors(), descriptorsBefore) << "descriptors are left open";
 }
 
 TEST(ReachabilityTest, SilenceLastsForTheTimeoutDespiteSignalsAndThenTheNextAddressIsTried) {

@@ -3,13 +3,12 @@
 #include <pthread.h>
 
 #include <csignal>
-#include <filesystem>
 #include <future>
-#include <iterator>
 #include <string>
 
 #include "support/LoopbackPeer.h"
 #include "support/NetworkNamespace.h"
+#include "support/OpenDescriptors.h"
 
 namespace {
 
@@ -21,14 +20,11 @@ class SocketTest : public testing::Test {
  protected:
   ~SocketTest() override {
     socket.reset();
-    EXPECT_EQ(openDescriptors(), _descriptorsBefore) << "descriptors are left";
-  }
-  static std::ptrdiff_t openDescriptors() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    EXPECT_EQ(test::openDescriptors(), _descriptorsBefore) << "descriptors are left";
   }
   int connect(const Peer& peer) { return socket->Connect("127.0.0.1", peer.port(), Ample); }
 
-  const std::ptrdiff_t _descriptorsBefore = openDescriptors();
+  const std::ptrdiff_t _descriptorsBefore = test::openDescriptors();
   zSocketHolder socket{zSocket::Factory()};
   unsigned int count = 77;
 };
