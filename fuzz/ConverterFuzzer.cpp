@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr UInt32 MostBuffers = 8;
+constexpr UInt32 MostBuffers = 9;
 struct BufferList : AudioBufferList {
   std::array<AudioBuffer, MostBuffers - 1> others;
 };

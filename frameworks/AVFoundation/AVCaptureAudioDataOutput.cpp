@@ -3,6 +3,8 @@
 #include <AVFoundation/CaptureStream.h>
 #include <AVFoundation/SampleDelivery.h>
 #include <AVFoundation/SampleLedger.h>
+#include <AudioToolbox/AudioFormat.h>
+#include <Foundation/NSLog.h>
 #include <Foundation/NSValue.h>
 
 #include <cstring>
@@ -83,6 +85,13 @@ AudioStreamBasicDescription destinationFor(const AudioSettings& settings, const 
   return destination;
 }
 
+CFRef<CFStringRef> nameOf(const AudioStreamBasicDescription& format) {
+  CFStringRef name = nullptr;
+  UInt32 size = sizeof name;
+  AudioFormatGetProperty(kAudioFormatProperty_FormatName, sizeof format, &format, &size, &name);
+  return CFRef<CFStringRef>::adopt(name);
+}
+
 }  // namespace
 
 struct AVCaptureAudioDataOutput::Implementation final : SampleReceiver {
@@ -95,6 +104,7 @@ struct AVCaptureAudioDataOutput::Implementation final : SampleReceiver {
   /// Null when memory is short.
   AudioStreamConverter* converterFor(const AudioStreamBasicDescription& native);
   void drop(const hardware::AudioChunk& chunk, SampleFate fate, AVCaptureConnection* connection);
+  void tellOfRefusal(const AudioStreamBasicDescription& format, const AVCaptureDevice& device);
 
   AVCaptureAudioDataOutput& output;
   SampleDelivery delivery;
@@ -106,6 +116,7 @@ struct AVCaptureAudioDataOutput::Implementation final : SampleReceiver {
   std::mutex laneLock;
   Ref<BlockPool> blocks = makeRef<BlockPool>();
   std::optional<AudioStreamConverter> converter;
+  std::optional<AudioStreamBasicDescription> refused;  ///< the last format that was told of as not convertible
   std::uint32_t absorbed = 0;  ///< chunks that are in the converter and have not led to a sample yet
 };
 
@@ -143,6 +154,7 @@ void AVCaptureAudioDataOutput::finish() {
     std::lock_guard lock(self.laneLock);
     if (self.absorbed > 0) self.delivery.pushDropped({}, SampleFate::stopped, nullptr, std::exchange(self.absorbed, 0));
     if (self.converter) self.delivery.noteForgone(self.converter->endStream());
+    self.refused.reset();
   }
   self.delivery.finish();
 }
@@ -162,7 +174,10 @@ void AVCaptureAudioDataOutput::receive(const hardware::AudioChunk& chunk, AVCapt
   if (result.failure == AudioStreamConverter::Failure::noMemory) {
     return self.drop(chunk, SampleFate::noBuffer, connection);
   }
-  if (result.failure) return self.drop(chunk, SampleFate::notConverted, connection);
+  if (result.failure) {
+    self.tellOfRefusal(chunk.format->stream, connection->input().device());
+    return self.drop(chunk, SampleFate::notConverted, connection);
+  }
   self.delivery.noteConverted(chunk.frameCount, result.frames, converter.framesOwed());
   ++self.absorbed;
   if (!result.sample) return;
@@ -173,6 +188,16 @@ void AVCaptureAudioDataOutput::Implementation::drop(const hardware::AudioChunk& 
                                                     AVCaptureConnection* connection) {
   delivery.noteDroppedFrames(chunk.frameCount);
   delivery.pushDropped({}, fate, connection);
+}
+
+/// One line for a format, however many buffers come in it until the device stops.
+void AVCaptureAudioDataOutput::Implementation::tellOfRefusal(const AudioStreamBasicDescription& format,
+                                                             const AVCaptureDevice& device) {
+  if (refused && std::memcmp(&*refused, &format, sizeof format) == 0) return;
+  refused = format;
+  const auto name = nameOf(format);
+  const char* const text = name ? CFStringGetCStringPtr(name.get(), kCFStringEncodingUTF8) : "its format";
+  NSLog("The sound of %s, %s, cannot be converted", device.localizedName().c_str(), text);
 }
 
 void AVCaptureAudioDataOutput::Implementation::handOver(void* delegate, CMSampleBufferRef sample,

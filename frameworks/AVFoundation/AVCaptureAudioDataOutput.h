@@ -13,7 +13,8 @@ struct AudioChunk;
 
 /// The device runs at its own rate and layout; what it delivers is converted as one continuous stream, so that
 /// buffers follow each other without a seam. The time stamp of a buffer is that of its first frame. After a
-/// gap in the device's time stamps the stream starts anew. Configure on one thread at a time.
+/// gap in the device's time stamps the stream starts anew. Sound in a format that the converter does not take is
+/// dropped, and told of once (NSLog). Configure on one thread at a time.
 class AVCaptureAudioDataOutput final : public AVCaptureOutput {
  public:
   AVCaptureAudioDataOutput();

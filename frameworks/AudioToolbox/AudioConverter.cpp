@@ -24,7 +24,7 @@ class InputList {
  public:
   explicit InputList(const PCMFormat& format) noexcept : _list(new (_storage) AudioBufferList) {
     _list->mNumberBuffers = format.bufferCount();
-    for (unsigned b = 0; b < kMaxChannels; ++b) {
+    for (unsigned b = 0; b < kMaxSourceChannels; ++b) {
       new (buffersOf(*_list) + b) AudioBuffer{format.interleaved ? format.channels : 1, 0, nullptr};
     }
   }
@@ -34,7 +34,7 @@ class InputList {
   AudioBufferList* get() noexcept { return _list; }
 
  private:
-  alignas(AudioBufferList) std::byte _storage[sizeof(AudioBufferList) + (kMaxChannels - 1) * sizeof(AudioBuffer)];
+  alignas(AudioBufferList) std::byte _storage[sizeof(AudioBufferList) + (kMaxSourceChannels - 1) * sizeof(AudioBuffer)];
   AudioBufferList* _list;
 };
 
@@ -52,7 +52,7 @@ template <typename Byte>
 SamplePlanes<Byte> planesOfList(const PCMFormat& format, const AudioBufferList& list) noexcept {
   const AudioBuffer* const buffers = list.mBuffers;
   Byte* first[kMaxChannels] = {};
-  for (unsigned b = 0; b < format.bufferCount(); ++b) first[b] = static_cast<Byte*>(buffers[b].mData);
+  for (unsigned b = 0; b < format.readBufferCount(); ++b) first[b] = static_cast<Byte*>(buffers[b].mData);
   return planesOf(format, first);
 }
 
@@ -126,8 +126,8 @@ struct OpaqueAudioConverter {
     if (_pending.frames == 0 || _pendingIsHeld) return;
     const size_t bytes = _pending.frames * _source.bytesPerFrame();
     const std::byte* buffers[kMaxChannels] = {};
-    if (_held.size() < bytes * _source.bufferCount()) _held.resize(bytes * _source.bufferCount());
-    for (unsigned b = 0; b < _source.bufferCount(); ++b) {
+    if (_held.size() < bytes * _source.readBufferCount()) _held.resize(bytes * _source.readBufferCount());
+    for (unsigned b = 0; b < _source.readBufferCount(); ++b) {
       std::memcpy(_held.data() + b * bytes, _pending.planes.channel[b], bytes);
       buffers[b] = _held.data() + b * bytes;
     }
@@ -153,7 +153,8 @@ OSStatus AudioConverterNew(const AudioStreamBasicDescription* inSourceFormat,
 
   PCMFormat source;
   PCMFormat destination;
-  if (!parsePCMFormat(*inSourceFormat, source) || !parsePCMFormat(*inDestinationFormat, destination)) {
+  if (!parsePCMFormat(*inSourceFormat, kMaxSourceChannels, source) ||
+      !parsePCMFormat(*inDestinationFormat, kMaxChannels, destination)) {
     return kAudioConverterErr_FormatNotSupported;
   }
   if (!isSampleRateInRange(source.sampleRate)) return kAudioConverterErr_InputSampleRateOutOfRange;

@@ -33,10 +33,11 @@ enum { kAudio_ParamError = -50 };
 
 /// Supplies input. On entry `*ioNumberDataPackets` is how many packets (frames) the converter would like; the callee
 /// sets it to how many it supplies, more or fewer, and points the buffers of `ioData` at them (the list has room for
-/// 8). The memory must stay valid until the next call of the callback or the end of the AudioConverterFillComplexBuffer
-/// call it happens in, whichever is first. 0 packets with a result of 0 mean that the input has ended. A non-zero
-/// result stops the conversion: what was produced so far is handed out, the status returned, and the next call goes on
-/// from there. `outDataPacketDescription` is null. The callback must not throw, and must not call the converter.
+/// 32). The memory must stay valid until the next call of the callback or the end of the
+/// AudioConverterFillComplexBuffer call it happens in, whichever is first. 0 packets with a result of 0 mean that the
+/// input has ended. A non-zero result stops the conversion: what was produced so far is handed out, the status
+/// returned, and the next call goes on from there. `outDataPacketDescription` is null. The callback must not throw, and
+/// must not call the converter.
 typedef OSStatus (*AudioConverterComplexInputDataProc)(AudioConverterRef inAudioConverter, UInt32* ioNumberDataPackets,
                                                        AudioBufferList* ioData,
                                                        AudioStreamPacketDescription** outDataPacketDescription,
@@ -44,7 +45,7 @@ typedef OSStatus (*AudioConverterComplexInputDataProc)(AudioConverterRef inAudio
 
 /// Makes a converter that the caller disposes of. Both formats: linear PCM of signed 8, 16, 24 or 32-bit or unsigned
 /// 8-bit integers or 32 or 64-bit floats, packed or not (integers in containers of up to 4 bytes, aligned high or low),
-/// either byte order, interleaved or planar, 1 to 8 channels, 8 to 192 kHz. Anything else:
+/// either byte order, interleaved or planar, 1 to 8 channels (a source up to 32), 8 to 192 kHz. Anything else:
 /// kAudioConverterErr_FormatNotSupported, or one of the two sample-rate codes. The first converter between two rates
 /// tabulates its filter, which takes some milliseconds.
 ///

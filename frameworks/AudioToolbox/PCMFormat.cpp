@@ -25,9 +25,9 @@ bool parseInteger(SampleEncoding& sample, AudioFormatFlags flags) noexcept {
 
 }  // namespace
 
-bool parsePCMFormat(const AudioStreamBasicDescription& description, PCMFormat& format) noexcept {
+bool parsePCMFormat(const AudioStreamBasicDescription& description, unsigned mostChannels, PCMFormat& format) noexcept {
   if (description.mFormatID != kAudioFormatLinearPCM || description.mFramesPerPacket != 1) return false;
-  if (description.mChannelsPerFrame < 1 || description.mChannelsPerFrame > kMaxChannels) return false;
+  if (description.mChannelsPerFrame < 1 || description.mChannelsPerFrame > mostChannels) return false;
   if (description.mBytesPerFrame == 0 || description.mBytesPerPacket != description.mBytesPerFrame) return false;
 
   const AudioFormatFlags flags = description.mFormatFlags;

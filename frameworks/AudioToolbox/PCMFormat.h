@@ -4,12 +4,16 @@
 
 #include <CoreAudio/CoreAudioTypes.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 
 namespace AudioConversion {
 
+/// Channels that are worked on: the most that a destination has, and a layout.
 inline constexpr unsigned kMaxChannels = 8;
+/// Of a source with more, the first kMaxChannels are read and the others stepped over.
+inline constexpr unsigned kMaxSourceChannels = 32;
 inline constexpr double kLowestSampleRate = 8000;
 inline constexpr double kHighestSampleRate = 192000;
 
@@ -38,19 +42,23 @@ struct PCMFormat {
   bool operator==(const PCMFormat&) const = default;
   /// Buffers of an AudioBufferList in this format.
   unsigned bufferCount() const noexcept { return interleaved ? 1 : channels; }
+  /// Those among them whose samples are looked at: the first so many.
+  unsigned readBufferCount() const noexcept { return std::min(bufferCount(), kMaxChannels); }
   /// Bytes that one frame takes in each of those buffers.
   size_t bytesPerFrame() const noexcept {
     return interleaved ? channels * sample.containerBytes : sample.containerBytes;
   }
 };
 
-/// Reads a description. False for everything but linear PCM whose fields agree with each other; the sample rate is
-/// taken over unread. A mono or one-channel-a-plane description is the same with and without the non-interleaved flag.
-bool parsePCMFormat(const AudioStreamBasicDescription& description, PCMFormat& format) noexcept;
+/// Reads a description. False for everything but linear PCM of up to `mostChannels` channels whose fields agree with
+/// each other; the sample rate is taken over unread. A mono or one-channel-a-plane description is the same with and
+/// without the non-interleaved flag.
+bool parsePCMFormat(const AudioStreamBasicDescription& description, unsigned mostChannels, PCMFormat& format) noexcept;
 
 bool isSampleRateInRange(double sampleRate) noexcept;
 
-/// Where the samples of a run of frames lie: the first sample of each channel, and the way from frame to frame.
+/// Where the samples of a run of frames lie: the first sample of each channel that is worked on, and the way from frame
+/// to frame.
 template <typename Byte>
 struct SamplePlanes {
   std::array<Byte*, kMaxChannels> channel{};
@@ -67,13 +75,13 @@ struct SamplePlanes {
 using InputPlanes = SamplePlanes<const std::byte>;
 using OutputPlanes = SamplePlanes<std::byte>;
 
-/// The planes of samples whose first bytes, one pointer for each buffer of the format, are given; a null one, which may
+/// The planes of samples whose first bytes, one pointer for each buffer that is read, are given; a null one, which may
 /// stand for no samples, stays null.
 template <typename Byte>
 SamplePlanes<Byte> planesOf(const PCMFormat& format, Byte* const* buffers) noexcept {
   SamplePlanes<Byte> planes;
   planes.stride = format.bytesPerFrame();
-  for (unsigned c = 0; c < format.channels; ++c) {
+  for (unsigned c = 0; c < std::min(format.channels, kMaxChannels); ++c) {
     planes.channel[c] = buffers[format.interleaved ? 0 : c];
     if (format.interleaved && planes.channel[c]) planes.channel[c] += c * format.sample.containerBytes;
   }

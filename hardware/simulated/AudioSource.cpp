@@ -43,7 +43,7 @@ class ToneSound final : public AudioSource {
 
 class SoundClip final : public AudioSource {
  public:
-  SoundClip(WAVReader reader, bool isLooped) : _reader(std::move(reader)), _isLooped(isLooped) {}
+  SoundClip(WAVReader reader, const MediaSource& media) : _reader(std::move(reader)), _media(media) {}
 
   std::size_t render(std::span<double> samples, std::uint32_t channels, double) override {
     const std::size_t wanted = samples.size() / channels;
@@ -72,14 +72,16 @@ class SoundClip final : public AudioSource {
       _position += read;
       const bool isShort = read == 0;  // the file has shrunk
       if (!isShort && _position < _reader.frameCount()) continue;
-      _hasEnded = !_isLooped || (isShort && _position == 0);
+      if (_reader.isCutOff() && !std::exchange(_hasToldCutOff, true)) tellCutOff(_media.path);
+      _hasEnded = !_media.isLooped || (isShort && _position == 0);
       _position = 0;
     }
     return count;
   }
 
   WAVReader _reader;
-  bool _isLooped;
+  MediaSource _media;
+  bool _hasToldCutOff = false;
   bool _hasEnded = false;
   std::uint64_t _position = 0;
   std::vector<double> _clip;
@@ -98,7 +100,7 @@ std::unique_ptr<AudioSource> makeAudioSource(const SoundSource& description) {
   const auto& media = std::get<MediaSource>(description);
   auto reader = WAVReader::open(media.path);
   if (!reader) return std::make_unique<NoSound>();
-  return std::make_unique<SoundClip>(std::move(*reader), media.isLooped);
+  return std::make_unique<SoundClip>(std::move(*reader), media);
 }
 
 }  // namespace hardware::simulated

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <system_error>
 #include <utility>
 
@@ -45,6 +46,10 @@ std::size_t MediaFile::read(std::uint64_t offset, std::span<std::uint8_t> bytes)
     done += static_cast<std::size_t>(count);
   }
   return done;
+}
+
+void tellCutOff(const std::string& path) {
+  std::fprintf(stderr, "%s: the clip is cut off; it plays to its last whole frame\n", path.c_str());
 }
 
 }  // namespace hardware::simulated

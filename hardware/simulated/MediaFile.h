@@ -34,4 +34,7 @@ class MediaFile {
   std::uint64_t _size = 0;
 };
 
+/// Says on the standard error that the end of a clip is missing, and what becomes of the rest.
+void tellCutOff(const std::string& path);
+
 }  // namespace hardware::simulated

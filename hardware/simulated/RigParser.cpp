@@ -61,6 +61,7 @@ std::vector<Section> readSections(std::string_view text) {
     const std::string_view line = trimmed(text.substr(0, end));
     text.remove_prefix(std::min(end + 1, text.size()));
 
+    if (const auto failure = textFailure(line)) fail(number, failure->reason);
     if (line.empty() || line.front() == '#') continue;
     if (line.front() == '[') {
       if (line.back() != ']') fail(number, "the section's closing bracket is missing");

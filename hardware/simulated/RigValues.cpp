@@ -1,11 +1,13 @@
 #include "RigValues.h"
 
+#include <CoreFoundation/CFRef.h>
+#include <CoreFoundation/CFString.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
 #include <numeric>
-#include <optional>
 
 #include "Rig.h"
 
@@ -67,6 +69,25 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(Blanks) - first + 1);
 }
 
+std::optional<Failure> textFailure(std::string_view line) {
+  const auto isControl = [](char character) {
+    const auto byte = static_cast<unsigned char>(character);
+    return (byte < 0x20 && byte != '\t') || byte == 0x7F;
+  };
+  if (std::any_of(line.begin(), line.end(), isControl)) return Failure{"there is a control character in the line"};
+  const auto string = CFRef<CFStringRef>::adopt(
+      CFStringCreateWithCString(kCFAllocatorDefault, std::string(line).c_str(), kCFStringEncodingUTF8));
+  if (!string) return Failure{"the line is not UTF-8"};
+  // Now that the sequences are whole, these bytes are nothing else.
+  for (std::size_t at = line.find('\xC2'); at != std::string_view::npos; at = line.find('\xC2', at + 1)) {
+    if (static_cast<unsigned char>(line[at + 1]) < 0xA0) return Failure{"there is a control character in the line"};
+  }
+  for (const std::string_view noncharacter : {"\xEF\xBF\xBE", "\xEF\xBF\xBF"}) {
+    if (line.find(noncharacter) != std::string_view::npos) return Failure{"U+FFFE and U+FFFF are no characters"};
+  }
+  return std::nullopt;
+}
+
 bool takeWord(std::string_view& text, std::string_view word) {
   if (text.substr(0, word.size()) != word) return false;
   const std::string_view rest = text.substr(word.size());
@@ -88,7 +109,7 @@ Result<std::vector<std::string_view>> parseClauses(std::string_view text) {
     if (i < text.size() && text[i] == '"') isQuoted = !isQuoted;
     if (i < text.size() && (text[i] != ',' || isQuoted)) continue;
     clauses.push_back(trimmed(text.substr(begin, i - begin)));
-    if (clauses.back().empty()) return Failure{"there is nothing between two commas, or behind the last"};
+    if (clauses.back().empty()) return Failure{"there is nothing on one side of a comma"};
     begin = i + 1;
   }
   if (isQuoted) return Failure{"a quotation mark is missing"};
@@ -186,6 +207,8 @@ Result<CMTime> parseFrameRate(std::string_view text) {
 
 Result<FrameRateRange> parseFrameRateRange(std::string_view text) {
   const std::size_t dash = text.find('-');
+  if (dash == 0 || dash == text.size() - 1)
+    return Failure{quoted(text) + " is neither a frame rate nor a range like 15-30"};
   const auto slowest = parseFrameRate(text.substr(0, dash));
   if (!slowest) return slowest.failure();
   const auto fastest = dash == std::string_view::npos ? slowest : parseFrameRate(text.substr(dash + 1));

@@ -7,6 +7,7 @@
 #include <Hardware.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,6 +17,10 @@
 namespace hardware::simulated {
 
 std::string_view trimmed(std::string_view text);
+
+/// Why a line, without blanks around it, cannot be shown to people and handed on as XML: it is not UTF-8, or has
+/// control characters other than tabs, U+FFFE or U+FFFF. Nothing when it can.
+std::optional<Failure> textFailure(std::string_view line);
 
 /// Takes `word` and the blanks behind it from the front of the text; false and no change when it does not begin with
 /// that word.

@@ -29,11 +29,12 @@ class TestPictures final : public VideoSource {
 
 class Clip final : public VideoSource {
  public:
-  Clip(Y4MReader reader, bool isLooped) : _reader(std::move(reader)), _isLooped(isLooped) {}
+  Clip(Y4MReader reader, const MediaSource& media) : _reader(std::move(reader)), _media(media) {}
 
   bool advance() override {
     if (_reader.nextFrame()) return true;
-    if (!_isLooped) return false;
+    if (_reader.isCutOff() && !std::exchange(_hasToldCutOff, true)) tellCutOff(_media.path);
+    if (!_media.isLooped) return false;
     _reader.rewind();
     return _reader.nextFrame();
   }
@@ -50,7 +51,8 @@ class Clip final : public VideoSource {
 
  private:
   Y4MReader _reader;
-  bool _isLooped;
+  MediaSource _media;
+  bool _hasToldCutOff = false;
 };
 
 class NoPictures final : public VideoSource {
@@ -67,7 +69,7 @@ std::unique_ptr<VideoSource> makeVideoSource(const PictureSource& description) {
   if (!media) return std::make_unique<TestPictures>();
   auto reader = Y4MReader::open(media->path);
   if (!reader) return std::make_unique<NoPictures>();
-  return std::make_unique<Clip>(std::move(*reader), media->isLooped);
+  return std::make_unique<Clip>(std::move(*reader), *media);
 }
 
 }  // namespace hardware::simulated

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <limits>
 #include <optional>
 #include <utility>
 
@@ -139,18 +140,25 @@ Result<WAVReader> WAVReader::open(const std::string& path) {
       if (!format) return Failure{path + ": the data comes before its format"};
       // Writers that never came back to fill in the size leave 0 or all ones there.
       const std::uint64_t present = file->size() > position ? file->size() - position : 0;
-      const std::uint64_t length = size == 0 ? present : std::min(size, present);
+      const bool isSizeKnown = size != 0 && size != std::numeric_limits<std::uint32_t>::max();
+      const std::uint64_t length = isSizeKnown ? std::min(size, present) : present;
+      const bool isCutOff = (isSizeKnown && size > present) || length % format->stream.mBytesPerFrame != 0;
       const std::uint64_t frameCount = length / format->stream.mBytesPerFrame;
       if (frameCount == 0) return Failure{path + ": the file holds no sound"};
-      return WAVReader(std::move(*file), *format, position, frameCount);
+      return WAVReader(std::move(*file), *format, position, frameCount, isCutOff);
     }
     position += size + size % 2;
   }
   return Failure{path + (format ? ": there is no data chunk" : ": there is no format chunk")};
 }
 
-WAVReader::WAVReader(MediaFile file, AudioFormat format, std::uint64_t dataOffset, std::uint64_t frameCount)
-    : _file(std::move(file)), _format(std::move(format)), _dataOffset(dataOffset), _frameCount(frameCount) {}
+WAVReader::WAVReader(MediaFile file, AudioFormat format, std::uint64_t dataOffset, std::uint64_t frameCount,
+                     bool isCutOff)
+    : _file(std::move(file)),
+      _format(std::move(format)),
+      _dataOffset(dataOffset),
+      _frameCount(frameCount),
+      _isCutOff(isCutOff) {}
 
 std::size_t WAVReader::read(std::uint64_t first, std::span<double> samples) {
   if (first >= _frameCount) return 0;

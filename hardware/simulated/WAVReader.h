@@ -26,6 +26,8 @@ class WAVReader {
   const AudioFormat& format() const noexcept { return _format; }
   std::uint32_t channels() const noexcept { return _format.stream.mChannelsPerFrame; }
   std::uint64_t frameCount() const noexcept { return _frameCount; }
+  /// Whether the file ends before its data chunk does, or that in the middle of a frame.
+  bool isCutOff() const noexcept { return _isCutOff; }
 
   /// Reads whole frames from frame `first` on, interleaved, 1.0 for full scale. Returns their number: less than
   /// `samples` has room for at the end of the sound. Exact: written again in the file's format, the same bytes come
@@ -33,12 +35,13 @@ class WAVReader {
   std::size_t read(std::uint64_t first, std::span<double> samples);
 
  private:
-  WAVReader(MediaFile file, AudioFormat format, std::uint64_t dataOffset, std::uint64_t frameCount);
+  WAVReader(MediaFile file, AudioFormat format, std::uint64_t dataOffset, std::uint64_t frameCount, bool isCutOff);
 
   MediaFile _file;
   AudioFormat _format;
   std::uint64_t _dataOffset;
   std::uint64_t _frameCount;
+  bool _isCutOff;
   std::vector<std::uint8_t> _bytes;
 };
 

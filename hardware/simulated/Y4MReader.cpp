@@ -270,6 +270,12 @@ Y4MReader::Y4MReader(MediaFile file, Y4MHeader header, std::uint64_t firstFrame)
     : _file(std::move(file)), _header(header), _firstFrame(firstFrame), _nextFrame(firstFrame) {}
 
 bool Y4MReader::nextFrame() {
+  if (findFrame()) return true;
+  _isCutOff = _nextFrame < _file.size();
+  return false;
+}
+
+bool Y4MReader::findFrame() {
   std::array<std::uint8_t, LongestFrameHeader> bytes;
   const std::size_t count = _file.read(_nextFrame, bytes);
   const std::string_view line(reinterpret_cast<const char*>(bytes.data()), count);

@@ -52,6 +52,9 @@ class Y4MReader {
   /// last frame is cut off or what follows is no frame.
   bool nextFrame();
 
+  /// Whether `nextFrame` has come to the end of the clip and found something else than a whole frame there.
+  bool isCutOff() const noexcept { return _isCutOff; }
+
   /// Goes before the first frame.
   void rewind() noexcept;
 
@@ -61,12 +64,14 @@ class Y4MReader {
 
  private:
   Y4MReader(MediaFile file, Y4MHeader header, std::uint64_t firstFrame);
+  bool findFrame();
 
   MediaFile _file;
   Y4MHeader _header;
   std::uint64_t _firstFrame;  // offset of its header line
   std::uint64_t _nextFrame;
   std::uint64_t _pixels = 0;  // offset of the current frame's first byte
+  bool _isCutOff = false;
   std::vector<std::uint8_t> _frame;
 };
 

@@ -16,7 +16,7 @@ run(${consumer}/consumer)
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
 set(ENV{LD_LIBRARY_PATH} ${prefix}/${LIBDIR})
 function(ask_pkg_config result)
-  execute_process(COMMAND pkg-config --define-prefix ${ARGN} avcapturedevice
+  execute_process(COMMAND pkg-config ${ARGN} avcapturedevice
     OUTPUT_VARIABLE answer OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
   separate_arguments(answer)
   set(${result} ${answer} PARENT_SCOPE)

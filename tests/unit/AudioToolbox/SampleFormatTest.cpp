@@ -121,6 +121,7 @@ TEST(ChannelConversion, PutsEachChannelWhereItBelongs) {
       {2, 4, 0, {1, 0, 0, 1, 0, 0, 0, 0}},
       {4, 2, 0, {1, 0, 0, 0, 0, 1, 0, 0}},
       {4, 2, kAudioChannelLayoutTag_Unknown | 4, {1, 0, 0, 0, 0, 1, 0, 0}},
+      {10, 2, 0, {1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0}},
       {6, 2, kAudioChannelLayoutTag_MPEG_5_1_A, {k51, 0, c51, 0, c51, 0, 0, k51, c51, 0, 0, c51}},
       {8, 2, kAudioChannelLayoutTag_MPEG_7_1_A, {k71, 0, c71, 0, c71, 0, k71, 0, 0, k71, c71, 0, 0, c71, 0, k71}},
   };
@@ -128,13 +129,14 @@ TEST(ChannelConversion, PutsEachChannelWhereItBelongs) {
     // Frame n carries full scale in channel n alone.
     std::vector<double> ones(in * in);
     for (UInt32 n = 0; n < in; ++n) ones[n * in + n] = 1;
-    Feed feed{.format = of<double>(48000, in), .buffers = {bytesOf(ones)}};
+    const AudioFormatFlags planar = in > 8 ? kPlanar : 0;
+    Feed feed{.format = of<double>(48000, in, planar), .buffers = splitIntoBuffers(bytesOf(ones), 8, in, planar)};
     Converter converter(feed.format, of<double>(48000, out));
     const AudioChannelLayout layout{tag, 0, 0};
     if (tag != 0) AudioConverterSetProperty(converter.get(), kAudioConverterInputChannelLayout, sizeof layout, &layout);
 
     Buffers result;
-    ASSERT_EQ(converter.fill(feed, in, result), noErr);
+    ASSERT_EQ(converter.fillFrom(feed, 1, result), noErr);
 
     const auto* samples = reinterpret_cast<const double*>(result[0].data());
     for (UInt32 i = 0; i < in * out; ++i) {

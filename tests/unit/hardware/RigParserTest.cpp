@@ -36,7 +36,7 @@ TEST(RigParserTest, ErrorsNameTheLineAndTheReason) {
       {"[device]\ncolour = red\n", 2, "a device has no 'colour'"},
       {Camera + "video format = 640by480 2vuy, rates 30\n", 5, "'640by480' is not a size"},
       {Camera + "video format = 640x480 2vuy, rates 30-15\n", 5, "lower rate"},
-      {Camera + "video format = 640x480 2vuy, rates 30,\n", 5, "between two commas"},
+      {Camera + "video format = 640x480 2vuy, rates 30,\n", 5, "one side of a comma"},
       {Camera + Format + "\nsound = tone 440\n", 6, "the device has no sound"},
       {Camera + Format + "\nclock drift = 1e9 ppm\n", 6, "not a number from"},
       {Camera + Format + "\npicture = media nowhere.y4m\n", 6, "No such file"},
@@ -50,6 +50,12 @@ TEST(RigParserTest, ErrorsNameTheLineAndTheReason) {
       {Camera + "video format = 640x480 abc, rates 30", 5, ""},
       {Camera + "video format = 640x480 2vuy, rates 30/0", 5, ""},
       {Camera + Format + ", name \"x", 5, ""},
+      {Camera + "video format = 640x480 2vuy, rates -5", 5, "'-5' is neither"},
+      {Camera + Format + "\npicture = media", 6, "the path of a clip is missing"},
+      {"[device]\nname = Cam\x1B[31mera", 2, "control character"},
+      {"[device]\nname = Cam\xC2\x9Bm", 2, "control character"},
+      {"[device]\nname = Cam\xE9ra", 2, "not UTF-8"},
+      {"[device]\nname = \xEF\xBF\xBE", 2, "no characters"},
   };
   for (const auto& [text, line, reason] : cases) {
     EXPECT_THAT(errorIn(text), testing::StartsWith("desk.rig:" + std::to_string(line) + ": ")) << text;

@@ -58,7 +58,7 @@ TEST(WAVReaderTest, SamplesComeOutAgainByteForByteInEveryFormat) {
     // An odd chunk in front, so that the padding byte matters.
     auto reader = WAVReader::open(folder.write(
         "sound.wav", chunk("RIFF", "WAVE" + chunk("note", "x") + chunk("fmt ", format) + chunk("data", data))));
-    ASSERT_TRUE(reader) << reader.reason();
+    ASSERT_TRUE(reader && !reader->isCutOff());
     std::vector<double> samples(240 * channels);
     EXPECT_EQ(reader->read(0, std::span(samples).first(100 * channels)), 100u);
     EXPECT_EQ(reader->read(100, std::span(samples).subspan(100 * channels)), 140u);
@@ -90,7 +90,7 @@ TEST(WAVReaderTest, FilesThatCannotBePlayedAreRefusedAndCutOffOnesArePlayedToThe
               testing::HasSubstr("sound.wav: unsupported sample format (code 2, 4 bits)"));
   for (const std::uint32_t claimed : {0u, 1000u, 0xFFFFFFFFu}) {
     const auto reader = open(std::string(whole).replace(40, 4, littleEndian(claimed)));
-    EXPECT_TRUE(reader && reader->frameCount() == 2u) << claimed;
+    EXPECT_TRUE(reader && reader->frameCount() == 2u && reader->isCutOff()) << claimed;
   }
 }
 

@@ -77,6 +77,7 @@ TEST(Y4MReaderTest, HeadersThatCannotBePlayedAreRefusedAndClipsThatAreCutOffEndC
     int frames = 0;
     while (reader && reader->nextFrame()) ++frames;
     EXPECT_EQ(frames, expected) << bytes;
+    EXPECT_EQ(reader && reader->isCutOff(), expected == 2 || expected == 3) << bytes;
   }
 }
 
