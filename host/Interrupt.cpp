@@ -20,30 +20,40 @@ extern "C" void noteInquiry(int) {
   asked = true;
 }
 
-void setHandler(void (*handler)(int)) {
-  struct sigaction action = {};
-  action.sa_handler = handler;
-  // One-shot: should finishing the files ever hang, a second Ctrl-C still works.
-  if (handler != SIG_DFL) action.sa_flags = static_cast<int>(SA_RESETHAND);
-  sigemptyset(&action.sa_mask);
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
+struct Handling {
+  int signal;
+  void (*handler)(int);
+  int flags;
+  struct sigaction former;
+};
 
-  action.sa_handler = handler == SIG_DFL ? SIG_DFL : noteInquiry;
-  action.sa_flags = SA_RESTART;  // an inquiry disturbs no writing
-  sigaction(SIGUSR1, &action, nullptr);
-}
+Handling handlings[] = {
+    // One-shot: should finishing the files ever hang, a second Ctrl-C still works.
+    {SIGINT, noteSignal, static_cast<int>(SA_RESETHAND), {}},
+    {SIGTERM, noteSignal, static_cast<int>(SA_RESETHAND), {}},
+    // A terminal that goes sends it twice: the shell passes it on, and the system tells the foreground.
+    {SIGHUP, noteSignal, 0, {}},
+    {SIGUSR1, noteInquiry, SA_RESTART, {}},  // an inquiry disturbs no writing
+};
 
 }  // namespace
 
 Interrupt::Interrupt() {
   signalled = false;
   asked = false;
-  setHandler(noteSignal);
+  for (Handling& handling : handlings) {
+    struct sigaction action = {};
+    action.sa_handler = handling.handler;
+    action.sa_flags = handling.flags;
+    sigemptyset(&action.sa_mask);
+    sigaction(handling.signal, nullptr, &handling.former);
+    const bool survivesItsTerminal = handling.signal == SIGHUP && handling.former.sa_handler == SIG_IGN;  // nohup
+    if (!survivesItsTerminal) sigaction(handling.signal, &action, nullptr);
+  }
 }
 
 Interrupt::~Interrupt() {
-  setHandler(SIG_DFL);
+  for (const Handling& handling : handlings) sigaction(handling.signal, &handling.former, nullptr);
 }
 
 bool Interrupt::requested() noexcept {

@@ -1,11 +1,12 @@
 #pragma once
 
-// Signals as flags that the main loop looks at: Ctrl-C and SIGTERM, so that files are finished before the process ends,
-// and SIGUSR1, which asks how things stand.
+// Signals as flags that the main loop looks at: Ctrl-C, SIGTERM and a terminal that goes away, so that files are
+// finished before the process ends, and SIGUSR1, which asks how things stand.
 
 namespace brvhost {
 
-/// While one exists, the first SIGINT or SIGTERM sets `requested`; a second one ends the process as usual.
+/// While one exists, which is one at a time, the first SIGINT or SIGTERM sets `requested`, and a second one ends the
+/// process as usual. So does SIGHUP, but that it may come again, and that a process which ignores it goes on doing so.
 class Interrupt {
  public:
   Interrupt();

@@ -1,6 +1,8 @@
 #pragma once
 
-// A file being written: whole writes or a Failure that names the file and the reason.
+// A file being written: whole writes or a Failure that names the file and the reason. It does no harm before it has
+// something to write: an earlier file keeps its contents until then, and a new one in which nothing was written goes
+// away again. Also a FIFO, a terminal and the like. One thread at a time.
 
 #include <cstddef>
 #include <cstdint>
@@ -10,35 +12,41 @@ namespace brvhost {
 
 class OutputFile {
  public:
-  OutputFile() = default;
-  /// Creates the file or empties an existing one. Throws Failure.
+  /// Opens the file, or creates it; a FIFO is waited for until somebody reads. Throws Failure, also for a disk, and for
+  /// a file that another OutputFile writes, in whatever process.
   explicit OutputFile(std::string path);
   ~OutputFile();
   OutputFile(OutputFile&& other) noexcept;
-  OutputFile& operator=(OutputFile&& other) noexcept;
 
   const std::string& path() const { return _path; }
-  bool isOpen() const { return _descriptor >= 0; }
-  /// Bytes in the file.
-  std::uint64_t size() const { return _size; }
+  /// Whether bytes can be replaced.
+  bool isSeekable() const { return _isRegular; }
 
-  /// Appends all of the bytes or throws Failure; part of them may then be in the file.
+  /// Appends all of the bytes; the first ones take the place of what an earlier file held. Throws Failure; what went
+  /// before is then the end of the file, where it can be cut. Throws it too where this process has the earlier file
+  /// open: a clip that a camera plays, or its own standard output.
   void write(const void* bytes, std::size_t count);
   /// Replaces bytes that were written before. Throws Failure.
   void overwrite(std::uint64_t offset, const void* bytes, std::size_t count);
-  /// Cuts off what lies behind `size`. Best effort.
-  void truncate(std::uint64_t size) noexcept;
   /// Throws Failure when what was written turns out not to have reached the disk. Closed is closed in any case.
   void close();
-  /// Closes the file and takes it off the disk again.
+  /// Closes the file, and takes it off the disk again where it was this object that created it.
   void discard() noexcept;
 
  private:
+  OutputFile() = default;
+
+  /// Makes that the end of the file; false where it cannot be.
+  bool cut(std::uint64_t size) noexcept;
+  bool isOpenElsewhere() const;
   [[noreturn]] void fail(const char* action, int error) const;
 
   std::string _path;
   int _descriptor = -1;
-  std::uint64_t _size = 0;
+  bool _isNew = false;
+  bool _isRegular = false;
+  bool _holdsEarlier = false;  ///< bytes that were there before, until the first write
+  std::uint64_t _size = 0;     ///< bytes written
 };
 
 }  // namespace brvhost

@@ -84,12 +84,7 @@ std::vector<std::uint8_t> encodePNG(const RGBImage& image) {
 void writePNG(const std::string& path, const RGBImage& image) {
   const std::vector<std::uint8_t> bytes = encodePNG(image);
   OutputFile file(path);
-  try {
-    file.write(bytes.data(), bytes.size());
-  } catch (const Failure&) {
-    file.discard();
-    throw;
-  }
+  file.write(bytes.data(), bytes.size());
   file.close();
 }
 

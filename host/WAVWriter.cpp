@@ -30,20 +30,22 @@ class HeaderBuilder {
 };
 
 constexpr std::uint64_t BytesBehindRIFFSize = WAVHeaderBytes - 8;
-constexpr std::uint32_t SizeIsElsewhere = std::numeric_limits<std::uint32_t>::max();
+/// Stands for a size that is told elsewhere, or that nobody knows.
+constexpr std::uint32_t NoSize = std::numeric_limits<std::uint32_t>::max();
 constexpr std::uint64_t WideSizesBytes = 28;
 
 }  // namespace
 
 std::array<std::uint8_t, WAVHeaderBytes> wavHeader(const PCMFormat& format, std::uint64_t dataBytes) {
   const std::uint64_t riffBytes = BytesBehindRIFFSize + dataBytes;
-  const bool isWide = riffBytes >= SizeIsElsewhere;
+  const bool isUnknown = dataBytes == UnknownDataBytes;
+  const bool isWide = !isUnknown && riffBytes >= NoSize;
   const auto frameBytes = static_cast<std::uint64_t>(format.bytesPerFrame());
   const auto sampleRate = static_cast<std::uint64_t>(format.sampleRate);
 
   HeaderBuilder header;
   isWide ? header.tag("RF64") : header.tag("RIFF");
-  header.number(isWide ? SizeIsElsewhere : riffBytes, 4);
+  header.number(isWide || isUnknown ? NoSize : riffBytes, 4);
   header.tag("WAVE");
 
   // A reader passes over "JUNK"; the same bytes hold the 64-bit sizes once they are needed.
@@ -64,7 +66,7 @@ std::array<std::uint8_t, WAVHeaderBytes> wavHeader(const PCMFormat& format, std:
   header.number(static_cast<std::uint64_t>(format.bitsPerSample), 2);
 
   header.tag("data");
-  header.number(isWide ? SizeIsElsewhere : dataBytes, 4);
+  header.number(isWide || isUnknown ? NoSize : dataBytes, 4);
   return header.bytes();
 }
 
@@ -73,7 +75,7 @@ WAVWriter::WAVWriter(OutputFile file, const PCMFormat& format) : _file(std::move
     throw Failure(formatted("%s cannot hold sound of %d Hz, %d channels, %d bits", _file.path().c_str(),
                             _format.sampleRate, _format.channels, _format.bitsPerSample));
   }
-  const auto header = wavHeader(_format, 0);
+  const auto header = wavHeader(_format, _file.isSeekable() ? 0 : UnknownDataBytes);
   _file.write(header.data(), header.size());
 }
 
@@ -82,13 +84,7 @@ std::int64_t WAVWriter::frameCount() const {
 }
 
 void WAVWriter::write(const void* samples, std::size_t bytes) {
-  const std::uint64_t sizeBefore = _file.size();
-  try {
-    _file.write(samples, bytes);
-  } catch (const Failure&) {
-    _file.truncate(sizeBefore);
-    throw;
-  }
+  _file.write(samples, bytes);
   _dataBytes += bytes;
   const auto bytesPerSecond =
       static_cast<std::uint64_t>(_format.sampleRate) * static_cast<std::uint64_t>(_format.bytesPerFrame());
@@ -101,7 +97,7 @@ void WAVWriter::close() {
 }
 
 void WAVWriter::updateHeader() {
-  if (_dataBytes == _dataBytesInHeader) return;
+  if (_dataBytes == _dataBytesInHeader || !_file.isSeekable()) return;
   const auto header = wavHeader(_format, _dataBytes);
   _file.overwrite(0, header.data(), header.size());
   _dataBytesInHeader = _dataBytes;

@@ -2,10 +2,13 @@
 
 // WAVE files of 16-bit PCM. The sizes in the header are brought up to date with every second of sound, so a file whose
 // writer was killed plays up to there. Past 4 GiB the file becomes RF64, for which the header keeps room
-// from the start. Not locked; one thread at a time.
+// from the start. Where there is no going back, as in a FIFO, the header says that the sizes are not known. Not locked;
+// one thread at a time.
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <limits>
 
 #include "OutputFile.h"
 
@@ -24,13 +27,15 @@ struct PCMFormat {
 };
 
 inline constexpr std::size_t WAVHeaderBytes = 80;
+/// Of a stream whose end nobody knows yet.
+inline constexpr std::uint64_t UnknownDataBytes = std::numeric_limits<std::uint64_t>::max();
 
 /// Everything before the samples, for a file with `dataBytes` of them.
 std::array<std::uint8_t, WAVHeaderBytes> wavHeader(const PCMFormat& format, std::uint64_t dataBytes);
 
 class WAVWriter {
  public:
-  /// Takes over the open, empty `file` and writes a header for no sound at all. Throws Failure.
+  /// Takes over `file`, in which nothing is written yet, and writes a header for no sound at all. Throws Failure.
   WAVWriter(OutputFile file, const PCMFormat& format);
 
   const PCMFormat& format() const { return _format; }

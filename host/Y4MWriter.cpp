@@ -33,13 +33,7 @@ void Y4MWriter::writeFrame(const PictureView& picture) {
                             picture.height, _file.path().c_str(), _format.width, _format.height));
   }
   repackPlanar(picture, _frame.data() + sizeof FrameMarker);
-  const std::uint64_t sizeBefore = _file.size();
-  try {
-    _file.write(_frame.data(), _frame.size());
-  } catch (const Failure&) {
-    _file.truncate(sizeBefore);
-    throw;
-  }
+  _file.write(_frame.data(), _frame.size());
   ++_frameCount;
 }
 

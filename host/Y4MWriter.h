@@ -25,7 +25,7 @@ std::string y4mHeader(const Y4MFormat& format);
 
 class Y4MWriter {
  public:
-  /// Takes over the open, empty `file` and writes the header. Throws Failure.
+  /// Takes over `file`, in which nothing is written yet, and writes the header. Throws Failure.
   Y4MWriter(OutputFile file, const Y4MFormat& format);
 
   const Y4MFormat& format() const { return _format; }
