@@ -50,9 +50,12 @@ std::size_t AudioTrack::accept(const BRV_AudioBuffer& record, const PCMFormat& f
   const std::lock_guard lock(_mutex);
   AudioStatistics& statistics = _statistics;
   std::int64_t frames = record.dataLength / format.bytesPerFrame();
+  const bool isNewUnit = (record.flags & BRV_FLAG_FORMAT_CHANGED) != 0;
   if (_seconds) {
-    const std::int64_t room = std::llround(*_seconds * format.sampleRate) - statistics.frames;
+    const std::int64_t length = std::max<std::int64_t>(std::llround(*_seconds * format.sampleRate), 1);
+    const std::int64_t room = length - statistics.timeline.positionOf(record.timeStamp, frames, isNewUnit);
     if (frames >= room) setComplete();
+    if (room <= 0) statistics.timeline.endAt(length);
     frames = std::min(frames, room);
   }
   if (frames <= 0) {
@@ -60,12 +63,8 @@ std::size_t AudioTrack::accept(const BRV_AudioBuffer& record, const PCMFormat& f
     return 0;
   }
 
-  if (statistics.recorded == 0) {
-    statistics.firstStamp = record.timeStamp;
-    statistics.format = format;
-  }
-  statistics.lastStamp = record.timeStamp;
-  statistics.framesBeforeLast = statistics.frames;
+  if (statistics.recorded == 0) statistics.format = format;
+  statistics.timeline.add(record.timeStamp, frames, format.sampleRate, isNewUnit);
   statistics.frames += frames;
   ++statistics.recorded;
   return static_cast<std::size_t>(frames * format.bytesPerFrame());

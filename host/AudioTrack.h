@@ -9,16 +9,19 @@
 #include <string>
 #include <vector>
 
+#include "SoundTimeline.h"
+#include "Timeline.h"
 #include "Track.h"
 #include "WAVWriter.h"
 
 namespace brvhost {
 
 struct AudioStatistics : TrackStatistics {
-  std::int64_t framesBeforeLast = 0;  ///< of those delivered, the ones between the first and the last stamp
-  std::int64_t firstStamp = 0;
-  std::int64_t lastStamp = 0;
-  PCMFormat format;  ///< of the first run
+  SoundTimeline timeline;  ///< of the sound that was delivered
+  PCMFormat format;        ///< of the first run
+
+  /// Where the last run ends, in seconds after the first began.
+  double endSeconds() const { return inSeconds(frames + timeline.gaps().missing(), format.sampleRate); }
 };
 
 /// Samples on their way to the writer.
@@ -31,7 +34,8 @@ struct AudioRun {
 
 class AudioTrack final : public Track<AudioStatistics, AudioRun, WAVWriter> {
  public:
-  /// Creates the file, throws Failure. `seconds` is the length to stop at, to the frame.
+  /// Creates the file, throws Failure. `seconds` is the length to stop at, to the frame; what is
+  /// missing counts, and a first frame is always taken.
   AudioTrack(const std::string& path, std::optional<double> seconds);
   ~AudioTrack();
 

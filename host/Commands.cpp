@@ -1,5 +1,6 @@
 #include "Commands.h"
 
+#include <CoreMediaIO/CMIOHardware.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -36,21 +37,23 @@ std::string describe(const Source& source) {
   return source.identifier + "  (" + source.kind() + (source.isHDV ? ", HDV" : "") + ")";
 }
 
+void listPicture(Session& session, const Source& source, bool probe, std::ostream& out) {
+  if (!probe) {
+    const FrameTiming timing = session.timing(source.identifier);
+    if (timing.isKnown()) out << "     picture  " << describe(timing) << "\n";
+  } else if (const auto frame = grabFrame(session, source, 1, ProbeTimeoutSeconds)) {
+    out << formatted("     picture  %d x %d, ", frame->displayWidth, frame->displayHeight) << describe(frame->timing)
+        << "\n";
+  } else if (!Interrupt::requested()) {
+    out << "     picture  none came\n";
+  }
+}
+
 void listSource(Session& session, const Source& source, std::size_t index, bool probe, std::ostream& out) {
   out << index << "  " << describe(source) << "\n";
   if (!source.deviceId.empty()) out << "     device   " << source.deviceId << "\n";
-  if (!source.providesVideo) return;
-  if (probe) {
-    const auto frame = grabFrame(session, source, 1, ProbeTimeoutSeconds);
-    if (frame) {
-      out << formatted("     picture  %d x %d, ", frame->displayWidth, frame->displayHeight) << describe(frame->timing)
-          << "\n";
-    } else {
-      out << "     picture  none came\n";
-    }
-  } else if (const FrameTiming timing = session.timing(source.identifier); timing.isKnown()) {
-    out << "     picture  " << describe(timing) << "\n";
-  }
+  if (source.providesVideo) listPicture(session, source, probe, out);
+  if (const std::string error = session.takeError(source); !error.empty()) out << "     error    " << error << "\n";
 }
 
 bool contains(const std::vector<Source>& sources, const Source& source) {
@@ -74,13 +77,25 @@ void useRig(const std::string& path) {
   ::setenv("CAPTURE_RIG", path.c_str(), 1);
 }
 
+/// A machine with nothing plugged in is all right; one of which nobody knows is not.
+void requireKnownMachine() {
+  const CMIOObjectPropertyAddress devices{kCMIOHardwarePropertyDevices, kCMIOObjectPropertyScopeGlobal,
+                                          kCMIOObjectPropertyElementMaster};
+  CMIOObjectID first = 0;
+  if (CMIOObjectGetPropertyData(kCMIOObjectSystemObject, &devices, 0, nullptr, sizeof first, nullptr, &first) !=
+      kCMIOHardwareNoError) {
+    throw Failure("what is plugged into this machine cannot be found out");
+  }
+}
+
 }  // namespace
 
 void listSources(Session& session, const Options& options, std::ostream& out) {
   const std::vector<Source> sources = session.sources();
   out << session.groupName() << ": " << sources.size() << (sources.size() == 1 ? " source\n" : " sources\n");
-  for (std::size_t i = 0; i < sources.size() && !Interrupt::requested(); ++i) {
+  for (std::size_t i = 0; i < sources.size(); ++i) {
     listSource(session, sources[i], i, options.probe, out);
+    if (Interrupt::requested()) throw Failure("interrupted");
   }
 }
 
@@ -91,8 +106,11 @@ void takeSnapshot(Session& session, const Options& options, std::ostream& out) {
   const auto frame = grabFrame(session, source, SnapshotFrame, FrameTimeoutSeconds);
   if (!frame) {
     if (Interrupt::requested()) throw Failure("interrupted");
+    session.requirePluggedIn(source);
+    const std::string error = session.takeError(source);
     throw Failure(
-        formatted("no picture came from %s within %g seconds", source.identifier.c_str(), FrameTimeoutSeconds));
+        formatted("no picture came from %s within %g seconds", source.identifier.c_str(), FrameTimeoutSeconds) +
+        (error.empty() ? "" : ": " + error));
   }
 
   const LockedPicture picture(frame->picture.get());
@@ -117,10 +135,11 @@ void watchDevices(Session& session, const Options& options, std::ostream& out) {
   };
   while (!isOver()) {
     Session::pump(options.seconds ? std::min(WatchPollSeconds, *options.seconds) : WatchPollSeconds);
-    for (const int change : session.takeDeviceChanges()) {
-      out << (change == BRV_DEVICE_STATE_ATTACHED ? "a device was plugged in" : "a device was removed") << std::endl;
-    }
     std::vector<Source> now = session.sources();
+    for (const int change : session.takeDeviceChanges()) {
+      out << (change == BRV_DEVICE_STATE_ATTACHED ? "a device was plugged in" : "a device was removed")
+          << (now == known ? "; every source stays as it is" : "") << std::endl;
+    }
     showChanges(known, now, out);
     known = std::move(now);
   }
@@ -137,6 +156,7 @@ int run(const Options& options, std::ostream& out, Console& console) {
   }
 
   useRig(options.rig);
+  requireKnownMachine();
   const Interrupt interrupt;
   Module module(Module::locate(options.module, std::getenv("BRV_MODULE")));
   Session session(module, options.quiet ? nullptr : &console, options.language);

@@ -70,7 +70,7 @@ std::optional<Frame> grabFrame(Session& session, const Source& source, int frame
 
   const Clock::time_point start = Clock::now();
   std::optional<Clock::time_point> firstSeen;
-  while (grabber.count() < frameCount && !Interrupt::requested()) {
+  while (grabber.count() < frameCount && !Interrupt::requested() && session.isPluggedIn(source)) {
     if (!firstSeen && grabber.count() > 0) firstSeen = Clock::now();
     if (firstSeen ? secondsSince(*firstSeen) >= SettleSeconds : secondsSince(start) >= timeoutSeconds) break;
     Session::pump(PollSeconds);
@@ -89,7 +89,8 @@ FrameTiming awaitTiming(Session& session, const Source& source, double timeoutSe
 
   const Clock::time_point start = Clock::now();
   FrameTiming timing = session.timing(source.identifier);
-  while (timing.ticksPerSecond <= 0 && secondsSince(start) < timeoutSeconds && !Interrupt::requested()) {
+  while (timing.ticksPerSecond <= 0 && secondsSince(start) < timeoutSeconds && !Interrupt::requested() &&
+         session.isPluggedIn(source)) {
     Session::pump(PollSeconds);
     timing = session.timing(source.identifier);
   }

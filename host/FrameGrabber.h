@@ -20,11 +20,12 @@ struct Frame {
 };
 
 /// Starts `source` and returns its `frameCount`th frame, or the newest one half a second after the first; none when no
-/// frame comes within `timeoutSeconds` or the user interrupts. Main thread; the source is stopped again.
+/// frame comes within `timeoutSeconds`, the user interrupts or the source is unplugged. Main thread; the source is
+/// stopped again.
 std::optional<Frame> grabFrame(Session& session, const Source& source, int frameCount, double timeoutSeconds);
 
 /// Starts `source` and returns how it counts time as soon as its samples tell; unknown when none comes within
-/// `timeoutSeconds` or the user interrupts. Main thread; the source is stopped again.
+/// `timeoutSeconds`, the user interrupts or the source is unplugged. Main thread; the source is stopped again.
 FrameTiming awaitTiming(Session& session, const Source& source, double timeoutSeconds);
 
 }  // namespace brvhost

@@ -34,7 +34,8 @@ constexpr const char* ListHelp =
     R"(usage: brvhost [options] list [--probe]
 
 Shows each source with its index, its identifier, its kind (video, audio, video+audio), "HDV" where it is
-such a device, and the identifier of its capture device; the frame rate where it is known.
+such a device, and the identifier of its capture device; the frame rate where it is known; and the module's
+error where something is wrong with it, such as a linked microphone that cannot be opened.
 
   --probe  start each source that has a picture for a moment, and show the picture's size and frame rate
 )";
@@ -68,22 +69,31 @@ constexpr const char* RecordHelp =
 
 Records the picture to BASE.y4m (uncompressed 4:2:2) and the sound to BASE.wav (44,100 Hz, 16 bits,
 stereo), whichever the source has. Existing files are replaced. The recording begins with the first frame
-after the source was started in its final format. Ctrl-C ends it, and the files are complete then too. SIGUSR1
-shows the report as it stands, on standard error, while the recording goes on.
+after the source was started in its final format. Ctrl-C ends it, and the files are complete then too; a second
+Ctrl-C ends it at once, without the report. SIGUSR1 shows the report as it stands, on standard error, while the
+recording goes on.
 
   --set NAME=INDEX  apply a setting before (see set); may be repeated, and is done in the order given. When one
                     does not hold nothing is recorded. Without it the module chooses the format
-  --seconds N       stop after N seconds of picture and of sound, by their time stamps
-  --until-idle      stop when nothing has come for 2 seconds after the last sample: the end of a clip
+  --seconds N       stop after N seconds of picture and of sound, by their time stamps; one frame at least
+  --until-idle      stop when nothing has come for 2 seconds after the last sample: the end of a clip. Where picture
+                    and sound end apart, when both have
+
+When nothing comes of the picture or of the sound for 2 seconds, record says so, and when it is back. It exits with 1
+when one of them is still missing at Ctrl-C, falls short of --seconds, or never came.
 
 The report counts frames like this. Delivered ones reached this program. Dropped ones did not; they are
 read from the gaps between time stamps, a gap being worth its length in frame durations, rounded, less one
-(what is lost before the first frame or after the last leaves no gap). Captured is the sum of the two. "Not
-written" are frames that were delivered but are not in the file, because the disk did not keep up. Gaps are
-not filled in the file. A picture whose size changes ends BASE.y4m there, while the sound goes on.
-"Waiting" ones, while it runs, are on their way to the file. Callbacks are the module's calls, each of which brings
-one frame of picture or a run of sound: recorded, before the recording began or after its end, or unusable, when it
-brought no picture or sound of no known kind. Why the source dropped a frame the module's log tells.
+(what is lost before the first frame or after the last leaves no gap, except in front of the end that
+--seconds sets where a later one still came). Captured is the sum of the two. "Not
+written" are frames that were delivered but are not in the file, because the disk did not keep up. "Missing"
+sound is read from the time stamps likewise. Gaps are not filled in the files; the first few are listed, each at
+its time in the recording, where it also lies in a file in which those before it have been filled. A last line
+tells when the picture or the sound is the shorter of the two. A picture whose size changes ends BASE.y4m there,
+while the sound goes on. "Waiting" ones, while it runs, are on their way to the file. Callbacks are the module's
+calls, each of which brings one frame of picture or a run of sound: recorded, before the recording began or after
+its end, or unusable, when it brought no picture or sound of no known kind. Why a source dropped a frame is not
+known; the module's log says that it did, where it knows.
 )";
 
 constexpr const char* SnapshotHelp =
@@ -99,7 +109,7 @@ constexpr const char* WatchHelp =
     R"(usage: brvhost [options] watch [--seconds N]
 
 Shows the sources, then each one that appears (+) or disappears (-), and the module's log, until Ctrl-C or
-for N seconds.
+for N seconds. A source of two devices, such as a camera with its microphone, stays until both are removed.
 )";
 
 }  // namespace

@@ -43,7 +43,7 @@ double parseSeconds(const std::string& text) {
   double seconds = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
   if (error != std::errc() || end != text.data() + text.size() || !(seconds > 0 && seconds <= Longest)) {
-    throw UsageError("--seconds takes a number above 0, not \"" + text + "\"");
+    throw UsageError("--seconds takes a number above 0, up to 366 days, not \"" + text + "\"");
   }
   return seconds;
 }
@@ -130,7 +130,7 @@ class Reader {
     } else if (equals != std::string::npos) {
       throw UsageError(std::string(option.name) + " takes no value");
     }
-    if (option.commands != EveryCommand && !option.repeats &&
+    if ((option.takesValue || option.commands != EveryCommand) && !option.repeats &&
         std::find(_given.begin(), _given.end(), &option) != _given.end()) {
       throw UsageError(std::string(option.name) + " is given twice");
     }

@@ -1,10 +1,13 @@
+#include <algorithm>
 #include <chrono>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "Commands.h"
 #include "Failure.h"
 #include "Interrupt.h"
+#include "MediumWatch.h"
 #include "RecordReport.h"
 #include "Recorder.h"
 #include "SourceSettings.h"
@@ -13,11 +16,10 @@ namespace brvhost {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using Clock = MediumWatch::Clock;
 
 constexpr double PollSeconds = 0.02;
 constexpr double ProgressSeconds = 1;
-constexpr double IdleSeconds = 2;
 /// How much longer than asked a recording may take by the clock: a camera may be slow to begin, and frames may be
 /// missing.
 constexpr double GraceSeconds = 5;
@@ -26,60 +28,111 @@ double secondsBetween(Clock::time_point from, Clock::time_point to) {
   return std::chrono::duration<double>(to - from).count();
 }
 
-/// Sees when nothing comes any more.
-class IdleWatch {
+/// What ended a recording.
+enum class End { complete, failed, interrupted, idle, overdue, unplugged };
+
+/// One recording while it runs.
+class Take {
  public:
-  /// Whether samples have come, but none for IdleSeconds.
-  bool isIdle(std::int64_t sampleCount, Clock::time_point now) {
-    if (sampleCount != _lastCount) {
-      _lastCount = sampleCount;
-      _lastChange = now;
+  Take(Session& session, const Source& source, const Recorder& recorder, const Options& options, Console& console)
+      : _session(session), _source(source), _recorder(recorder), _options(options), _console(console) {
+    if (const auto* video = recorder.video()) watch("picture", *video);
+    if (const auto* audio = recorder.audio()) watch("sound", *audio);
+  }
+
+  /// Runs the main loop until the recording is over.
+  End run() {
+    Clock::time_point nextProgress = _start + std::chrono::seconds(1);
+    while (!_recorder.isComplete()) {
+      Session::pump(PollSeconds);
+      const Clock::time_point now = Clock::now();
+      const auto progress = [&] { return progressText(secondsBetween(_start, now), _recorder); };
+      if (Interrupt::requested()) return End::interrupted;
+      if (Interrupt::takeInquiry()) {
+        _console.line(progress() + "\n" + reportText(_recorder, _session.timing(_source.identifier).ticksPerSecond));
+      }
+      if (_recorder.failure()) return End::failed;  // what is left of the recording would hardly fare better
+      if (!_session.isPluggedIn(_source)) return End::unplugged;
+      for (MediumWatch& medium : _media) medium.look(now);
+      if (_options.untilIdle && allThatCameIsIdle()) return End::idle;
+      tellNews();
+      if (_options.seconds && isOverdue(secondsBetween(_start, now))) return End::overdue;
+      if (now >= nextProgress) {
+        _console.progress(progress());
+        nextProgress += std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(ProgressSeconds));
+      }
     }
-    return _lastCount > 0 && secondsBetween(_lastChange, now) >= IdleSeconds;
+    return End::complete;
+  }
+
+  /// What was missing of the media at that end; none when nothing was.
+  std::optional<std::string> shortfallAt(End end) const {
+    std::string text;
+    if (end == End::overdue) {
+      for (const MediumWatch& medium : _media) {
+        if (medium.isComplete()) continue;
+        text += (text.empty() ? "" : " and ") + formatted("the %s ended at %.3f s", medium.name(), medium.endSeconds());
+      }
+      return text + formatted(", not at the %g s asked for", *_options.seconds);
+    }
+    if (end != End::interrupted) return std::nullopt;
+    for (const MediumWatch& medium : _media) {
+      if (!medium.isIdle()) continue;
+      text += (text.empty() ? "" : ", and ") + formatted("no %s came after %.3f s", medium.name(), medium.endSeconds());
+    }
+    return text.empty() ? std::nullopt : std::optional(text);
   }
 
  private:
-  std::int64_t _lastCount = 0;
-  Clock::time_point _lastChange;
+  template <typename Track>
+  void watch(const char* name, const Track& track) {
+    const auto state = [&track] {
+      const auto statistics = track.statistics();
+      return MediumState{statistics.frames, statistics.endSeconds(), track.isComplete()};
+    };
+    _media.emplace_back(name, state, _start);
+  }
+
+  bool allThatCameIsIdle() const {
+    bool hasAnyCome = false;
+    for (const MediumWatch& medium : _media) {
+      hasAnyCome = hasAnyCome || medium.hasDelivered();
+      if (medium.hasDelivered() && !medium.isComplete() && !medium.isIdle()) return false;
+    }
+    return hasAnyCome;
+  }
+
+  /// At the end of a clip its media stop one soon after the other, which is what the user waits for.
+  void tellNews() {
+    constexpr double Soon = 1;
+    const bool isEnding = _options.untilIdle && std::all_of(_media.begin(), _media.end(), [](const auto& medium) {
+                            return medium.isComplete() || medium.silentSeconds() > MediumWatch::IdleSeconds - Soon;
+                          });
+    if (isEnding) return;
+    for (MediumWatch& medium : _media) {
+      if (const auto news = medium.takeNews()) _console.line(*news);
+    }
+  }
+
+  /// What has stopped and comes back later than asked for would belong to the recording no more.
+  bool isOverdue(double elapsedSeconds) const {
+    bool isAnyWanting = false;
+    bool isAnyToCome = false;
+    for (const MediumWatch& medium : _media) {
+      isAnyWanting = isAnyWanting || !medium.isComplete();
+      isAnyToCome = isAnyToCome || !(medium.isComplete() || (medium.hasDelivered() && medium.isIdle()));
+    }
+    return isAnyWanting && elapsedSeconds >= *_options.seconds + (isAnyToCome ? GraceSeconds : 0);
+  }
+
+  Session& _session;
+  const Source& _source;
+  const Recorder& _recorder;
+  const Options& _options;
+  Console& _console;
+  const Clock::time_point _start = Clock::now();
+  std::vector<MediumWatch> _media;
 };
-
-bool isPluggedIn(const Session& session, const Source& source) {
-  for (const Source& other : session.sources()) {
-    if (other.identifier == source.identifier) return true;
-  }
-  return false;
-}
-
-/// Runs the main loop until the recording is over. Returns what ended it before the user or the source's media did.
-std::optional<std::string> runUntilOver(Session& session, const Source& source, const Recorder& recorder,
-                                        const Options& options, Console& console) {
-  const Clock::time_point start = Clock::now();
-  Clock::time_point nextProgress = start + std::chrono::seconds(1);
-  IdleWatch idle;
-  while (!recorder.isComplete()) {
-    Session::pump(PollSeconds);
-    const Clock::time_point now = Clock::now();
-    if (Interrupt::requested()) return std::nullopt;
-    if (Interrupt::takeInquiry()) {
-      console.line(progressText(secondsBetween(start, now), recorder) + "\n" +
-                   reportText(recorder, session.timing(source.identifier).ticksPerSecond));
-    }
-    if (recorder.failure()) return std::nullopt;  // what is left of the recording would hardly fare better
-    if (!session.takeDeviceChanges().empty() && !isPluggedIn(session, source)) {
-      return source.identifier + " was unplugged";
-    }
-    const bool isIdle = idle.isIdle(recorder.sampleCount(), now);
-    if (options.untilIdle && isIdle) return std::nullopt;
-    if (options.seconds && secondsBetween(start, now) >= *options.seconds + GraceSeconds) {
-      return "the source did not deliver as much as was asked for";
-    }
-    if (now >= nextProgress) {
-      console.progress(progressText(secondsBetween(start, now), recorder));
-      nextProgress += std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(ProgressSeconds));
-    }
-  }
-  return std::nullopt;
-}
 
 }  // namespace
 
@@ -90,12 +143,13 @@ void recordSource(Session& session, const Options& options, std::ostream& out, C
 
   Recorder recorder(options.output, {source.providesVideo, source.providesAudio}, options.seconds,
                     [&session, &source] { return session.timing(source.identifier); });
-  std::optional<std::string> earlyEnd;
+  std::optional<Take> take;
+  End end = End::complete;
   std::int32_t ticksPerSecond = 0;
   {
     const RunningSource running(session, source);
     session.start(source, Recorder::videoArrived, Recorder::audioArrived, &recorder, [&] { recorder.arm(); });
-    earlyEnd = runUntilOver(session, source, recorder, options, console);
+    end = take.emplace(session, source, recorder, options, console).run();
     ticksPerSecond = session.timing(source.identifier).ticksPerSecond;
   }
   recorder.finish();
@@ -103,8 +157,9 @@ void recordSource(Session& session, const Options& options, std::ostream& out, C
 
   if (Interrupt::requested()) console.line("interrupted");
   out << reportText(recorder, ticksPerSecond) << std::flush;
-  if (const auto shortfall = shortfallOf(recorder)) throw Failure(*shortfall);
-  if (earlyEnd) throw Failure(*earlyEnd);
+  if (end == End::unplugged && !recorder.failure()) throw Failure(unpluggedText(source));
+  if (const auto shortfall = shortfallOf(recorder, session.takeError(source))) throw Failure(*shortfall);
+  if (const auto shortfall = take->shortfallAt(end)) throw Failure(*shortfall);
 }
 
 }  // namespace brvhost

@@ -1,5 +1,7 @@
 #include "RecordReport.h"
 
+#include <cmath>
+
 #include "Failure.h"
 
 namespace brvhost {
@@ -26,6 +28,22 @@ double soundSeconds(const AudioStatistics& sound) {
   return inSeconds(sound.frames, sound.format.sampleRate);
 }
 
+std::string framesText(std::int64_t frames) {
+  return count(frames) + (frames == 1 ? " frame" : " frames");
+}
+
+/// The first gaps, each `describe`d by what is missing; nothing where there are none.
+template <typename Describe>
+std::string gapsText(const Gaps& gaps, Describe&& describe) {
+  std::string text;
+  for (const Gap& gap : gaps.first()) {
+    text += (text.empty() ? "  gaps        " : ", ") + describe(gap.missing) + formatted(" at %.3f s", gap.position);
+  }
+  if (text.empty()) return text;
+  const std::size_t others = gaps.count() - gaps.first().size();
+  return text + (others > 0 ? formatted(", and %zu more\n", others) : "\n");
+}
+
 /// How the account of a track closes: what has not reached the file yet, and what every callback was.
 std::string balanceText(const TrackStatistics& statistics) {
   std::string text = ", not written " + count(statistics.notWritten);
@@ -48,7 +66,7 @@ std::string videoReport(const VideoTrack& track) {
                       static_cast<long long>(aspect.denominator));
   }
   text += "  frames      captured " + count(timeline.captured()) + ", delivered " + count(timeline.delivered()) +
-          ", dropped " + count(timeline.dropped()) + balanceText(video);
+          ", dropped " + count(timeline.gaps().missing()) + balanceText(video) + gapsText(timeline.gaps(), framesText);
   if (timeline.delivered() > 0) {
     text += stampsText(timeline.firstStamp(), timeline.firstTiming().ticksPerSecond, timeline.lastStamp(),
                        timeline.lastTiming().ticksPerSecond);
@@ -56,22 +74,45 @@ std::string videoReport(const VideoTrack& track) {
   return text;
 }
 
-std::string audioReport(const AudioTrack& track, std::int32_t ticksPerSecond) {
+/// `sourceTicks` is what the source counts in, and its sound too where that `isAlone`.
+std::string audioReport(const AudioTrack& track, std::int32_t sourceTicks, bool isAlone) {
   const AudioStatistics sound = track.statistics();
-  std::string text = track.path() + "\n";
-  text += formatted("  sound       %.3f s (%lld frames)", soundSeconds(sound), static_cast<long long>(sound.frames)) +
-          balanceText(sound);
+  const SoundTimeline& timeline = sound.timeline;
+  const auto secondsText = [&](std::int64_t frames) {
+    return formatted("%.3f s", inSeconds(frames, sound.format.sampleRate));
+  };
+  std::string text = track.path() + "\n  sound       " + secondsText(sound.frames) + " (" + framesText(sound.frames) +
+                     "), missing " + secondsText(timeline.gaps().missing()) + balanceText(sound) +
+                     gapsText(timeline.gaps(), secondsText);
   if (sound.recorded > 0) {
-    const std::int32_t ticks = soundTicksPerSecond(ticksPerSecond, sound.firstStamp, sound.lastStamp,
-                                                   sound.framesBeforeLast, sound.format.sampleRate);
-    text += stampsText(sound.firstStamp, ticks, sound.lastStamp, ticks);
+    const auto unit = [&](double measured) {
+      return isAlone && sound.recorded == 1 ? sourceTicks : soundTicksPerSecond(sourceTicks, measured);
+    };
+    text += stampsText(timeline.firstStamp(), unit(timeline.firstTicksPerSecond()), timeline.lastStamp(),
+                       unit(timeline.lastTicksPerSecond()));
   }
   return text;
 }
 
+/// Where the files of one take differ in length by more than their first and last samples can; otherwise nothing.
+std::string differenceText(const VideoTrack& videoTrack, const AudioTrack& audioTrack) {
+  constexpr double UsualFrames = 1.5;
+  const VideoStatistics video = videoTrack.statistics();
+  const AudioStatistics sound = audioTrack.statistics();
+  const FrameTiming& timing = video.timeline.firstTiming();  // the file's
+  if (!timing.isKnown() || video.frames == 0 || sound.frames == 0) return {};
+  const double frameSeconds = inSeconds(timing.frameDuration, timing.ticksPerSecond);
+  const double soundFrames = inSeconds(sound.frames - sound.notWritten, sound.format.sampleRate) / frameSeconds;
+  const double shorter = soundFrames - static_cast<double>(video.frames - video.notWritten);
+  if (std::abs(shorter) <= UsualFrames) return {};
+  return (shorter > 0 ? "the picture is " : "the sound is ") + framesText(std::llround(std::abs(shorter))) +
+         formatted(" (%.3f s) shorter than the ", std::abs(shorter) * frameSeconds) +
+         (shorter > 0 ? "sound\n" : "picture\n");
+}
+
 /// What is wrong with one track.
 std::optional<std::string> shortfall(const TrackStatistics& statistics, const std::string& path,
-                                     const char* nothingCame) {
+                                     const std::string& nothingCame) {
   if (statistics.failure) return statistics.failure;
   if (statistics.ending) return statistics.ending;
   if (statistics.frames == 0) return nothingCame;
@@ -86,8 +127,8 @@ std::string progressText(double elapsedSeconds, const Recorder& recorder) {
   std::string text = formatted("%02lld:%02lld:%02lld", seconds / 3600, seconds / 60 % 60, seconds % 60);
   if (recorder.video() != nullptr) {
     const VideoStatistics video = recorder.video()->statistics();
-    text += "  " + count(video.timeline.delivered()) + " frames, " + count(video.timeline.dropped()) + " dropped, " +
-            count(video.notWritten) + " not written";
+    text += "  " + count(video.timeline.delivered()) + " frames, " + count(video.timeline.gaps().missing()) +
+            " dropped, " + count(video.notWritten) + " not written";
   }
   if (recorder.audio() != nullptr) {
     text += formatted("  %.1f s of sound", soundSeconds(recorder.audio()->statistics()));
@@ -98,17 +139,21 @@ std::string progressText(double elapsedSeconds, const Recorder& recorder) {
 std::string reportText(const Recorder& recorder, std::int32_t ticksPerSecond) {
   std::string text;
   if (recorder.video() != nullptr) text += videoReport(*recorder.video());
-  if (recorder.audio() != nullptr) text += audioReport(*recorder.audio(), ticksPerSecond);
+  if (recorder.audio() != nullptr) text += audioReport(*recorder.audio(), ticksPerSecond, recorder.video() == nullptr);
+  if (recorder.video() != nullptr && recorder.audio() != nullptr) {
+    text += differenceText(*recorder.video(), *recorder.audio());
+  }
   return text;
 }
 
-std::optional<std::string> shortfallOf(const Recorder& recorder) {
+std::optional<std::string> shortfallOf(const Recorder& recorder, const std::string& sourceError) {
+  const std::string reason = sourceError.empty() ? "" : ": " + sourceError;
   std::optional<std::string> found;
-  if (recorder.video() != nullptr) {
-    found = shortfall(recorder.video()->statistics(), recorder.video()->path(), "no picture came from the source");
+  if (const VideoTrack* video = recorder.video()) {
+    found = shortfall(video->statistics(), video->path(), "no picture came from the source" + reason);
   }
-  if (!found && recorder.audio() != nullptr) {
-    found = shortfall(recorder.audio()->statistics(), recorder.audio()->path(), "no sound came from the source");
+  if (const AudioTrack* audio = recorder.audio(); !found && audio != nullptr) {
+    found = shortfall(audio->statistics(), audio->path(), "no sound came from the source" + reason);
   }
   return found;
 }

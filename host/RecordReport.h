@@ -15,7 +15,8 @@ std::string progressText(double elapsedSeconds, const Recorder& recorder);
 /// The account of a recording, finished or not, several lines. `ticksPerSecond` is what the source counts in.
 std::string reportText(const Recorder& recorder, std::int32_t ticksPerSecond);
 
-/// Why a finished recording is not whole; none when it is.
-std::optional<std::string> shortfallOf(const Recorder& recorder);
+/// Why a finished recording is not whole; none when it is. `sourceError` is what the source says of a medium that never
+/// came, empty for nothing.
+std::optional<std::string> shortfallOf(const Recorder& recorder, const std::string& sourceError);
 
 }  // namespace brvhost

@@ -34,10 +34,6 @@ bool Recorder::isComplete() const {
   return (!_video || _video->isComplete()) && (!_audio || _audio->isComplete());
 }
 
-std::int64_t Recorder::sampleCount() const {
-  return (_video ? _video->statistics().frames : 0) + (_audio ? _audio->statistics().frames : 0);
-}
-
 std::optional<std::string> Recorder::failure() const {
   std::optional<std::string> failure;
   if (_video) failure = _video->statistics().failure;

@@ -42,8 +42,6 @@ class Recorder {
 
   /// Whether every medium is at its limit or has ended.
   bool isComplete() const;
-  /// Samples taken so far; stands still when the source does.
-  std::int64_t sampleCount() const;
   /// The first thing that went wrong in writing, for people.
   std::optional<std::string> failure() const;
 

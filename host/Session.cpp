@@ -76,6 +76,10 @@ const char* Source::kind() const {
   return providesAudio ? "audio" : "no media";
 }
 
+std::string unpluggedText(const Source& source) {
+  return source.identifier + " was unplugged";
+}
+
 Session::Session(Module& module, Console* console, const std::string& language) : _module(module) {
   _module->registerLocalizeStringCallback(localize);
   _module->intitializeLibrary();
@@ -96,8 +100,7 @@ std::vector<Source> Session::sources() const {
   const int count = _module->getSourceCount();
   for (int index = 0; index < count; ++index) {
     Source source;
-    source.identifier =
-        textOf([&](char* buffer, int* length) { _module->getSourceId(nullptr, index, buffer, length); });
+    source.identifier = identifierAt(index);
     const char* const identifier = source.identifier.c_str();
     const auto supports = [&](const char* name) {
       return _module->sourceSupportsProperty(nullptr, identifier, name) != 0;
@@ -119,10 +122,30 @@ Source Session::find(const std::string& wanted) const {
   const std::vector<std::size_t> matches = matchSource(identifiers, wanted);
   if (matches.size() == 1) return std::move(known[matches.front()]);
 
-  std::string message = "\"" + wanted + (matches.empty() ? "\" is no source" : "\" fits several sources");
-  message += known.empty() ? "; there are none" : "; there are:";
-  for (std::size_t i = 0; i < identifiers.size(); ++i) message += formatted("\n  %zu  ", i) + identifiers[i];
+  std::string message = "\"" + wanted;
+  if (known.empty()) throw UsageError(message + "\" is no source; there are none");
+  message += matches.empty() ? "\" is no source; there are:" : "\" fits several sources:";
+  for (std::size_t i = 0; i < identifiers.size(); ++i) {
+    const bool isListed = matches.empty() || std::find(matches.begin(), matches.end(), i) != matches.end();
+    if (isListed) message += formatted("\n  %zu  ", i) + identifiers[i];
+  }
   throw UsageError(message);
+}
+
+std::string Session::identifierAt(int index) const {
+  return textOf([&](char* buffer, int* length) { _module->getSourceId(nullptr, index, buffer, length); });
+}
+
+std::optional<int> Session::indexOf(const Source& source) const {
+  const int count = _module->getSourceCount();
+  for (int index = 0; index < count; ++index) {
+    if (identifierAt(index) == source.identifier) return index;
+  }
+  return std::nullopt;
+}
+
+void Session::requirePluggedIn(const Source& source) const {
+  if (!isPluggedIn(source)) throw Failure(unpluggedText(source));
 }
 
 FrameTiming Session::timing(const std::string& identifier) const {
@@ -152,6 +175,15 @@ int Session::setSettings(const Source& source, const std::string& record) {
 
 std::string Session::errorMessage(int code) const {
   return textOf([&](char* buffer, int* length) { _module->getErrorMessage(nullptr, nullptr, code, buffer, length); });
+}
+
+std::string Session::takeError(const Source& source) const {
+  constexpr int OfNoSource = 1;  // brings up the last message again
+  const auto index = indexOf(source);
+  if (!index) return {};
+  const std::string former = errorMessage(OfNoSource);
+  std::string message = errorMessage(-*index);
+  return message == former ? std::string() : message;
 }
 
 void Session::registerCallbacks(const Source& source, BRV_VideoDataArrivedCallback video,

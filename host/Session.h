@@ -3,6 +3,7 @@
 // The module in use: initialised, its services registered, its sources known. Made, called and destroyed by the main
 // thread, but for what is marked otherwise.
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,9 @@ struct Source {
   friend bool operator==(const Source&, const Source&) = default;
 };
 
+/// What is said of a source that has gone.
+std::string unpluggedText(const Source& source);
+
 class Session {
  public:
   /// Starts the library and looks for devices. The log goes to `console`, or with null nowhere. Module and console are
@@ -39,8 +43,14 @@ class Session {
   /// The sources of this moment, in the module's order.
   std::vector<Source> sources() const;
 
-  /// The source that `wanted` means. Throws UsageError, with the sources there are, unless that is exactly one.
+  /// The source that `wanted` means. Throws UsageError, with those that it can mean, or else all that there are, unless
+  /// that is exactly one.
   Source find(const std::string& wanted) const;
+
+  /// Whether the source is still there; it is as long as one of its devices is.
+  bool isPluggedIn(const Source& source) const { return indexOf(source).has_value(); }
+  /// Throws Failure when it is not.
+  void requirePluggedIn(const Source& source) const;
 
   /// How a source counts time. Any thread, data callbacks included.
   FrameTiming timing(const std::string& identifier) const;
@@ -56,6 +66,10 @@ class Session {
 
   /// The module's text for a code; empty when it has none.
   std::string errorMessage(int code) const;
+
+  /// What the module has to say of the source, such as why a device of it cannot be opened; once, then empty. An error
+  /// in the very words of the last one that the module told, of whichever source, cannot be told from none.
+  std::string takeError(const Source& source) const;
 
   /// Registers the callbacks of what the source provides, with `context` behind them, stops the source, and calls
   /// `ready`. Then starts it for good, in the format that the first start chose: every sample from its first on comes
@@ -84,6 +98,9 @@ class Session {
   void startAgain(const Source& source, BRV_VideoDataArrivedCallback video, BRV_AudioDataArrivedCallback audio,
                   void* context) const;
   void disconnect() const;
+
+  std::string identifierAt(int index) const;
+  std::optional<int> indexOf(const Source& source) const;
 
   static void deviceStateChanged(void* context, int state);
 

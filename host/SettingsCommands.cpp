@@ -42,11 +42,13 @@ void showSource(Session& session, const Options& options, std::ostream& out) {
   const Source source = session.find(options.source);
   // First of all a start: it is when the module chooses a format, and with it the frame rates.
   const Glimpse glimpse = glimpseOf(session, source);
+  session.requirePluggedIn(source);
   out << source.identifier << "  (" << source.kind() << (source.isHDV ? ", HDV" : "") << ")\n";
   for (const Parameter& parameter : parametersOf(session, source)) {
     out << "  " << parameter.name << "\n" << optionsTable(parameter);
   }
   out << describe(glimpse);
+  if (const std::string error = session.takeError(source); !error.empty()) out << "  error           " << error << "\n";
 }
 
 int setSource(Session& session, const Options& options, std::ostream& out) {

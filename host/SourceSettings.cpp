@@ -29,6 +29,7 @@ std::string refusalText(const Source& source, const SettingsOutcome& outcome) {
 }  // namespace
 
 std::vector<Parameter> parametersOf(const Session& session, const Source& source) {
+  session.requirePluggedIn(source);
   const std::vector<Setting> selections = settingsInRecord(session.settings(source));
   std::vector<Parameter> parameters;
   for (const char* name : ParameterNames) {

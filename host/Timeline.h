@@ -1,10 +1,11 @@
 #pragma once
 
-// What the time stamps of a recording say: how many frames are missing between two that came, where a frame lies in
-// the recording, and in which unit a source counts its sound.
+// What the time stamps of a recorded picture say: how many frames are missing between two that came, and where a frame
+// lies in the recording.
 
 #include <cstdint>
 
+#include "Gaps.h"
 #include "Rational.h"
 
 namespace brvhost {
@@ -29,16 +30,24 @@ class VideoTimeline {
   /// Where the frame with this stamp would begin, in seconds after the first frame.
   double positionOf(std::int64_t stamp, const FrameTiming& timing) const;
 
-  /// Whether more than half of that frame lies behind `seconds`: it then belongs to the recording no more.
+  /// Where the last frame ends, in seconds after the first began.
+  double endSeconds() const;
+
+  /// Whether more than half of that frame lies behind `seconds`: it then belongs to the recording no more. The first
+  /// frame always does.
   bool liesBehind(double seconds, std::int64_t stamp, const FrameTiming& timing) const;
 
   /// The next frame. One without known timing is taken for the next after the last; across a change of unit nothing is
   /// known to be missing.
   void add(std::int64_t stamp, const FrameTiming& timing);
 
+  /// The recording ends at `seconds`, in front of a frame that lies behind them: those which lack until there are
+  /// missing.
+  void endAt(double seconds, std::int64_t stamp, const FrameTiming& timing);
+
   std::int64_t delivered() const { return _delivered; }
-  std::int64_t dropped() const { return _dropped; }
-  std::int64_t captured() const { return _delivered + _dropped; }
+  const Gaps& gaps() const { return _gaps; }
+  std::int64_t captured() const { return _delivered + _gaps.missing(); }
   std::int64_t firstStamp() const { return _firstStamp; }
   std::int64_t lastStamp() const { return _lastStamp; }
   /// The timing behind those two stamps, of the first and last frame that had any.
@@ -49,7 +58,7 @@ class VideoTimeline {
   bool continues(const FrameTiming& timing) const;
 
   std::int64_t _delivered = 0;
-  std::int64_t _dropped = 0;
+  Gaps _gaps;
   std::int64_t _unstamped = 0;  ///< frames without known timing since the last one with it
   std::int64_t _firstStamp = 0;
   std::int64_t _lastStamp = 0;
@@ -57,14 +66,6 @@ class VideoTimeline {
   FrameTiming _lastTiming;
   double _lastPosition = 0;
 };
-
-/// The ticks per second in which sound is counted. Sound that shares its device with a picture is stamped in the
-/// source's ticks, while a microphone of its own keeps its own, which no entry point tells: so the stamps are held
-/// against the amount of sound between them. `frames` of sound at `sampleRate` came between the two stamps. Answers
-/// `sourceTicksPerSecond` where that fits, otherwise the customary rate that does, or else the measured one; 0 when
-/// nothing can be said.
-std::int32_t soundTicksPerSecond(std::int32_t sourceTicksPerSecond, std::int64_t firstStamp, std::int64_t lastStamp,
-                                 std::int64_t frames, std::int32_t sampleRate);
 
 /// Ticks as seconds; 0 for an unknown unit.
 inline double inSeconds(std::int64_t stamp, std::int32_t ticksPerSecond) {

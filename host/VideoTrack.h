@@ -18,6 +18,9 @@ namespace brvhost {
 struct VideoStatistics : TrackStatistics {
   VideoTimeline timeline;           ///< of the frames that were delivered
   std::optional<Y4MFormat> format;  ///< once the first frame is written
+
+  /// Where the last frame ends, in seconds after the first began.
+  double endSeconds() const { return timeline.endSeconds(); }
 };
 
 /// A frame on its way to the writer.

@@ -68,7 +68,27 @@ std::shared_ptr<hardware::Device> knownDevice(std::string_view uniqueID) {
   return nullptr;
 }
 
-OSStatus translateDeviceForUID(const AudioValueTranslation& translation) {
+/// Writes as many of the known devices' IDs as there is room for.
+OSStatus listDevices(UInt32 dataSize, UInt32* dataUsed, void* data) {
+  const auto listed = AVCaptureDevice::devices();
+  const auto provider = CaptureDeviceRegistry::shared().provider();
+  if (!provider || !provider->canListDevices()) return kCMIOHardwareUnspecifiedError;
+  UInt32 used = 0;
+  for (const auto& device : listed) {
+    if (dataSize - used < sizeof(CMIOObjectID)) break;
+    if (!knownDevice(device->uniqueID())) continue;
+    const CMIOObjectID objectID = objectIDs().of(device->uniqueID());
+    std::memcpy(static_cast<char*>(data) + used, &objectID, sizeof objectID);
+    used += sizeof objectID;
+  }
+  if (dataUsed) *dataUsed = used;
+  return kCMIOHardwareNoError;
+}
+
+OSStatus translateDeviceForUID(UInt32 dataSize, UInt32* dataUsed, void* data) {
+  AudioValueTranslation translation;
+  if (dataSize != sizeof translation) return kCMIOHardwareBadPropertySizeError;
+  std::memcpy(&translation, data, sizeof translation);
   if (!translation.mInputData || translation.mInputDataSize != sizeof(CFStringRef) || !translation.mOutputData ||
       translation.mOutputDataSize != sizeof(CMIOObjectID)) {
     return kCMIOHardwareBadPropertySizeError;
@@ -80,6 +100,7 @@ OSStatus translateDeviceForUID(const AudioValueTranslation& translation) {
 
   const CMIOObjectID objectID = objectIDs().of(uniqueID);
   std::memcpy(translation.mOutputData, &objectID, sizeof objectID);
+  if (dataUsed) *dataUsed = sizeof translation;
   return kCMIOHardwareNoError;
 }
 
@@ -103,14 +124,11 @@ OSStatus CMIOObjectSetPropertyData(CMIOObjectID objectID, const CMIOObjectProper
 OSStatus CMIOObjectGetPropertyData(CMIOObjectID objectID, const CMIOObjectPropertyAddress* address, UInt32, const void*,
                                    UInt32 dataSize, UInt32* dataUsed, void* data) {
   if (objectID != kCMIOObjectSystemObject) return kCMIOHardwareBadObjectError;
-  if (!isGlobal(address, kCMIOHardwarePropertyDeviceForUID)) return kCMIOHardwareUnknownPropertyError;
-  AudioValueTranslation translation;
-  if (!data || dataSize != sizeof translation) return kCMIOHardwareBadPropertySizeError;
-  std::memcpy(&translation, data, sizeof translation);
+  const bool isList = isGlobal(address, kCMIOHardwarePropertyDevices);
+  if (!isList && !isGlobal(address, kCMIOHardwarePropertyDeviceForUID)) return kCMIOHardwareUnknownPropertyError;
+  if (!data) return kCMIOHardwareBadPropertySizeError;
   try {
-    const OSStatus status = translateDeviceForUID(translation);
-    if (status == kCMIOHardwareNoError && dataUsed) *dataUsed = sizeof translation;
-    return status;
+    return isList ? listDevices(dataSize, dataUsed, data) : translateDeviceForUID(dataSize, dataUsed, data);
   } catch (const std::exception&) {
     return kCMIOHardwareUnspecifiedError;
   }
@@ -119,7 +137,7 @@ OSStatus CMIOObjectGetPropertyData(CMIOObjectID objectID, const CMIOObjectProper
 Boolean CMIOObjectHasProperty(CMIOObjectID objectID, const CMIOObjectPropertyAddress* address) {
   if (objectID == kCMIOObjectSystemObject) {
     return isGlobal(address, kCMIOHardwarePropertyAllowScreenCaptureDevices) ||
-           isGlobal(address, kCMIOHardwarePropertyDeviceForUID);
+           isGlobal(address, kCMIOHardwarePropertyDeviceForUID) || isGlobal(address, kCMIOHardwarePropertyDevices);
   }
   if (!isGlobal(address, kCMIODevicePropertyVideoDigitizerComponents)) return false;
   try {

@@ -1,7 +1,7 @@
 #pragma once
 
-// Properties of the capture layer below the devices: whether screen-capture devices are admitted, which
-// object stands for a device, and whether it has a video digitizer.
+// Properties of the capture layer below the devices: which there are, whether screen-capture devices are admitted,
+// which object stands for a device, and whether it has a video digitizer.
 
 #include <CoreFoundation/CFBase.h>
 
@@ -22,6 +22,7 @@ enum { kCMIOObjectSystemObject = 1 };
 enum { kCMIOObjectPropertyScopeGlobal = 0x676C6F62 /* 'glob' */ };
 enum { kCMIOObjectPropertyElementMaster = 0 };
 enum {
+  kCMIOHardwarePropertyDevices = 0x64657623,                    // 'dev#'
   kCMIOHardwarePropertyAllowScreenCaptureDevices = 0x79657320,  // 'yes '
   kCMIOHardwarePropertyDeviceForUID = 0x64756964,               // 'duid'
 };
@@ -43,11 +44,16 @@ OSStatus CMIOObjectSetPropertyData(CMIOObjectID objectID, const CMIOObjectProper
                                    UInt32 qualifierDataSize, const void* qualifierData, UInt32 dataSize,
                                    const void* data);
 
-/// Reads a property into `data`; `*dataUsed` (may be null) is the number of bytes written. Known on the system object:
+/// Reads a property into `data`; `*dataUsed` (may be null) is the number of bytes written. Any thread. Known on the
+/// system object:
+///
 /// kCMIOHardwarePropertyDeviceForUID, for which `data` is an AudioValueTranslation from the address of a CFStringRef to
 /// that of a CMIOObjectID. A unique ID that is not of a device plugged in now, with pictures, that this layer knows,
 /// gives kCMIOHardwareBadDeviceError and leaves the output as it was. A device keeps its object ID for the life of the
-/// process. Any thread.
+/// process.
+///
+/// kCMIOHardwarePropertyDevices, the CMIOObjectIDs of such devices, as many as `dataSize` has room for;
+/// kCMIOHardwareUnspecifiedError where what is plugged in cannot be found out, which is not the same as nothing.
 OSStatus CMIOObjectGetPropertyData(CMIOObjectID objectID, const CMIOObjectPropertyAddress* address,
                                    UInt32 qualifierDataSize, const void* qualifierData, UInt32 dataSize,
                                    UInt32* dataUsed, void* data);

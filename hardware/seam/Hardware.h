@@ -166,6 +166,9 @@ class Provider {
 
   virtual ~Provider() = default;
 
+  /// False where what is plugged in cannot be found out: `devices` is empty then, but not because nothing is there.
+  virtual bool canListDevices() { return true; }
+
   /// The devices plugged in now, in the order in which the system lists them.
   virtual std::vector<std::shared_ptr<Device>> devices() = 0;
 

@@ -27,14 +27,23 @@ SystemState& state() {
   return *state;
 }
 
-simulated::Rig environmentRig() {
+/// The machine of a rig that cannot be read.
+class UnknownMachine final : public Provider {
+ public:
+  bool canListDevices() override { return false; }
+  std::vector<std::shared_ptr<Device>> devices() override { return {}; }
+  void setEventHandler(EventHandler) override {}
+  FireWireBus fireWireBus() override { return {0, std::vector<FireWireUnit>()}; }
+};
+
+std::shared_ptr<Provider> environmentProvider() {
   const char* path = std::getenv("CAPTURE_RIG");  // NOLINT(concurrency-mt-unsafe): read once, early
-  const auto rig = path && *path ? simulated::loadRig(path) : simulated::parseRig(simulated::demoRigText(), "demo rig");
+  auto rig = path && *path ? simulated::loadRig(path) : simulated::parseRig(simulated::demoRigText(), "demo rig");
   if (const auto* error = std::get_if<simulated::RigError>(&rig)) {
     std::fprintf(stderr, "%s\n", error->message().c_str());
-    return {};
+    return std::make_shared<UnknownMachine>();
   }
-  return std::get<simulated::Rig>(rig);
+  return std::make_shared<simulated::Provider>(std::get<simulated::Rig>(std::move(rig)));
 }
 
 }  // namespace
@@ -42,7 +51,7 @@ simulated::Rig environmentRig() {
 std::shared_ptr<Provider> systemProvider() {
   std::lock_guard lock(state().mutex);
   if (state().installed) return state().installed;
-  if (!state().own) state().own = std::make_shared<simulated::Provider>(environmentRig());
+  if (!state().own) state().own = environmentProvider();
   return state().own;
 }
 

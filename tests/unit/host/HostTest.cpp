@@ -32,6 +32,13 @@ std::string soundHeader(std::size_t dataBytes) {
   return {header.begin(), header.end()};
 }
 
+struct UnknownMachine : hardware::Provider {
+  bool canListDevices() override { return false; }
+  std::vector<std::shared_ptr<hardware::Device>> devices() override { return {}; }
+  void setEventHandler(EventHandler) override {}
+  hardware::FireWireBus fireWireBus() override { return {}; }
+};
+
 /// Runs brvhost's commands with the real module. Its devices deliver as fast as they are read: a camera plays a clip
 /// of 40 frames, each filled with its number, and loses two of them; its microphone plays a second of noise.
 class HostTest : public FrameworkTest {
@@ -51,9 +58,10 @@ class HostTest : public FrameworkTest {
         "\n[device]\nid = desk\nname = Desk\nmedia = video\npacing = consumer\n"
         "video format = 80x60 yuvs, rates 25, name \"Narrow\"\n"
         "video format = 160x90 yuvs, rates 29.97 14.985, name \"Wide\"\n"
-        "[device]\nid = busy\nname = Busy\nmedia = video\nvideo format = 80x60 yuvs, rates 25\n"
+        "[device]\nid = busy\nname = Busy\nmedia = video\nlinks = shut\nvideo format = 80x60 yuvs, rates 25\n"
         "configuration failure = It is locked.\n"
         "[device]\nid = broken\nname = Broken\nmedia = audio\naudio format = 48000 Hz\nopen failure = It is in use.\n"
+        "[device]\nid = shut\nname = Shut\nmedia = audio\naudio format = 48000 Hz\nopen failure = It is taken.\n"
         "[device]\nid = lone\nname = Lone\nmedia = audio\npacing = consumer\naudio format = 48000 Hz\n");
   }
   ~HostTest() override {
@@ -101,7 +109,8 @@ class HostTest : public FrameworkTest {
 TEST_F(HostTest, ListsSourcesInTheHostsLanguageAndKeepsTheLogToItselfWhenAskedTo) {
   const std::string expected =
       "System Devices: 4 sources\n0  Camera Video  (video+audio)\n     device   mic\n1  Desk Video  (video)\n"
-      "     device   desk\n2  Busy Video  (video)\n     device   busy\n3  Lone Audio  (audio)\n     device   lone\n";
+      "     device   desk\n2  Busy Video  (video+audio)\n     error    It is taken.\n"
+      "3  Lone Audio  (audio)\n     device   lone\n";
   EXPECT_EQ(host({"list", "--quiet"}), expected);
   EXPECT_EQ(_folder.contents("log"), "");
   EXPECT_EQ(host({"list"}), expected);
@@ -122,12 +131,14 @@ TEST_F(HostTest, RecordsExactlyWhatWasAskedForFromTheFirstFrameOfTheFinalStart) 
                 "  picture     18 x 2, 30000/1001 frames a second, pixels 10:11\n"
                 "  frames      captured 30, delivered 28, dropped 2, not written 0\n"
                 "  callbacks   ?: recorded 28, before or after ?, unusable 0\n"
+                "  gaps        2 frames at 0.100 s\n"
                 "  time stamps first 0 (0.000 s), last 29029 (0.968 s), 30000 ticks a second\n" +
                 _take +
                 ".wav\n"
-                "  sound       1.000 s (44100 frames), not written 0\n"
+                "  sound       1.000 s (44100 frames), missing 0.000 s, not written 0\n"
                 "  callbacks   ?: recorded 87, before or after ?, unusable 0\n"
-                "  time stamps first 0 (0.000 s), last 44032 (0.998 s), 44100 ticks a second\n");
+                "  time stamps first 0 (0.000 s), last 44032 (0.998 s), 44100 ticks a second\n"
+                "the picture is 2 frames (0.066 s) shorter than the sound\n");
 }
 
 TEST_F(HostTest, FinishesTheFilesOfASourceThatIsInterruptedAfterAnInquiryOrUnpluggedOrHasOneMediumOnly) {
@@ -212,7 +223,22 @@ TEST_F(HostTest, RecordsWithTheSettingsOverAllStartsAndNothingWhereOneDoesNotHol
   for (const char* file : {"none.y4m", "none.wav"}) EXPECT_FALSE(_folder.contains(file)) << file;
 }
 
-TEST_F(HostTest, SaysWhatIsWrongWithACommandOrAModule) {
+TEST_F(HostTest, TellsASourceThatIsUnpluggedWhileItStartsWhateverWasToBeDoneWithIt) {
+  static hardware::simulated::Provider* provider;  // for a plain function, which runs while the camera settles
+  provider = _provider.get();
+  zThread::SetSleepFunction([](unsigned) { std::thread([] { provider->unplug("desk"); }).join(); });
+  for (const std::vector<std::string>& command :
+       std::vector<std::vector<std::string>>{{"show", "desk"},
+                                             {"set", "desk", "video=0"},
+                                             {"snapshot", "desk", _take},
+                                             {"record", "desk", "--output", _take},
+                                             {"record", "desk", "--output", _take, "--set", "video=0"}}) {
+    EXPECT_THAT(host(command, ExitFailed), EndsWith("Desk Video was unplugged")) << command.front();
+    EXPECT_TRUE(_provider->plug("desk"));
+  }
+}
+
+TEST_F(HostTest, SaysWhatIsWrongWithACommandAModuleOrTheMachine) {
   EXPECT_THAT(host({"record", "cellar", "--output", _take}, ExitWrongUse),
               HasSubstr("\"cellar\" is no source; there are:\n  0  Camera Video\n  1  Desk Video"));
   EXPECT_THAT(host({"snapshot", "lone", _take}, ExitFailed), HasSubstr("Lone Audio has no picture"));
@@ -220,6 +246,12 @@ TEST_F(HostTest, SaysWhatIsWrongWithACommandOrAModule) {
               HasSubstr("cannot create /nowhere/take.y4m: No such file or directory"));
   EXPECT_THAT(host({"list"}, ExitFailed, "/nowhere/module.so"), HasSubstr("/nowhere/module.so"));
   EXPECT_THAT(host({"list"}, ExitFailed, OTHER_LIBRARY), HasSubstr("it lacks BRV_IntitializeLibrary, BRV_"));
+  const std::string camera = "\nmedia = video\nvideo format = 80x60 yuvs, rates 25\n";
+  rigs::install("[device]\nid = 1\nname = Cam 1" + camera + "[device]\nid = 2\nname = Eye" + camera +
+                "[device]\nid = 3\nname = Cam 3" + camera);
+  EXPECT_EQ(host({"show", "cam"}, ExitWrongUse), "\"cam\" fits several sources:\n  0  Cam 1 Video\n  2  Cam 3 Video");
+  hardware::installSystemProvider(std::make_shared<UnknownMachine>());
+  EXPECT_EQ(host({"list"}, ExitFailed), "what is plugged into this machine cannot be found out");
 }
 
 }  // namespace

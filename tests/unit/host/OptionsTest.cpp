@@ -37,7 +37,9 @@ TEST(OptionsTest, RefusesWhatItDoesNotUnderstand) {
       {{"record", "My", "Camera", "--output", "a"}, "\"Camera\" is too much"},
       {{"record", "0", "--output", "a", "--until-idle=yes"}, "--until-idle takes no value"},
       {{"set", "0", "fps=1", "fps"}, "not \"fps\""},
+      {{"--rig", "a", "list", "--rig", "b"}, "--rig is given twice"},
       {{"watch", "--seconds", "0"}, "not \"0\""},
+      {{"watch", "--seconds", "1e9"}, "up to 366 days, not \"1e9\""},
       {{"watch", "--seconds", "3s"}, "not \"3s\""},
       {{"watch", "--seconds", "nan"}, "not \"nan\""},
   };

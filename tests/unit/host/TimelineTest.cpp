@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 #include <limits>
 
 #include "Rational.h"
+#include "SoundTimeline.h"
 
 namespace brvhost {
 namespace {
@@ -36,43 +38,76 @@ TEST(TimelineTest, ReadsMissingFramesFromGaps) {
 TEST(TimelineTest, CountsGapsExceptAroundUnstampedFramesAndWhereTheUnitChanges) {
   VideoTimeline timeline;
   for (const std::int64_t frame : {7, 8, 11, 12, 14}) timeline.add(frame * 1'001, NTSC);
-  EXPECT_TRUE(timeline.dropped() == 3 && timeline.captured() == 8);
+  EXPECT_TRUE(timeline.gaps().missing() == 3 && timeline.captured() == 8);
+  EXPECT_NEAR(timeline.gaps().first()[1].position, 6 * 1'001.0 / 30'000, 1e-9);
 
   for (const std::int64_t frame : {16, 19}) {
     timeline.add(0, {0, 0});
     timeline.add(frame * 1'001, NTSC);
   }
   timeline.add(9'000'000, {90'000, 3'003});
-  EXPECT_EQ(timeline.dropped(), 4);
+  EXPECT_EQ(timeline.gaps().missing(), 4);
   EXPECT_EQ(timeline.firstStamp(), 7'007);
   EXPECT_NEAR(timeline.positionOf(9'003'003, {90'000, 3'003}), 14 * 1'001.0 / 30'000, 1e-9);
 }
 
 TEST(TimelineTest, SecondsHoldTheFramesWhoseMiddleLiesInThem) {
-  for (const auto& [seconds, expected] : {std::pair{3.0, 90}, {1 / 30.0, 1}, {0.083, 2}, {0.084, 3}}) {
+  for (const auto& [seconds, expected] : {std::pair{3.0, 90}, {1 / 30.0, 1}, {0.083, 2}, {0.084, 3}, {1e-9, 1}}) {
     VideoTimeline timeline;
     int frame = 0;
     for (; !timeline.liesBehind(seconds, 1'000 + frame * 1'001, NTSC); ++frame)
       timeline.add(1'000 + frame * 1'001, NTSC);
-    EXPECT_EQ(frame, expected) << seconds;
+    timeline.endAt(seconds, 1'000 + frame * 1'001, NTSC);
+    EXPECT_TRUE(frame == expected && timeline.captured() == expected) << seconds;
+    timeline.endAt(seconds + 0.1, 1'000'000'000, NTSC);
+    EXPECT_NEAR(static_cast<double>(timeline.captured()), (seconds + 0.1) * 30'000 / 1'001, 0.5) << seconds;
   }
 }
 
-TEST(TimelineTest, FindsTheUnitOfASoundsTimeStamps) {
+TEST(SoundTimelineTest, FindsTheUnitOfTheStampsAndTheGapsWhicheverComesFirst) {
   struct Case {
     const char* what;
     std::int32_t source;
-    std::int64_t first, last, frames;
+    std::function<std::int64_t(std::int64_t)> stampOf;  ///< of each of 200 runs of 441 frames
     std::int32_t ticks;
+    std::int64_t missing;
   };
-  for (const Case& c : {Case{"sound in the source's own unit", 30'000, 0, 60'000, 88'200, 30'000},
-                        {"a microphone beside a camera", 30'000, 48'000, 3 * 48'000, 88'200, 48'000},
-                        {"with drift and a short last run", 30'000, 0, 96'100, 88'000, 48'000},
-                        {"an unknown unit", -1, 0, 88'200, 88'200, 44'100},
-                        {"stamps that stand still", 600, 5, 5, 88'200, 600},
-                        {"absurd stamps", 600, Smallest, Largest, 1, 0}}) {
-    EXPECT_EQ(soundTicksPerSecond(c.source, c.first, c.last, c.frames, 44'100), c.ticks) << c.what;
+  for (const Case& c : {
+           Case{"sound in the source's own unit", 30'000, [](auto run) { return 300 * run; }, 30'000, 0},
+           {"a microphone beside a camera", 30'000, [](auto run) { return 480 * run; }, 48'000, 0},
+           {"late and early by a quarter, and drifting", 600, [](auto run) { return 481 * run + run % 2 * 240; },
+            48'000, 0},
+           {"a coarse unit", -1, [](auto run) { return 6 * run + run / 10; }, 600, 0},
+           {"a gap at the beginning", 600, [](auto run) { return 480 * run + (run > 0 ? 9'600 : 0); }, 48'000,
+            20 * 441},
+           {"a gap later", 600, [](auto run) { return 480 * run + (run > 99 ? 48'000 : 0); }, 48'000, 44'100},
+           {"single runs lost throughout", 600, [](auto run) { return 480 * (run + run / 5); }, 48'000, 39 * 441},
+           {"stamps that stand still", 600, [](auto) { return 5; }, 0, 0},
+           {"stamps that go back once", 600, [](auto run) { return run < 50 ? run * 480 : run * 480 - 9'000; }, 48'000,
+            0},
+           {"absurd stamps", 600, [](auto run) { return run % 2 == 0 ? Smallest : Largest; }, 0, 0},
+       }) {
+    SoundTimeline timeline;
+    for (int run = 0; run < 200; ++run) timeline.add(c.stampOf(run), 441, 44'100, false);
+    EXPECT_EQ(soundTicksPerSecond(c.source, timeline.lastTicksPerSecond()), c.ticks) << c.what;
+    EXPECT_NEAR(static_cast<double>(timeline.gaps().missing()), static_cast<double>(c.missing), 0.01 * 441) << c.what;
   }
+}
+
+TEST(SoundTimelineTest, TellsPlacesInTheRecordingAndLosesNothingWhereTheUnitChanges) {
+  SoundTimeline timeline;
+  for (const std::int64_t stamp : {0, 480, 960, 2'400}) timeline.add(stamp, 441, 44'100, stamp == 0);
+  timeline.add(90'000'000, 441, 44'100, true);
+  EXPECT_EQ(timeline.lastTicksPerSecond(), 0);
+  EXPECT_EQ(timeline.positionOf(90'003'600, 441, false), 7 * 441);  // as far as is known
+  for (const std::int64_t stamp : {90'000'900, 90'001'800, 90'003'600}) timeline.add(stamp, 441, 44'100, false);
+
+  EXPECT_EQ(soundTicksPerSecond(600, timeline.firstTicksPerSecond()), 48'000);
+  EXPECT_EQ(soundTicksPerSecond(600, timeline.lastTicksPerSecond()), 90'000);
+  ASSERT_EQ(timeline.gaps().count(), 2U);
+  EXPECT_NEAR(timeline.gaps().first()[0].position, 0.03, 1e-6);
+  EXPECT_NEAR(timeline.gaps().first()[1].position, 0.09, 1e-6);
+  EXPECT_EQ(timeline.positionOf(90'006'300, 441, false), 13 * 441);
 }
 
 TEST(RationalTest, FindsTheSimplestRatioBehindAFloatAndTheShapeOfPixelsFromItOrElseFromTheDisplaySize) {

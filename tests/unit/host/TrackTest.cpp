@@ -7,6 +7,7 @@
 #include "AudioTrack.h"
 #include "BoundedQueue.h"
 #include "Failure.h"
+#include "MediumWatch.h"
 #include "VideoTrack.h"
 #include "WAVWriter.h"
 #include "support/MediaFiles.h"
@@ -84,7 +85,7 @@ TEST(VideoTrackTest, AsksAgainHowTimeIsCountedOnlyWhenTheFormatChanged) {
   deliver(track, 906'000);
   track.finish();
 
-  EXPECT_TRUE(track.statistics().timeline.dropped() == 2 && track.statistics().written == 4);
+  EXPECT_TRUE(track.statistics().timeline.gaps().missing() == 2 && track.statistics().written == 4);
 }
 
 TEST(AudioTrackTest, WritesWholeFramesCutsAtTheTimeAskedForAndEndsWhereTheFormatChanges) {
@@ -111,6 +112,39 @@ TEST(AudioTrackTest, WritesWholeFramesCutsAtTheTimeAskedForAndEndsWhereTheFormat
     EXPECT_EQ(track.statistics().ending.has_value(), !isWhole);
     EXPECT_EQ(directory.contents("sound.wav").size(), WAVHeaderBytes + (isWhole ? 441u : 300u) * 4);
   }
+}
+
+TEST(AudioTrackTest, EndsByTheTimeStampsWhereSoundIsMissingAndTakesOneFrameAtLeast) {
+  for (const auto& [seconds, frames] : {std::pair{0.055, 3 * 441 + 221}, {0.04, 3 * 441}, {1e-9, 1}}) {
+    AudioTrack track("/dev/null", seconds);
+    track.arm();
+    std::vector<std::uint8_t> samples(441 * 4);
+    BRV_AudioBuffer record = {BRV_FORMAT_PCM, 44'100, 2, 16, 441 * 4, 0, 0, 0, 0, samples.data()};
+    for (record.timeStamp = 0; record.timeStamp < 4'800; record.timeStamp += record.timeStamp == 960 ? 1'440 : 480) {
+      track.soundArrived(record);
+    }
+    EXPECT_TRUE(track.isComplete() && track.statistics().frames == frames) << seconds;
+    EXPECT_NEAR(track.statistics().endSeconds(), seconds, 1.0 / 44'100) << seconds;
+  }
+}
+
+TEST(MediumWatchTest, TellsOnceWhatHasStoppedAndOnceWhatIsBackUnlessNoMoreIsWanted) {
+  MediumState state;
+  const auto start = MediumWatch::Clock::now();
+  MediumWatch watch(
+      "picture", [&] { return state; }, start);
+  const auto newsAt = [&](int seconds) {
+    watch.look(start + std::chrono::seconds(seconds));
+    return watch.takeNews().value_or("");
+  };
+  EXPECT_EQ(newsAt(1), "");
+  EXPECT_EQ(newsAt(2), "no picture for 2 s");  // it may never come
+  EXPECT_EQ(newsAt(3), "");
+  ++state.frames;
+  EXPECT_EQ(newsAt(4), "the picture is back");
+  state.isComplete = true;
+  EXPECT_EQ(newsAt(9), "");
+  EXPECT_FALSE(watch.isIdle());
 }
 
 std::string headerOf(std::uint64_t dataBytes) {
