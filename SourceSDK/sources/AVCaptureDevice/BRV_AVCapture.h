@@ -344,8 +344,8 @@ typedef int (*BRV_GetTimescaleTicksPerSec_Function)(void* unread, const char* so
  * Three parameters can be set: "Video Settings" (the capture format), "Video FPS" (the frame-rate range of that format)
  * and "Audio Settings" (the sound format). A choice is named by its index. Records are trees in XML: an element
  * "record" with its name, and in it a field as an empty element named after its type ("text", "uint16", "int32"), with
- * its name and its value, and further records. A C++ host reads them with lumora's zXML::ParseBuffer. What is selected,
- * and what sets it again:
+ * its name and its value, and further records. Values are escaped as in any XML; whatever else stands in a text makes
+ * it no record. A C++ host reads them with lumora's zXML::ParseBuffer. What is selected, and what sets it again:
  *
  *   <?xml version="1.0" encoding="UTF-8"?>
  *   <record name="settings">
