@@ -22,6 +22,8 @@ struct AudioStatistics : TrackStatistics {
 
   /// Where the last run ends, in seconds after the first began.
   double endSeconds() const { return inSeconds(frames + timeline.gaps().missing(), format.sampleRate); }
+  /// How long that run lasts.
+  double sampleSeconds() const { return inSeconds(timeline.lastFrames(), format.sampleRate); }
 };
 
 /// Samples on their way to the writer.

@@ -79,8 +79,9 @@ recording goes on.
   --until-idle      stop when nothing has come for 2 seconds after the last sample: the end of a clip. Where picture
                     and sound end apart, when both have
 
-When nothing comes of the picture or of the sound for 2 seconds, record says so, and when it is back. It exits with 1
-when one of them is still missing at Ctrl-C, falls short of --seconds, or never came.
+When nothing comes of the picture or of the sound for 2 seconds, or for as long as two frames last, record says so,
+and when it is back. It exits with 1 when one of them is still missing at Ctrl-C, falls short of --seconds, or never
+came.
 
 The report counts frames like this. Delivered ones reached this program. Dropped ones did not; they are
 read from the gaps between time stamps, a gap being worth its length in frame durations, rounded, less one

@@ -14,7 +14,7 @@ void MediumWatch::look(Clock::time_point now) {
 std::optional<std::string> MediumWatch::takeNews() {
   if (isIdle() == _isToldOf || isComplete()) return std::nullopt;
   _isToldOf = !_isToldOf;
-  return _isToldOf ? formatted("no %s for %g s", _name, IdleSeconds) : formatted("the %s is back", _name);
+  return _isToldOf ? formatted("no %s for %g s", _name, idleSeconds()) : formatted("the %s is back", _name);
 }
 
 }  // namespace brvhost

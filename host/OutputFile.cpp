@@ -29,6 +29,7 @@ OutputFile::OutputFile(std::string path) : OutputFile() {
   _isNew = _descriptor >= 0;
   if (!_isNew && errno == EEXIST) _descriptor = ::open(_path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
   struct stat status = {};
+  if (_descriptor < 0 && errno == EINTR) throw Failure("interrupted");  // while waiting for a FIFO's reader
   if (_descriptor < 0 || ::fstat(_descriptor, &status) != 0) fail("create", errno);
 
   if (S_ISBLK(status.st_mode)) throw Failure("cannot write to " + _path + ": it is a disk, not a file");
@@ -36,6 +37,7 @@ OutputFile::OutputFile(std::string path) : OutputFile() {
   _holdsEarlier = _isRegular && status.st_size > 0;
   // Best effort: there are file systems without locks.
   if (_isRegular && ::flock(_descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+    _isNew = false;  // whoever was quicker writes it
     throw Failure("cannot write to " + _path + ": it is being recorded to already");
   }
 }

@@ -23,6 +23,8 @@ constexpr double ProgressSeconds = 1;
 /// How much longer than asked a recording may take by the clock: a camera may be slow to begin, and frames may be
 /// missing.
 constexpr double GraceSeconds = 5;
+/// How much later than the one medium of a clip the other may end.
+constexpr double ApartSeconds = 1;
 
 double secondsBetween(Clock::time_point from, Clock::time_point to) {
   return std::chrono::duration<double>(to - from).count();
@@ -43,7 +45,7 @@ class Take {
   /// Runs the main loop until the recording is over.
   End run() {
     Clock::time_point nextProgress = _start + std::chrono::seconds(1);
-    while (!_recorder.isComplete()) {
+    while (!_recorder.isComplete() && !isAllComplete()) {
       Session::pump(PollSeconds);
       const Clock::time_point now = Clock::now();
       const auto progress = [&] { return progressText(secondsBetween(_start, now), _recorder); };
@@ -70,12 +72,12 @@ class Take {
     std::string text;
     if (end == End::overdue) {
       for (const MediumWatch& medium : _media) {
-        if (medium.isComplete()) continue;
+        if (medium.isComplete() || medium.isLongEnough()) continue;
         text += (text.empty() ? "" : " and ") + formatted("the %s ended at %.3f s", medium.name(), medium.endSeconds());
       }
-      return text + formatted(", not at the %g s asked for", *_options.seconds);
+      if (!text.empty()) text += formatted(", not at the %g s asked for", *_options.seconds);
     }
-    if (end != End::interrupted) return std::nullopt;
+    if (end != End::interrupted) return text.empty() ? std::nullopt : std::optional(text);
     for (const MediumWatch& medium : _media) {
       if (!medium.isIdle()) continue;
       text += (text.empty() ? "" : ", and ") + formatted("no %s came after %.3f s", medium.name(), medium.endSeconds());
@@ -88,9 +90,13 @@ class Take {
   void watch(const char* name, const Track& track) {
     const auto state = [&track] {
       const auto statistics = track.statistics();
-      return MediumState{statistics.frames, statistics.endSeconds(), track.isComplete()};
+      return MediumState{statistics.frames, statistics.endSeconds(), statistics.sampleSeconds(), track.isComplete()};
     };
-    _media.emplace_back(name, state, _start);
+    _media.emplace_back(name, state, _options.seconds, _start);
+  }
+
+  bool isAllComplete() const {
+    return std::all_of(_media.begin(), _media.end(), [](const MediumWatch& medium) { return medium.isComplete(); });
   }
 
   bool allThatCameIsIdle() const {
@@ -104,9 +110,8 @@ class Take {
 
   /// At the end of a clip its media stop one soon after the other, which is what the user waits for.
   void tellNews() {
-    constexpr double Soon = 1;
     const bool isEnding = _options.untilIdle && std::all_of(_media.begin(), _media.end(), [](const auto& medium) {
-                            return medium.isComplete() || medium.silentSeconds() > MediumWatch::IdleSeconds - Soon;
+                            return medium.isComplete() || medium.silentSeconds() > medium.idleSeconds() - ApartSeconds;
                           });
     if (isEnding) return;
     for (MediumWatch& medium : _media) {
@@ -116,13 +121,10 @@ class Take {
 
   /// What has stopped and comes back later than asked for would belong to the recording no more.
   bool isOverdue(double elapsedSeconds) const {
-    bool isAnyWanting = false;
-    bool isAnyToCome = false;
-    for (const MediumWatch& medium : _media) {
-      isAnyWanting = isAnyWanting || !medium.isComplete();
-      isAnyToCome = isAnyToCome || !(medium.isComplete() || (medium.hasDelivered() && medium.isIdle()));
-    }
-    return isAnyWanting && elapsedSeconds >= *_options.seconds + (isAnyToCome ? GraceSeconds : 0);
+    const bool isAnyToCome = std::any_of(_media.begin(), _media.end(), [](const MediumWatch& medium) {
+      return !medium.isComplete() && !(medium.hasDelivered() && medium.isIdle());
+    });
+    return elapsedSeconds >= *_options.seconds + (isAnyToCome ? GraceSeconds : 0);
   }
 
   Session& _session;

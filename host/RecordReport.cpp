@@ -94,9 +94,8 @@ std::string audioReport(const AudioTrack& track, std::int32_t sourceTicks, bool 
   return text;
 }
 
-/// Where the files of one take differ in length by more than their first and last samples can; otherwise nothing.
+/// Where the files of one take differ in length by more than a last frame and a last run can; otherwise nothing.
 std::string differenceText(const VideoTrack& videoTrack, const AudioTrack& audioTrack) {
-  constexpr double UsualFrames = 1.5;
   const VideoStatistics video = videoTrack.statistics();
   const AudioStatistics sound = audioTrack.statistics();
   const FrameTiming& timing = video.timeline.firstTiming();  // the file's
@@ -104,7 +103,7 @@ std::string differenceText(const VideoTrack& videoTrack, const AudioTrack& audio
   const double frameSeconds = inSeconds(timing.frameDuration, timing.ticksPerSecond);
   const double soundFrames = inSeconds(sound.frames - sound.notWritten, sound.format.sampleRate) / frameSeconds;
   const double shorter = soundFrames - static_cast<double>(video.frames - video.notWritten);
-  if (std::abs(shorter) <= UsualFrames) return {};
+  if (std::abs(shorter) <= sound.sampleSeconds() / frameSeconds + 1.5) return {};
   return (shorter > 0 ? "the picture is " : "the sound is ") + framesText(std::llround(std::abs(shorter))) +
          formatted(" (%.3f s) shorter than the ", std::abs(shorter) * frameSeconds) +
          (shorter > 0 ? "sound\n" : "picture\n");

@@ -10,8 +10,9 @@ namespace brvhost {
 namespace {
 
 /// A run that is late by more than this part of its length has a gap in front of it. A device's stamps may be off by a
-/// quarter of a run, either way, which makes a step longer by half of one.
+/// quarter of a run, either way, which makes a step longer by half of one; and a conversion rounds it to whole frames.
 constexpr double LargestDelay = 0.75;
+constexpr double Rounding = 1;
 
 /// What is more tells nothing, and its sums would not fit.
 constexpr std::int64_t MostTicks = std::numeric_limits<std::int64_t>::max() / 4;
@@ -31,7 +32,8 @@ std::int64_t SoundTimeline::missingIn(const Step& step) const {
   constexpr double Most = 1e18;  // that an integer holds
   if (_ticksPerFrame <= 0) return 0;
   const double late = static_cast<double>(step.ticks) / _ticksPerFrame - static_cast<double>(step.frames);
-  return late > LargestDelay * static_cast<double>(step.longestRun) ? std::llround(std::min(late, Most)) : 0;
+  const bool isGap = late > LargestDelay * static_cast<double>(step.longestRun) + Rounding;
+  return isGap ? std::llround(std::min(late, Most)) : 0;
 }
 
 std::int64_t SoundTimeline::positionOf(std::int64_t stamp, std::int64_t frames, bool isNewUnit) const {

@@ -28,6 +28,7 @@ class SoundTimeline {
   const Gaps& gaps() const { return _gaps; }
   std::int64_t firstStamp() const { return _firstStamp; }
   std::int64_t lastStamp() const { return _lastStamp; }
+  std::int64_t lastFrames() const { return _lastFrames; }
   /// How many ticks the stamps move on in a second of sound, gaps left out; 0 where that is not known, as for a single
   /// run.
   double firstTicksPerSecond() const { return _isSecondUnit ? _firstTicksPerSecond : lastTicksPerSecond(); }

@@ -21,6 +21,10 @@ struct VideoStatistics : TrackStatistics {
 
   /// Where the last frame ends, in seconds after the first began.
   double endSeconds() const { return timeline.endSeconds(); }
+  /// How long that frame lasts.
+  double sampleSeconds() const {
+    return inSeconds(timeline.lastTiming().frameDuration, timeline.lastTiming().ticksPerSecond);
+  }
 };
 
 /// A frame on its way to the writer.

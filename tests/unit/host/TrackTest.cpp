@@ -132,7 +132,7 @@ TEST(MediumWatchTest, TellsOnceWhatHasStoppedAndOnceWhatIsBackUnlessNoMoreIsWant
   MediumState state;
   const auto start = MediumWatch::Clock::now();
   MediumWatch watch(
-      "picture", [&] { return state; }, start);
+      "picture", [&] { return state; }, 60, start);
   const auto newsAt = [&](int seconds) {
     watch.look(start + std::chrono::seconds(seconds));
     return watch.takeNews().value_or("");
@@ -142,9 +142,14 @@ TEST(MediumWatchTest, TellsOnceWhatHasStoppedAndOnceWhatIsBackUnlessNoMoreIsWant
   EXPECT_EQ(newsAt(3), "");
   ++state.frames;
   EXPECT_EQ(newsAt(4), "the picture is back");
-  state.isComplete = true;
+  state = {2, 20, 10, false};
   EXPECT_EQ(newsAt(9), "");
-  EXPECT_FALSE(watch.isIdle());
+  EXPECT_EQ(newsAt(28), "") << "a camera of a frame in ten seconds";
+  EXPECT_EQ(newsAt(29), "no picture for 20 s");
+  state = {3, 56, 10, false};
+  newsAt(30);
+  EXPECT_EQ(newsAt(50), "") << "it stops where it was to end";
+  EXPECT_TRUE(watch.isComplete());
 }
 
 std::string headerOf(std::uint64_t dataBytes) {
