@@ -76,11 +76,12 @@ class Take {
         text += (text.empty() ? "" : " and ") + formatted("the %s ended at %.3f s", medium.name(), medium.endSeconds());
       }
       if (!text.empty()) text += formatted(", not at the %g s asked for", *_options.seconds);
-    }
-    if (end != End::interrupted) return text.empty() ? std::nullopt : std::optional(text);
-    for (const MediumWatch& medium : _media) {
-      if (!medium.isIdle()) continue;
-      text += (text.empty() ? "" : ", and ") + formatted("no %s came after %.3f s", medium.name(), medium.endSeconds());
+    } else if (end == End::interrupted) {
+      for (const MediumWatch& medium : _media) {
+        if (!medium.isIdle()) continue;
+        text +=
+            (text.empty() ? "" : ", and ") + formatted("no %s came after %.3f s", medium.name(), medium.endSeconds());
+      }
     }
     return text.empty() ? std::nullopt : std::optional(text);
   }
