@@ -3,10 +3,10 @@
 // A host's machine for one input: fake devices, virtual time, one thread. In the end the library has left nothing.
 
 #include <Foundation/NSNotification.h>
-#include <Foundation/NSObject.h>
 #include <Hardware.h>
 #include <lumora/zThread.h>
 #include <lumora/zTrace.h>
+#include <runtime/NSObject.h>
 
 #include <memory>
 #include <utility>

@@ -1,10 +1,10 @@
 #include "common/NeighbourTable.h"
 
-#include <dispatch/Scheduler.h>
 #include <linux/neighbour.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <poll.h>
+#include <runtime/Scheduler.h>
 #include <sys/socket.h>
 
 #include <algorithm>

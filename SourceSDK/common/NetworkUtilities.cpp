@@ -4,10 +4,10 @@
 #include <CoreFoundation/CFString.h>
 #include <CoreFoundation/CFURL.h>
 #include <arpa/inet.h>
-#include <dispatch/Scheduler.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <runtime/Scheduler.h>
 #include <sys/socket.h>
 
 #include <algorithm>

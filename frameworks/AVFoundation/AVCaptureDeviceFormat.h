@@ -5,7 +5,7 @@
 #include <CoreFoundation/CFRef.h>
 #include <CoreMedia/CMFormatDescription.h>
 #include <CoreMedia/CMTime.h>
-#include <Foundation/NSObject.h>
+#include <runtime/NSObject.h>
 
 #include <vector>
 

@@ -6,8 +6,8 @@
 #include <CoreFoundation/CFRef.h>
 #include <CoreMedia/CMSampleBuffer.h>
 #include <Foundation/NSDictionary.h>
-#include <Foundation/NSObject.h>
 #include <dispatch/dispatch.h>
+#include <runtime/NSObject.h>
 
 #include <cstdint>
 #include <memory>

@@ -4,7 +4,7 @@
 
 #include <CoreFoundation/CFRef.h>
 #include <CoreMedia/CMBlockBuffer.h>
-#include <Foundation/NSObject.h>
+#include <runtime/NSObject.h>
 
 #include <cstddef>
 #include <mutex>

@@ -1,5 +1,5 @@
 #include <CoreFoundation/CFArray.h>
-#include <Foundation/NSObject.h>
+#include <runtime/NSObject.h>
 
 #include <new>
 #include <vector>

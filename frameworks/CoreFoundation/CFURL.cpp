@@ -1,9 +1,9 @@
 #include <CoreFoundation/CFRef.h>
 #include <CoreFoundation/CFString.h>
 #include <CoreFoundation/CFURL.h>
-#include <Foundation/NSObject.h>
 #include <Foundation/NSString.h>
 #include <arpa/inet.h>
+#include <runtime/NSObject.h>
 
 #include <charconv>
 #include <cstdint>

@@ -1,7 +1,7 @@
 #include <CoreMedia/CMBlockBuffer.h>
 
 #include <CoreMedia/CMMemoryCache.h>
-#include <Foundation/NSObject.h>
+#include <runtime/NSObject.h>
 
 #include <algorithm>
 #include <cstring>

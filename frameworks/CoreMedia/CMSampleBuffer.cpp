@@ -2,7 +2,7 @@
 
 #include <CoreFoundation/CFRef.h>
 #include <CoreMedia/CMMemoryCache.h>
-#include <Foundation/NSObject.h>
+#include <runtime/NSObject.h>
 
 #include <cmath>
 #include <limits>

@@ -4,8 +4,8 @@
 // live in one class.
 
 #include <CoreVideo/CVPixelBuffer.h>
-#include <Foundation/NSObject.h>
 #include <Foundation/NSString.h>
+#include <runtime/NSObject.h>
 
 #include <atomic>
 #include <cstddef>

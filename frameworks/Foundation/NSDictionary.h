@@ -3,8 +3,8 @@
 // Small immutable dictionaries from strings to objects: output settings, buffer attachments, error details.
 
 #include <CoreFoundation/CFDictionary.h>
-#include <Foundation/NSObject.h>
 #include <Foundation/NSString.h>
+#include <runtime/NSObject.h>
 
 #include <initializer_list>
 #include <utility>

@@ -2,7 +2,7 @@
 
 // What went wrong in a framework call.
 
-#include <Foundation/NSObject.h>
+#include <runtime/NSObject.h>
 
 #include <optional>
 #include <string>

@@ -1,7 +1,7 @@
 #include <Foundation/NSNotification.h>
 
-#include <Foundation/MainLoop.h>
 #include <Foundation/NSLog.h>
+#include <runtime/MainLoop.h>
 
 #include <algorithm>
 #include <new>

@@ -2,8 +2,8 @@
 
 // Notifications between the frameworks and their users.
 
-#include <Foundation/NSObject.h>
 #include <Foundation/NSOperation.h>
+#include <runtime/NSObject.h>
 
 #include <cstdint>
 #include <functional>

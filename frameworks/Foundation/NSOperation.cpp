@@ -1,9 +1,9 @@
 #include <Foundation/NSOperation.h>
 
 #include <CoreFoundation/CFRunLoop.h>
-#include <Foundation/MainLoop.h>
-#include <Foundation/NSObject.h>
-#include <dispatch/Scheduler.h>
+#include <runtime/MainLoop.h>
+#include <runtime/NSObject.h>
+#include <runtime/Scheduler.h>
 
 #include <utility>
 

@@ -4,7 +4,7 @@
 // a string is a std::string in UTF-8.
 
 #include <CoreFoundation/CFString.h>
-#include <Foundation/NSObject.h>
+#include <runtime/NSObject.h>
 
 #include <string>
 

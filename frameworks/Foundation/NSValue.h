@@ -3,7 +3,7 @@
 // Numbers in dictionaries.
 
 #include <CoreFoundation/CFNumber.h>
-#include <Foundation/NSObject.h>
+#include <runtime/NSObject.h>
 
 #include <cstdint>
 #include <variant>

@@ -1,8 +1,8 @@
 #include <dispatch/dispatch.h>
 
-#include <Foundation/NSObject.h>
 #include <dispatch/ItemRing.h>
-#include <dispatch/Scheduler.h>
+#include <runtime/NSObject.h>
+#include <runtime/Scheduler.h>
 
 #include <atomic>
 #include <cstdio>

@@ -2,7 +2,7 @@
 
 // Which faults a sample suffers: a pure function of the rig's list and the sample's place.
 
-#include <dispatch/Scheduler.h>
+#include <runtime/Scheduler.h>
 
 #include <cstdint>
 #include <optional>

@@ -4,7 +4,7 @@
 // are counted, never summed up, so nothing drifts that is not meant to.
 
 #include <CoreMedia/CMTime.h>
-#include <dispatch/Scheduler.h>
+#include <runtime/Scheduler.h>
 
 #include <cstdint>
 

@@ -4,7 +4,7 @@
 // and select. Owned by its provider and by whoever captures from it.
 
 #include <Hardware.h>
-#include <dispatch/Scheduler.h>
+#include <runtime/Scheduler.h>
 
 #include <atomic>
 #include <cstdint>

@@ -3,7 +3,7 @@
 // The machine of a rig: its devices, its FireWire bus, and the script by which devices come and go.
 
 #include <Hardware.h>
-#include <dispatch/Scheduler.h>
+#include <runtime/Scheduler.h>
 
 #include <list>
 #include <memory>

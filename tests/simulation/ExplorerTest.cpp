@@ -1,6 +1,6 @@
-#include <Foundation/NSObject.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <runtime/NSObject.h>
 #include <unistd.h>
 
 #include <chrono>

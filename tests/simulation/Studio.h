@@ -4,10 +4,10 @@
 // it is chosen, and after every step what must hold is checked.
 
 #include <AVFoundation/SampleLedger.h>
-#include <Foundation/MainLoop.h>
 #include <Foundation/NSNotification.h>
 #include <lumora/zThread.h>
 #include <lumora/zTrace.h>
+#include <runtime/MainLoop.h>
 
 #include <algorithm>
 #include <array>

@@ -5,10 +5,10 @@
 
 #include <AVFoundation/SampleLedger.h>
 #include <Foundation/NSNotification.h>
-#include <Foundation/NSObject.h>
 #include <Hardware.h>
-#include <dispatch/Scheduler.h>
 #include <gtest/gtest.h>
+#include <runtime/NSObject.h>
+#include <runtime/Scheduler.h>
 
 #include <memory>
 

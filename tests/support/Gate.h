@@ -2,7 +2,7 @@
 
 // Holds a thread where a test wants it.
 
-#include <dispatch/Scheduler.h>
+#include <runtime/Scheduler.h>
 
 #include <atomic>
 

@@ -7,7 +7,7 @@
 // The thread that makes the scheduler is its main thread, the one on which main-queue blocks run. Linked together with
 // SimulatedThreads.cpp, mutexes, condition variables and thread identities belong to the simulated lines as well.
 
-#include <dispatch/Scheduler.h>
+#include <runtime/Scheduler.h>
 
 #include <cstdint>
 #include <functional>

@@ -11,7 +11,7 @@
 #include <AudioToolbox/AudioConverter.h>
 #include <CoreFoundation/CFRef.h>
 #include <CoreVideo/CVImageBuffer.h>
-#include <Foundation/NSObject.h>
+#include <runtime/NSObject.h>
 
 #include <atomic>
 #include <cstdint>

@@ -7,7 +7,7 @@
 // nor while the host is called. A source that one thread works on cannot be destroyed by another: whoever uses one
 // holds a DeviceUse, and removal waits for those to end. Passes of detection and removal take turns.
 
-#include <Foundation/NSObject.h>
+#include <runtime/NSObject.h>
 
 #include <array>
 #include <condition_variable>

@@ -1,7 +1,7 @@
 #include "AVLog.h"
 
 #include <Foundation/NSPathUtilities.h>
-#include <dispatch/Scheduler.h>
+#include <runtime/Scheduler.h>
 
 #include <array>
 #include <atomic>

@@ -1,9 +1,9 @@
 #include <dispatch/dispatch.h>
 
 #include <CoreFoundation/CFRef.h>
-#include <Foundation/NSObject.h>
-#include <dispatch/Scheduler.h>
 #include <gtest/gtest.h>
+#include <runtime/NSObject.h>
+#include <runtime/Scheduler.h>
 #include <support/AllocationCount.h>
 #include <support/Gate.h>
 #include <support/SimulationScheduler.h>

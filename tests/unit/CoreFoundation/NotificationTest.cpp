@@ -1,6 +1,6 @@
 #include <Foundation/NSNotification.h>
-#include <dispatch/Scheduler.h>
 #include <gtest/gtest.h>
+#include <runtime/Scheduler.h>
 
 #include <atomic>
 #include <functional>

@@ -1,7 +1,7 @@
 // Camera URLs, as people type them and as attackers do.
 
-#include <Foundation/NSObject.h>
 #include <gtest/gtest.h>
+#include <runtime/NSObject.h>
 
 #include <string>
 

@@ -1,4 +1,4 @@
-#include <dispatch/ThreadScheduler.h>
+#include <runtime/ThreadScheduler.h>
 
 #include <pthread.h>
 #include <signal.h>

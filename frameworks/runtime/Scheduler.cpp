@@ -1,6 +1,6 @@
-#include <dispatch/Scheduler.h>
+#include <runtime/Scheduler.h>
 
-#include <dispatch/ThreadScheduler.h>
+#include <runtime/ThreadScheduler.h>
 
 #include <atomic>
 #include <cassert>

@@ -3,7 +3,7 @@
 // The scheduler of production: the monotonic clock, and a thread for every lane. The only place in the
 // frameworks that makes a thread, sleeps or waits.
 
-#include <dispatch/Scheduler.h>
+#include <runtime/Scheduler.h>
 
 namespace runtime {
 

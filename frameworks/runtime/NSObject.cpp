@@ -1,4 +1,4 @@
-#include <Foundation/NSObject.h>
+#include <runtime/NSObject.h>
 
 #include <CoreFoundation/CFBase.h>
 

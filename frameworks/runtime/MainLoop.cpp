@@ -1,4 +1,4 @@
-#include <Foundation/MainLoop.h>
+#include <runtime/MainLoop.h>
 
 #include <algorithm>
 #include <utility>

@@ -3,7 +3,7 @@
 // What the main operation queue, the main run loop and the notification centre share: the blocks that wait
 // for the main thread. Not for users of the frameworks.
 
-#include <dispatch/Scheduler.h>
+#include <runtime/Scheduler.h>
 
 #include <deque>
 #include <functional>
