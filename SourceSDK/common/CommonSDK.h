@@ -54,7 +54,7 @@ std::string CopyTranslatedString(const char* key);
 
 bool isPreferencesRegistered();
 
-/// Reads a preference. On success `value` points to the value with a terminating zero behind it, which the caller
+/// Reads a preference. On success `value` points to the value and a terminating zero after it, which the caller
 /// releases with free, and `*length` (may be null) is its length in bytes. False, with both untouched, when there is
 /// no such value, the host has registered no preferences, or memory ran out.
 bool getPreferences(const char* key, char*& value, int* length);

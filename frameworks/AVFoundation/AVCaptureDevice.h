@@ -21,6 +21,7 @@ inline constexpr NSNotificationName AVCaptureDeviceWasDisconnectedNotification =
 
 inline constexpr const char* AVFoundationErrorDomain = "AVFoundationErrorDomain";
 enum AVError : std::int64_t {
+  AVErrorSessionNotRunning = -11803,
   AVErrorDeviceNotConnected = -11814,
   AVErrorDeviceInUseByAnotherApplication = -11815,
   AVErrorDeviceLockedForConfigurationByAnotherProcess = -11817,

@@ -26,8 +26,12 @@ bool hasHexPrefixAt(std::string_view text, std::size_t index) noexcept {
 
 }  // namespace
 
-void NSScanner::setScanLocation(std::size_t location) noexcept {
-  _location = std::min(location, _string.size());
+void NSScanner::setScanLocation(std::size_t characters) noexcept {
+  const auto beginsCharacter = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; };
+  const auto begin = _string.begin(), end = _string.end();
+  auto place = begin;
+  for (; characters > 0 && place != end; --characters) place = std::find_if(place + 1, end, beginsCharacter);
+  _location = static_cast<std::size_t>(place - begin);
 }
 
 bool NSScanner::scanHexLongLong(std::uint64_t* value) {

@@ -23,12 +23,10 @@
 #include "support/Rigs.h"
 #include "support/SimulationScheduler.h"
 
-// A host's session with the library, in which memory runs out at every point at which it can, once or for good.
+// A host's session with the library, in which memory runs out at every point at which it can.
 
 namespace test {
 namespace {
-
-using Extent = FailingAllocations::Extent;
 
 /// A host that needs no memory of its own, and what it saw.
 class Host {
@@ -148,6 +146,7 @@ class FakeMachine {
     capture();
     host.look();
     unplug(_microphone);
+    host.set("Deck", "Video FPS", 0);
     plug(_microphone);
     host.listen("Mic Audio");
     plug(_camera);
@@ -189,11 +188,11 @@ class FakeMachine {
   /// Whatever could not be done for want of memory has been done by now.
   static void expectOneSource(const std::string& uniqueID) {
     auto& manager = *AV::DeviceManager::instance();
-    AV::Device* const source = manager.getDeviceWithID(uniqueID);
+    const auto source = manager.getDeviceWithID(uniqueID);
     ASSERT_TRUE(source) << uniqueID;
     EXPECT_EQ(manager._getDeviceFromTotalDevice(uniqueID), source);
     for (int i = 0; i < manager.getDeviceCount(); ++i) {
-      AV::Device* const each = manager.getDeviceWithIndex(i);
+      const auto each = manager.getDeviceWithIndex(i);
       const bool uses = each->getVideoDeviceID() == uniqueID || each->getAudioDeviceID() == uniqueID;
       EXPECT_EQ(uses, each == source) << uniqueID << " is in " << each->getDeviceName() << " as well";
     }
@@ -275,29 +274,23 @@ at 0.2 s = plug identifier of mic
 
 std::int64_t sessionAllocations = 0;  ///< in the part in which some may fail
 
-/// A session in which memory runs out: what the host sees once there is memory again. At the end there is none.
+/// A session in which memory runs out: what the host sees once there is memory again.
 template <typename Machine>
-std::string session(std::int64_t allowed = std::numeric_limits<std::int64_t>::max(), Extent extent = Extent::One) {
+std::string session(std::int64_t allowed = std::numeric_limits<std::int64_t>::max()) {
   SimulationScheduler scheduler;
   Machine machine;
   Host host;
   {
-    const FailingAllocations failing(allowed, extent);
+    const FailingAllocations failing(allowed);
     machine.use(host);
   }
   sessionAllocations = FailingAllocations::count();
   machine.useAnew(host);
   const std::string seen = host.seen();
-  {
-    const FailingAllocations failing(0, Extent::AllFromThere);
-    BRV_DisconnectDevice();
-  }
+  BRV_DisconnectDevice();
   machine.capture();
-  EXPECT_EQ(host.seen(), seen) << "a source that was stopped without memory goes on";
-  {
-    const FailingAllocations failing(0, Extent::AllFromThere);
-    Host::end();
-  }
+  EXPECT_EQ(host.seen(), seen) << "a source that was stopped goes on";
+  Host::end();
   hardware::installSystemProvider(nullptr);
   return host.seen();
 }
@@ -326,25 +319,43 @@ TYPED_TEST(OutOfMemoryTest, NothingEndsTheProcessOrIsLeftBehindAndTheNextTryWork
   const auto descriptors = openDescriptors();
 
   static std::int64_t allowed;
-  static Extent extent;
   const auto former = std::set_terminate([] {
-    std::fprintf(stderr, "ended by allocation %lld%s\n", static_cast<long long>(allowed),
-                 extent == Extent::One ? "" : " and all behind it");
+    std::fprintf(stderr, "ended by allocation %lld\n", static_cast<long long>(allowed));
     std::abort();
   });
   const char* const first = std::getenv("FIRST_ALLOCATION");
   for (allowed = first ? std::atoi(first) : 0; allowed < allocations; allowed += ALLOCATIONS_APART) {
-    for (const Extent each : {Extent::One, Extent::AllFromThere}) {
-      extent = each;
-      SCOPED_TRACE("allocation " + std::to_string(allowed) + (extent == Extent::One ? "" : " and all behind it"));
-      ASSERT_EQ(session<TypeParam>(allowed, extent), expected);
-      ASSERT_EQ(NSObject::liveObjectCount(), objects);
-      ASSERT_EQ(runtime::liveLaneCount(), 0);
-      ASSERT_EQ(openDescriptors(), descriptors);
-    }
+    SCOPED_TRACE("allocation " + std::to_string(allowed));
+    ASSERT_EQ(session<TypeParam>(allowed), expected);
+    ASSERT_EQ(NSObject::liveObjectCount(), objects);
+    ASSERT_EQ(runtime::liveLaneCount(), 0);
+    ASSERT_EQ(openDescriptors(), descriptors);
   }
   std::set_terminate(former);
   std::printf("memory ran out in %lld places\n", static_cast<long long>(allocations / ALLOCATIONS_APART));
+}
+
+class SettingWithoutMemoryTest : public FrameworkTest {};
+
+TEST_F(SettingWithoutMemoryTest, FailsWithItsCodeAlsoAfterHotPlug) {
+  const auto camera = [](int i) { return fake::camera("Cam", std::to_string(i)); };
+  SimulationScheduler scheduler;
+  const auto gone = camera(0);
+  const auto provider = fake::install({gone, camera(1)});
+  Host host;
+  host.begin();
+  provider->unplug(gone);
+  for (int i = 2; i < 6; ++i) provider->plug(camera(i));
+
+  const char* const last = "Cam 4 Video";
+  {
+    const FailingAllocations failing(0);
+    EXPECT_EQ(BRV_SetSourceSettings(nullptr, last, "<record name=\"settings\"/>"), -4);
+  }
+  EXPECT_EQ(BRV_SetSourceSettings(nullptr, last, "<record name=\"settings\"/>"), 1);
+
+  Host::end();
+  hardware::installSystemProvider(nullptr);
 }
 
 }  // namespace

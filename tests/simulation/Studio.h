@@ -381,14 +381,13 @@ class Studio {
     for (int i = 0; i < manager.getDeviceCount(); ++i) {
       AV::Device& source = *manager.getDeviceWithIndex(i);
       require(manager.getIndexOfDeviceWithName(source.getDeviceName()) == i, "a name is in the list once");
-      require(manager.getDeviceWithName(source.getDeviceName()) == &source,
+      require(manager.getDeviceWithName(source.getDeviceName()).get() == &source,
               "a source in the list is found by its name");
       for (const auto& id : {source.getVideoDeviceID(), source.getAudioDeviceID()}) {
-        require(id.empty() || manager._getDeviceFromTotalDevice(id) == &source, "a device leads to its source");
+        require(id.empty() || manager._getDeviceFromTotalDevice(id).get() == &source, "a device leads to its source");
       }
-      // A device that went in the very moment in which it was to join the source: the side stays taken.
-      _wasRefused |= source.hasVideoStream() && source.getVideoDeviceID().empty();
-      _wasRefused |= source.hasAudioStream() && source.getAudioDeviceID().empty();
+      require(source.hasVideoStream() != source.getVideoDeviceID().empty(), "a side that is there has its device");
+      require(source.hasAudioStream() != source.getAudioDeviceID().empty(), "a side that is there has its device");
       outputs.push_back(videoOutput(source));
       outputs.push_back(audioOutput(source));
     }
@@ -411,8 +410,7 @@ class Studio {
     const auto& manager = *AV::DeviceManager::instance();
     for (std::size_t i = 0; i < _devices.size(); ++i) {
       const auto& id = _devices[i]->described.uniqueID;
-      require(_isUnplugged[i] || _wasRefused || manager._getDeviceFromTotalDevice(id),
-              "what is plugged in has a source");
+      require(_isUnplugged[i] || manager._getDeviceFromTotalDevice(id), "what is plugged in has a source");
     }
     for (int i = 0; i < manager.getDeviceCount(); ++i) {
       const AV::Device& source = *manager.getDeviceWithIndex(i);
@@ -436,9 +434,8 @@ class Studio {
   std::vector<std::unique_ptr<Context>> _contexts;
   std::vector<std::unique_ptr<LogContext>> _logs;
   int _linesLeft = 0;
-  bool _wasRefused = false;  ///< A source has a side that could not be opened.
-  int _asking = 0;           ///< How many lines are asking for properties.
-  bool _isCalling = false;   ///< The host is in an entry point: it makes one call at a time.
+  int _asking = 0;          ///< How many lines are asking for properties.
+  bool _isCalling = false;  ///< The host is in an entry point: it makes one call at a time.
 };
 
 }  // namespace test

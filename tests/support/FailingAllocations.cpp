@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdlib>
-#include <limits>
 #include <new>
 
 #if defined(__has_feature)
@@ -15,22 +14,18 @@ namespace test {
 namespace {
 
 thread_local bool isCounting = false;
-thread_local bool failsOnlyOnce = false;
-thread_local std::int64_t left = 0;  ///< until the first that fails
+thread_local std::int64_t left = 0;  ///< until the one that fails
 thread_local std::int64_t counted = 0;
 
 bool fails() {
   if (!isCounting) return false;
   ++counted;
-  if (--left >= 0) return false;
-  if (failsOnlyOnce) left = std::numeric_limits<std::int64_t>::max();
-  return true;
+  return left-- == 0;
 }
 
 }  // namespace
 
-FailingAllocations::FailingAllocations(std::int64_t allowed, Extent extent) {
-  failsOnlyOnce = extent == Extent::One;
+FailingAllocations::FailingAllocations(std::int64_t allowed) {
   left = allowed;
   counted = 0;
   isCounting = true;

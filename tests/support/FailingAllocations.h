@@ -4,14 +4,12 @@
 
 namespace test {
 
-/// Memory that runs out: while one exists, allocations of its thread fail, once or from a certain one on. Memory comes
-/// from the C library's functions, and with a sanitizer, whose allocator must stay in place, from operator new alone.
+/// Memory that runs out: while one exists, a certain allocation of its thread fails. Memory comes from the C library's
+/// functions, and with a sanitizer, whose allocator must stay in place, from operator new alone.
 class FailingAllocations {
  public:
-  enum class Extent { One, AllFromThere };
-
-  /// The first to fail is the one after `allowed` others.
-  FailingAllocations(std::int64_t allowed, Extent extent);
+  /// The one after `allowed` others fails.
+  explicit FailingAllocations(std::int64_t allowed);
   ~FailingAllocations();
   FailingAllocations(const FailingAllocations&) = delete;
   FailingAllocations& operator=(const FailingAllocations&) = delete;

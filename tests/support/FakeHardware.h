@@ -49,6 +49,7 @@ class Device final : public hardware::Device {
   }
   void selectAudioFormat(std::size_t index) override { selectedAudioFormat = index; }
   void start(hardware::Sink& sink) override {
+    if (whileStarting) whileStarting();
     std::lock_guard lock(_lock);
     if (!_sink) ++starts;
     _sink = &sink;
@@ -109,6 +110,7 @@ class Device final : public hardware::Device {
   std::atomic<std::size_t> selectedAudioFormat{0};
   CMTime selectedFrameDuration = kCMTimeInvalid;
   std::function<void()> whileSelecting;
+  std::function<void()> whileStarting;
   std::function<void()> whileStopping;  ///< what it still captures before it stands still
   std::atomic<int> starts{0};
   std::atomic<int> roomReports{0};

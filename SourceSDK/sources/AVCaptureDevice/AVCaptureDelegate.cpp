@@ -9,6 +9,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <utility>
 
 #include "AVLog.h"
 
@@ -21,7 +22,7 @@ std::int32_t truncated(double length) {
   return static_cast<std::int32_t>(length < 0 ? -most : most);
 }
 
-/// Width of a pixel divided by its height; 1 where the attachment does not say both.
+/// Width of a pixel divided by its height; 1 where the attachment does not say both, or says what no pixel can have.
 float ratioOf(CFDictionaryRef ratio) {
   const auto* horizontal =
       static_cast<CFNumberRef>(CFDictionaryGetValue(ratio, kCVImageBufferPixelAspectRatioHorizontalSpacingKey));
@@ -32,7 +33,8 @@ float ratioOf(CFDictionaryRef ratio) {
   float height = 1.0F;
   CFNumberGetValue(horizontal, kCFNumberFloat32Type, &width);
   CFNumberGetValue(vertical, kCFNumberFloat32Type, &height);
-  return width / height;
+  const float shape = width / height;
+  return std::isfinite(shape) && shape > 0 ? shape : 1.0F;
 }
 
 constexpr std::int32_t HostSampleRate = 44100;
@@ -114,15 +116,12 @@ void VCaptureDelegate::captureOutputDidOutputSampleBuffer(AVCaptureOutput*, CMSa
   const CMTime time = CMSampleBufferGetPresentationTimeStamp(sampleBuffer);
   setTimescale(time.timescale);
   CVImageBufferRef image = CMSampleBufferGetImageBuffer(sampleBuffer);
-  if (!image) return _counts.noImage.add();
+  if (!image) return;
 
   fillRecord(image, time.value);
   markFormatChange();
   if (_pVideoDataArriveCallback && _pVideoDataArriveContext) {
-    _counts.delivered.add();
     _pVideoDataArriveCallback(_pVideoDataArriveContext, &_videoBuffer);
-  } else {
-    _counts.unheard.add();
   }
   _videoBuffer.flags = BRV_FLAG_NOT_FIRST;
 }
@@ -140,7 +139,6 @@ Ref<ACaptureDelegate> ACaptureDelegate::init() {
 }
 
 ACaptureDelegate::~ACaptureDelegate() {
-  _receivedByFormer += _counts.received();
   _pOutputBuffer.reset();
   _outputBufferSize = 0;
   if (fAudioConverter) AudioConverterDispose(fAudioConverter);
@@ -150,7 +148,7 @@ ACaptureDelegate::~ACaptureDelegate() {
 void ACaptureDelegate::captureOutputDidOutputSampleBuffer(AVCaptureOutput*, CMSampleBufferRef sampleBuffer,
                                                           AVCaptureConnection*) {
   CMTime time = CMSampleBufferGetPresentationTimeStamp(sampleBuffer);
-  if (!takeTime(time)) return _counts.invalidTime.add();
+  if (!takeTime(time)) return;
 
   CMBlockBufferRef block = CMSampleBufferGetDataBuffer(sampleBuffer);
   const CMFormatDescriptionRef format = CMSampleBufferGetFormatDescription(sampleBuffer);
@@ -158,26 +156,26 @@ void ACaptureDelegate::captureOutputDidOutputSampleBuffer(AVCaptureOutput*, CMSa
       format ? CMAudioFormatDescriptionGetStreamBasicDescription(format) : nullptr;
   if (!input || input->mFormatID != kAudioFormatLinearPCM) {
     AV_LOG(AV::LevelOther, "Bad format or bogus ASBD!");
-    return _counts.malformed.add();
+    return;
   }
 
   std::size_t lengthAtStart = 0;
   std::size_t totalLength = 0;
   char* bytes = nullptr;
   if (!block || CMBlockBufferGetDataPointer(block, 0, &lengthAtStart, &totalLength, &bytes) != kCMBlockBufferNoErr) {
-    return _counts.malformed.add();
+    return;
   }
 
   // Sound that needs no conversion needs a converter all the same: one that cannot be had stops it too.
   AudioConverterRef converter = GetAudioConverter(*input, _destinationDescription);
-  if (!converter) return _counts.conversionFailed.add();
+  if (!converter) return;
 
   const std::uint32_t frames = frameCount(*input, totalLength);
-  if (frames == 0) return _counts.malformed.add();
+  if (frames == 0) return;
   if (equal(*input, _destinationDescription)) {
-    if (!passThrough(block, bytes, lengthAtStart, totalLength)) return _counts.malformed.add();
+    if (!passThrough(block, bytes, lengthAtStart, totalLength)) return;
   } else if (!convert(converter, sampleBuffer, frames)) {
-    return _counts.conversionFailed.add();
+    return;
   }
   deliver(time.value);
 }
@@ -189,7 +187,12 @@ bool ACaptureDelegate::takeTime(CMTime& time) {
     return true;
   }
   const std::int32_t videoTimescale = _videoDelegate->timescale();
-  if (videoTimescale <= 0) return false;
+  if (videoTimescale <= 0) {
+    if (!std::exchange(_saidThatSoundWaits, true)) {
+      AV_LOG(AV::LevelOther, "Dropping Sound until a picture tells the timescale of its time stamps!\n");
+    }
+    return false;
+  }
   setTimescale(videoTimescale);
   time = CMTimeConvertScale(time, videoTimescale, kCMTimeRoundingMethod_RoundHalfAwayFromZero);
   return true;
@@ -293,10 +296,7 @@ void ACaptureDelegate::deliver(std::int64_t timeStamp) {
   }
   if (_dirty.take()) _audioBuffer.flags |= BRV_FLAG_FORMAT_CHANGED;
   if (_pAudioDataArriveCallback && _pAudioDataArriveContext) {
-    _counts.delivered.add();
     _pAudioDataArriveCallback(_pAudioDataArriveContext, &_audioBuffer);
-  } else {
-    _counts.unheard.add();
   }
   _audioBuffer.flags = 0;
 }

@@ -36,36 +36,11 @@ class DirtyMark {
   std::atomic<bool> _isSet{false};
 };
 
-/// Counts on one thread, is read on any; an add costs what it does in a plain integer.
-class SampleCount {
- public:
-  void add() noexcept { _value.store(_value.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed); }
-  std::uint64_t value() const noexcept { return _value.load(std::memory_order_relaxed); }
-
- private:
-  std::atomic<std::uint64_t> _value{0};
-};
-
-/// What became of the samples that an output handed to a delegate: every one ends in exactly one of these.
-struct DeliveryCounts {
-  SampleCount delivered;         ///< the host's callback has had it
-  SampleCount unheard;           ///< the host has no callback registered
-  SampleCount noImage;           ///< a frame without a picture
-  SampleCount invalidTime;       ///< sound of a muxed device whose picture has no valid time
-  SampleCount malformed;         ///< sound that is empty, out of reach, or not linear PCM; in pieces, without memory
-  SampleCount conversionFailed;  ///< sound that could not be brought into the host's format
-
-  std::uint64_t received() const noexcept {
-    return delivered.value() + unheard.value() + noImage.value() + invalidTime.value() + malformed.value() +
-           conversionFailed.value();
-  }
-};
-
 /// The shape of a picture's pixels. A camera attaches one dictionary, which never changes, to all its pictures: it is
 /// held, and read when another one comes, which saves a frame the look-ups and conversions of two numbers.
 class PixelAspectRatio {
  public:
-  /// Width divided by height; 1 where the picture does not say both.
+  /// Width divided by height; 1 where the picture does not say both, or says what cannot be.
   float of(CVImageBufferRef image);
 
  private:
@@ -92,10 +67,6 @@ class VCaptureDelegate final : public NSObject, public AVCaptureVideoDataOutputS
   std::int32_t timescale() const noexcept { return _timescale.load(std::memory_order_relaxed); }
   void setTimescale(std::int32_t timescale) noexcept { _timescale.store(timescale, std::memory_order_relaxed); }
 
-  const DeliveryCounts& counts() const noexcept { return _counts; }
-  /// How many samples all delegates that have gone were handed: for tests.
-  static std::uint64_t receivedByFormer() noexcept { return _receivedByFormer; }
-
   AV::Device* device() const noexcept { return _pDevice; }
   void setDevice(AV::Device* device) noexcept { _pDevice = device; }
   /// Not retained.
@@ -116,7 +87,7 @@ class VCaptureDelegate final : public NSObject, public AVCaptureVideoDataOutputS
 
  private:
   explicit VCaptureDelegate(AV::Device* device) noexcept : _pDevice(device) {}
-  ~VCaptureDelegate() override { _receivedByFormer += _counts.received(); }
+  ~VCaptureDelegate() override = default;
 
   void fillRecord(CVImageBufferRef image, std::int64_t timeStamp);
   void markFormatChange();
@@ -132,8 +103,6 @@ class VCaptureDelegate final : public NSObject, public AVCaptureVideoDataOutputS
   BRV_VideoBuffer _videoBuffer{};
   PixelAspectRatio _pixelAspectRatio;
   DirtyMark _dirty;
-  DeliveryCounts _counts;
-  static inline std::atomic<std::uint64_t> _receivedByFormer{0};
 };
 
 class ACaptureDelegate final : public NSObject, public AVCaptureAudioDataOutputSampleBufferDelegate {
@@ -151,13 +120,9 @@ class ACaptureDelegate final : public NSObject, public AVCaptureAudioDataOutputS
   void setTimescale(std::int32_t timescale) noexcept { _timescale.store(timescale, std::memory_order_relaxed); }
 
   /// The delegate of the same muxed source's pictures, in whose timescale the sound is then stamped; sound is dropped
-  /// until that has a valid one. Set before the delegate has a queue.
+  /// while that has no valid one, which is logged once. Set before the delegate has a queue.
   VCaptureDelegate* videoDelegate() const noexcept { return _videoDelegate.get(); }
   void setVideoDelegate(VCaptureDelegate* delegate) { _videoDelegate = Ref<VCaptureDelegate>::retain(delegate); }
-
-  const DeliveryCounts& counts() const noexcept { return _counts; }
-  /// See VCaptureDelegate.
-  static std::uint64_t receivedByFormer() noexcept { return _receivedByFormer; }
 
   BRV_SourceChangedCallback notifySourceChangeCallback() const noexcept { return _pSourceChangeCallback; }
   void setNotifySourceChangeCallback(BRV_SourceChangedCallback callback) noexcept { _pSourceChangeCallback = callback; }
@@ -172,8 +137,8 @@ class ACaptureDelegate final : public NSObject, public AVCaptureAudioDataOutputS
   void setAudioDataArrivedContext(void* context) noexcept { _pAudioDataArriveContext = context; }
 
   // GetAudioConverter:outputASDB:
-  /// The converter for this input, made anew when the input has changed; null, and a line in the log, when there can be
-  /// none. Owned by the delegate.
+  /// The converter for this input, made again when the input has changed; null, and a line in the log, when there can
+  /// be none. Owned by the delegate.
   AudioConverterRef GetAudioConverter(AudioStreamBasicDescription inputASDB, AudioStreamBasicDescription outputASDB);
 
   // GetAudioConverterErrorString:
@@ -208,8 +173,7 @@ class ACaptureDelegate final : public NSObject, public AVCaptureAudioDataOutputS
   AudioStreamBasicDescription fLastInputASDB{};
   Ref<VCaptureDelegate> _videoDelegate;
   DirtyMark _dirty;
-  DeliveryCounts _counts;
-  static inline std::atomic<std::uint64_t> _receivedByFormer{0};
+  bool _saidThatSoundWaits = false;
 };
 
 /// The input of one conversion: the whole of a buffer list, handed over once.

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-/// The format's name for people; absent when it has neither a name nor a size, or is of no known medium.
+/// The format's name for display; absent when it has neither a name nor a size, or is of no known medium.
 std::optional<std::string> localizedName(const AVCaptureDeviceFormat& format);
 
 /// True for a muxed MPEG-2 transport stream of high definition.

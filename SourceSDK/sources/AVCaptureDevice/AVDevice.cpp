@@ -1,7 +1,6 @@
 #include "AVDevice.h"
 
 #include <CoreVideo/CVPixelBuffer.h>
-#include <Foundation/NSNotification.h>
 #include <Foundation/NSValue.h>
 #include <lumora/zTrace.h>
 
@@ -86,8 +85,6 @@ Device::~Device() {
 }
 
 void Device::build(AVCaptureDevice& device) {
-  observeSession();
-
   const auto type = classify(device);
   if (!type) {
     zTrace::Default().TraceNote("AV::Device::Device() Device %s doesn't contain and supported Media\n",
@@ -97,21 +94,14 @@ void Device::build(AVCaptureDevice& device) {
   }
   _name = _GenerateName(device.localizedName(), *type);
   // One that has sound and muxed media is named after its sound, and has pictures all the same.
-  if (*type != audio || device.hasMediaType(AVMediaTypeMuxed)) {
-    _CreateVideoDevice(Ref<AVCaptureDevice>::retain(&device));
-  } else {
-    _CreateAudioDevice(Ref<AVCaptureDevice>::retain(&device));
-  }
+  const bool hasPictures = *type != audio || device.hasMediaType(AVMediaTypeMuxed);
+  const auto side = Ref<AVCaptureDevice>::retain(&device);
+  setError(hasPictures ? _CreateVideoDevice(side) : _CreateAudioDevice(side));
   _pLock = zCritical::Factory(1);
 }
 
 void Device::dismantle() noexcept {
   stopDevice();
-  for (const auto& observer : _pSessionObservers) {
-    NSNotificationCenter::defaultCenter().removeObserver(observer.get());
-  }
-  _pSessionObservers = {};
-
   _pSession = {};
   _pVideoDevice = {};
   _pAudioDevice = {};
@@ -135,31 +125,15 @@ void Device::dismantle() noexcept {
   _pAudioFormats.clear();
 }
 
-/// Both blocks ask the session: one that has waited for the main thread may be overtaken by a later change.
-void Device::observeSession() {
-  auto& center = NSNotificationCenter::defaultCenter();
-  auto* const mainQueue = &NSOperationQueue::mainQueue();
-  const auto follow = [this](NSNotification&) { _running = _pSession->isRunning(); };
-  auto& [startObserver, stopObserver] = _pSessionObservers;
-  stopObserver =
-      center.addObserverForName(AVCaptureSessionDidStopRunningNotification, _pSession.get(), mainQueue, follow);
-  startObserver =
-      center.addObserverForName(AVCaptureSessionDidStartRunningNotification, _pSession.get(), mainQueue, follow);
-}
-
 std::string Device::_GenerateName(const std::string& baseName, eMediaType type) const {
   return _pDeviceManager->unusedName(baseName, type == video ? " Video" : type == audio ? " Audio" : "");
 }
 
-bool Device::_CreateVideoDevice(Ref<AVCaptureDevice> device) {
+/// Null when the video side was built. Otherwise the reason why the device cannot be opened, and nothing of it is kept.
+Ref<NSError> Device::_CreateVideoDevice(Ref<AVCaptureDevice> device) {
   Ref<NSError> error;
   auto input = AVCaptureDeviceInput::initWithDevice(device.get(), &error);
-  if (!input || error) {
-    std::lock_guard lock(_graphLock);
-    _pVideoDevice = std::move(device);
-    if (error) _pError = error;
-    return !error;
-  }
+  if (!input) return error;
   auto output = makeRef<AVCaptureVideoDataOutput>();
   output->setVideoSettings(videoSettings().get());
   output->setAlwaysDiscardsLateVideoFrames(true);
@@ -194,7 +168,7 @@ bool Device::_CreateVideoDevice(Ref<AVCaptureDevice> device) {
     releaseVideoGraph();
     throw;
   }
-  return true;
+  return {};
 }
 
 /// Takes a video side that could not be completed away again.
@@ -213,15 +187,11 @@ void Device::releaseVideoGraph() noexcept {
   onQueue(queue, [&] { delegate = {}; });
 }
 
-bool Device::_CreateAudioDevice(Ref<AVCaptureDevice> device) {
+/// As for the video side.
+Ref<NSError> Device::_CreateAudioDevice(Ref<AVCaptureDevice> device) {
   Ref<NSError> error;
   auto input = AVCaptureDeviceInput::initWithDevice(device.get(), &error);
-  if (!input || error) {
-    std::lock_guard lock(_graphLock);
-    _pAudioDevice = std::move(device);
-    if (error) _pError = error;
-    return !error;
-  }
+  if (!input) return error;
   std::string deviceID = device->uniqueID();
   _pSession->addInput(input.get());
   try {
@@ -234,7 +204,7 @@ bool Device::_CreateAudioDevice(Ref<AVCaptureDevice> device) {
     std::lock_guard lock(_graphLock);
     _pAudioInput = std::move(input);
   }
-  return true;
+  return {};
 }
 
 /// The audio branch of the session: that of `device`, or with a video delegate that of a muxed device. Once it is
@@ -289,35 +259,31 @@ Device::AudioCallback Device::releaseAudioGraph(AudioGraph former) noexcept {
   return callback;
 }
 
-void Device::setAudioTrackDevice(AVCaptureDevice* device) {
+Ref<NSError> Device::setAudioTrackDevice(AVCaptureDevice* device) {
   std::unique_lock rebuild(_rebuildLock);
-  if (audioDevice()) {
-    rebuild.unlock();
-    AV_LOG(LevelRefusal, "Already has an Audio Device Associated with it!\n");
-    return;
-  }
-  _CreateAudioDevice(Ref<AVCaptureDevice>::retain(device));
+  if (!audioDevice()) return _CreateAudioDevice(Ref<AVCaptureDevice>::retain(device));
+  rebuild.unlock();
+  AV_LOG(LevelRefusal, "Already has an Audio Device Associated with it!\n");
+  return {};
 }
 
-void Device::setVideoTrackDevice(AVCaptureDevice* device) {
+Ref<NSError> Device::setVideoTrackDevice(AVCaptureDevice* device) {
   std::unique_lock rebuild(_rebuildLock);
-  if (videoDevice()) {
-    rebuild.unlock();
-    AV_LOG(LevelRefusal, "Already has a Video Device Associated with it!\n");
-    return;
-  }
-  _CreateVideoDevice(Ref<AVCaptureDevice>::retain(device));
+  if (!videoDevice()) return _CreateVideoDevice(Ref<AVCaptureDevice>::retain(device));
+  rebuild.unlock();
+  AV_LOG(LevelRefusal, "Already has a Video Device Associated with it!\n");
+  return {};
 }
 
 void Device::startDevice() {
   if (isRunning()) return;
   reconnectAudioOutput();
   startSession();
-  if (!_videoFormatSelected) _SetSupportedVideoFormat(getBestSupportedVideoFormatIndex());
+  if (_videoFormatSelected) return;
+  Ref<NSError> error;
+  _SetSupportedVideoFormat(getBestSupportedVideoFormatIndex(), &error);
+  if (error) noteStartFailure(error->localizedDescription().c_str());
 }
-
-// The flag that isRunning asks for follows through the main thread. What is to stop stops whether or not that has run
-// its loop since the start.
 
 void Device::stopDevice() {
   // Also when another thread has just stopped it: what that lets arrive is waited for.
@@ -325,7 +291,7 @@ void Device::stopDevice() {
 }
 
 void Device::restartDevice() {
-  if (_pSession->isRunning()) {
+  if (isRunning()) {
     _pSession->stopRunning();
     reconnectAudioOutput();
   }
@@ -346,7 +312,7 @@ void Device::retireDevice() {
 }
 
 bool Device::isRunning() const {
-  return _running && _pSession->isRunning();
+  return _pSession->isRunning();
 }
 
 void Device::reconnectAudioOutput() {
@@ -441,6 +407,11 @@ void Device::setError(Ref<NSError> error) {
   std::swap(_pError, error);
 }
 
+void Device::noteStartFailure(const char* reason) {
+  AV_LOG(LevelOther, "Error Starting Source %s: %s\n", _name.c_str(), reason);
+  setError(NSError::errorWithDomain(AVFoundationErrorDomain, AVErrorSessionNotRunning, reason));
+}
+
 std::string Device::getAudioDeviceID() const {
   std::lock_guard lock(_graphLock);
   return _audioDeviceID;
@@ -449,6 +420,11 @@ std::string Device::getAudioDeviceID() const {
 std::string Device::getVideoDeviceID() const {
   std::lock_guard lock(_graphLock);
   return _videoDeviceID;
+}
+
+bool Device::hasVideoOrAudioID(const std::string& id) const {
+  std::lock_guard lock(_graphLock);
+  return _videoDeviceID == id || _audioDeviceID == id;
 }
 
 bool Device::hasAudioStream() const {

@@ -11,9 +11,9 @@
 #include <dispatch/dispatch.h>
 #include <lumora/zCritical.h>
 
-#include <array>
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -28,7 +28,7 @@ class DeviceManager;
 /// The output settings of every audio data output: what the host's records hold.
 Ref<NSDictionary> GetAudioSettings();
 
-class Device {
+class Device : public std::enable_shared_from_this<Device> {
  public:
   /// What a source is made from.
   enum eMediaType { video = 0, audio = 1, muxed = 2 };
@@ -42,15 +42,16 @@ class Device {
   Device(const Device&) = delete;
   Device& operator=(const Device&) = delete;
 
-  // Pairing. A side that is there already stays, and the refusal is logged.
+  // Pairing. A side that is there already stays, and the refusal is logged. When the device cannot be opened, the
+  // source stays as it was, and the reason is returned; else null.
 
-  void setAudioTrackDevice(AVCaptureDevice* audioDevice);
-  void setVideoTrackDevice(AVCaptureDevice* videoDevice);
+  Ref<NSError> setAudioTrackDevice(AVCaptureDevice* audioDevice);
+  Ref<NSError> setVideoTrackDevice(AVCaptureDevice* videoDevice);
 
   // Running
 
   /// Starts the session, and applies the automatic choice of video format until the host has made one, which blocks
-  /// for 100 ms. No-op while running.
+  /// for 100 ms; what keeps that from being applied is logged, and kept for getErrorString. No-op while running.
   void startDevice();
   /// Stops the session: after the return no sample is being delivered, unless called from the delivery. No-op while
   /// stopped.
@@ -59,8 +60,6 @@ class Device {
   void restartDevice();
   /// Stops the session for good: starting does nothing from now on.
   void retireDevice();
-  /// True from the session's notification that it started to the one that it stopped, both of which pass through the
-  /// main thread.
   bool isRunning() const;
 
   /// Takes the video output out of the session, and puts it back. Without video nothing happens.
@@ -81,6 +80,8 @@ class Device {
 
   /// Hands out the last error once: false, and `text` as it was, when there is none.
   bool getErrorString(std::string& text);
+  /// Logs why the source could not be started, and keeps it for getErrorString.
+  void noteStartFailure(const char* reason);
 
   const std::string& getDeviceName() const { return _name; }
   /// Unique IDs of the capture devices; empty for a side that is absent. Equal for a muxed device.
@@ -93,6 +94,7 @@ class Device {
     if (_pVideoDevice) look(_videoDeviceID);
     if (hasSound()) look(_audioDeviceID);
   }
+  bool hasVideoOrAudioID(const std::string& id) const;
   bool isHDV() const { return _isHDV.load(std::memory_order_relaxed); }
   void setIsHDV(bool isHDV) { _isHDV.store(isHDV, std::memory_order_relaxed); }
   bool hasAudioStream() const;
@@ -107,7 +109,7 @@ class Device {
   std::size_t get_supported_audio_format_count() { return get_supported_audio_formats().size(); }
   int supportedAudioFormatListCount() { return static_cast<int>(get_supported_audio_format_count()); }
   bool getSupportedAudioFormatString(int index, std::string* out);
-  /// Applies a format and starts the source, or starts it anew.
+  /// Applies a format and starts the source, or starts it again.
   bool setSupportedAudioFormat(int index);
   /// The index last applied with success; -1 before.
   int getSelectedAudioFormatIndex() const { return static_cast<std::int32_t>(_selectedAudioFormatIndex); }
@@ -150,7 +152,7 @@ class Device {
   int getDeviceWidth() const;
   int getDeviceHeight() const;
 
-  /// Whether CoreMediaIO says that a video digitizer stands behind the camera; false without video.
+  /// Whether CoreMediaIO says that a video digitizer backs the camera; false without video.
   bool _HasVideoDigitizerComponents() const;
 
  private:
@@ -161,14 +163,13 @@ class Device {
 
   void build(AVCaptureDevice& device);
   void dismantle() noexcept;
-  void observeSession();
   std::string _GenerateName(const std::string& baseName, eMediaType type) const;
-  bool _CreateVideoDevice(Ref<AVCaptureDevice> device);
-  bool _CreateAudioDevice(Ref<AVCaptureDevice> device);
+  Ref<NSError> _CreateVideoDevice(Ref<AVCaptureDevice> device);
+  Ref<NSError> _CreateAudioDevice(Ref<AVCaptureDevice> device);
   void createAudioOutput(Ref<AVCaptureDevice> device, VCaptureDelegate* videoDelegate, const std::string& queueLabel,
                          std::string deviceID);
   void releaseVideoGraph() noexcept;
-  bool _SetSupportedVideoFormat(int index);
+  bool _SetSupportedVideoFormat(int index, Ref<NSError>* error);
 
   void startSession();
 
@@ -201,8 +202,6 @@ class Device {
   Ref<AVCaptureDeviceInput> _pAudioInput;
   Ref<VCaptureDelegate> _pVideoDelegate;
   Ref<ACaptureDelegate> _pAudioDelegate;
-  std::array<Ref<NSObject>, 2> _pSessionObservers;  ///< of its start and of its stop
-  std::atomic<bool> _running{false};
   CFRef<dispatch_queue_t> _audioQueue;
   CFRef<dispatch_queue_t> _videoQueue;
   std::atomic<bool> _isHDV{false};
@@ -210,7 +209,7 @@ class Device {
   std::atomic<bool> _videoFormatSelected{false};
   std::vector<Ref<AVCaptureDeviceFormat>> _pAudioFormats;
 
-  /// Held while the session starts, so that none starts behind its retirement.
+  /// Held while the session starts, so that none starts after its retirement.
   std::mutex _startLock;
   bool _isRetired = false;
 

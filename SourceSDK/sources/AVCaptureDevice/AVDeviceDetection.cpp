@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <set>
 #include <string_view>
 
 #include "AVDeviceManager.h"
@@ -70,95 +71,97 @@ void DeviceManager::detectDeviceConnect() {
 
 void DeviceManager::detectVideoDevices() {
   auto devices = AVCaptureDevice::devicesWithMediaType(AVMediaTypeVideo);
-  const auto muxedDevices = AVCaptureDevice::devicesWithMediaType(AVMediaTypeMuxed);
-  devices.insert(devices.end(), muxedDevices.begin(), muxedDevices.end());
-
-  for (const auto& device : devices) {
-    if (!_AllowDevice(device->localizedName()) || _getDeviceFromTotalDevice(device->uniqueID()) ||
-        joinsLinkedAudio(*device)) {
-      continue;
-    }
-    const bool isHDV = isHDVCamcorder(device->uniqueID());  // first, for it may throw
-    std::string error;
-    if (auto source = makeSource(*device, error)) {
-      source->setIsHDV(isHDV);
-      addSource(std::move(source));
-    } else {
-      AV_LOG(LevelOther, "Error Loading Video Source %s: %s\n", device->localizedName().c_str(), error.c_str());
-    }
+  for (auto& muxed : AVCaptureDevice::devicesWithMediaType(AVMediaTypeMuxed)) {
+    if (!muxed->hasMediaType(AVMediaTypeVideo)) devices.push_back(std::move(muxed));
   }
-}
-
-/// True when no source is to be made for this video device: it joined the source of its linked audio device, or none
-/// of its linked devices has audio.
-bool DeviceManager::joinsLinkedAudio(AVCaptureDevice& device) {
-  const auto linked = device.linkedDevices();
-  if (linked.empty()) return false;
-  const auto audioDevice = std::find_if(linked.begin(), linked.end(), [](const Ref<AVCaptureDevice>& candidate) {
-    return candidate->hasMediaType(AVMediaTypeAudio);
-  });
-  if (audioDevice == linked.end()) return true;
-  Device* source = getDeviceWithID((*audioDevice)->uniqueID());
-  if (!source) return false;
-  source->setVideoTrackDevice(&device);
-  return true;
+  for (const auto& device : devices) {
+    if (isNew(*device) && !joinsLinkedAudio(*device)) addVideoSource(*device);
+  }
 }
 
 void DeviceManager::detectAudioDevices() {
   for (const auto& device : AVCaptureDevice::devicesWithMediaType(AVMediaTypeAudio)) {
-    if (!_AllowDevice(device->localizedName()) || _getDeviceFromTotalDevice(device->uniqueID()) ||
-        joinsLinkedVideo(*device)) {
-      continue;
-    }
-    std::string error;
-    if (auto source = makeSource(*device, error)) {
-      addSource(std::move(source));
-    } else {
-      AV_LOG(LevelOther, "Error Loading Audio Source %s: %s\n", device->localizedName().c_str(), error.c_str());
-    }
+    if (isNew(*device) && !joinsLinkedVideo(*device)) addAudioSource(*device);
   }
 }
 
+/// Whether a device may become, or join, a source in this pass.
+bool DeviceManager::isNew(const AVCaptureDevice& device) const {
+  return _AllowDevice(device.localizedName()) && !_getDeviceFromTotalDevice(device.uniqueID());
+}
+
+/// True when no source is to be made for this video device: it joined the source of its linked audio device or could
+/// not be opened, or none of its linked devices has audio.
+bool DeviceManager::joinsLinkedAudio(AVCaptureDevice& device) {
+  const auto linked = device.linkedDevices();
+  if (linked.empty()) return false;
+  const auto audioDevice = std::ranges::find_if(
+      linked, [](const Ref<AVCaptureDevice>& candidate) { return candidate->hasMediaType(AVMediaTypeAudio); });
+  if (audioDevice == linked.end()) return true;
+  const auto source = getDeviceWithID((*audioDevice)->uniqueID());
+  if (!source) return false;
+  if (const auto error = source->setVideoTrackDevice(&device)) noteVideoFailure(device, error->localizedDescription());
+  return true;
+}
+
 /// Joins the source of every linked video device. True when no source is to be made for this audio device: each of its
-/// linked video devices has one, or there is none among its linked devices.
+/// linked video devices has one, there is none among its linked devices, or it could not be opened.
 bool DeviceManager::joinsLinkedVideo(AVCaptureDevice& device) {
   const auto linked = device.linkedDevices();
   if (linked.empty()) return false;
   bool allHaveSources = true;
   for (const auto& candidate : linked) {
     if (!candidate->hasMediaType(AVMediaTypeVideo)) continue;
-    if (Device* source = getDeviceWithID(candidate->uniqueID())) {
-      source->setAudioTrackDevice(&device);
-    } else {
+    const auto source = getDeviceWithID(candidate->uniqueID());
+    if (!source) {
       allHaveSources = false;
+    } else if (const auto error = source->setAudioTrackDevice(&device)) {
+      noteAudioFailure(device, error->localizedDescription());
+      return true;
     }
   }
   return allHaveSources;
 }
 
-/// Null, and the reason in `error`, when the device cannot be opened. The next pass tries it again.
-std::unique_ptr<Device> DeviceManager::makeSource(AVCaptureDevice& device, std::string& error) {
-  auto source = std::make_unique<Device>(this, &device);
-  if (source->getErrorString(error)) {
-    std::lock_guard lock(_tableLock);
-    lastErrorMessage = error;
-    return nullptr;
-  }
-  return source;
+void DeviceManager::addVideoSource(AVCaptureDevice& device) {
+  const bool isHDV = isHDVCamcorder(device.uniqueID());  // first, for it may throw
+  auto source = std::make_shared<Device>(this, &device);
+  if (std::string error; source->getErrorString(error)) return noteVideoFailure(device, error);
+  source->setIsHDV(isHDV);
+  addSource(std::move(source));
+}
+
+void DeviceManager::addAudioSource(AVCaptureDevice& device) {
+  auto source = std::make_shared<Device>(this, &device);
+  if (std::string error; source->getErrorString(error)) return noteAudioFailure(device, error);
+  addSource(std::move(source));
 }
 
 /// The source is in the table of devices in use already.
-void DeviceManager::addSource(std::unique_ptr<Device> source) {
+void DeviceManager::addSource(std::shared_ptr<Device> source) {
   try {
-    _AddDevice(source.get());
+    _AddDevice(source);
   } catch (...) {
     _removeFromTotalDeviceTable(source.get());
     throw;
   }
-  source.release();
 }
 
-/// A FireWire device's unique ID is its GUID in hexadecimal behind one other character.
+// Of a device that cannot be opened nothing is kept: the next pass tries it again.
+
+void DeviceManager::noteVideoFailure(const AVCaptureDevice& device, const std::string& reason) {
+  AV_LOG(LevelOther, "Error Loading Video Source %s: %s\n", device.localizedName().c_str(), reason.c_str());
+  std::lock_guard lock(_tableLock);
+  lastErrorMessage = reason;
+}
+
+void DeviceManager::noteAudioFailure(const AVCaptureDevice& device, const std::string& reason) {
+  AV_LOG(LevelOther, "Error Loading Audio Source %s: %s\n", device.localizedName().c_str(), reason.c_str());
+  std::lock_guard lock(_tableLock);
+  lastErrorMessage = reason;
+}
+
+/// A FireWire device's unique ID is its GUID in hexadecimal after one other character.
 bool DeviceManager::isHDVCamcorder(const std::string& uniqueID) const {
   auto scanner = NSScanner::scannerWithString(uniqueID);
   scanner.setScanLocation(1);
@@ -169,25 +172,13 @@ bool DeviceManager::isHDVCamcorder(const std::string& uniqueID) const {
 
 void DeviceManager::_DetectDeviceDisconnect() {
   std::lock_guard pass(_passLock);
-  const auto present = AVCaptureDevice::devices();
-  std::unordered_set<std::string_view> presentIDs;
-  for (const auto& device : present) presentIDs.insert(device->uniqueID());
-  std::string place;
-  while (Device* absent = findAbsentDevice(presentIDs, place)) _RemoveDevice(absent);
-}
-
-/// The first source, in the order of the table of devices in use, of which neither capture device is present. The walk
-/// goes on from `place`, where the one before ended: a removal leaves nothing in front of it that is absent.
-Device* DeviceManager::findAbsentDevice(const std::unordered_set<std::string_view>& presentIDs,
-                                        std::string& place) const {
-  std::lock_guard lock(_tableLock);
-  for (auto entry = totalDeviceTable.lower_bound(place); entry != totalDeviceTable.end(); ++entry) {
-    const auto& [uniqueID, source] = *entry;
-    if (presentIDs.contains(source->getVideoDeviceID()) || presentIDs.contains(source->getAudioDeviceID())) continue;
-    place = uniqueID;
-    return source;
+  std::set<std::string, std::less<>> presentIDs;
+  for (const auto& device : AVCaptureDevice::devices()) presentIDs.insert(device->uniqueID());
+  for (const auto& source : sourcesInOrder()) {
+    bool isPresent = false;
+    source->forEachDeviceID([&](const std::string& id) { isPresent |= presentIDs.contains(id); });
+    if (!isPresent) _RemoveDevice(source);
   }
-  return nullptr;
 }
 
 }  // namespace AV

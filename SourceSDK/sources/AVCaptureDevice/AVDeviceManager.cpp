@@ -5,6 +5,7 @@
 #include <Foundation/NSPathUtilities.h>
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "AVLog.h"
@@ -43,11 +44,7 @@ DeviceManager::DeviceManager() : DeviceManager(Unobserving()) {
 
 DeviceManager::~DeviceManager() {
   removeObservers();
-  const auto firstDevice = [this] {
-    std::lock_guard lock(_tableLock);
-    return deviceList.first();
-  };
-  while (Device* first = firstDevice()) _RemoveDevice(first);
+  while (const auto first = getDeviceWithIndex(0)) _RemoveDevice(first);
   pPrefs.reset();
   setStateChangeCallback(nullptr, nullptr);
   pAVCDeviceManager.reset();
@@ -59,81 +56,67 @@ int DeviceManager::getDeviceCount() const {
   return static_cast<int>(deviceList.size());
 }
 
-Device* DeviceManager::getDeviceWithIndex(int index) const {
+std::shared_ptr<Device> DeviceManager::getDeviceWithIndex(int index) const {
   std::lock_guard lock(_tableLock);
-  const auto& list = deviceList.list();
-  return index >= 0 && static_cast<std::size_t>(index) < list.size() ? list[static_cast<std::size_t>(index)] : nullptr;
+  const bool isValid = index >= 0 && static_cast<std::size_t>(index) < deviceList.size();
+  return isValid ? deviceList[static_cast<std::size_t>(index)] : nullptr;
 }
 
-Device* DeviceManager::getDeviceWithName(std::string_view name) const {
+std::shared_ptr<Device> DeviceManager::getDeviceWithName(std::string_view name) const {
   std::lock_guard lock(_tableLock);
-  return find(deviceMap, name);
+  const auto entry = deviceMap.find(name);
+  return entry == deviceMap.end() ? nullptr : entry->second;
 }
 
-Device* DeviceManager::getDeviceWithID(const std::string& id) const {
+std::shared_ptr<Device> DeviceManager::getDeviceWithID(const std::string& id) const {
   std::lock_guard lock(_tableLock);
-  return deviceList.firstWithID(id);
+  const auto found =
+      std::ranges::find_if(deviceMap, [&](const auto& entry) { return entry.second->hasVideoOrAudioID(id); });
+  return found == deviceMap.end() ? nullptr : found->second;
 }
 
 int DeviceManager::getIndexOfDeviceWithName(const std::string& name) const {
   std::lock_guard lock(_tableLock);
-  const auto& list = deviceList.list();
-  const auto found =
-      std::find_if(list.begin(), list.end(), [&](const Device* device) { return device->getDeviceName() == name; });
-  return found == list.end() ? -1 : static_cast<int>(found - list.begin());
+  const auto found = std::ranges::find(deviceList, name, &Device::getDeviceName);
+  return found == deviceList.end() ? -1 : static_cast<int>(found - deviceList.begin());
 }
 
 int DeviceManager::getIndexOfDeviceID(const std::string& id) const {
   std::lock_guard lock(_tableLock);
-  const auto& list = deviceList.list();
-  const auto found = std::find_if(list.begin(), list.end(), [&](const Device* device) {
-    return device->getAudioDeviceID() == id || device->getVideoDeviceID() == id;
-  });
-  return found == list.end() ? -1 : static_cast<int>(found - list.begin());
+  const auto found =
+      std::ranges::find_if(deviceList, [&](const auto& device) { return device->hasVideoOrAudioID(id); });
+  return found == deviceList.end() ? -1 : static_cast<int>(found - deviceList.begin());
 }
 
-Device* DeviceManager::_getDeviceFromTotalDevice(const std::string& uniqueID) const {
+std::shared_ptr<Device> DeviceManager::_getDeviceFromTotalDevice(const std::string& uniqueID) const {
   std::lock_guard lock(_tableLock);
-  return find(totalDeviceTable, uniqueID);
+  const auto entry = totalDeviceTable.lower_bound(uniqueID);
+  return entry == totalDeviceTable.end() || entry->first != uniqueID ? nullptr : entry->second->weak_from_this().lock();
 }
 
 bool DeviceManager::hasDeviceRunning() const {
   std::lock_guard lock(_tableLock);
-  return std::any_of(deviceMap.begin(), deviceMap.end(), [](const auto& entry) { return entry.second->isRunning(); });
+  return std::ranges::any_of(deviceMap, [](const auto& entry) { return entry.second->isRunning(); });
 }
 
-Device* DeviceManager::find(const DeviceTable& table, std::string_view key) {
-  const auto entry = table.find(key);
-  return entry == table.end() ? nullptr : entry->second;
-}
-
-std::string DeviceManager::unusedName(const std::string& baseName, const std::string& suffix) {
+std::string DeviceManager::unusedName(const std::string& baseName, const std::string& suffix) const {
   std::lock_guard lock(_tableLock);
   std::string candidate = baseName + suffix;
-  if (!find(deviceMap, candidate)) return candidate;
-  int& number = nextNameNumbers.try_emplace({baseName, suffix}, 1).first->second;
-  for (;; ++number) {
+  for (int number = 1; deviceMap.contains(candidate); ++number) {
     candidate = baseName + " " + std::to_string(number) + suffix;
-    if (!find(deviceMap, candidate)) return candidate;
   }
+  return candidate;
 }
 
-DeviceUse DeviceManager::useDeviceWithName(std::string_view name) {
-  std::lock_guard lock(_tableLock);
-  return {_uses, find(deviceMap, name)};
-}
-
-DeviceUse DeviceManager::useDeviceWithIndex(int index) {
-  std::lock_guard lock(_tableLock);
-  const auto& list = deviceList.list();
-  const bool isValid = index >= 0 && static_cast<std::size_t>(index) < list.size();
-  return {_uses, isValid ? list[static_cast<std::size_t>(index)] : nullptr};
-}
-
-DeviceUse DeviceManager::useDeviceAfter(const DeviceUse& previous) {
+std::shared_ptr<Device> DeviceManager::sourceAfter(const std::shared_ptr<Device>& previous) const {
   std::lock_guard lock(_tableLock);
   const auto next = previous ? deviceMap.upper_bound(previous->getDeviceName()) : deviceMap.begin();
-  return {_uses, next != deviceMap.end() ? next->second : nullptr};
+  return next == deviceMap.end() ? nullptr : next->second;
+}
+
+DeviceManager::Sources DeviceManager::sourcesInOrder() const {
+  std::lock_guard lock(_tableLock);
+  return deviceList;
 }
 
 const char* DeviceManager::getDeviceName() const {
@@ -155,53 +138,49 @@ std::string DeviceManager::getLastErrorMessage() const {
   return lastErrorMessage;
 }
 
-void DeviceManager::_AddDevice(Device* device) {
+void DeviceManager::_AddDevice(std::shared_ptr<Device> device) {
   if (!device) return;
   std::lock_guard lock(_tableLock);
-  const auto [entry, isNew] = deviceMap.try_emplace(device->getDeviceName(), device);
-  if (!isNew) return;
-  try {
-    deviceList.add(device);
-  } catch (...) {
-    deviceMap.erase(entry);
-    throw;
-  }
+  deviceList.reserve(deviceList.size() + 1);
+  if (deviceMap.try_emplace(device->getDeviceName(), device).second) deviceList.push_back(std::move(device));
 }
 
-void DeviceManager::_RemoveDevice(Device* device) noexcept {
-  // A use that is under way might start it again, and the host be called by a source that it no longer finds.
+void DeviceManager::_RemoveDevice(const std::shared_ptr<Device>& device) noexcept {
+  // A thread that works on it might start it again, and the host be called by a source that it no longer finds.
   device->retireDevice();
-  _removeFromTotalDeviceTable(device);
-  {
-    std::lock_guard lock(_tableLock);
-    deviceMap.erase(device->getDeviceName());
-    nextNameNumbers.clear();
-    deviceList.remove(device);
-  }
-  if (_uses->waitForOthers(device)) delete device;
+  _removeFromTotalDeviceTable(device.get());
+  std::lock_guard lock(_tableLock);
+  if (std::erase(deviceList, device) > 0) deviceMap.erase(device->getDeviceName());
 }
 
 void DeviceManager::_addToTotalDeviceTable(Device* device) {
   if (!device) return;
   std::lock_guard lock(_tableLock);
-  DeviceTable entries;
-  device->forEachDeviceID([&](const std::string& id) { entries.try_emplace(id, device); });
-  deviceList.update(device);
-  totalDeviceTable.merge(entries);  // takes no memory
+  std::multimap<std::string, Device*, std::less<>> added;
+  device->forEachDeviceID([&](const std::string& id) {
+    const auto users = totalDeviceTable.equal_range(id);
+    const bool isEntered =
+        std::any_of(users.first, users.second, [&](const auto& entry) { return entry.second == device; });
+    if (!isEntered && !added.contains(id)) added.emplace(id, device);
+  });
+  totalDeviceTable.merge(added);  // needs no memory
 }
 
 void DeviceManager::_removeFromTotalDeviceTable(Device* device) noexcept {
   if (!device) return;
   std::lock_guard lock(_tableLock);
-  device->forEachDeviceID([&](const std::string& id) { totalDeviceTable.erase(id); });
+  device->forEachDeviceID([&](const std::string& id) {
+    auto [entry, end] = totalDeviceTable.equal_range(id);
+    while (entry != end) entry = entry->second == device ? totalDeviceTable.erase(entry) : std::next(entry);
+  });
 }
 
 void DeviceManager::startAllDevices() {
-  for (DeviceUse device = useDeviceAfter({}); device; device = useDeviceAfter(device)) device->startDevice();
+  for (auto device = sourceAfter(nullptr); device; device = sourceAfter(device)) device->startDevice();
 }
 
 void DeviceManager::stopAllDevices() {
-  for (DeviceUse device = useDeviceAfter({}); device; device = useDeviceAfter(device)) device->stopDevice();
+  for (auto device = sourceAfter(nullptr); device; device = sourceAfter(device)) device->stopDevice();
 }
 
 void DeviceManager::setStateChangeCallback(BRV_DeviceStateChangedCallback callback, void* context) {
@@ -214,20 +193,10 @@ void DeviceManager::setStateChangeCallback(BRV_DeviceStateChangedCallback callba
 }
 
 void DeviceManager::PrintDeviceList() const {
-  struct Line {
-    std::string name, audioID, videoID;
-  };
-  std::vector<Line> lines;
-  {
-    std::lock_guard lock(_tableLock);
-    for (const Device* device : deviceList.list()) {
-      lines.push_back({device->getDeviceName(), device->getAudioDeviceID(), device->getVideoDeviceID()});
-    }
-  }
   AV_LOG(LevelBanner, "---------------    Begin Print Device List    ---------------\n");
-  for (const Line& line : lines) {
-    AV_LOG(LevelOther, "\t%s (AudioID=%s, VideoID=%s)\n", line.name.c_str(), line.audioID.c_str(),
-           line.videoID.c_str());
+  for (const auto& device : sourcesInOrder()) {
+    AV_LOG(LevelOther, "\t%s (AudioID=%s, VideoID=%s)\n", device->getDeviceName().c_str(),
+           device->getAudioDeviceID().c_str(), device->getVideoDeviceID().c_str());
   }
   AV_LOG(LevelBanner, "---------------    End Print Device List    ---------------\n");
 }

@@ -96,18 +96,20 @@ bool Device::isVideoFormatPotentiallyTooLarge(int index) const {
 
 bool Device::setSupportedVideoFormat(int index) {
   _videoFormatSelected = true;
-  return _SetSupportedVideoFormat(index);
+  Ref<NSError> error;
+  const bool succeeded = _SetSupportedVideoFormat(index, &error);
+  if (error) setError(std::move(error));
+  return succeeded;
 }
 
-bool Device::_SetSupportedVideoFormat(int index) {
+/// Stores what the camera says when it cannot be locked in `*error`.
+bool Device::_SetSupportedVideoFormat(int index, Ref<NSError>* error) {
   const auto device = videoDevice();
   const auto& formats = formatsOf(device);
   if (!isIndex(index, formats.size())) return false;
 
   zThread::MicroSleep(SettlingTimeMicroseconds);
-  Ref<NSError> error;
-  if (!device->lockForConfiguration(&error)) {
-    setError(std::move(error));
+  if (!device->lockForConfiguration(error)) {
     zTrace::Default().TraceNote(
         "AV::Device::setSupportedVideoFormat Failed to change format, locking of camera [%s] for configuration failed",
         device->localizedName().c_str());

@@ -5,6 +5,7 @@
 #include <lumora/zBuffer.h>
 #include <lumora/zRecord.h>
 
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -40,6 +41,9 @@ class RecordText {
 
   /// Copies `length` bytes, or as many as are held, and forgets them. A negative length copies nothing.
   void moveTo(char* buffer, int length);
+
+  /// Turns what is held into as many zero bytes.
+  void blank() { std::memset(_text.Data(), 0, _text.Length()); }
 
   void clear() { _text.MakeEmpty(); }
 

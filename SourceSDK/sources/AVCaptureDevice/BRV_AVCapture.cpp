@@ -1,4 +1,5 @@
-// The module's entry points: they validate, look up, and forward.
+// The module's entry points: they validate, look up, and forward. Each is one guarded body, so that nothing throws into
+// the host.
 
 #include "BRV_AVCapture.h"
 
@@ -6,6 +7,10 @@
 #include <lumora/zXML.h>
 
 #include <cstring>
+#include <exception>
+#include <limits>
+#include <memory>
+#include <new>
 #include <string>
 
 #include "AVDeviceManager.h"
@@ -24,8 +29,24 @@ constexpr std::int32_t MinimumLogCount = 100;
 /// The manager between initialisation and uninitialisation. Entry points that come outside that time find no source.
 AV::DeviceManager* g_pDeviceManager = nullptr;
 
-AV::DeviceUse findSource(const char* sourceId) noexcept {
-  return g_pDeviceManager && sourceId ? g_pDeviceManager->useDeviceWithName(sourceId) : AV::DeviceUse();
+using Source = std::shared_ptr<AV::Device>;
+
+Source findSource(const char* sourceId) {
+  return g_pDeviceManager && sourceId ? g_pDeviceManager->getDeviceWithName(sourceId) : nullptr;
+}
+
+/// Does `work`, in which a source starts. What keeps it from starting is noted by the source, and thrown on.
+template <typename Work>
+void startNotingFailures(AV::Device& source, Work&& work) {
+  try {
+    work();
+  } catch (const std::bad_alloc&) {
+    source.noteStartFailure("Out of memory.");
+    throw;
+  } catch (const std::exception& failure) {
+    source.noteStartFailure(failure.what());
+    throw;
+  }
 }
 
 /// One call of the two-call convention for text.
@@ -44,17 +65,14 @@ const char* groupText() {
 }
 
 std::string sourceIdAt(int index) {
-  if (!g_pDeviceManager) return {};
-  const auto source = g_pDeviceManager->useDeviceWithIndex(index);
+  const Source source = g_pDeviceManager ? g_pDeviceManager->getDeviceWithIndex(index) : nullptr;
   return source ? source->getDeviceName() : std::string();
 }
 
-/// The source behind a negated index.
-AV::DeviceUse sourceOfError(int errorCode) {
-  if (!g_pDeviceManager || errorCode > 0) return {};
-  // The most negative code has no positive counterpart, and no source.
-  return errorCode < -g_pDeviceManager->getDeviceCount() ? AV::DeviceUse()
-                                                         : g_pDeviceManager->useDeviceWithIndex(-errorCode);
+/// The source that a negated index stands for. The most negative code has no positive counterpart, and no source.
+Source sourceOfError(int errorCode) {
+  const bool isIndex = errorCode <= 0 && errorCode != std::numeric_limits<int>::min();
+  return g_pDeviceManager && isIndex ? g_pDeviceManager->getDeviceWithIndex(-errorCode) : nullptr;
 }
 
 }  // namespace
@@ -114,7 +132,7 @@ void BRV_RegisterDeviceStateChangedCallback(void*, BRV_DeviceStateChangedCallbac
 
 void BRV_RegisterSourceChangedCallback(void*, const char* sourceId, BRV_SourceChangedCallback callback, void* context) {
   guarded([=] {
-    if (const auto source = findSource(sourceId)) source->setSourceChangeCallback(callback, context);
+    if (const Source source = findSource(sourceId)) source->setSourceChangeCallback(callback, context);
   });
 }
 
@@ -167,7 +185,7 @@ void BRV_GetSourceId(void*, int index, char* buffer, int* length) {
 }
 
 void BRV_GetSourceDisplayName(void*, const char* sourceId, void*, char* buffer, int* length) {
-  exchangeText(sourceId ? sourceId : "", buffer, length);
+  guarded([=] { exchangeText(sourceId ? sourceId : "", buffer, length); });
 }
 
 int BRV_GetSourceState(void) {
@@ -175,13 +193,13 @@ int BRV_GetSourceState(void) {
 }
 
 void BRV_GetErrorMessage(void*, void*, int errorCode, char* buffer, int* length) {
-  static std::string errorString;
-  if (!buffer && length) {
-    guarded([=] {
-      if (const auto source = sourceOfError(errorCode)) source->getErrorString(errorString);
-    });
-  }
-  exchangeText(errorString.c_str(), buffer, length);
+  guarded([=] {
+    static std::string errorString;
+    if (!buffer && length) {
+      if (const Source source = sourceOfError(errorCode)) source->getErrorString(errorString);
+    }
+    exchangeText(errorString.c_str(), buffer, length);
+  });
 }
 
 void BRV_DeleteString(char* string) {
@@ -195,28 +213,32 @@ int BRV_ShowCustomConfigDialog(void) {
 void BRV_RegisterVideoDataArrivedCallback(void*, const char* sourceId, BRV_VideoDataArrivedCallback callback,
                                           void* context) {
   guarded([=] {
-    const auto source = findSource(sourceId);
+    const Source source = findSource(sourceId);
     if (!source) return;
-    source->stopDevice();
-    source->setVideoDataArriveCallback(callback, context);
-    if (callback && context) source->startDevice();
+    startNotingFailures(*source, [&] {
+      source->stopDevice();
+      source->setVideoDataArriveCallback(callback, context);
+      if (callback && context) source->startDevice();
+    });
   });
 }
 
 void BRV_RegisterAudioDataArrivedCallback(void*, const char* sourceId, BRV_AudioDataArrivedCallback callback,
                                           void* context) {
   guarded([=] {
-    const auto source = findSource(sourceId);
+    const Source source = findSource(sourceId);
     if (!source) return;
-    source->stopDevice();
-    source->setAudioDataArrivedCallback(callback, context);
-    if (callback && context) source->startDevice();
+    startNotingFailures(*source, [&] {
+      source->stopDevice();
+      source->setAudioDataArrivedCallback(callback, context);
+      if (callback && context) source->startDevice();
+    });
   });
 }
 
 int BRV_SourceSupportsProperty(void*, const char* sourceId, const char* propertyName) {
   return guarded(0, [=] {
-    const auto source = findSource(sourceId);
+    const Source source = findSource(sourceId);
     if (!source) return 0;
     if (zString::string_equal(propertyName, "ProvidesVideo")) return source->hasVideoStream() ? 1 : 0;
     if (zString::string_equal(propertyName, "ProvidesAudio")) return source->hasAudioStream() ? 1 : 0;
@@ -228,19 +250,15 @@ int BRV_SourceSupportsProperty(void*, const char* sourceId, const char* property
 int BRV_GetProperty(void* context, BRV_PropertyCallback callback, const char* propertyName, const void* required,
                     const char* sourceId) {
   return guarded(0, [=] {
-    if (!required) return 0;
-    // The source is let go before the host is called, which may well run the main loop.
-    auto source = findSource(sourceId);
+    const Source source = required ? findSource(sourceId) : nullptr;
     if (!source) return 0;
     if (zString::string_equal(propertyName, "frame_duration")) {
       const std::int64_t duration = source->getDeviceFrameDuration();
-      source = {};
       if (callback) callback(context, BRV_PROPERTY_INT64, &duration);
       return 1;
     }
     if (zString::string_equal(propertyName, "device_id")) {
       const std::string id = source->hasAudioStream() ? source->getAudioDeviceID() : source->getVideoDeviceID();
-      source = {};
       if (callback) callback(context, BRV_PROPERTY_STRING, id.c_str());
     }
     return 0;
@@ -249,7 +267,7 @@ int BRV_GetProperty(void* context, BRV_PropertyCallback callback, const char* pr
 
 int BRV_GetTimescaleTicksPerSec(void*, const char* sourceId) {
   return guarded(-1, [=] {
-    const auto source = findSource(sourceId);
+    const Source source = findSource(sourceId);
     return source ? source->getDeviceTimescale() : -1;
   });
 }
@@ -257,12 +275,15 @@ int BRV_GetTimescaleTicksPerSec(void*, const char* sourceId) {
 void BRV_QueryParameterOptions(void*, const char* sourceId, const char* parameterName, char* buffer, int* length) {
   guarded([=] {
     static AV::RecordText xmlBuffer;
-    const auto source = findSource(sourceId);
-    if (!source || !length) return;
+    const Source source = findSource(sourceId);
+    if (!length) return;
     if (buffer) {
+      if (!source) xmlBuffer.blank();
       xmlBuffer.moveTo(buffer, *length);
       return;
     }
+    xmlBuffer.clear();
+    if (!source) return;
     *length = 0;
     const auto record = AV::makeOptionsRecord(*source, parameterName, g_pDeviceManager->getLanguageCode());
     if (xmlBuffer.write(*record)) {
@@ -282,7 +303,7 @@ void BRV_GetSourceSettings(void*, const char* sourceId, char* buffer, int* lengt
       return;
     }
     *length = 0;
-    const auto source = findSource(sourceId);
+    const Source source = findSource(sourceId);
     if (!source) return;
     if (xmlBuffer.write(*AV::makeSettingsRecord(*source))) {
       *length = xmlBuffer.length();
@@ -293,20 +314,22 @@ void BRV_GetSourceSettings(void*, const char* sourceId, char* buffer, int* lengt
 }
 
 int BRV_SetSourceSettings(void*, const char* sourceId, const char* settingsText) {
-  const auto source = findSource(sourceId);
-  if (!source) return 1;
-  return guarded(AV::failureOf(*g_pDeviceManager, *source), [&] {
-    source->startDevice();
-    zRecord settings;
-    if (!settingsText || zXML::ParseBuffer(zXML::Mode, &settings, settingsText, -1) != zXML::Success) return 1;
-    return AV::applySettings(*g_pDeviceManager, *source, settings);
+  return guarded(1, [=] {
+    const Source source = findSource(sourceId);
+    if (!source) return 1;
+    return guarded(AV::failureOf(*g_pDeviceManager, *source), [&] {
+      startNotingFailures(*source, [&] { source->startDevice(); });
+      zRecord settings;
+      if (!settingsText || zXML::ParseBuffer(zXML::Mode, &settings, settingsText, -1) != zXML::Success) return 1;
+      return AV::applySettings(*g_pDeviceManager, *source, settings);
+    });
   });
 }
 
 int BRV_GetValidParameterValues(void*, const char* sourceId, char* buffer, int* length) {
   return guarded(0, [=] {
     static AV::RecordText xmlBuffer;
-    const auto source = findSource(sourceId);
+    const Source source = findSource(sourceId);
     if (buffer || !source) {
       if (buffer && length) xmlBuffer.moveTo(buffer, *length);
       xmlBuffer.clear();

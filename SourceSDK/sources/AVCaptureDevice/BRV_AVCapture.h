@@ -150,7 +150,7 @@ typedef void (*BRV_GetPreferenceCallback)(void* context, const char* key, char* 
 typedef void (*BRV_SetPreferenceCallback)(void* context, const char* key, const char* value);
 
 /*
- * Receives a log line. `format` is always "%s    %s" with two strings behind it: the place in the module
+ * Receives a log line. `format` is always "%s    %s" with two strings after it: the place in the module
  * ("File:line", or "File:line x 300" for a summary of suppressed lines) and the message, at most 511 bytes,
  * usually with its own line end. Levels: 2 banners, 3 refusals and set-up failures, 4 everything else. Called on
  * any thread, capture threads included, possibly several at once; it must not call the module back with
@@ -175,7 +175,10 @@ typedef void (*BRV_SourceChangedCallback)(void* context, int change);
  */
 typedef void (*BRV_VideoDataArrivedCallback)(void* context, BRV_VideoBuffer* buffer);
 
-/* Receives one run of sound, on the source's audio capture queue, under the same rules. */
+/*
+ * Receives one run of sound, on the source's audio capture queue, under the same rules. The sound of a camcorder is
+ * stamped in the timescale of its pictures: it is dropped, which the log says once, until the first picture has come.
+ */
 typedef void (*BRV_AudioDataArrivedCallback)(void* context, BRV_AudioBuffer* buffer);
 
 /* Receives a property's value inside BRV_GetProperty. The value lives only during the call. */
@@ -209,7 +212,7 @@ typedef void (*BRV_RegisterPreferenceCallback_Function)(BRV_GetPreferenceCallbac
 
 /*
  * Installs the log callback (a null context switches logging off; the rate limits of every line start
- * anew) and looks for devices: the first call is what fills the list of sources, a later one adds new devices.
+ * again) and looks for devices: the first call is what fills the list of sources, a later one adds new devices.
  */
 BRV_EXPORT void BRV_RegisterLogCallback(void* unread, BRV_LogCallback callback, void* context);
 typedef void (*BRV_RegisterLogCallback_Function)(void* unread, BRV_LogCallback callback, void* context);
@@ -262,14 +265,14 @@ typedef int (*BRV_GetSourceCount_Function)(void);
 
 /*
  * The identifier of the source at `index`, 0 to count - 1: what all entry points below take as `sourceId`. It stays the
- * same as long as the source exists, while a removal moves the indexes behind it down. Outside the range the length is
+ * same as long as the source exists, while a removal moves the indexes after it down. Outside the range the length is
  * 0 and the text empty. Between the two calls no source may come or go, so make both on the main thread, or on a thread
  * that the main thread waits for.
  */
 BRV_EXPORT void BRV_GetSourceId(void* unread, int index, char* buffer, int* length);
 typedef void (*BRV_GetSourceId_Function)(void* unread, int index, char* buffer, int* length);
 
-/* The source's name for people: its identifier; no look-up is made. Read-only. */
+/* The source's name for display: its identifier; no look-up is made. Read-only. */
 BRV_EXPORT void BRV_GetSourceDisplayName(void* unread0, const char* sourceId, void* unread1, char* buffer, int* length);
 typedef void (*BRV_GetSourceDisplayName_Function)(void* unread0, const char* sourceId, void* unread1, char* buffer,
                                                   int* length);
@@ -279,7 +282,7 @@ BRV_EXPORT int BRV_GetSourceState(void);
 typedef int (*BRV_GetSourceState_Function)(void);
 
 /*
- * The message behind an error code of BRV_SetSourceSettings, or with 0 - index behind a source that delivers nothing.
+ * The message for an error code of BRV_SetSourceSettings; with 0 - index, why the source at that index delivers nothing.
  * The length call fetches the source's pending error, once; without one the previous message stays. The copy call hands
  * out what the last length call left. What the camera said to a failed "Video Settings" is in the log instead, and a
  * value that names no choice has no message.
@@ -302,7 +305,8 @@ typedef int (*BRV_ShowCustomConfigDialog_Function)(void);
  * again; otherwise the whole source stays stopped, its sound included. After the return the earlier callback
  * is not running and will not be called. Blocks for the time of the start. Until the host has set "Video Settings",
  * every start chooses the format, which takes 100 ms; where that is not the active one, the frame rate is its highest
- * then. A source without video ignores the pair but is stopped and started all the same.
+ * then. A source without video ignores the pair but is stopped and started all the same. What keeps the source from
+ * starting, or its format from being chosen, is in the log, and BRV_GetErrorMessage has it under 0 - index.
  */
 BRV_EXPORT void BRV_RegisterVideoDataArrivedCallback(void* unread, const char* sourceId,
                                                      BRV_VideoDataArrivedCallback callback, void* context);
@@ -364,7 +368,8 @@ typedef int (*BRV_GetTimescaleTicksPerSec_Function)(void* unread, const char* so
  * for each choice a child "option" with the 16-bit "value" and, where it has a title, a child "title" with the texts
  * "lang" (the language of the last copy call of BRV_GetDeviceGroupDisplayName) and "value". Without a choice there is
  * one option, 0, whose title says so; for an unknown parameter there is none. At most 65,536 are listed. An unknown
- * source leaves `*length` as it was: set it to 0 before.
+ * source leaves `*length` as it was: set it to 0 before. When the source goes between the two calls, the copy call fills
+ * `buffer` with zero bytes: an empty text, which is no record.
  */
 BRV_EXPORT void BRV_QueryParameterOptions(void* unread, const char* sourceId, const char* parameterName, char* buffer,
                                           int* length);

@@ -86,17 +86,52 @@ TEST_F(DetectionTest, LinkedDevicesMeetInEitherOrderAndTheHostHearsOfEveryChange
   }
 }
 
-TEST_F(DetectionTest, ADeviceThatCannotBeOpenedIsLoggedAndTriedAgain) {
-  auto broken = fake::camera("Broken", "b");
-  broken->openError = "Someone else has it.";
-  detect({broken});
+TEST_F(DetectionTest, ADeviceThatCannotBeOpenedIsLoggedOnceAPassAndTriedAgain) {
+  using fake::camera, fake::microphone;
+  auto both = camera("Broken", "b");
+  both->described.isMuxed = true;
+  const char* const video = "4 Error Loading Video Source Broken: Someone else has it.\n";
+  const char* const audio = "4 Error Loading Audio Source Broken: Someone else has it.\n";
+  const struct {
+    Devices devices;  ///< of which the first cannot be opened for a time
+    std::vector<std::string> without, with;
+    const char* line;
+  } cases[] = {
+      {{both}, {}, {"Broken Video: b, b"}, video},
+      {{microphone("Broken", "m", {"c"}), camera("Cam", "c", {"m"})}, {"Cam Video: c, "}, {"Cam Video: c, m"}, audio},
+      {{microphone("Broken", "m", {"c", "d"}), camera("Cam", "c", {"m"}), camera("Doc", "d", {"m"})},
+       {"Cam Video: c, ", "Doc Video: d, "},
+       {"Cam Video: c, m", "Doc Video: d, m"},
+       audio},
+  };
+  std::vector<std::string> lines;
+  for (const auto& each : cases) {
+    each.devices.front()->openError = "Someone else has it.";
+    detect(each.devices);
+    for (int i = 0; i < manager->getDeviceCount(); ++i) EXPECT_FALSE(source(i).hasAudioStream());
+    EXPECT_EQ(sources(), each.without);
+    EXPECT_EQ(manager->getLastErrorMessage(), "Someone else has it.");
+    lines.emplace_back(each.line);
+    EXPECT_EQ(log.lines(), lines);
 
-  EXPECT_THAT(sources(), IsEmpty());
-  EXPECT_THAT(log.lines(), ElementsAre("4 Error Loading Video Source Broken: Someone else has it.\n"));
-  EXPECT_EQ(manager->getLastErrorMessage(), "Someone else has it.");
-  broken->openError.reset();
+    each.devices.front()->openError.reset();
+    manager->detectDeviceConnect();
+    EXPECT_EQ(sources(), each.with);
+  }
+}
+
+TEST_F(DetectionTest, AVideoDeviceThatCannotBeOpenedLeavesTheSoundAloneUntilItCan) {
+  auto camera = fake::camera("Cam", "c", {"m"});
+  detect({fake::microphone("Mic", "m", {"c"})});
+  camera->openError = "Someone else has it.";
+  provider->plug(camera);
+  EXPECT_THAT(sources(), ElementsAre("Mic Audio: , m"));
+  EXPECT_FALSE(source().hasVideoStream());
+  EXPECT_THAT(log.lines(), ElementsAre("4 Error Loading Video Source Cam: Someone else has it.\n"));
+
+  camera->openError.reset();
   manager->detectDeviceConnect();
-  EXPECT_EQ(manager->getDeviceCount(), 1);
+  EXPECT_THAT(sources(), ElementsAre("Mic Audio: c, m"));
 }
 
 TEST_F(DetectionTest, ChangesNoticedElsewhereWaitForTheMainThread) {
@@ -145,9 +180,10 @@ TEST_F(DetectionTest, AReplacedStateCallbackIsNotRunningAnyMore) {
 
 TEST_F(DetectionTest, FireWireCamcordersAreMarkedByTheirUnits) {
   provider = fake::install({fake::camcorder("HDV", "#08004601024a6c51"), fake::camcorder("HDV", " 0x08004601024A6C51"),
-                            fake::camcorder("DV", "#11"), fake::camcorder("Both", "#12"),
-                            fake::camcorder("Later is DV", "#13"), fake::camcorder("Unknown", "#22"),
-                            fake::camcorder("Long", "#108004601024a6c51"), fake::camera("Short", "")});
+                            fake::camcorder("HDV", "\u00e908004601024a6c51"), fake::camcorder("DV", "#11"),
+                            fake::camcorder("Both", "#12"), fake::camcorder("Later is DV", "#13"),
+                            fake::camcorder("Unknown", "#22"), fake::camcorder("Long", "#108004601024a6c51"),
+                            fake::camera("Short", "")});
   using Units = std::vector<hardware::FireWireUnit>;
   const Units units{{0x08004601024a6c51, false, true},
                     {0x11, true, false},

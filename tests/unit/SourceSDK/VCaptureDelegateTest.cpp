@@ -83,6 +83,11 @@ TEST_F(VideoDelegateTest, ARecordDescribesItsFrame) {
 
   attach(kCVImageBufferPixelAspectRatioKey, {{kCVImageBufferPixelAspectRatioVerticalSpacingKey, number(11)}});
   EXPECT_EQ(describe(), expected(64, 48, 1)) << "the ratio needs both spacings";
+  for (const auto& [width, height] : {std::pair(1, 0), {0, 1}, {0, 0}}) {
+    attach(kCVImageBufferPixelAspectRatioKey, {{kCVImageBufferPixelAspectRatioHorizontalSpacingKey, number(width)},
+                                               {kCVImageBufferPixelAspectRatioVerticalSpacingKey, number(height)}});
+    EXPECT_EQ(describe(), expected(64, 48, 1)) << "no pixel is " << width << " : " << height;
+  }
   attach(kCVImageBufferPixelAspectRatioKey, {{kCVImageBufferPixelAspectRatioHorizontalSpacingKey, number(10)},
                                              {kCVImageBufferPixelAspectRatioVerticalSpacingKey, number(11)}});
   attach(kCVImageBufferDisplayDimensionsKey,

@@ -109,7 +109,7 @@ class HostTest : public FrameworkTest {
 TEST_F(HostTest, ListsSourcesInTheHostsLanguageAndKeepsTheLogToItselfWhenAskedTo) {
   const std::string expected =
       "System Devices: 4 sources\n0  Camera Video  (video+audio)\n     device   mic\n1  Desk Video  (video)\n"
-      "     device   desk\n2  Busy Video  (video+audio)\n     error    It is taken.\n"
+      "     device   desk\n2  Busy Video  (video)\n     device   busy\n"
       "3  Lone Audio  (audio)\n     device   lone\n";
   EXPECT_EQ(host({"list", "--quiet"}), expected);
   EXPECT_EQ(_folder.contents("log"), "");

@@ -1,7 +1,7 @@
 #pragma once
 
 // The FireWire AV/C units on the machine's buses, by GUID. Owned by the device manager and used by detection alone, one
-// thread at a time. It does not follow arrivals and departures: every look-up reads the controller's list anew.
+// thread at a time. It does not follow arrivals and departures: every look-up reads the controller's list again.
 
 #include <AVCVideoServices/AVCVideoServices.h>
 #include <lumora/zList.h>
