@@ -1,6 +1,6 @@
 #pragma once
 
-// A growing run of bytes, owned by whoever holds the buffer. Not synchronised: one thread at a time.
+// A growing run of bytes, owned by its holder. Not synchronised: one thread at a time.
 
 class zBuffer {
  public:

@@ -131,7 +131,7 @@ void zRecord::Set(const char* key, Value value) {
   field.value = std::move(value);
 }
 
-/// A field without a value yet behind all others. Made in its place: moving a field costs as much as making it.
+/// A field without a value yet, after all others. Made in its place: moving a field costs as much as making it.
 zField& zRecord::Append(const char* name) {
   std::string text(name);
   zField& field = _fields.emplace_back();

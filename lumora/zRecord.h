@@ -21,7 +21,7 @@ struct zField {
 
 class zRecord {
  public:
-  /// The position that puts a child behind all others.
+  /// The position that puts a child after all others.
   static constexpr int AtEnd = 0x7FFFFFFF;
 
   /// A record without name, fields and children.
@@ -38,7 +38,7 @@ class zRecord {
 
   const char* Name() const noexcept { return _name.c_str(); }
 
-  /// Sets the field `key`: in its place when the record has one, otherwise behind all others. Texts are copied; a null
+  /// Sets the field `key`: in its place when the record has one, otherwise after all others. Texts are copied; a null
   /// `value` stands for the empty text, and with a null `key` nothing is set. The last argument is reserved; pass 0.
   void SetCString(const char* key, const char* value, char reserved);
   void SetUInt16(const char* key, unsigned short value, char reserved);
@@ -52,11 +52,11 @@ class zRecord {
   /// integer and `scratch` is null.
   const char* AsCString(const char* key, const char* fallback, char (*scratch)[64]) const noexcept;
 
-  /// The field `key` as an integer. A text counts as one when it is nothing but decimal digits, perhaps behind a minus
+  /// The field `key` as an integer. A text counts as one when it is nothing but decimal digits, perhaps after a minus
   /// sign, and in range. Otherwise, and when there is no such field, `fallback`.
   int AsInt32(const char* key, int fallback) const noexcept;
 
-  /// Puts `child`, made with `new`, before the child now at `position`; behind all when there is none (`AtEnd`), in
+  /// Puts `child`, made with `new`, before the child now at `position`; after all when there is none (`AtEnd`), in
   /// front when `position` is negative. The child belongs to this record from then on. False, and the child stays the
   /// caller's, when it is null, already has a parent, or is this record or one above it. Destroyed when there is no
   /// memory to take it, which is thrown.

@@ -1,6 +1,6 @@
 #pragma once
 
-// Waiting, behind one replaceable function: a host that runs its pipeline in virtual time lets modules wait in it too.
+// Waiting, through one replaceable function: a host that runs its pipeline in virtual time lets modules wait in it too.
 
 class zThread {
  public:

@@ -1,6 +1,6 @@
 #pragma once
 
-// The host's trace: short notes for whoever looks after the machine. Any thread may trace.
+// The host's trace: short notes for the people who look after the machine. Any thread may trace.
 
 #include <cstddef>
 #include <functional>
@@ -28,7 +28,7 @@ class zTrace {
   /// Traces a note formatted as by printf. What exceeds `MaximumNoteLength` is cut off between two code points.
   void TraceNote(const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
 
-  /// Sends notes to `sink`; an empty one sends them to the standard error stream, a line each, as at first. On return
+  /// Sends notes to `sink`; an empty one sends them to standard error, a line each, as at first. On return
   /// no other thread is in the sink that was there before.
   void SetSink(Sink sink);
 

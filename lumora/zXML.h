@@ -1,7 +1,7 @@
 #pragma once
 
 // Records as XML and back, in the one form that README.md describes. What the writer produces, the reader turns into an
-// equal tree. The functions keep no state: any thread, as long as nobody else changes the arguments.
+// equal tree. The functions keep no state: any thread, while no other thread changes the arguments.
 
 class zBuffer;
 class zRecord;
