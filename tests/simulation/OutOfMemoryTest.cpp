@@ -20,7 +20,6 @@
 #include "support/FakeHardware.h"
 #include "support/FrameworkTest.h"
 #include "support/OpenDescriptors.h"
-#include "support/Rigs.h"
 #include "support/SimulationScheduler.h"
 
 // A host's session with the library, in which memory runs out at every point at which it can.
@@ -217,68 +216,12 @@ class FakeMachine {
   std::int64_t _ticks = 0;
 };
 
-/// The simulated devices, by themselves.
-class SimulatedMachine {
- public:
-  void use(Host& host) noexcept {
-    host.begin();
-    for (const char* source : {"Webcam Video", "Pocket"}) host.listen(source);
-    Host::run(0.4);
-    host.look();
-  }
-
-  void useAnew(Host& host) {
-    static constexpr std::array devices{"identifier of camera", "identifier of mic", "identifier of camcorder"};
-    for (const char* device : devices) _provider->unplug(device);
-    host.begin();
-    for (const char* device : devices) _provider->plug(device);
-    Host::run();
-    for (const char* source : {"Webcam Video", "Pocket"}) host.listen(source);
-    Host::run(0.4);
-    host.forget();
-    host.look();
-  }
-
-  static void capture() { Host::run(0.1); }
-
- private:
-  const std::shared_ptr<hardware::simulated::Provider> _provider = rigs::install(R"(
-[device]
-id = identifier of camera
-name = Webcam
-media = video
-links = identifier of mic
-video format = 64x36 2vuy, rates 30
-video fault = lost frame, every 5
-
-[device]
-id = identifier of mic
-name = Webcam Microphone
-media = audio
-audio format = 48000 Hz, 32-bit float, stereo
-audio buffer = 1024
-
-[device]
-id = identifier of camcorder
-name = Pocket
-media = muxed
-video format = 64x36 mp2t, rates 25
-audio format = 44100 Hz, 16-bit integer, stereo
-audio buffer = 2048
-
-[script]
-at 0.1 s = unplug identifier of mic
-at 0.2 s = plug identifier of mic
-)");
-};
-
 std::int64_t sessionAllocations = 0;  ///< in the part in which some may fail
 
 /// A session in which memory runs out: what the host sees once there is memory again.
-template <typename Machine>
 std::string session(std::int64_t allowed = std::numeric_limits<std::int64_t>::max()) {
   SimulationScheduler scheduler;
-  Machine machine;
+  FakeMachine machine;
   Host host;
   {
     const FailingAllocations failing(allowed);
@@ -295,7 +238,6 @@ std::string session(std::int64_t allowed = std::numeric_limits<std::int64_t>::ma
   return host.seen();
 }
 
-template <typename Machine>
 class OutOfMemoryTest : public FrameworkTest {
  protected:
   OutOfMemoryTest() {
@@ -307,13 +249,10 @@ class OutOfMemoryTest : public FrameworkTest {
   ~OutOfMemoryTest() override { zThread::SetSleepFunction(nullptr); }
 };
 
-using Machines = testing::Types<FakeMachine, SimulatedMachine>;
-TYPED_TEST_SUITE(OutOfMemoryTest, Machines);
-
 // The environment's FIRST_ALLOCATION goes straight to the one that ended an earlier run.
-TYPED_TEST(OutOfMemoryTest, NothingEndsTheProcessOrIsLeftBehindAndTheNextTryWorks) {
-  session<TypeParam>();  // what is made once for all
-  const std::string expected = session<TypeParam>();
+TEST_F(OutOfMemoryTest, NothingEndsTheProcessOrIsLeftBehindAndTheNextTryWorks) {
+  session();  // what is made once for all
+  const std::string expected = session();
   const std::int64_t allocations = sessionAllocations;
   const auto objects = NSObject::liveObjectCount();
   const auto descriptors = openDescriptors();
@@ -326,7 +265,7 @@ TYPED_TEST(OutOfMemoryTest, NothingEndsTheProcessOrIsLeftBehindAndTheNextTryWork
   const char* const first = std::getenv("FIRST_ALLOCATION");
   for (allowed = first ? std::atoi(first) : 0; allowed < allocations; allowed += ALLOCATIONS_APART) {
     SCOPED_TRACE("allocation " + std::to_string(allowed));
-    ASSERT_EQ(session<TypeParam>(allowed), expected);
+    ASSERT_EQ(session(allowed), expected);
     ASSERT_EQ(NSObject::liveObjectCount(), objects);
     ASSERT_EQ(runtime::liveLaneCount(), 0);
     ASSERT_EQ(openDescriptors(), descriptors);
@@ -335,9 +274,7 @@ TYPED_TEST(OutOfMemoryTest, NothingEndsTheProcessOrIsLeftBehindAndTheNextTryWork
   std::printf("memory ran out in %lld places\n", static_cast<long long>(allocations / ALLOCATIONS_APART));
 }
 
-class SettingWithoutMemoryTest : public FrameworkTest {};
-
-TEST_F(SettingWithoutMemoryTest, FailsWithItsCodeAlsoAfterHotPlug) {
+TEST_F(OutOfMemoryTest, ASettingFailsWithItsCodeAlsoAfterHotPlug) {
   const auto camera = [](int i) { return fake::camera("Cam", std::to_string(i)); };
   SimulationScheduler scheduler;
   const auto gone = camera(0);

@@ -53,18 +53,4 @@ TEST(RecordTest, ChildrenGoToTheirPositionsAndThoseThatWouldBreakTheTreeAreRefus
   EXPECT_EQ(names, "abcd");
 }
 
-TEST(RecordTest, ATreeOfAMillionLevelsIsComparedAndDestroyed) {
-  zRecord root;
-  zRecord* deepest = &root;
-  for (int level = 0; level < 1'000'000; ++level) {
-    auto* const next = new zRecord("level");
-    deepest->AddChild(next, zRecord::AtEnd);
-    deepest = next;
-  }
-
-  EXPECT_TRUE(root == root);
-  root.MakeEmpty();
-  EXPECT_TRUE(root == zRecord());
-}
-
 }  // namespace

@@ -1,12 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <lumora/zBuffer.h>
-#include <lumora/zCritical.h>
 #include <lumora/zTrace.h>
 
 #include <algorithm>
 #include <limits>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -26,23 +24,6 @@ TEST(BufferTest, AppendedBytesFollowEachOtherWhateverTheGrowthAndOthersLeaveItAs
     ASSERT_TRUE(buffer.Append(buffer.Data(), buffer.Length()));  // Its own bytes, as it grows.
     EXPECT_FALSE(buffer.Append(nullptr, 1) || buffer.Append("x", std::numeric_limits<unsigned int>::max()));
     EXPECT_EQ(std::string(buffer.Data(), buffer.Length() + 1), expected + expected + '\0');
-  }
-}
-
-TEST(CriticalTest, ALockIsRecursiveAndKeepsOtherThreadsOut) {
-  for (const char recursive : {'\0', '\1'}) {
-    const std::unique_ptr<zCritical> lock(zCritical::Factory(recursive));
-    int counter = 0;
-    const auto count = [&] {
-      for (int i = 0; i < 10'000; ++i) {
-        const zCriticalScope outer(lock.get()), inner(lock.get());
-        ++counter;
-      }
-    };
-    std::thread other(count);
-    count();
-    other.join();
-    EXPECT_EQ(counter, 20'000);
   }
 }
 

@@ -111,23 +111,6 @@ TEST(XMLReaderTest, FilesAreReadWholeAndAnythingElseAtAPathIsRefusedWithoutWaiti
   }
 }
 
-TEST(XMLReaderTest, RecordsDifferWhereANameAFieldItsTypeOrTheOrderDiffers) {
-  const std::string documents[] = {
-      "<record name='a'><int32 name='f' value='1'/><record name='x'/><record name='y'/></record>",
-      "<record name='A'><int32 name='f' value='1'/><record name='x'/><record name='y'/></record>",
-      "<record name='a'><int32 name='g' value='1'/><record name='x'/><record name='y'/></record>",
-      "<record name='a'><uint16 name='f' value='1'/><record name='x'/><record name='y'/></record>",
-      "<record name='a'><int32 name='f' value='1'/><record name='y'/><record name='x'/></record>",
-      "<record name='a'><int32 name='f' value='1'/><record name='x'/></record>"};
-  for (const std::string& one : documents) {
-    for (const std::string& another : documents) {
-      zRecord left, right;
-      EXPECT_TRUE(parse(one, &left) == 0 && parse(another, &right) == 0);
-      EXPECT_EQ(left == right, one == another) << one << another;
-    }
-  }
-}
-
 /// Writes and reads in both layouts; both must give the tree back.
 void expectRoundTrip(const zRecord& record) {
   for (const bool isIndented : {false, true}) {
