@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <climits>
 
 #include "support/FrameworkTest.h"
@@ -40,6 +41,26 @@ TEST_F(EntryPointsTest, SourcesAppearWithTheLogRegistrationAndOnlyOnce) {
   }
   BRV_CALL(module, BRV_UninitializeLibrary)();
   EXPECT_EQ(BRV_CALL(module, BRV_GetSourceCount)(), 0);
+}
+
+TEST_F(EntryPointsTest, AModuleThatIsClosedWhileASourceRunsGoesOnUntilItIsUninitialised) {
+  std::atomic<int> pictures{0};
+  const auto count = [](void* context, BRV_VideoBuffer*) {
+    auto& pictures = *static_cast<std::atomic<int>*>(context);
+    ++pictures;
+    pictures.notify_all();
+  };
+  {
+    LoadedModule module;
+    BRV_CALL(module, BRV_IntitializeLibrary)();
+    BRV_CALL(module, BRV_RegisterLogCallback)(nullptr, nullptr, nullptr);
+    BRV_CALL(module, BRV_RegisterVideoDataArrivedCallback)(nullptr, "Desk Camera Video", count, &pictures);
+  }
+  for (int seen = pictures, i = 0; i < 3; seen = pictures, ++i) pictures.wait(seen);
+
+  LoadedModule module;
+  EXPECT_EQ(BRV_CALL(module, BRV_GetSourceCount)(), 6);
+  BRV_CALL(module, BRV_UninitializeLibrary)();
 }
 
 TEST_F(EntryPointsTest, TheGroupIsNamedByTheHostsTranslationAndFixedAnswersAreFixed) {

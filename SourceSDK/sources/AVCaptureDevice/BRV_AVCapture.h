@@ -186,6 +186,12 @@ typedef void (*BRV_PropertyCallback)(void* context, int valueType, const void* v
 
 /* ---- Lifecycle and host services ---- */
 
+/*
+ * A host calls BRV_UninitializeLibrary before it closes the module: closing stops nothing. The module stays mapped until
+ * the process ends, so sources that still run go on, and go on calling the host, whose callbacks and contexts must last
+ * until then. A host that loads the module again finds it as it left it.
+ */
+
 /* Starts the library: creates the device manager and the state behind the host's services. Always 1. */
 BRV_EXPORT int BRV_IntitializeLibrary(void);
 typedef int (*BRV_IntitializeLibrary_Function)(void);

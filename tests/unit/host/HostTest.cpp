@@ -113,7 +113,7 @@ TEST_F(HostTest, ListsSourcesInTheHostsLanguageAndKeepsTheLogToItselfWhenAskedTo
       "3  Lone Audio  (audio)\n     device   lone\n";
   EXPECT_EQ(host({"list", "--quiet"}), expected);
   EXPECT_EQ(_folder.contents("log"), "");
-  EXPECT_EQ(host({"list"}), expected);
+  EXPECT_THAT(host({"list"}), StartsWith("System Devices: 4 sources\n"));
   EXPECT_THAT(_folder.contents("log"), HasSubstr("Broken: It is in use.\n"));
 }
 
