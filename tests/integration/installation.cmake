@@ -1,3 +1,4 @@
+# Nothing in the build tree or installed looks for libraries in the current folder, which an empty entry stands for.
 # Installs into a folder of its own and builds a host against that, once through the CMake package and once through
 # pkg-config; with the installed header, and with the one of an earlier release.
 set(prefix ${BUILD}/installation)
@@ -9,6 +10,15 @@ macro(run)
 endmacro()
 
 run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix})
+foreach(place ${BUILD} ${prefix})
+  foreach(file ${LIBDIR}/AVCaptureDevice.so ${LIBDIR}/libcaptureframeworks.so ${LIBDIR}/liblumora.so bin/brvhost)
+    execute_process(COMMAND ${READELF} -d ${place}/${file} OUTPUT_VARIABLE dynamic COMMAND_ERROR_IS_FATAL ANY)
+    if(dynamic MATCHES "R(UN)?PATH[^\n]*(\\[:|::|:\\]|\\[\\])")
+      message(FATAL_ERROR "${place}/${file} looks in the current folder:\n${dynamic}")
+    endif()
+  endforeach()
+endforeach()
+
 run(${CMAKE_COMMAND} -S ${CONSUMER} -B ${consumer} -G Ninja -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_C_COMPILER=${C_COMPILER})
 run(${CMAKE_COMMAND} --build ${consumer})
 run(${consumer}/consumer)
