@@ -55,7 +55,11 @@ std::size_t AudioTrack::accept(const BRV_AudioBuffer& record, const PCMFormat& f
     const std::int64_t length = std::max<std::int64_t>(std::llround(*_seconds * format.sampleRate), 1);
     const std::int64_t room = length - statistics.timeline.positionOf(record.timeStamp, frames, isNewUnit);
     if (frames >= room) setComplete();
-    if (room <= 0) statistics.timeline.endAt(length);
+    if (room <= 0) {
+      const double end = statistics.endSeconds();
+      const std::int64_t missing = statistics.timeline.endAt(length);
+      if (2 * missing > statistics.timeline.lastFrames()) endShort("sound", end);
+    }
     frames = std::min(frames, room);
   }
   if (frames <= 0) {

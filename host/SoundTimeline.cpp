@@ -17,11 +17,13 @@ constexpr double Rounding = 1;
 /// What is more tells nothing, and its sums would not fit.
 constexpr std::int64_t MostTicks = std::numeric_limits<std::int64_t>::max() / 4;
 
+constexpr std::int64_t NoTime = 0;
+
 }  // namespace
 
 /// Without ticks where the stamps do not go forward.
 SoundTimeline::Step SoundTimeline::stepTo(std::int64_t stamp, std::int64_t frames) const {
-  Step step{0, _lastFrames, std::max(frames, _lastFrames), _delivered};
+  Step step{0, _lastFrames + _unstamped, std::max(frames, _lastFrames), _delivered, _lastStamp != NoTime};
   if (__builtin_sub_overflow(stamp, _lastStamp, &step.ticks) || step.ticks > MostTicks || _delivered == 0) {
     step.ticks = 0;
   }
@@ -54,13 +56,20 @@ void SoundTimeline::add(std::int64_t stamp, std::int64_t frames, std::int32_t sa
       take(step);
     }
   }
-  _lastStamp = stamp;
-  _lastFrames = frames;
+  if (stamp == NoTime && _delivered > 0 && !isNewUnit) {
+    _unstamped += frames;
+  } else {
+    _lastStamp = stamp;
+    _lastFrames = frames;
+    _unstamped = 0;
+  }
   _delivered += frames;
 }
 
-void SoundTimeline::endAt(std::int64_t position) {
-  if (_delivered > 0) addGap(_delivered, position - _delivered - _gaps.missing());
+std::int64_t SoundTimeline::endAt(std::int64_t position) {
+  const std::int64_t missing = position - _delivered - _gaps.missing();
+  if (_delivered > 0) addGap(_delivered, missing);
+  return missing;
 }
 
 void SoundTimeline::addGap(std::int64_t framesDelivered, std::int64_t missing) {
@@ -101,7 +110,7 @@ void SoundTimeline::judgeFirstSteps() {
 
 void SoundTimeline::take(const Step& step) {
   if (const std::int64_t missing = missingIn(step); missing > 0) {
-    addGap(step.framesDelivered, missing);
+    if (step.isFromTime) addGap(step.framesDelivered, missing);
     return;
   }
   _ticks += static_cast<double>(step.ticks);

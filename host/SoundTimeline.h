@@ -19,11 +19,12 @@ class SoundTimeline {
   std::int64_t positionOf(std::int64_t stamp, std::int64_t frames, bool isNewUnit) const;
 
   /// The next run, `frames` long. `isNewUnit`: from here on the source may count otherwise, so that nothing is known to
-  /// be missing in front of it.
+  /// be missing in front of it. A stamp of 0 is what sound without a valid time has: it is taken for the next.
   void add(std::int64_t stamp, std::int64_t frames, std::int32_t sampleRate, bool isNewUnit);
 
-  /// The recording ends at this position, in front of a run that lies behind it: what lacks until there is missing.
-  void endAt(std::int64_t position);
+  /// The recording ends at this position, before a run that lies after it: what lacks until there is missing. Returns
+  /// how many frames that are.
+  std::int64_t endAt(std::int64_t position);
 
   const Gaps& gaps() const { return _gaps; }
   std::int64_t firstStamp() const { return _firstStamp; }
@@ -43,6 +44,7 @@ class SoundTimeline {
     std::int64_t frames = 0;           ///< what the first of the two brought
     std::int64_t longestRun = 0;       ///< of the two
     std::int64_t framesDelivered = 0;  ///< up to the end of the first
+    bool isFromTime = true;            ///< whether the first had a time, as far as is known
   };
 
   Step stepTo(std::int64_t stamp, std::int64_t frames) const;
@@ -55,7 +57,8 @@ class SoundTimeline {
   std::int64_t _delivered = 0;
   std::int64_t _firstStamp = 0;
   std::int64_t _lastStamp = 0;
-  std::int64_t _lastFrames = 0;
+  std::int64_t _lastFrames = 0;  ///< of the run with that stamp
+  std::int64_t _unstamped = 0;   ///< frames that came without a time since
   std::int32_t _sampleRate = 0;
   Gaps _gaps;
 

@@ -6,6 +6,15 @@
 
 namespace brvhost {
 
+namespace {
+
+std::int64_t inTicks(double seconds, std::int32_t ticksPerSecond) {
+  constexpr double Most = 1e18;  // that an integer holds
+  return std::llround(std::clamp(seconds * ticksPerSecond, -Most, Most));
+}
+
+}  // namespace
+
 std::int64_t framesMissing(std::int64_t previousStamp, std::int64_t nextStamp, std::int64_t frameDuration) {
   std::int64_t gap = 0;
   if (frameDuration <= 0 || nextStamp <= previousStamp) return 0;
@@ -15,16 +24,35 @@ std::int64_t framesMissing(std::int64_t previousStamp, std::int64_t nextStamp, s
   return std::max<std::int64_t>(durations - 1, 0);
 }
 
-bool VideoTimeline::continues(const FrameTiming& timing) const {
-  return timing.isKnown() && timing.ticksPerSecond == _lastTiming.ticksPerSecond;
+/// Of known timing, as that of the last frame.
+std::int64_t VideoTimeline::lastStampIn(const FrameTiming& timing) const {
+  const bool isSameUnit = timing.ticksPerSecond == _lastTiming.ticksPerSecond;
+  return isSameUnit ? _lastStamp : inTicks(inSeconds(_lastStamp, _lastTiming.ticksPerSecond), timing.ticksPerSecond);
+}
+
+/// Whether the stamp counts from where the last one does.
+bool VideoTimeline::continues(std::int64_t stamp, const FrameTiming& timing) const {
+  constexpr double LongestGap = 10;  // seconds
+  if (!timing.isKnown() || !_lastTiming.isKnown()) return false;
+  if (timing.ticksPerSecond == _lastTiming.ticksPerSecond) return true;
+  const double seconds = inSeconds(stamp, timing.ticksPerSecond) - inSeconds(_lastStamp, _lastTiming.ticksPerSecond);
+  return seconds > 0 && seconds < LongestGap;
+}
+
+/// In frames of the longer kind, where the last was of another.
+std::int64_t VideoTimeline::missingBefore(std::int64_t stamp, const FrameTiming& timing) const {
+  if (!continues(stamp, timing)) return 0;
+  const double lastSeconds = inSeconds(_lastTiming.frameDuration, _lastTiming.ticksPerSecond);
+  const std::int64_t duration = std::max(timing.frameDuration, inTicks(lastSeconds, timing.ticksPerSecond));
+  return framesMissing(lastStampIn(timing), stamp, duration) - _unstamped;
 }
 
 double VideoTimeline::positionOf(std::int64_t stamp, const FrameTiming& timing) const {
   if (_delivered == 0) return 0;
-  if (!continues(timing)) return endSeconds();
+  if (!continues(stamp, timing)) return endSeconds();
   // Against the first frame where its unit still holds: sums of rounded seconds drift.
   const bool sinceFirst = timing.ticksPerSecond == _firstTiming.ticksPerSecond;
-  const double ticks = static_cast<double>(stamp) - static_cast<double>(sinceFirst ? _firstStamp : _lastStamp);
+  const double ticks = static_cast<double>(stamp) - static_cast<double>(sinceFirst ? _firstStamp : lastStampIn(timing));
   return (sinceFirst ? 0 : _lastPosition) + ticks / timing.ticksPerSecond;
 }
 
@@ -39,9 +67,7 @@ bool VideoTimeline::liesBehind(double seconds, std::int64_t stamp, const FrameTi
 }
 
 void VideoTimeline::add(std::int64_t stamp, const FrameTiming& timing) {
-  if (continues(timing)) {
-    _gaps.add(endSeconds(), framesMissing(_lastStamp, stamp, timing.frameDuration) - _unstamped);
-  }
+  _gaps.add(endSeconds(), missingBefore(stamp, timing));
   if (timing.isKnown()) {
     _lastPosition = positionOf(stamp, timing);
     _lastStamp = stamp;
@@ -57,11 +83,13 @@ void VideoTimeline::add(std::int64_t stamp, const FrameTiming& timing) {
   ++_delivered;
 }
 
-void VideoTimeline::endAt(double seconds, std::int64_t stamp, const FrameTiming& timing) {
-  if (!continues(timing)) return;
+std::int64_t VideoTimeline::endAt(double seconds, std::int64_t stamp, const FrameTiming& timing) {
+  std::int64_t missing = missingBefore(stamp, timing);
+  if (missing <= 0) return 0;
   const double lacking = (seconds - endSeconds()) / inSeconds(timing.frameDuration, timing.ticksPerSecond);
-  const std::int64_t missing = framesMissing(_lastStamp, stamp, timing.frameDuration) - _unstamped;
-  _gaps.add(endSeconds(), lacking < static_cast<double>(missing) ? std::llround(lacking) : missing);
+  if (lacking < static_cast<double>(missing)) missing = std::llround(lacking);
+  _gaps.add(endSeconds(), missing);
+  return missing;
 }
 
 }  // namespace brvhost

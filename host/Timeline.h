@@ -37,13 +37,13 @@ class VideoTimeline {
   /// frame always does.
   bool liesBehind(double seconds, std::int64_t stamp, const FrameTiming& timing) const;
 
-  /// The next frame. One without known timing is taken for the next after the last; across a change of unit nothing is
-  /// known to be missing.
+  /// The next frame. One without known timing is taken for the next after the last. So is one that counts in another
+  /// unit and lies before the last or long after it: another clock tells its time.
   void add(std::int64_t stamp, const FrameTiming& timing);
 
-  /// The recording ends at `seconds`, in front of a frame that lies behind them: those which lack until there are
-  /// missing.
-  void endAt(double seconds, std::int64_t stamp, const FrameTiming& timing);
+  /// The recording ends at `seconds`, before a frame that lies after them: those which lack until there are missing.
+  /// Returns how many.
+  std::int64_t endAt(double seconds, std::int64_t stamp, const FrameTiming& timing);
 
   std::int64_t delivered() const { return _delivered; }
   const Gaps& gaps() const { return _gaps; }
@@ -55,7 +55,9 @@ class VideoTimeline {
   const FrameTiming& lastTiming() const { return _lastTiming; }
 
  private:
-  bool continues(const FrameTiming& timing) const;
+  std::int64_t lastStampIn(const FrameTiming& timing) const;
+  bool continues(std::int64_t stamp, const FrameTiming& timing) const;
+  std::int64_t missingBefore(std::int64_t stamp, const FrameTiming& timing) const;
 
   std::int64_t _delivered = 0;
   Gaps _gaps;

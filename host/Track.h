@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "BoundedQueue.h"
+#include "Failure.h"
 #include "OutputFile.h"
 
 namespace brvhost {
@@ -106,6 +107,12 @@ class Track {
   }
 
   void setComplete() noexcept { _isComplete.store(true, std::memory_order_release); }
+
+  /// For a medium that goes on only after the end that was asked for, and lacks more than a sample or two before it.
+  /// The caller holds the lock. May throw std::bad_alloc.
+  void endShort(const char* medium, double endSeconds) {
+    _statistics.ending = formatted("the %s ended at %.3f s, not at the %g s asked for", medium, endSeconds, *_seconds);
+  }
 
   void end(std::optional<std::string> TrackStatistics::*why, const char* reason) noexcept {
     const std::lock_guard lock(_mutex);

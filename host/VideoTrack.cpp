@@ -50,7 +50,7 @@ bool VideoTrack::accept(const BRV_VideoBuffer& record) {
   const std::lock_guard lock(_mutex);
   VideoTimeline& timeline = _statistics.timeline;
   if (_seconds && timeline.liesBehind(*_seconds, record.timeStamp, _timing)) {
-    timeline.endAt(*_seconds, record.timeStamp, _timing);
+    if (timeline.endAt(*_seconds, record.timeStamp, _timing) > 0) endShort("picture", timeline.endSeconds());
     ++_statistics.outside;
     setComplete();
     return false;

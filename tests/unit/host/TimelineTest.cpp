@@ -35,7 +35,7 @@ TEST(TimelineTest, ReadsMissingFramesFromGaps) {
   }
 }
 
-TEST(TimelineTest, CountsGapsExceptAroundUnstampedFramesAndWhereTheUnitChanges) {
+TEST(TimelineTest, CountsGapsExceptAroundUnstampedFramesAndWhereTheClockChanges) {
   VideoTimeline timeline;
   for (const std::int64_t frame : {7, 8, 11, 12, 14}) timeline.add(frame * 1'001, NTSC);
   EXPECT_TRUE(timeline.gaps().missing() == 3 && timeline.captured() == 8);
@@ -49,6 +49,20 @@ TEST(TimelineTest, CountsGapsExceptAroundUnstampedFramesAndWhereTheUnitChanges) 
   EXPECT_EQ(timeline.gaps().missing(), 4);
   EXPECT_EQ(timeline.firstStamp(), 7'007);
   EXPECT_NEAR(timeline.positionOf(9'003'003, {90'000, 3'003}), 14 * 1'001.0 / 30'000, 1e-9);
+}
+
+TEST(TimelineTest, CountsWhatIsMissingWhereTheUnitOrTheRateChanges) {
+  VideoTimeline timeline;
+  for (const std::int64_t frame : {7, 8}) timeline.add(frame * 1'001, NTSC);
+  timeline.add(10 * 3'003, {90'000, 3'003});
+  EXPECT_EQ(timeline.gaps().missing(), 1);
+  EXPECT_TRUE(timeline.liesBehind(4 * 1'001.0 / 30'000, 11 * 3'003, {90'000, 3'003}));
+
+  for (const std::int64_t frame : {22, 23}) timeline.add(frame * 1'001, {60'000, 1'001});
+  timeline.add(12 * 1'001, NTSC);
+  EXPECT_EQ(timeline.gaps().missing(), 1);
+  EXPECT_EQ(timeline.endAt(0.2, 16 * 3'003, {90'000, 3'003}), 0);
+  EXPECT_EQ(timeline.endAt(1, 16 * 3'003, {90'000, 3'003}), 3);
 }
 
 TEST(TimelineTest, SecondsHoldTheFramesWhoseMiddleLiesInThem) {
@@ -78,10 +92,14 @@ TEST(SoundTimelineTest, FindsTheUnitOfTheStampsAndTheGapsWhicheverComesFirst) {
            {"late and early by a quarter, and drifting", 600, [](auto run) { return 481 * run + run % 2 * 240; },
             48'000, 0},
            {"a coarse unit", -1, [](auto run) { return 6 * run + run / 10; }, 600, 0},
-           {"a gap at the beginning", 600, [](auto run) { return 480 * run + (run > 0 ? 9'600 : 0); }, 48'000,
+           {"a gap at the beginning", 600, [](auto run) { return 1 + 480 * run + (run > 0 ? 9'600 : 0); }, 48'000,
             20 * 441},
            {"a gap later", 600, [](auto run) { return 480 * run + (run > 99 ? 48'000 : 0); }, 48'000, 44'100},
            {"single runs lost throughout", 600, [](auto run) { return 480 * (run + run / 5); }, 48'000, 39 * 441},
+           {"a run without a time", 600, [](auto run) { return run == 100 ? 0 : 1'000'000 + 480 * run; }, 48'000, 0},
+           {"a gap at a run without a time", 600,
+            [](auto run) { return run == 100 ? 0 : 1'000'000 + 480 * (run > 99 ? run + 20 : run); }, 48'000, 20 * 441},
+           {"no time at the beginning", 600, [](auto run) { return run == 0 ? 0 : 1'000'000 + 480 * run; }, 48'000, 0},
            {"stamps that stand still", 600, [](auto) { return 5; }, 0, 0},
            {"stamps that go back once", 600, [](auto run) { return run < 50 ? run * 480 : run * 480 - 9'000; }, 48'000,
             0},

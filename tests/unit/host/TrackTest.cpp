@@ -81,8 +81,8 @@ TEST(VideoTrackTest, AsksAgainHowTimeIsCountedOnlyWhenTheFormatChanged) {
   deliver(track, 0, 2, 0);
   timing = {90'000, 3'000};
   deliver(track, 40);
-  deliver(track, 900'000, 2, BRV_FLAG_NOT_FIRST | BRV_FLAG_FORMAT_CHANGED);
-  deliver(track, 906'000);
+  deliver(track, 9'000, 2, BRV_FLAG_NOT_FIRST | BRV_FLAG_FORMAT_CHANGED);
+  deliver(track, 15'000);
   track.finish();
 
   EXPECT_TRUE(track.statistics().timeline.gaps().missing() == 2 && track.statistics().written == 4);
@@ -125,6 +125,8 @@ TEST(AudioTrackTest, EndsByTheTimeStampsWhereSoundIsMissingAndTakesOneFrameAtLea
     }
     EXPECT_TRUE(track.isComplete() && track.statistics().frames == frames) << seconds;
     EXPECT_NEAR(track.statistics().endSeconds(), seconds, 1.0 / 44'100) << seconds;
+    EXPECT_EQ(track.statistics().ending.value_or(""),
+              seconds == 0.04 ? "the sound ended at 0.030 s, not at the 0.04 s asked for" : "");
   }
 }
 
