@@ -68,10 +68,11 @@ constexpr const char* RecordHelp =
     R"(usage: brvhost [options] record SOURCE --output BASE [--set NAME=INDEX]... [--seconds N] [--until-idle]
 
 Records the picture to BASE.y4m (uncompressed 4:2:2) and the sound to BASE.wav (44,100 Hz, 16 bits,
-stereo), whichever the source has. Existing files are replaced. The recording begins with the first frame
-after the source was started in its final format. Ctrl-C ends it, and the files are complete then too; a second
-Ctrl-C ends it at once, without the report. SIGUSR1 shows the report as it stands, on standard error, while the
-recording goes on.
+stereo), whichever the source has. Existing files are replaced; but where the source has no sound and
+BASE.wav exists, or no picture and BASE.y4m does, nothing is recorded: that file would pass for a part of the
+take. The recording begins with the first frame after the source was started in its final format. Ctrl-C ends
+it, and the files are complete then too; a second Ctrl-C ends it at once, without the report. SIGUSR1 shows the
+report as it stands, on standard error, while the recording goes on.
 
   --set NAME=INDEX  apply a setting before (see set); may be repeated, and is done in the order given. When one
                     does not hold nothing is recorded. Without it the module chooses the format
@@ -81,12 +82,12 @@ recording goes on.
 
 When nothing comes of the picture or of the sound for 2 seconds, or for as long as two frames last, record says so,
 and when it is back. It exits with 1 when one of them is still missing at Ctrl-C, falls short of --seconds, or never
-came.
+came; BASE.y4m or BASE.wav may then still be that of an earlier take, which record says.
 
 The report counts frames like this. Delivered ones reached this program. Dropped ones did not; they are
 read from the gaps between time stamps, a gap being worth its length in frame durations, rounded, less one
-(what is lost before the first frame or after the last leaves no gap, except in front of the end that
---seconds sets where a later one still came). Captured is the sum of the two. "Not
+(what is lost before the first frame or after the last leaves no gap, except before the end that --seconds
+sets where a later one still came). Captured is the sum of the two. "Not
 written" are frames that were delivered but are not in the file, because the disk did not keep up. "Missing"
 sound is read from the time stamps likewise. Gaps are not filled in the files; the first few are listed, each at
 its time in the recording, where it also lies in a file in which those before it have been filled. A last line

@@ -1,6 +1,8 @@
 #include "RecordReport.h"
 
 #include <cmath>
+#include <filesystem>
+#include <system_error>
 
 #include "Failure.h"
 
@@ -114,7 +116,11 @@ std::optional<std::string> shortfall(const TrackStatistics& statistics, const st
                                      const std::string& nothingCame) {
   if (statistics.failure) return statistics.failure;
   if (statistics.ending) return statistics.ending;
-  if (statistics.frames == 0) return nothingCame;
+  if (statistics.frames == 0) {
+    std::error_code error;
+    const bool isEarlier = std::filesystem::is_regular_file(path, error);
+    return nothingCame + (isEarlier ? "; " + path + " is still that of an earlier take" : "");
+  }
   if (statistics.notWritten > 0) return path + " is not whole: the disk did not keep up";
   return std::nullopt;
 }

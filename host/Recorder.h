@@ -22,8 +22,8 @@ class Recorder {
     bool audio = false;
   };
 
-  /// Creates BASE.y4m and BASE.wav as `media` asks. `seconds` limits each medium. `timing` tells how the source counts;
-  /// it is called on the video capture thread. Throws Failure.
+  /// Creates BASE.y4m and BASE.wav as `media` asks; the other of the two must not exist. `seconds` limits each medium.
+  /// `timing` tells how the source counts; it is called on the video capture thread. Throws Failure.
   Recorder(const std::string& base, Media media, std::optional<double> seconds, std::function<FrameTiming()> timing);
 
   /// From here on samples are recorded; those before were none of the recording's. Call while nothing flows.

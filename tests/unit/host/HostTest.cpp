@@ -164,6 +164,10 @@ TEST_F(HostTest, FinishesTheFilesOfASourceThatIsInterruptedAfterAnInquiryOrUnplu
   host({"record", "lone", "--seconds", "0.5", "--output", _folder.file("lone")});
   EXPECT_FALSE(_folder.contains("lone.y4m"));
   EXPECT_EQ(_folder.contents("lone.wav").size(), WAVHeaderBytes + 22'050 * 4);
+
+  EXPECT_THAT(host({"record", "desk", "--seconds", "0.5", "--output", _folder.file("lone")}, ExitFailed),
+              HasSubstr("lone.wav is of another take and would pass for the sound of this one"));
+  EXPECT_TRUE(!_folder.contains("lone.y4m") && _folder.contains("lone.wav"));
 }
 
 TEST_F(HostTest, SavesASnapshotFromTheFinalStartWithSquarePixels) {
