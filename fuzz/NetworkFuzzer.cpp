@@ -1,8 +1,8 @@
 // What names a network camera and what finds it: its address, and the kernel's answer about its neighbours.
 
 #include "FuzzInput.h"
-#include "common/NeighbourTable.h"
-#include "common/NetworkUtilities.h"
+#include "common/network/NeighbourTable.h"
+#include "common/network/NetworkUtilities.h"
 
 namespace {
 

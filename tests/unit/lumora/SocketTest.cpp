@@ -7,7 +7,6 @@
 #include <string>
 
 #include "support/LoopbackPeer.h"
-#include "support/NetworkNamespace.h"
 #include "support/OpenDescriptors.h"
 
 namespace {
@@ -72,16 +71,6 @@ TEST_F(SocketTest, AConnectionThatFailsTellsWhyAndLeavesNone) {
     EXPECT_EQ(socket->Send("x", 1, count, Brief), zSocket::NotConnected);
     EXPECT_EQ(socket->Receive(&count, 1, count), zSocket::NotConnected);
   }
-}
-
-TEST_F(SocketTest, AnAddressThatNeverAnswersDoesNotKeepTheNextOneFromItsTurn) {
-  const auto body = [&] {
-    const Peer silent(Peer::IsSilent, {}, "127.0.0.2");
-    const Peer camera(
-        Peer::Answers, [](int) {}, "127.0.0.3", silent.port());
-    EXPECT_EQ(socket->Connect("camera", camera.port(), 10 * Brief), zSocket::Success);
-  };
-  RUN_IN_NETWORK_NAMESPACE(body, "127.0.0.2 camera\n127.0.0.3 camera\n");
 }
 
 TEST_F(SocketTest, SendingToAPeerThatDoesNotReadEndsWithTheCountThatLeft) {

@@ -1,5 +1,6 @@
-#include "common/NeighbourTable.h"
+#include "common/network/NeighbourTable.h"
 
+#include <arpa/inet.h>
 #include <linux/neighbour.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
@@ -9,10 +10,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <utility>
 
-#include "common/FileDescriptor.h"
+#include "common/network/FileDescriptor.h"
 
 namespace CSDK {
 
@@ -159,6 +161,18 @@ std::optional<std::vector<Neighbour>> readNeighbourTable() {
   for (int attempt = 1; answer.isInterrupted && attempt < Attempts; ++attempt) answer = askKernel();
   if (answer.state != NeighbourAnswer::State::Complete) return std::nullopt;
   return std::move(answer.neighbours);
+}
+
+std::string hardwareAddressIn(std::span<const Neighbour> table, const std::string& address) {
+  const in_addr_t wanted = ::inet_addr(address.c_str());
+  if (wanted == INADDR_NONE) return {};
+  const auto found = std::ranges::find_if(
+      table, [wanted](const Neighbour& each) { return wanted == INADDR_ANY || wanted == each.address; });
+  if (found == table.end()) return {};
+  const auto& bytes = found->hardwareAddress;
+  char text[32];
+  std::snprintf(text, sizeof text, "%x:%x:%x:%x:%x:%x", bytes[0], bytes[1], bytes[2], bytes[3], bytes[4], bytes[5]);
+  return text;
 }
 
 }  // namespace CSDK

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace CSDK {
@@ -27,6 +28,10 @@ struct Neighbour {
 ///
 /// Throws std::bad_alloc.
 std::optional<std::vector<Neighbour>> readNeighbourTable();
+
+/// The hardware address of the first entry with an address such as "10.1.1.1", of the first of all with "0.0.0.0", as
+/// in "0:1b:21:a:b:c"; empty where there is none, or the text is no address. Throws std::bad_alloc.
+std::string hardwareAddressIn(std::span<const Neighbour> table, const std::string& address);
 
 /// What a sequence of datagrams with the kernel's answer to one request has brought so far.
 struct NeighbourAnswer {

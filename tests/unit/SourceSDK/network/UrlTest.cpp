@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "common/NetworkUtilities.h"
+#include "common/network/NetworkUtilities.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "common/NetworkUtilities.h"
+#include "common/network/NetworkUtilities.h"
 
 #include <CoreFoundation/CFRef.h>
 #include <CoreFoundation/CFString.h>
@@ -11,7 +11,6 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -22,8 +21,8 @@
 #include <utility>
 #include <vector>
 
-#include "common/FileDescriptor.h"
-#include "common/NeighbourTable.h"
+#include "common/network/FileDescriptor.h"
+#include "common/network/NeighbourTable.h"
 
 namespace CSDK {
 
@@ -91,13 +90,6 @@ bool waitForOutcome(const FileDescriptor& socket, std::int32_t timeoutSeconds) n
     if (ready == 0 && milliseconds <= LongestWait) return false;
     if (ready < 0 && errno != EINTR) return false;
   }
-}
-
-std::string textOf(const std::array<std::uint8_t, 6>& hardwareAddress) {
-  const auto& bytes = hardwareAddress;
-  char text[32];
-  std::snprintf(text, sizeof text, "%x:%x:%x:%x:%x:%x", bytes[0], bytes[1], bytes[2], bytes[3], bytes[4], bytes[5]);
-  return text;
 }
 
 }  // namespace
@@ -216,11 +208,8 @@ bool isURLReachable(const std::string& url, std::int16_t port, std::int32_t time
 bool ipAddressToMacAdress(std::string address, std::string& macAddress) noexcept try {
   const auto table = readNeighbourTable();
   if (!table) return false;
-  const in_addr_t wanted = isCText(address) ? ::inet_addr(address.c_str()) : INADDR_NONE;
-  const auto match = std::ranges::find_if(*table, [wanted](const Neighbour& neighbour) {
-    return wanted != INADDR_NONE && (wanted == INADDR_ANY || wanted == neighbour.address);
-  });
-  if (match != table->end()) macAddress = textOf(match->hardwareAddress);
+  std::string found = hardwareAddressIn(*table, isCText(address) ? address : "");
+  if (!found.empty()) macAddress = std::move(found);
   return !macAddress.empty();
 } catch (const std::exception&) {
   return false;

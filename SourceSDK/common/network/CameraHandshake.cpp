@@ -1,4 +1,4 @@
-#include "common/CameraHandshake.h"
+#include "common/network/CameraHandshake.h"
 
 #include <lumora/zSocket.h>
 #include <lumora/zString.h>

@@ -1,0 +1,94 @@
+// Names and reachability, with real sockets on the loopback.
+
+#include "common/network/NetworkUtilities.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <chrono>
+#include <csignal>
+#include <thread>
+#include <vector>
+
+#include "support/LoopbackPeer.h"
+#include "support/OpenDescriptors.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// Longer than any test may last: a wait that does not end early fails.
+constexpr std::int32_t VeryLong = 2'147'483'647;
+
+std::int16_t portOf(const LoopbackPeer& peer) {
+  return static_cast<std::int16_t>(peer.port());
+}
+
+TEST(ReachabilityTest, AListenerIsFoundAndARefusalEndsTheWait) {
+  const LoopbackPeer listener(LoopbackPeer::Answers, [](int) {}), other(LoopbackPeer::Refuses);
+  EXPECT_TRUE(CSDK::isAddressReachable("127.0.0.1", portOf(listener), VeryLong));
+  const std::ptrdiff_t descriptorsBefore = test::openDescriptors();
+  EXPECT_FALSE(CSDK::isAddressReachable("127.0.0.1", portOf(other), VeryLong));
+  EXPECT_TRUE(CSDK::isURLReachable("rtsp://localhost:1/live", portOf(listener), VeryLong));
+  EXPECT_FALSE(CSDK::isURLReachable("127.0.0.1", portOf(listener), VeryLong));
+  EXPECT_FALSE(CSDK::isAddressReachable("127.0.0.1", portOf(listener), -1));
+  for (const std::string& address :
+       {std::string("camera"), std::string("255.255.255.255"), std::string("127.0.0.1\0.2", 12)}) {
+    EXPECT_FALSE(CSDK::isAddressReachable(address, portOf(listener), VeryLong)) << address;
+  }
+  EXPECT_LE(test::openDescriptors(), descriptorsBefore) << "descriptors are left open";
+}
+
+TEST(ReachabilityTest, SilenceLastsForTheTimeoutDespiteSignals) {
+  struct sigaction action {
+  }, before{};
+  action.sa_handler = [](int) {};
+  sigaction(SIGUSR1, &action, &before);
+  {
+    const LoopbackPeer silent(LoopbackPeer::IsSilent);
+    const std::jthread disturbance([waiting = pthread_self()](std::stop_token isOver) {
+      for (; !isOver.stop_requested(); std::this_thread::yield()) pthread_kill(waiting, SIGUSR1);
+    });
+    const auto start = Clock::now();
+    EXPECT_FALSE(CSDK::isAddressReachable("127.0.0.1", portOf(silent), 1));
+    EXPECT_GE(Clock::now() - start, std::chrono::seconds(1));
+  }
+  sigaction(SIGUSR1, &before, nullptr);
+}
+
+/// No resolver is asked for a name with a label as long as this.
+const std::string Unknown(64, 'h');
+
+TEST(ResolverTest, NamesAreLookedUpAndTheirAddressesCompared) {
+  EXPECT_TRUE(CSDK::compareIPAddress("rtsp://127.0.0.1:554/a", "http://127.0.0.1/b"));
+  EXPECT_TRUE(CSDK::compareIPAddress("rtsp://localhost", "rtsp://127.0.0.1"));
+  const std::string different[][2] = {{"rtsp://127.0.0.1", "rtsp://127.0.0.2"},
+                                      {"rtsp://127.0.0.1", "127.0.0.1"},
+                                      {"rtsp://" + Unknown, "rtsp://" + Unknown}};
+  for (const auto& [a, b] : different) EXPECT_FALSE(CSDK::compareIPAddress(a, b)) << a << b;
+
+  std::string* addresses = nullptr;
+  std::uint32_t count = 0;
+  ASSERT_TRUE(CSDK::getIPAddresses("rtsp://127.0.0.1:554/live", &addresses, count));
+  EXPECT_EQ(std::vector(addresses, addresses + count), std::vector<std::string>{"127.0.0.1"});
+  CSDK::freeResolvedIP_Addresses(addresses);
+
+  for (const std::uint32_t before : {0U, 7U}) {
+    count = before;
+    EXPECT_EQ(CSDK::resolveHostName(Unknown, &addresses, count), before != 0);
+    EXPECT_EQ(CSDK::resolveHostName(std::string("localhost\0.x", 12), &addresses, count), before != 0);
+    EXPECT_FALSE(CSDK::resolveHostName("localhost", nullptr, count));
+    EXPECT_EQ(count, before);
+    EXPECT_EQ(addresses, nullptr);
+  }
+}
+
+TEST(FormatTest, TextReplacesTheStringItMayBeMadeFrom) {
+  std::string text = "rtsp";
+  EXPECT_EQ(CSDK::sprintf(&text, "%s://%s:%d", text.c_str(), "cam", 554), text.c_str());
+  EXPECT_EQ(text, "rtsp://cam:554");
+  EXPECT_STREQ(CSDK::sprintf(&text, "%ls", L"\u20AC"), "") << "no such character in the C locale";
+  EXPECT_EQ(CSDK::sprintf(nullptr, "%d", 1), nullptr);
+}
+
+}  // namespace
