@@ -1,6 +1,6 @@
 # Nothing in the build tree or installed looks for libraries in the current folder, which an empty entry stands for.
 # Installs into a folder of its own and builds a host against that, once through the CMake package and once through
-# pkg-config; with the installed header, and with the one of an earlier release.
+# pkg-config.
 set(prefix ${BUILD}/installation)
 set(consumer ${BUILD}/consumer)
 file(REMOVE_RECURSE ${prefix} ${consumer})
@@ -35,9 +35,6 @@ ask_pkg_config(flags --cflags --libs)
 ask_pkg_config(module --variable=module)
 run(${C_COMPILER} -std=c11 ${CONSUMER}/host.c -o ${consumer}/with-pkg-config ${flags} -ldl "-DMODULE=\"${module}\"")
 run(${consumer}/with-pkg-config)
-run(${C_COMPILER} -std=c11 -I${EARLIER} ${CONSUMER}/host.c -o ${consumer}/with-earlier-header ${flags} -ldl
-    "-DMODULE=\"${module}\"")
-run(${consumer}/with-earlier-header)
 find_program(OTHER_C_COMPILER clang)
 if(OTHER_C_COMPILER)
   run(${OTHER_C_COMPILER} -std=c11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only ${CONSUMER}/host.c ${flags}

@@ -1,0 +1,16 @@
+# The module exports the entry points that BRV_AVCapture.exports names, all of them and nothing else, and the header
+# declares them.
+execute_process(COMMAND ${NM} -D --defined-only ${MODULE} OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
+file(READ ${INTERFACE}.exports names)
+file(READ ${INTERFACE}.h header)
+string(REGEX MATCHALL "[A-Za-z_0-9]+\n" exported "${symbols}")
+string(REGEX MATCHALL "BRV_[A-Za-z]+" promised "${names}")
+string(REGEX MATCHALL "BRV_EXPORT [a-z]+ BRV_[A-Za-z]+" declared "${header}")
+list(TRANSFORM exported STRIP)
+list(TRANSFORM declared REPLACE ".* " "")
+foreach(list exported promised declared)
+  list(SORT ${list})
+endforeach()
+if(NOT exported STREQUAL promised OR NOT declared STREQUAL promised)
+  message(FATAL_ERROR "promised: ${promised}\nexported: ${exported}\ndeclared: ${declared}")
+endif()
