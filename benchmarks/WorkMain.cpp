@@ -15,7 +15,6 @@
 
 namespace {
 
-
 class Timing final : public bench::Meter {
  public:
   explicit Timing(benchmark::State& state) : _state(state) {}

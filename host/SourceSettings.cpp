@@ -32,6 +32,7 @@ std::vector<Parameter> parametersOf(const Session& session, const Source& source
   session.requirePluggedIn(source);
   const std::vector<Setting> selections = settingsInRecord(session.settings(source));
   std::vector<Parameter> parameters;
+  parameters.reserve(std::size(ParameterNames));
   for (const char* name : ParameterNames) {
     parameters.push_back(
         {name, optionsInRecord(session.parameterOptions(source, name)), selectionOf(selections, name)});
@@ -48,7 +49,7 @@ SettingsOutcome applySettings(Session& session, const Source& source, const std:
   return outcome;
 }
 
-void requireSettings(Session& session, const Source& source, std::vector<Setting> settings) {
+void requireSettings(Session& session, const Source& source, const std::vector<Setting>& settings) {
   if (settings.empty()) return;
   const SettingsOutcome outcome = applySettings(session, source, settings);
   if (!outcome.isDone()) throw Failure(refusalText(source, outcome));

@@ -30,6 +30,6 @@ SettingsOutcome applySettings(Session& session, const Source& source, const std:
 
 /// Applies `settings` so that they last over the starts that a recording takes. Throws Failure unless all of them hold.
 /// Without any nothing happens.
-void requireSettings(Session& session, const Source& source, std::vector<Setting> settings);
+void requireSettings(Session& session, const Source& source, const std::vector<Setting>& settings);
 
 }  // namespace brvhost

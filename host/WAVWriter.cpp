@@ -53,7 +53,7 @@ std::array<std::uint8_t, WAVHeaderBytes> wavHeader(const PCMFormat& format, std:
   header.number(WideSizesBytes, 4);
   header.number(isWide ? riffBytes : 0, 8);
   header.number(isWide ? dataBytes : 0, 8);
-  header.number(isWide ? dataBytes / frameBytes : 0, 8);
+  header.number(isWide ? format.framesIn(dataBytes) : 0, 8);
   header.number(0, 4);
 
   header.tag("fmt ");
@@ -80,7 +80,7 @@ WAVWriter::WAVWriter(OutputFile file, const PCMFormat& format) : _file(std::move
 }
 
 std::int64_t WAVWriter::frameCount() const {
-  return static_cast<std::int64_t>(_dataBytes) / _format.bytesPerFrame();
+  return static_cast<std::int64_t>(_format.framesIn(_dataBytes));
 }
 
 void WAVWriter::write(const void* samples, std::size_t bytes) {

@@ -23,6 +23,10 @@ struct PCMFormat {
   std::int64_t bytesPerFrame() const {
     return channels > 0 && bitsPerSample > 0 ? std::int64_t{channels} * bitsPerSample / 8 : 0;
   }
+  std::uint64_t framesIn(std::uint64_t bytes) const {
+    const auto frameBytes = static_cast<std::uint64_t>(bytesPerFrame());
+    return frameBytes > 0 ? bytes / frameBytes : 0;
+  }
   friend bool operator==(const PCMFormat&, const PCMFormat&) = default;
 };
 

@@ -28,7 +28,7 @@ bool zBuffer::Append(const void* bytes, unsigned int length) noexcept {
   const bool isOwn = _bytes && std::less_equal<>()(_bytes, text) && std::less<>()(text, _bytes + _length);
   const auto offset = isOwn ? text - _bytes : 0;
   const unsigned long long needed = _length + 0ULL + length;
-  if (needed > _room) {
+  if (!_bytes || needed > _room) {
     const unsigned long long step = _increment > 0 ? _increment : _room;
     if (!Reserve(std::max(needed, _room + step))) return false;
   }

@@ -69,7 +69,7 @@ class RecordWriter {
   }
 
  private:
-  static constexpr std::size_t LongestPiece = 64 * 1024;
+  static constexpr std::size_t LongestPiece = 65'536;
 
   /// Recursive, which the bound on depth allows.
   zXML::Result writeRecord(const zRecord& record, unsigned int depth) {

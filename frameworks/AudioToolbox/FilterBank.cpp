@@ -63,7 +63,8 @@ constexpr size_t roundedUp(size_t frames) noexcept {
 // Scaled to unit gain at 0 Hz: equal in all rows, so that a constant stays one.
 template <typename Work>
 void makeRow(double place, double width, std::vector<double>& scratch, Work* row) {
-  const double centre = static_cast<double>(scratch.size() / 2 - 1) + place;
+  const size_t middle = scratch.size() / 2 - 1;
+  const double centre = static_cast<double>(middle) + place;
   for (size_t t = 0; t < scratch.size(); ++t) scratch[t] = responseAt((static_cast<double>(t) - centre) / (width / 2));
   const double sum = std::accumulate(scratch.begin(), scratch.end(), 0.0);
   std::transform(scratch.begin(), scratch.end(), row, [sum](double each) { return static_cast<Work>(each / sum); });

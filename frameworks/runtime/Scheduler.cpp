@@ -4,6 +4,8 @@
 
 #include <atomic>
 #include <cassert>
+#include <cstddef>
+#include <new>
 #include <utility>
 
 namespace runtime {
@@ -16,7 +18,8 @@ constinit thread_local const Activity* activity = nullptr;
 
 Scheduler& threadScheduler() noexcept {
   // Never destroyed: lanes may still run while the process ends.
-  static ThreadScheduler* const scheduler = new ThreadScheduler;
+  alignas(ThreadScheduler) static std::byte memory[sizeof(ThreadScheduler)];
+  static ThreadScheduler* const scheduler = new (memory) ThreadScheduler;
   return *scheduler;
 }
 

@@ -5,6 +5,7 @@
 
 namespace CSDK {
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): so says the interface
 bool Perform_BrevantaCam_HandShaking(std::string host) noexcept {
   static constexpr char kHandShakeMsg[] = "MERIDIANLINKOPENS";
   static constexpr char kHandShakeOK[] = "OK";

@@ -129,6 +129,7 @@ bool getURLString(const std::string& url, std::string* scheme, std::string* host
   return false;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): so says the interface
 bool resolveHostName(std::string hostName, std::string** addresses, std::uint32_t& count) noexcept try {
   if (!addresses) return false;
   hostent entry{};
@@ -205,6 +206,7 @@ bool isURLReachable(const std::string& url, std::int16_t port, std::int32_t time
   return getURLString(url, nullptr, &host) && isHostReachable(host, port, timeoutSeconds);
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): so says the interface
 bool ipAddressToMacAdress(std::string address, std::string& macAddress) noexcept try {
   const auto table = readNeighbourTable();
   if (!table) return false;
