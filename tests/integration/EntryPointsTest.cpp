@@ -46,9 +46,9 @@ TEST_F(EntryPointsTest, SourcesAppearWithTheLogRegistrationAndOnlyOnce) {
 TEST_F(EntryPointsTest, AModuleThatIsClosedWhileASourceRunsGoesOnUntilItIsUninitialised) {
   std::atomic<int> pictures{0};
   const auto count = [](void* context, BRV_VideoBuffer*) {
-    auto& pictures = *static_cast<std::atomic<int>*>(context);
-    ++pictures;
-    pictures.notify_all();
+    auto& counted = *static_cast<std::atomic<int>*>(context);
+    ++counted;
+    counted.notify_all();
   };
   {
     LoadedModule module;

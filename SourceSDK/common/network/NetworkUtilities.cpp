@@ -17,6 +17,7 @@
 #include <exception>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <span>
 #include <utility>
 #include <vector>
@@ -106,22 +107,22 @@ bool getURLString(const std::string& url, std::string* scheme, std::string* host
   struct {
     std::string* output;
     CFStringRef (*copyComponent)(CFURLRef);
-    std::string text;
+    std::optional<std::string> written;
   } components[] = {
       {scheme, CFURLCopyScheme, {}}, {host, CFURLCopyHostName, {}},     {path, copyStrictPath, {}},
       {user, CFURLCopyUserName, {}}, {password, CFURLCopyPassword, {}},
   };
-  for (auto& component : components) {
-    if (!component.output) continue;
-    component.text = *component.output;
-    get_and_release_cf_string(component.text, component.copyComponent(parsed.get()));
-    const std::size_t query = url.find('?');
-    if (component.output == path && query != std::string::npos) component.text.append(url, query);
+  const std::size_t query = url.find('?');
+  for (auto& [output, copyComponent, written] : components) {
+    if (!output) continue;
+    if (CFStringRef component = copyComponent(parsed.get())) get_and_release_cf_string(written.emplace(), component);
+    if (copyComponent == copyStrictPath && query != std::string::npos)
+      written = written.value_or(*path).append(url, query);
   }
 
   // Nothing can fail any more: either all outputs are written or none.
-  for (auto& component : components) {
-    if (component.output) component.output->swap(component.text);
+  for (auto& [output, copyComponent, written] : components) {
+    if (written) output->swap(*written);
   }
   if (port) *port = CFURLGetPortNumber(parsed.get());
   return true;
