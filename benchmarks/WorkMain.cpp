@@ -2,7 +2,7 @@
 // callgrind with --collect-atstart=no, writes a dump for each piece of work, and a line with its name and the number of
 // its items. `--portable` in front of either keeps the converter from using AVX2 where the processor has it.
 
-#include <AudioToolbox/InstructionSet.h>
+#include <AudioToolbox/Converter/InstructionSet.h>
 #include <benchmark/benchmark.h>
 #include <fnmatch.h>
 #include <valgrind/callgrind.h>
@@ -70,7 +70,7 @@ int main(int argc, char** argv) {
     --argc;
     return true;
   };
-  if (takeOption("--portable")) AudioConversion::usePortableInstructions();
+  if (takeOption("--portable")) AudioConversion::limitInstructions(AudioConversion::InstructionSet::Portable);
   if (takeOption("--count-instructions")) {
     for (const bench::Work& work : bench::works()) {
       if (isWanted(work, argv + 1, argv + argc)) countWork(work);

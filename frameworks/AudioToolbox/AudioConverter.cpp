@@ -1,6 +1,6 @@
 #include <AudioToolbox/AudioConverter.h>
 
-#include <AudioToolbox/ConversionEngine.h>
+#include <AudioToolbox/Converter/ConversionEngine.h>
 
 #include <algorithm>
 #include <cstring>

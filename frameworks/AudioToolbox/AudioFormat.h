@@ -10,8 +10,7 @@ CF_EXTERN_C_BEGIN
 typedef UInt32 AudioFormatPropertyID;
 enum {
   /// Specifier: an AudioStreamBasicDescription. Value: a CFStringRef that the caller releases, for example "Linear PCM,
-  /// 16 bit
-  /// little-endian signed integer, 2 channels, 44100 Hz". A channel count or sample rate of 0 is left out.
+  /// 16 bit little-endian signed integer, 2 channels, 44100 Hz". A channel count or sample rate of 0 is left out.
   kAudioFormatProperty_FormatName = 0x666E616D,  // 'fnam'
   /// Specifier: an AudioChannelLayout. Value: a CFStringRef that the caller releases, for example "Stereo (L R)".
   kAudioFormatProperty_ChannelLayoutName = 0x6C6F6E6D,  // 'lonm'

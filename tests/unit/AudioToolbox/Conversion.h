@@ -3,6 +3,7 @@
 // What the converter's tests share: formats in a few words, input that comes in pieces, and whole streams at once.
 
 #include <AudioToolbox/AudioConverter.h>
+#include <AudioToolbox/Converter/InstructionSet.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -67,6 +68,16 @@ struct Feed {
     return noErr;
   }
 };
+
+/// Does the test's work once with the portable kernels, and once with those that suit this processor.
+template <typename Test>
+void withEveryInstructionSet(const Test& test) {
+  using AudioConversion::InstructionSet;
+  for (const InstructionSet set : {InstructionSet::Portable, InstructionSet::AVX2}) {
+    AudioConversion::limitInstructions(set);
+    test();
+  }
+}
 
 class Converter {
  public:

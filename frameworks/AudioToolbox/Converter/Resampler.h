@@ -5,8 +5,8 @@
 // Output frame n is the signal at the input time n * inputRate / outputRate: the filter's delay is made up for by
 // holding back what cannot be computed yet. A stream's first and last frames are met by EdgeExtension.
 
-#include <AudioToolbox/EdgeExtension.h>
-#include <AudioToolbox/FilterBank.h>
+#include <AudioToolbox/Converter/EdgeExtension.h>
+#include <AudioToolbox/Converter/FilterBank.h>
 
 #include <span>
 #include <vector>
@@ -72,7 +72,7 @@ class Resampler {
   size_t _half;      // half the filter's taps
   size_t _leadIn;    // input frames that must be there before the first output
   size_t _modelled;  // input frames at an edge that its extension is made from
-  size_t _margin;    // frames behind the newest that a group may reach over: its filters are 0 there
+  size_t _margin;    // frames after the newest that a group may reach over: its filters are 0 there
   size_t _capacity;  // frames of each channel's history
   std::vector<Work> _history;
 
@@ -88,7 +88,7 @@ class Resampler {
   std::vector<typename FilterBank<Work>::Eight> _interpolatedCoefficients;
 
   size_t _first = 0;  // the oldest input frame: before it, after begin(), lies the extension
-  size_t _end = 0;    // behind the newest input frame
+  size_t _end = 0;    // after the newest input frame
   bool _begun = false;
   bool _finished = false;
   uint64_t _owed = 0;  // output frames still to be produced, once finished

@@ -2,7 +2,7 @@
 
 // Which input channel reaches which output channel, and how loud.
 
-#include <AudioToolbox/SampleReader.h>
+#include <AudioToolbox/Converter/SampleReader.h>
 
 #include <memory>
 

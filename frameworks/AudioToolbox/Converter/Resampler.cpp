@@ -1,4 +1,4 @@
-#include <AudioToolbox/Resampler.h>
+#include <AudioToolbox/Converter/Resampler.h>
 
 #include <algorithm>
 #include <limits>
@@ -232,7 +232,7 @@ void Resampler<Work>::interpolateGroup(uint64_t phase) noexcept {
   _groups = {&_interpolated, 1};
 }
 
-// The one behind the group has a place, too.
+// The one after the group has a place, too.
 template <typename Work>
 OutputPlace Resampler<Work>::placeOf(size_t indexInGroup) const noexcept {
   const uint64_t firstOutput = _group * Group::kMostFrames;

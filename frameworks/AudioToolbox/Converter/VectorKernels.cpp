@@ -1,5 +1,5 @@
-#include <AudioToolbox/PortableVector.h>
-#include <AudioToolbox/VectorKernels.h>
+#include <AudioToolbox/Converter/PortableVector.h>
+#include <AudioToolbox/Converter/VectorKernels.h>
 
 #include <array>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include <AudioToolbox/InstructionSet.h>
+#include <AudioToolbox/Converter/InstructionSet.h>
 
 #include <atomic>
 
@@ -6,7 +6,7 @@ namespace AudioConversion {
 
 namespace {
 
-std::atomic<bool> isPortableWanted{false};
+std::atomic<InstructionSet> limit{InstructionSet::AVX2};
 
 bool hasAVX2() noexcept {
 #if defined(__x86_64__)
@@ -20,11 +20,11 @@ bool hasAVX2() noexcept {
 }  // namespace
 
 InstructionSet bestInstructionSet() noexcept {
-  return hasAVX2() && !isPortableWanted ? InstructionSet::AVX2 : InstructionSet::Portable;
+  return hasAVX2() ? limit.load() : InstructionSet::Portable;
 }
 
-void usePortableInstructions() noexcept {
-  isPortableWanted = true;
+void limitInstructions(InstructionSet most) noexcept {
+  limit = most;
 }
 
 }  // namespace AudioConversion

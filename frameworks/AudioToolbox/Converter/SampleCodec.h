@@ -4,7 +4,7 @@
 // scale is the same for every width, and right-justified, the value itself. Pure functions, endian-neutral, no
 // alignment needed.
 
-#include <AudioToolbox/PCMFormat.h>
+#include <AudioToolbox/Converter/PCMFormat.h>
 
 #include <bit>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include <AudioToolbox/PCMKernels.h>
+#include <AudioToolbox/Converter/PCMKernels.h>
 
 #include <type_traits>
 

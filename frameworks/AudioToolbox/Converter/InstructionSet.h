@@ -6,10 +6,10 @@ namespace AudioConversion {
 
 enum class InstructionSet { Portable, AVX2 };
 
-/// The best that this processor runs, or less after the call below. Any thread.
+/// The best that this processor runs, within the limit below. Any thread.
 InstructionSet bestInstructionSet() noexcept;
 
-/// Does without the others in whatever is made from now on: for measurements and tests.
-void usePortableInstructions() noexcept;
+/// Uses nothing above `most` in whatever is made from now on: for measurements and tests.
+void limitInstructions(InstructionSet most) noexcept;
 
 }  // namespace AudioConversion

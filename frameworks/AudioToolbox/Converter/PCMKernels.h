@@ -4,8 +4,8 @@
 // of 16, 24 and 32 bits and 32-bit floats, as one run of samples or as interleaved stereo. The results are those of
 // SampleCodec, bit for bit.
 
-#include <AudioToolbox/InstructionSet.h>
-#include <AudioToolbox/PCMFormat.h>
+#include <AudioToolbox/Converter/InstructionSet.h>
+#include <AudioToolbox/Converter/PCMFormat.h>
 
 #include <array>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include <AudioToolbox/ChannelMixer.h>
+#include <AudioToolbox/Converter/ChannelMixer.h>
 
 #include <algorithm>
 

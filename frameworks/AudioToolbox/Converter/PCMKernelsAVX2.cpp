@@ -1,8 +1,8 @@
 // Eight samples at a time. A vector of working values travels as __m256 whatever it holds, so that the shuffles are
 // written once.
 
-#include <AudioToolbox/PCMKernels.h>
-#include <AudioToolbox/SampleCodec.h>
+#include <AudioToolbox/Converter/PCMKernels.h>
+#include <AudioToolbox/Converter/SampleCodec.h>
 
 #if defined(__x86_64__)
 #include <immintrin.h>

@@ -2,7 +2,7 @@
 
 // The ways from one format to another: a plain copy, a conversion sample by sample, or one through a change of rate.
 
-#include <AudioToolbox/ChannelMixer.h>
+#include <AudioToolbox/Converter/ChannelMixer.h>
 
 #include <memory>
 
@@ -41,9 +41,5 @@ class ConversionEngine {
 /// Throws std::bad_alloc.
 std::unique_ptr<ConversionEngine> makeEngine(const PCMFormat& source, const PCMFormat& destination,
                                              AudioChannelLayoutTag inputLayout);
-
-/// Rate and channel conversion need arithmetic; this says what in. Pure, and named for its tests.
-enum class WorkingType { Integer, Single, Double };
-WorkingType workingTypeFor(const PCMFormat& source, const PCMFormat& destination, const ChannelPlan& plan) noexcept;
 
 }  // namespace AudioConversion

@@ -1,4 +1,4 @@
-#include <AudioToolbox/VectorKernels.h>
+#include <AudioToolbox/Converter/VectorKernels.h>
 
 #include <cmath>
 #include <limits>
@@ -20,7 +20,7 @@ AVX2_INLINE double sumOf(__m256d values) {
   return _mm_cvtsd_f64(_mm_add_sd(two, _mm_unpackhi_pd(two, two)));
 }
 
-// g++ would rather fetch a vector anew for each of its uses, and the loop below lives on fetching little.
+// g++ would rather fetch a vector again for each of its uses, and the loop below lives on fetching little.
 AVX2_INLINE __m256 loadOnce(const float* from) {
   __m256 values = _mm256_load_ps(from);
   asm("" : "+x"(values));

@@ -1,4 +1,4 @@
-#include <AudioToolbox/SampleReader.h>
+#include <AudioToolbox/Converter/SampleReader.h>
 
 namespace AudioConversion {
 namespace {

@@ -2,8 +2,8 @@
 
 // Planar working values into samples of any PCM format. One thread at a time; allocates nothing.
 
-#include <AudioToolbox/PCMKernels.h>
-#include <AudioToolbox/SampleCodec.h>
+#include <AudioToolbox/Converter/PCMKernels.h>
+#include <AudioToolbox/Converter/SampleCodec.h>
 
 namespace AudioConversion {
 

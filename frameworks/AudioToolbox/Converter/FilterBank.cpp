@@ -1,4 +1,4 @@
-#include <AudioToolbox/FilterBank.h>
+#include <AudioToolbox/Converter/FilterBank.h>
 
 #include <algorithm>
 #include <cmath>
@@ -35,7 +35,7 @@ constexpr uint64_t LongCycle = 64;
 constexpr double InterpolatedPhases = 128;
 constexpr size_t FewestInterpolatedPhases = 8;
 
-// Cubic interpolation reaches one row before and two behind its place.
+// Cubic interpolation reaches one row before and two after its place.
 constexpr size_t RowsBefore = 1;
 constexpr size_t RowsBehind = 2;
 

@@ -1,7 +1,7 @@
-#include <AudioToolbox/ConversionEngine.h>
+#include <AudioToolbox/Converter/ConversionEngine.h>
 
-#include <AudioToolbox/Resampler.h>
-#include <AudioToolbox/SampleWriter.h>
+#include <AudioToolbox/Converter/Resampler.h>
+#include <AudioToolbox/Converter/SampleWriter.h>
 
 #include <algorithm>
 #include <bit>
@@ -184,7 +184,8 @@ std::unique_ptr<ConversionEngine> makeRealEngine(const PCMFormat& source, const 
   return std::make_unique<RateEngine<Work>>(source, destination, plan);
 }
 
-}  // namespace
+/// What a conversion's arithmetic is done in.
+enum class WorkingType { Integer, Single, Double };
 
 WorkingType workingTypeFor(const PCMFormat& source, const PCMFormat& destination, const ChannelPlan& plan) noexcept {
   const SampleEncoding& in = source.sample;
@@ -199,6 +200,8 @@ WorkingType workingTypeFor(const PCMFormat& source, const PCMFormat& destination
   if (in.precision() <= 24 || (out.isFloat() && out.bits == 32)) return WorkingType::Single;
   return WorkingType::Double;
 }
+
+}  // namespace
 
 std::unique_ptr<ConversionEngine> makeEngine(const PCMFormat& source, const PCMFormat& destination,
                                              AudioChannelLayoutTag inputLayout) {

@@ -5,7 +5,7 @@
 // Up to 20/22.05 of the lower of the two Nyquist frequencies it is flat within 0.001 dB, from 23/22.05 on it attenuates
 // by more than 120 dB; what lies between the lower Nyquist frequency and that edge folds into the transition band.
 
-#include <AudioToolbox/VectorKernels.h>
+#include <AudioToolbox/Converter/VectorKernels.h>
 
 #include <array>
 #include <cstdint>
@@ -58,7 +58,7 @@ class FilterBank {
   /// Input frames under the filters of a group; a multiple of 8.
   size_t reach() const noexcept { return _reach; }
 
-  /// The groups of output frames, which begin anew after a cycle of a whole number of input frames; only the last may
+  /// The groups of output frames, which begin again after a cycle of a whole number of input frames; only the last may
   /// have less than Group::kMostFrames. Empty if there would be too many: then each is interpolated.
   std::span<const Group> cycle() const noexcept { return _groups; }
 

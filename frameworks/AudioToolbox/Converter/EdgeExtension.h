@@ -4,7 +4,7 @@
 // neighbourhood instead of silence. The samples next to the edge are modelled by linear prediction (Burg's method,
 // whose models never grow), and the model goes on. Where there are too few samples for a model, the last one is held.
 
-#include <AudioToolbox/VectorKernels.h>
+#include <AudioToolbox/Converter/VectorKernels.h>
 
 #include <vector>
 

@@ -1,4 +1,4 @@
-#include <AudioToolbox/EdgeExtension.h>
+#include <AudioToolbox/Converter/EdgeExtension.h>
 
 #include <algorithm>
 #include <cmath>

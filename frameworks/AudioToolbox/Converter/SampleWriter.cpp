@@ -1,4 +1,4 @@
-#include <AudioToolbox/SampleWriter.h>
+#include <AudioToolbox/Converter/SampleWriter.h>
 
 namespace AudioConversion {
 namespace {

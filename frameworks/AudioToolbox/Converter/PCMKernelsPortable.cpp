@@ -1,8 +1,8 @@
 // Four samples at a time, for the sample formats that devices and hosts use most: 32-bit floats and 16-bit integers.
 
-#include <AudioToolbox/PCMKernels.h>
-#include <AudioToolbox/PortableVector.h>
-#include <AudioToolbox/SampleCodec.h>
+#include <AudioToolbox/Converter/PCMKernels.h>
+#include <AudioToolbox/Converter/PortableVector.h>
+#include <AudioToolbox/Converter/SampleCodec.h>
 
 #include <algorithm>
 #include <bit>

@@ -1,4 +1,4 @@
-#include <AudioToolbox/PCMFormat.h>
+#include <AudioToolbox/Converter/PCMFormat.h>
 
 namespace AudioConversion {
 namespace {

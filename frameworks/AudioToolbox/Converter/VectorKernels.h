@@ -3,7 +3,7 @@
 // The inner loops of rate conversion, in a portable form and one for AVX2 with FMA. Their results differ by rounding
 // alone.
 
-#include <AudioToolbox/InstructionSet.h>
+#include <AudioToolbox/Converter/InstructionSet.h>
 
 #include <array>
 #include <cstddef>
