@@ -53,12 +53,6 @@ void writeAll(std::span<const double> samples, const AudioStreamBasicDescription
   }
 }
 
-std::uint32_t bytesPerSample(const AudioStreamBasicDescription& format) {
-  const bool planar = (format.mFormatFlags & kAudioFormatFlagIsNonInterleaved) != 0;
-  const std::uint32_t channels = planar ? 1 : std::max<std::uint32_t>(1, format.mChannelsPerFrame);
-  return format.mBytesPerFrame / channels;
-}
-
 }  // namespace
 
 AudioStreamBasicDescription describePCM(const PCMShape& shape) {
@@ -89,25 +83,19 @@ std::uint32_t bufferCount(const AudioStreamBasicDescription& format) {
 void writeSamples(std::span<const double> samples, const AudioStreamBasicDescription& format, AudioBufferList& list) {
   const bool isFloat = (format.mFormatFlags & kAudioFormatFlagIsFloat) != 0;
   const bool isSigned = (format.mFormatFlags & kAudioFormatFlagIsSignedInteger) != 0;
-  const bool isPacked = bytesPerSample(format) * 8 == format.mBitsPerChannel;
-  const std::uint32_t bits = isPacked ? format.mBitsPerChannel : 0;
+  const std::uint32_t bits = format.mBitsPerChannel;
   if (isFloat && bits == 32) {
     writeAll<4>(samples, format, FloatCodec<float, std::uint32_t>{}, list);
-  } else if (isFloat && bits == 64) {
+  } else if (isFloat) {
     writeAll<8>(samples, format, FloatCodec<double, std::uint64_t>{}, list);
-  } else if (!isFloat && bits == 8) {
+  } else if (bits == 8) {
     writeAll<1>(samples, format, IntegerCodec<1>{isSigned ? 0u : 128u}, list);
-  } else if (!isFloat && isSigned && bits == 16) {
+  } else if (bits == 16) {
     writeAll<2>(samples, format, IntegerCodec<2>{0}, list);
-  } else if (!isFloat && isSigned && bits == 24) {
+  } else if (bits == 24) {
     writeAll<3>(samples, format, IntegerCodec<3>{0}, list);
-  } else if (!isFloat && isSigned && bits == 32) {
-    writeAll<4>(samples, format, IntegerCodec<4>{0}, list);
   } else {
-    AudioBuffer* buffers = list.mBuffers;
-    for (std::uint32_t i = 0; i < list.mNumberBuffers; ++i) {
-      std::memset(buffers[i].mData, 0, buffers[i].mDataByteSize);
-    }
+    writeAll<4>(samples, format, IntegerCodec<4>{0}, list);
   }
 }
 

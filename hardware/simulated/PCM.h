@@ -27,7 +27,7 @@ AudioStreamBasicDescription describePCM(const PCMShape& shape);
 std::uint32_t bufferCount(const AudioStreamBasicDescription& format);
 
 /// Writes interleaved samples (1.0 is full scale; as many channels as the format has) into the buffers of a list made
-/// for `format`. Integers are rounded to the nearest and saturate. Formats that are not packed PCM become zeros.
+/// for `format`. Integers are rounded to the nearest and saturate. The format is one that describePCM gives.
 void writeSamples(std::span<const double> samples, const AudioStreamBasicDescription& format, AudioBufferList& list);
 
 }  // namespace hardware::simulated

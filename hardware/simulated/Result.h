@@ -1,6 +1,6 @@
 #pragma once
 
-// A value, or the reason for people why there is none.
+// A value, or the reason, for display, why there is none.
 
 #include <string>
 #include <utility>

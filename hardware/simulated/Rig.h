@@ -22,7 +22,7 @@ struct ToneSource {
   double levelInDecibels = -20;  ///< of the peak; 0 is full scale
 };
 
-/// A clip: a Y4M file for pictures, a WAV file for sound. It begins anew each time the device starts.
+/// A clip: a Y4M file for pictures, a WAV file for sound. It begins again each time the device starts.
 struct MediaSource {
   std::string path;
   bool isLooped = true;

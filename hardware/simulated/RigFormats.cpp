@@ -147,7 +147,7 @@ AudioChannelLayoutTag usualLayout(std::uint32_t channels) {
 
 // What follows "media".
 Result<MediaSource> parseMedia(std::string_view text, const std::string& folder) {
-  if (text.empty()) return Failure{"the path of a clip is missing behind media"};
+  if (text.empty()) return Failure{"the path of a clip is missing after media"};
   const auto clauses = parseClauses(text);
   if (!clauses) return clauses.failure();
   MediaSource media;

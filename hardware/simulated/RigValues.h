@@ -1,7 +1,7 @@
 #pragma once
 
 // The values of a rig file: numbers, rates, sizes, lists of clauses. Each function reads a whole text, without blanks
-// around it, and gives the value or the reason for people.
+// around it, and gives the value or the reason, for display.
 
 #include <CoreMedia/CMTime.h>
 #include <Hardware.h>
@@ -22,7 +22,7 @@ std::string_view trimmed(std::string_view text);
 /// control characters other than tabs, U+FFFE or U+FFFF. Nothing when it can.
 std::optional<Failure> textFailure(std::string_view line);
 
-/// Takes `word` and the blanks behind it from the front of the text; false and no change when it does not begin with
+/// Takes `word` and the blanks after it from the front of the text; false and no change when it does not begin with
 /// that word.
 bool takeWord(std::string_view& text, std::string_view word);
 
@@ -40,7 +40,7 @@ Result<std::uint64_t> parseCount(std::string_view text, std::uint64_t smallest, 
 /// Also hexadecimal, with 0x in front.
 Result<std::uint64_t> parseGUID(std::string_view text);
 Result<std::int32_t> parseTimescale(std::string_view text);
-/// A decimal number with an optional unit behind it.
+/// A decimal number with an optional unit after it.
 Result<double> parseDecimal(std::string_view text, std::string_view unit, double smallest, double largest);
 
 struct Size {

@@ -91,7 +91,7 @@ void SimulatedDevice::start(Sink& sink) {
     std::lock_guard lock(_mutex);
     if (_isRunning || _isUnplugged) return;
     _isRunning = true;
-    _startsAnew = true;
+    _startsAgain = true;
     _sink = &sink;
     return;
   }
@@ -105,7 +105,7 @@ void SimulatedDevice::start(Sink& sink) {
   std::lock_guard lock(_mutex);
   if (_isUnplugged) return;
   makeStreams();
-  _startsAnew = false;
+  _startsAgain = false;
   _sink = &sink;
   // Under the lock, so that the lane finds itself running; after it, should there be no thread for one.
   _lane = runtime::Scheduler::current().makeLane(_rig.description.name, *this);
@@ -116,7 +116,7 @@ void SimulatedDevice::stop() {
   if (isInSinkCall()) {
     std::lock_guard lock(_mutex);
     _isRunning = false;
-    _startsAnew = false;
+    _startsAgain = false;
     return;
   }
   // Who comes second waits until the first has seen the lane end: for both, no call of the sink is left.
@@ -124,13 +124,13 @@ void SimulatedDevice::stop() {
   {
     std::lock_guard lock(_mutex);
     _isRunning = false;
-    _startsAnew = false;
+    _startsAgain = false;
   }
   endLane();
-  // The last call may have started it anew just before it ended.
+  // The last call may have started it again just before it ended.
   std::lock_guard lock(_mutex);
   _isRunning = false;
-  _startsAnew = false;
+  _startsAgain = false;
 }
 
 void SimulatedDevice::unplug() {
@@ -233,7 +233,7 @@ void SimulatedDevice::deliverNext() {
   const bool hasRoom = !waitsForRoom || (isVideo ? sink->hasRoomForVideo() : sink->hasRoomForAudio());
   if (hasRoom) {
     const bool wasCaptured = isVideo ? _video->deliver(*sink) : _audio->deliver(*sink);
-    if (wasCaptured) (isVideo ? _capturedVideo : _capturedAudio).fetch_add(1, std::memory_order_relaxed);
+    if (isVideo && wasCaptured) _capturedVideo.fetch_add(1, std::memory_order_relaxed);
     if (waitsForRoom) _needsAttention = true;
   }
   _threadInSinkCall = std::thread::id();
@@ -244,8 +244,8 @@ void SimulatedDevice::finishItem() {
   std::unique_ptr<runtime::Lane> ended;
   {
     std::lock_guard lock(_mutex);
-    if (_startsAnew) {
-      _startsAnew = false;
+    if (_startsAgain) {
+      _startsAgain = false;
       try {
         makeStreams();
       } catch (const std::bad_alloc&) {

@@ -39,9 +39,8 @@ class SimulatedDevice final : public Device,
   /// Stops for good: the device is no longer there.
   void unplug();
 
-  /// Video frames and sound buffers that were handed to a sink or reported as lost, over all runs so far. Any thread.
+  /// Video frames that were handed to a sink or reported as lost, over all runs so far: for tests. Any thread.
   std::uint64_t capturedVideo() const noexcept { return _capturedVideo.load(std::memory_order_relaxed); }
-  std::uint64_t capturedAudio() const noexcept { return _capturedAudio.load(std::memory_order_relaxed); }
 
  private:
   struct Selection {
@@ -75,7 +74,7 @@ class SimulatedDevice final : public Device,
   std::mutex _mutex;
   bool _isUnplugged = false;
   bool _isRunning = false;
-  bool _startsAnew = false;  // stopped and started again within a call of the sink
+  bool _startsAgain = false;  // stopped and started again within a call of the sink
   Sink* _sink = nullptr;
   Selection _selection;
   std::unique_ptr<runtime::Lane> _lane;
@@ -84,7 +83,6 @@ class SimulatedDevice final : public Device,
   std::atomic<bool> _selectionChanged = false;
   std::atomic<bool> _needsAttention = false;  // for a consumer-paced lane that waits for room
   std::atomic<std::uint64_t> _capturedVideo = 0;
-  std::atomic<std::uint64_t> _capturedAudio = 0;
 
   // The lane's own; made before it or on it.
   Selection _running;

@@ -19,7 +19,7 @@ using runtime::Never;
 // for those calls, but for the ones that the replacing thread itself is in.
 struct Provider::Listener {
   explicit Listener(EventHandler eventHandler) : handler(std::move(eventHandler)) {
-    callers.reserve(8);  // so that what goes is told of when memory is short, too
+    callers.reserve(8);  // so that what goes is reported when memory is short, too
   }
 
   void call(DeviceEvent event, const std::shared_ptr<Device>& device) {
@@ -60,8 +60,6 @@ Provider::Provider(Rig rig) : _rig(std::move(rig)), _epoch(runtime::Scheduler::c
   for (RigDevice& device : _rig.devices) {
     adoptMediaFormats(device);  // where it cannot, opening the device fails with the reason
     if (device.isPluggedAtFirst) add(std::make_shared<SimulatedDevice>(device, _epoch));
-    if (device.fireWireUnit) _fireWireDevices.push_back(&device);
-    _known.emplace(device.description.uniqueID, &device);
   }
   std::stable_sort(_rig.script.begin(), _rig.script.end(),
                    [](const ScriptedEvent& a, const ScriptedEvent& b) { return a.seconds < b.seconds; });
@@ -80,8 +78,14 @@ std::vector<std::shared_ptr<Device>> Provider::devices() {
 
 std::shared_ptr<SimulatedDevice> Provider::device(std::string_view uniqueID) {
   std::lock_guard lock(_mutex);
-  const auto found = _pluggedInByID.find(uniqueID);
-  return found == _pluggedInByID.end() ? nullptr : *found->second;
+  return find(uniqueID);
+}
+
+/// With the lock held.
+std::shared_ptr<SimulatedDevice> Provider::find(std::string_view uniqueID) const {
+  const auto isIt = [&](const auto& device) { return device->description().uniqueID == uniqueID; };
+  const auto found = std::ranges::find_if(_pluggedIn, isIt);
+  return found == _pluggedIn.end() ? nullptr : *found;
 }
 
 void Provider::setEventHandler(EventHandler handler) {
@@ -96,16 +100,17 @@ void Provider::setEventHandler(EventHandler handler) {
 FireWireBus Provider::fireWireBus() {
   FireWireBus bus = _rig.bus;
   if (!bus.units) return bus;
-  for (const RigDevice* device : _fireWireDevices) {
-    if (this->device(device->description.uniqueID)) bus.units->push_back(*device->fireWireUnit);
+  for (const RigDevice& each : _rig.devices) {
+    if (each.fireWireUnit && device(each.description.uniqueID)) bus.units->push_back(*each.fireWireUnit);
   }
   return bus;
 }
 
 bool Provider::plug(std::string_view uniqueID) {
-  const auto known = _known.find(uniqueID);
-  if (known == _known.end()) return false;
-  const auto plugged = std::make_shared<SimulatedDevice>(*known->second, _epoch);
+  const auto isIt = [&](const RigDevice& device) { return device.description.uniqueID == uniqueID; };
+  const auto known = std::ranges::find_if(_rig.devices, isIt);
+  if (known == _rig.devices.end()) return false;
+  const auto plugged = std::make_shared<SimulatedDevice>(*known, _epoch);
   if (!add(plugged)) return false;
   notify(DeviceEvent::attached, plugged);
   return true;
@@ -114,11 +119,8 @@ bool Provider::plug(std::string_view uniqueID) {
 /// False when there is one with its ID.
 bool Provider::add(std::shared_ptr<SimulatedDevice> device) {
   std::lock_guard lock(_mutex);
-  const std::string_view uniqueID = device->description().uniqueID;
-  if (_pluggedInByID.contains(uniqueID)) return false;
-  Devices added{std::move(device)};
-  _pluggedInByID.emplace(uniqueID, added.begin());
-  _pluggedIn.splice(_pluggedIn.end(), added);
+  if (find(device->description().uniqueID)) return false;
+  _pluggedIn.push_back(std::move(device));
   return true;
 }
 
@@ -128,11 +130,7 @@ bool Provider::unplug(std::string_view uniqueID) {
   unplugged->unplug();
   {
     std::lock_guard lock(_mutex);
-    const auto found = _pluggedInByID.find(uniqueID);
-    if (found == _pluggedInByID.end() || *found->second != unplugged) return false;  // another thread was quicker
-    const auto place = found->second;
-    _pluggedInByID.erase(found);
-    _pluggedIn.erase(place);
+    if (std::erase(_pluggedIn, unplugged) == 0) return false;  // another thread was quicker
   }
   notify(DeviceEvent::detached, unplugged);
   return true;

@@ -5,12 +5,10 @@
 #include <Hardware.h>
 #include <runtime/Scheduler.h>
 
-#include <list>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "Rig.h"
@@ -31,7 +29,7 @@ class Provider final : public hardware::Provider, private runtime::LaneClient {
   void setEventHandler(EventHandler handler) override;
   FireWireBus fireWireBus() override;
 
-  /// Plugs a device of the rig in: it appears behind the others, as a new Device, and the handler has been called when
+  /// Plugs a device of the rig in: it appears after the others, as a new Device, and the handler has been called when
   /// this returns. False when it is plugged in already or no device of the rig.
   bool plug(std::string_view uniqueID);
 
@@ -44,24 +42,19 @@ class Provider final : public hardware::Provider, private runtime::LaneClient {
 
  private:
   struct Listener;
-  using Devices = std::list<std::shared_ptr<SimulatedDevice>>;
 
   runtime::Nanoseconds nextItemTime() override;
   void runNextItem() override;
 
+  std::shared_ptr<SimulatedDevice> find(std::string_view uniqueID) const;
   bool add(std::shared_ptr<SimulatedDevice> device);
   void notify(DeviceEvent event, const std::shared_ptr<Device>& device);
 
-  // Unchanged after construction. The devices of the rig by ID, and those with a unit on the bus: a rig of thousands is
-  // plugged, pulled and asked for its bus without a walk over all.
-  Rig _rig;
-  std::unordered_map<std::string_view, const RigDevice*> _known;
-  std::vector<const RigDevice*> _fireWireDevices;
+  Rig _rig;  // unchanged after construction
   const runtime::Nanoseconds _epoch;
 
-  std::mutex _mutex;  // guards the three below; never held while someone else is called
-  Devices _pluggedIn;
-  std::unordered_map<std::string_view, Devices::iterator> _pluggedInByID;
+  std::mutex _mutex;  // guards the two below; never held while someone else is called
+  std::vector<std::shared_ptr<SimulatedDevice>> _pluggedIn;
   std::shared_ptr<Listener> _listener;
 
   std::size_t _nextEvent = 0;  // of the script; its lane's own

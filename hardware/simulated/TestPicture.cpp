@@ -93,7 +93,6 @@ void TestPicture::draw(std::uint32_t number, std::uint8_t* rows, std::size_t byt
     return;
   }
   drawAll(number, canvas);
-  ++_fullRedraws;
   if (drawn) {
     drawn->number = number;
   } else {

@@ -26,9 +26,6 @@ class TestPicture {
   /// The same into a locked pixel buffer; does nothing with one of another size.
   void draw(std::uint32_t number, CVPixelBufferRef pixelBuffer);
 
-  /// How many pictures were drawn in full so far.
-  std::uint64_t fullRedraws() const noexcept { return _fullRedraws; }
-
  private:
   struct Colour {
     std::uint8_t luma;
@@ -81,7 +78,6 @@ class TestPicture {
   // As many as a pool has buffers under way, and some.
   std::array<DrawnBuffer, 16> _drawn;
   std::size_t _nextDrawn = 0;
-  std::uint64_t _fullRedraws = 0;
 };
 
 /// The frame number of a test picture in 'yuvs' rows, read from its blocks; nothing when it is none or too small for

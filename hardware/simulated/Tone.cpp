@@ -18,10 +18,6 @@ double Tone::phaseAt(std::uint64_t index, double sampleRate) const {
   return 2 * std::numbers::pi * cycles;
 }
 
-double Tone::sampleAt(std::uint64_t index, double sampleRate) const {
-  return _amplitude * std::sin(phaseAt(index, sampleRate));
-}
-
 void Tone::samplesFrom(std::uint64_t index, double sampleRate, std::span<double> samples) const {
   // Turned on from sample to sample, and set right before errors of rounding have added up.
   constexpr std::size_t MostTurns = 512;

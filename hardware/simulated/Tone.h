@@ -12,11 +12,8 @@ class Tone {
   /// Frequency in Hz; level of the peak in decibels below full scale.
   Tone(double frequency, double levelInDecibels);
 
-  /// The sample at frame `index`, counted from where the phase is 0. Accurate for days of sound.
-  double sampleAt(std::uint64_t index, double sampleRate) const;
-
-  /// The samples from frame `index` on, to within 1e-12 of full scale, at a fraction of what a sine for each would
-  /// cost.
+  /// The samples from frame `index` on, counted from where the phase is 0, to within 1e-12 of full scale for days of
+  /// sound, at a fraction of what a sine for each would cost.
   void samplesFrom(std::uint64_t index, double sampleRate, std::span<double> samples) const;
 
  private:

