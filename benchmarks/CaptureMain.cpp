@@ -1,10 +1,10 @@
 // What runs in real time: a frame every 2 ms from a camera's thread to the host's callback, by several ways; and eight
 // cameras of 1920 x 1080 at 60 frames a second to a host that counts, for as long as BENCH_SECONDS says.
 
-#include <Foundation/NSNotification.h>
 #include <benchmark/benchmark.h>
 #include <simulated/RigParser.h>
 #include <simulated/SimulatedProvider.h>
+#include <support/MainLoop.h>
 
 #include <algorithm>
 #include <atomic>
@@ -108,7 +108,7 @@ void measureCameras(benchmark::State& state) {
 
     const std::int64_t begin = bench::now();
     const std::int64_t usedBefore = bench::processTime();
-    NSRunLoop::mainRunLoop().runForSeconds(seconds);
+    runMainLoop(seconds);
     const auto used = static_cast<double>(bench::processTime() - usedBefore);
     const auto passed = static_cast<double>(bench::now() - begin);
     manager->stopAllDevices();

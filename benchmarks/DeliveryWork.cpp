@@ -29,7 +29,7 @@ Frames makeFrames() {
   Frames frames;
   for (std::size_t i = 0; i < frames.size(); ++i) {
     const auto picture = samples::picture(1440, 1080);
-    CVBufferSetAttachment(picture.get(), kCVImageBufferPixelAspectRatioKey, ratio->toCF(),
+    CVBufferSetAttachment(picture.get(), kCVImageBufferPixelAspectRatioKey, ratio.get(),
                           kCVAttachmentMode_ShouldPropagate);
     frames[i] = samples::frame(picture.get(), CMTimeMake(static_cast<std::int64_t>(i), 30));
   }

@@ -40,7 +40,7 @@ class Host {
         [this] { ask(); },
         [this] { set(); },
         [this] { test::SimulationScheduler::sleepFor(_input.ConsumeIntegral<std::uint16_t>() * 100u); },
-        [this] { NSRunLoop::mainRunLoop().runForSeconds(_input.ConsumeIntegral<std::uint8_t>() / 100.0); },
+        [this] { runMainLoop(_input.ConsumeIntegral<std::uint8_t>() / 100.0); },
         [this] { BRV_RegisterLocalizeStringCallback(maybe(translate)); },
         [this] { BRV_RegisterPreferenceCallback(maybe(getPreference), maybe(setPreference), maybe(this)); },
         [this] { BRV_RegisterLogCallback(nullptr, maybe(log), maybe(this)); },

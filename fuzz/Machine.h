@@ -2,7 +2,6 @@
 
 // A host's machine for one input: fake devices, virtual time, one thread. In the end the library has left nothing.
 
-#include <Foundation/NSNotification.h>
 #include <Hardware.h>
 #include <lumora/zThread.h>
 #include <lumora/zTrace.h>
@@ -14,6 +13,7 @@
 
 #include "BRV_AVCapture.h"
 #include "FuzzInput.h"
+#include "support/MainLoop.h"
 #include "support/SimulationScheduler.h"
 
 namespace fuzz {
@@ -29,7 +29,7 @@ class Machine {
   ~Machine() {
     BRV_UninitializeLibrary();
     hardware::installSystemProvider(nullptr);
-    NSRunLoop::mainRunLoop().runUntilIdle();
+    runMainLoopUntilIdle();
     require(NSObject::liveObjectCount() == _objectsBefore && runtime::liveLaneCount() == 0);
   }
 

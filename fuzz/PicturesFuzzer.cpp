@@ -19,7 +19,7 @@ void attach(CVPixelBufferRef image, CFStringRef key, CFStringRef first, CFString
   for (const CFStringRef name : {first, second}) {
     if (input.ConsumeBool()) numbers->insert(name, NSNumber::numberWithDouble(input.real()));
   }
-  CVBufferSetAttachment(image, key, numbers->toCF(), kCVAttachmentMode_ShouldPropagate);
+  CVBufferSetAttachment(image, key, numbers.get(), kCVAttachmentMode_ShouldPropagate);
 }
 
 void checkTimes(CMTime a, CMTime b, std::int32_t timescale, double seconds) {

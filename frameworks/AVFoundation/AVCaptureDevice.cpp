@@ -21,7 +21,7 @@ CFRef<CFDictionaryRef> extensionsOf(const hardware::VideoFormat& format) {
     extensions->insert(kCMFormatDescriptionExtension_PresentationHeight,
                        NSNumber::numberWithDouble(format.presentationHeight));
   }
-  return CFRef<CFDictionaryRef>::adopt(extensions.leak()->toCF());
+  return CFRef<CFDictionaryRef>::adopt(extensions.leak());
 }
 
 /// A format that makes no sense has no description, but memory that ran out must not leave a device with such.
@@ -51,7 +51,7 @@ Ref<AVCaptureDeviceFormat> makeFormat(const hardware::AudioFormat& format) {
   if (format.name) extensions->insert(kCMFormatDescriptionExtension_FormatName, makeRef<NSString>(*format.name));
   CMFormatDescriptionRef description = nullptr;
   throwIfNoMemory(CMAudioFormatDescriptionCreate(kCFAllocatorDefault, &format.stream, hasLayout ? sizeof layout : 0,
-                                                 hasLayout ? &layout : nullptr, 0, nullptr, extensions->toCF(),
+                                                 hasLayout ? &layout : nullptr, 0, nullptr, extensions.get(),
                                                  &description));
   return makeRef<AVCaptureDeviceFormat>(CFRef<CMFormatDescriptionRef>::adopt(description),
                                         std::vector<Ref<AVFrameRateRange>>{});

@@ -3,7 +3,7 @@
 #include <AVFoundation/SampleDelivery.h>
 #include <AVFoundation/SampleLedger.h>
 #include <CoreVideo/CVPixelBuffer.h>
-#include <CoreVideo/CVPixelBufferStore.h>
+#include <CoreVideo/CVPixelBufferPool.h>
 #include <Foundation/NSValue.h>
 
 #include <atomic>
@@ -149,7 +149,7 @@ bool AVCaptureVideoDataOutput::Implementation::prepareFor(std::int32_t newWidth,
   });
   auto size = makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{
       {kCVPixelBufferPoolMinimumBufferCountKey, NSNumber::numberWithInt(UsualFramesOut)}});
-  if (CVPixelBufferPoolCreate(kCFAllocatorDefault, size->toCF(), attributes->toCF(), &pool) != kCVReturnSuccess) {
+  if (CVPixelBufferPoolCreate(kCFAllocatorDefault, size.get(), attributes.get(), &pool) != kCVReturnSuccess) {
     pool = nullptr;
     return false;
   }

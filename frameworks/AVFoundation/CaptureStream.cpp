@@ -19,7 +19,7 @@ CFRef<CFDictionaryRef> makePixelAspectRatio(const hardware::DeviceDescription& d
       {kCVImageBufferPixelAspectRatioVerticalSpacingKey,
        NSNumber::numberWithInt(description.pixelAspectRatio->vertical)},
   });
-  return CFRef<CFDictionaryRef>::adopt(ratio.leak()->toCF());
+  return CFRef<CFDictionaryRef>::adopt(ratio.leak());
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
 #include <CoreFoundation/CFArray.h>
+
 #include <runtime/NSObject.h>
 
 #include <new>
+#include <utility>
 #include <vector>
 
 struct OpaqueCFArray final : NSObject {

@@ -1,7 +1,8 @@
 #pragma once
 
 // Base types of the C interfaces. Every framework object, whatever its C type, is one counted
-// object underneath; CFRetain and CFRelease work on all of them, from C and C++ alike, on any thread.
+// object underneath; CFRetain and CFRelease work on all of them, from C and C++ alike, on any thread. The C types of
+// strings, numbers and dictionaries are Foundation's NSString, NSNumber and NSDictionary.
 
 #ifdef __cplusplus
 #include <cstddef>
@@ -59,8 +60,5 @@ CFTypeRef CFRetain(CFTypeRef object);
 
 /// Takes one from the object's reference count; the last release frees it. Null is ignored.
 void CFRelease(CFTypeRef object);
-
-/// The object's reference count at this moment: for tests and diagnostics only.
-CFIndex CFGetRetainCount(CFTypeRef object);
 
 CF_EXTERN_C_END

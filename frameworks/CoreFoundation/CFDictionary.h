@@ -1,6 +1,6 @@
 #pragma once
 
-// Immutable dictionaries with string keys. The C type is the same object as Foundation's NSDictionary.
+// Immutable dictionaries with string keys.
 
 #include <CoreFoundation/CFBase.h>
 
@@ -8,15 +8,7 @@ CF_EXTERN_C_BEGIN
 
 typedef const struct OpaqueCFDictionary* CFDictionaryRef;
 
-/// A new dictionary of `count` pairs, which the caller releases. Keys are strings, compared by value;
-/// values are any objects. Both are retained. Of two equal keys the later one wins; a pair with a null half is
-/// left out. Null for a negative count, or for null arrays with pairs to read. Call-backs are not read.
-CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys, const void** values, CFIndex count,
-                                   const void* keyCallBacks, const void* valueCallBacks);
-
-CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary);
-
-/// The value under the key, borrowed from the dictionary; null when there is none.
+/// The value under the key (a string), borrowed from the dictionary; null when there is none.
 const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key);
 
 CF_EXTERN_C_END

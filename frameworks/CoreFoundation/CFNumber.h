@@ -1,6 +1,6 @@
 #pragma once
 
-// Numbers. The C type is the same object as Foundation's NSNumber.
+// Numbers, as they stand in dictionaries.
 
 #include <CoreFoundation/CFBase.h>
 
@@ -15,9 +15,6 @@ enum {
   kCFNumberFloat32Type = 5,
   kCFNumberFloat64Type = 6,
 };
-
-/// A new number holding the value at `value`, which the caller releases; null for an unknown type.
-CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void* value);
 
 /// Stores the number at `value`, converted to `type`. False when the conversion lost something (the
 /// value is then stored as near as the type allows) or the type is unknown (nothing is stored).

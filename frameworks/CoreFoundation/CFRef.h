@@ -1,6 +1,6 @@
 #pragma once
 
-// Owning handle for the C types, the counterpart of Foundation's Ref for classes.
+// Owning handle for the C types, the counterpart of the runtime's Ref for classes.
 
 #include <CoreFoundation/CFBase.h>
 

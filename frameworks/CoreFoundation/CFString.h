@@ -1,6 +1,6 @@
 #pragma once
 
-// Immutable strings. The C type is the same object as Foundation's NSString.
+// Immutable strings.
 
 #include <CoreFoundation/CFBase.h>
 

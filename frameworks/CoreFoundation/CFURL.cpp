@@ -1,7 +1,8 @@
+#include <CoreFoundation/CFURL.h>
+
 #include <CoreFoundation/CFRef.h>
 #include <CoreFoundation/CFString.h>
-#include <CoreFoundation/CFURL.h>
-#include <Foundation/NSString.h>
+#include <CoreFoundation/Objects/OpaqueCFString.h>
 #include <arpa/inet.h>
 #include <runtime/NSObject.h>
 
@@ -98,13 +99,13 @@ bool isIPv6Address(std::string_view text) {
   return inet_pton(AF_INET6, std::string(text.substr(0, zone)).c_str(), &address) == 1;
 }
 
-/// Shortens `text` to what stands before the first `separator`, and returns what stands behind it.
+/// Shortens `text` to what stands before the first `separator`, and returns what stands after it.
 std::optional<std::string_view> cut(std::string_view& text, char separator) noexcept {
   const std::size_t position = text.find(separator);
   if (position == std::string_view::npos) return std::nullopt;
-  const std::string_view behind = text.substr(position + 1);
+  const std::string_view rest = text.substr(position + 1);
   text = text.substr(0, position);
-  return behind;
+  return rest;
 }
 
 // The steps below fill in what they read, and are false for what no URL has.
@@ -201,7 +202,7 @@ CFURLRef CFURLCreateWithString(CFAllocatorRef, CFStringRef string, CFURLRef base
   if (baseURL || CFStringGetLength(string) == 0) return nullptr;
   try {
     Parts parts;
-    if (!parse(NSString::from(string)->text(), parts)) return nullptr;
+    if (!parse(string->text(), parts)) return nullptr;
     return makeRef<OpaqueCFURL>(std::move(parts)).leak();
   } catch (const std::bad_alloc&) {
     return nullptr;

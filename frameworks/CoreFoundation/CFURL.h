@@ -4,9 +4,9 @@
 //
 // A text is a URL when RFC 3986 says so, and then in full: what it does not allow makes no URL at all rather than one
 // that was guessed at.
-// - Spaces, control characters, anything but ASCII, and "<>\"{}|\\^`" have to be escaped; a "%" has two hexadecimal
-//   digits behind it; brackets stand around an IPv6 address, which may have a zone ("%25eth0"), and nowhere else.
-// - A host follows "//". User name and password may stand before it with one "@" behind them; an "@" of their own is
+// - Spaces, control characters, anything but ASCII, and "<>\"{}|\\^`" have to be escaped; two hexadecimal digits
+//   follow a "%"; brackets stand around an IPv6 address, which may have a zone ("%25eth0"), and nowhere else.
+// - A host follows "//". User name and password may stand before it with one "@" after them; an "@" of their own is
 //   escaped. The first ":" ends the user name, so that a ":" in the password may stand as it is.
 // - A port is a decimal number up to 65535. An empty one, ":" without digits, is none.
 // - The escapes of user name, password and host stand for UTF-8 without zero bytes. Those of the path may stand for

@@ -1,6 +1,6 @@
 #include <CoreMedia/CMBlockBuffer.h>
 
-#include <CoreMedia/CMMemoryCache.h>
+#include <CoreMedia/Memory/CMMemoryCache.h>
 #include <runtime/NSObject.h>
 
 #include <algorithm>

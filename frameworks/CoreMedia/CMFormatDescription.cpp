@@ -1,18 +1,12 @@
 #include <CoreMedia/CMFormatDescription.h>
 
-#include <CoreVideo/NumberInDictionary.h>
-#include <Foundation/NSDictionary.h>
-#include <Foundation/NSValue.h>
+#include <Foundation/NSDictionary+Numbers.h>
 
-#include <algorithm>
 #include <cstring>
 #include <new>
 #include <vector>
 
 const CFStringRef kCMFormatDescriptionExtension_FormatName = NSString::constant("FormatName");
-const CFStringRef kCMFormatDescriptionExtension_PixelAspectRatio = NSString::constant("CVPixelAspectRatio");
-const CFStringRef kCMFormatDescriptionKey_PixelAspectRatioHorizontalSpacing = NSString::constant("HorizontalSpacing");
-const CFStringRef kCMFormatDescriptionKey_PixelAspectRatioVerticalSpacing = NSString::constant("VerticalSpacing");
 const CFStringRef kCMFormatDescriptionExtension_PresentationWidth = NSString::constant("PresentationWidth");
 const CFStringRef kCMFormatDescriptionExtension_PresentationHeight = NSString::constant("PresentationHeight");
 
@@ -31,51 +25,6 @@ namespace {
 constexpr std::size_t ChannelDescriptionSize = 20;
 constexpr std::size_t LargestChannelLayout = 65536;
 
-/// Equal in type and content; objects of other types than these three are equal only to themselves.
-bool equalObjects(const NSObject* a, const NSObject* b) noexcept;
-
-bool equalNumbers(const NSNumber& a, const NSNumber& b) noexcept {
-  if (a.isFloatType() || b.isFloatType()) return a.doubleValue() == b.doubleValue();
-  return a.longLongValue() == b.longLongValue();
-}
-
-bool equalDictionaries(const NSDictionary& a, const NSDictionary& b) noexcept {
-  return a.count() == b.count() && std::all_of(a.entries().begin(), a.entries().end(), [&b](const auto& entry) {
-           return equalObjects(entry.second.get(), b.objectForKey(entry.first->toCF()));
-         });
-}
-
-bool equalObjects(const NSObject* a, const NSObject* b) noexcept {
-  if (a == b) return true;
-  if (!a || !b) return false;
-  if (const auto* text = dynamic_cast<const NSString*>(a)) {
-    const auto* other = dynamic_cast<const NSString*>(b);
-    return other && text->text() == other->text();
-  }
-  if (const auto* number = dynamic_cast<const NSNumber*>(a)) {
-    const auto* other = dynamic_cast<const NSNumber*>(b);
-    return other && equalNumbers(*number, *other);
-  }
-  const auto* dictionary = dynamic_cast<const NSDictionary*>(a);
-  const auto* other = dynamic_cast<const NSDictionary*>(b);
-  return dictionary && other && equalDictionaries(*dictionary, *other);
-}
-
-/// No extensions and an empty dictionary of them describe the same.
-bool equalExtensions(const NSDictionary* a, const NSDictionary* b) noexcept {
-  const bool aIsEmpty = !a || a->count() == 0;
-  const bool bIsEmpty = !b || b->count() == 0;
-  if (aIsEmpty || bIsEmpty) return aIsEmpty && bIsEmpty;
-  return a == b || equalDictionaries(*a, *b);
-}
-
-bool equalAudio(const AudioStreamBasicDescription& a, const AudioStreamBasicDescription& b) noexcept {
-  return a.mSampleRate == b.mSampleRate && a.mFormatID == b.mFormatID && a.mFormatFlags == b.mFormatFlags &&
-         a.mBytesPerPacket == b.mBytesPerPacket && a.mFramesPerPacket == b.mFramesPerPacket &&
-         a.mBytesPerFrame == b.mBytesPerFrame && a.mChannelsPerFrame == b.mChannelsPerFrame &&
-         a.mBitsPerChannel == b.mBitsPerChannel;
-}
-
 /// The structure and the channel descriptions that it announces lie inside `size` bytes.
 bool isWellFormedLayout(const AudioChannelLayout* layout, std::size_t size) noexcept {
   if (!layout) return size == 0;
@@ -91,7 +40,7 @@ Ref<OpaqueCMFormatDescription> makeDescription(CMMediaType mediaType, FourCharCo
   if (!description) return description;
   description->mediaType = mediaType;
   description->mediaSubType = subType;
-  description->extensions = Ref<const NSDictionary>::retain(NSDictionary::from(extensions));
+  description->extensions = Ref<const NSDictionary>::retain(extensions);
   return description;
 }
 
@@ -111,25 +60,11 @@ bool isAudio(CMFormatDescriptionRef desc) noexcept {
   return desc && desc->mediaType == kCMMediaType_Audio;
 }
 
-/// Width of a pixel divided by its height; 1 when the description does not say.
-double pixelAspectRatio(CMFormatDescriptionRef desc) noexcept {
-  const NSDictionary* ratio =
-      dictionaryFromObject(CMFormatDescriptionGetExtension(desc, kCMFormatDescriptionExtension_PixelAspectRatio));
-  const double horizontal = positiveNumberForKey(ratio, kCMFormatDescriptionKey_PixelAspectRatioHorizontalSpacing);
-  const double vertical = positiveNumberForKey(ratio, kCMFormatDescriptionKey_PixelAspectRatioVerticalSpacing);
-  return horizontal > 0 && vertical > 0 ? horizontal / vertical : 1;
-}
-
 }  // namespace
 
 OSStatus CMVideoFormatDescriptionCreate(CFAllocatorRef, CMVideoCodecType codecType, int32_t width, int32_t height,
                                         CFDictionaryRef extensions, CMVideoFormatDescriptionRef* formatDescriptionOut) {
   return createWithDimensions(kCMMediaType_Video, codecType, width, height, extensions, formatDescriptionOut);
-}
-
-OSStatus CMFormatDescriptionCreate(CFAllocatorRef, CMMediaType mediaType, FourCharCode mediaSubType,
-                                   CFDictionaryRef extensions, CMFormatDescriptionRef* formatDescriptionOut) {
-  return createWithDimensions(mediaType, mediaSubType, 0, 0, extensions, formatDescriptionOut);
 }
 
 OSStatus CMMuxedFormatDescriptionCreateWithDimensions(CFAllocatorRef, FourCharCode muxType, int32_t width,
@@ -177,8 +112,8 @@ CMVideoDimensions CMVideoFormatDescriptionGetDimensions(CMVideoFormatDescription
   return videoDesc ? videoDesc->dimensions : CMVideoDimensions{0, 0};
 }
 
-CGSize CMVideoFormatDescriptionGetPresentationDimensions(CMVideoFormatDescriptionRef videoDesc,
-                                                         Boolean usePixelAspectRatio, Boolean useCleanAperture) {
+CGSize CMVideoFormatDescriptionGetPresentationDimensions(CMVideoFormatDescriptionRef videoDesc, Boolean,
+                                                         Boolean useCleanAperture) {
   if (!videoDesc) return {0, 0};
   if (useCleanAperture) {
     const NSDictionary* extensions = videoDesc->extensions.get();
@@ -186,8 +121,7 @@ CGSize CMVideoFormatDescriptionGetPresentationDimensions(CMVideoFormatDescriptio
     const double height = positiveNumberForKey(extensions, kCMFormatDescriptionExtension_PresentationHeight);
     if (width > 0 && height > 0) return {width, height};
   }
-  const double ratio = usePixelAspectRatio ? pixelAspectRatio(videoDesc) : 1;
-  return {videoDesc->dimensions.width * ratio, static_cast<double>(videoDesc->dimensions.height)};
+  return {static_cast<double>(videoDesc->dimensions.width), static_cast<double>(videoDesc->dimensions.height)};
 }
 
 const AudioStreamBasicDescription* CMAudioFormatDescriptionGetStreamBasicDescription(CMAudioFormatDescriptionRef desc) {
@@ -198,13 +132,4 @@ const AudioChannelLayout* CMAudioFormatDescriptionGetChannelLayout(CMAudioFormat
   const bool hasLayout = desc && !desc->channelLayout.empty();
   if (sizeOut) *sizeOut = hasLayout ? desc->channelLayout.size() : 0;
   return hasLayout ? reinterpret_cast<const AudioChannelLayout*>(desc->channelLayout.data()) : nullptr;
-}
-
-Boolean CMFormatDescriptionEqual(CMFormatDescriptionRef a, CMFormatDescriptionRef b) {
-  if (a == b) return true;
-  if (!a || !b) return false;
-  return a->mediaType == b->mediaType && a->mediaSubType == b->mediaSubType &&
-         a->dimensions.width == b->dimensions.width && a->dimensions.height == b->dimensions.height &&
-         equalAudio(a->audio, b->audio) && a->channelLayout == b->channelLayout &&
-         equalExtensions(a->extensions.get(), b->extensions.get());
 }

@@ -30,26 +30,18 @@ typedef struct CMVideoDimensions {
   int32_t height;
 } CMVideoDimensions;
 
-/// Extension: the format's name for people, a string.
+/// Extension: the format's name for display, a string.
 extern const CFStringRef kCMFormatDescriptionExtension_FormatName;
-/// Extension: a dictionary of the two spacings below, numbers.
-extern const CFStringRef kCMFormatDescriptionExtension_PixelAspectRatio;
-extern const CFStringRef kCMFormatDescriptionKey_PixelAspectRatioHorizontalSpacing;
-extern const CFStringRef kCMFormatDescriptionKey_PixelAspectRatioVerticalSpacing;
 /// Extension: display width and height, two numbers, where they differ from the coded size (a stand-in for
 /// clean-aperture data).
 extern const CFStringRef kCMFormatDescriptionExtension_PresentationWidth;
 extern const CFStringRef kCMFormatDescriptionExtension_PresentationHeight;
 
 /// A video description of the coded size. `extensions` (may be null) is retained. Negative sizes are invalid
-/// parameters, here and below; 0 is allowed, for devices that do not tell theirs.
+/// parameters, here and below; 0 is allowed, for devices that do not say theirs.
 OSStatus CMVideoFormatDescriptionCreate(CFAllocatorRef allocator, CMVideoCodecType codecType, int32_t width,
                                         int32_t height, CFDictionaryRef extensions,
                                         CMVideoFormatDescriptionRef* formatDescriptionOut);
-
-/// A description of any medium without a size: the way to describe a muxed stream.
-OSStatus CMFormatDescriptionCreate(CFAllocatorRef allocator, CMMediaType mediaType, FourCharCode mediaSubType,
-                                   CFDictionaryRef extensions, CMFormatDescriptionRef* formatDescriptionOut);
 
 /// A muxed description that has a size, as camcorders report it.
 OSStatus CMMuxedFormatDescriptionCreateWithDimensions(CFAllocatorRef allocator, FourCharCode muxType, int32_t width,
@@ -72,9 +64,9 @@ CFTypeRef CMFormatDescriptionGetExtension(CMFormatDescriptionRef desc, CFStringR
 /// Coded size in pixels; 0 x 0 for audio.
 CMVideoDimensions CMVideoFormatDescriptionGetDimensions(CMVideoFormatDescriptionRef videoDesc);
 
-/// Display size: the presentation size when there is one and `useCleanAperture` is set, else the coded size; the width
-/// multiplied by the pixel aspect ratio when `usePixelAspectRatio` is set and no presentation size was used. Sizes and
-/// ratios that are not above zero count as absent.
+/// Display size: the presentation size when there is one and `useCleanAperture` is set, else the coded size. A size
+/// that is not above zero counts as absent. The shape of pixels is attached to pictures, not to formats:
+/// `usePixelAspectRatio` is not read.
 CGSize CMVideoFormatDescriptionGetPresentationDimensions(CMVideoFormatDescriptionRef videoDesc,
                                                          Boolean usePixelAspectRatio, Boolean useCleanAperture);
 
@@ -83,8 +75,5 @@ const AudioStreamBasicDescription* CMAudioFormatDescriptionGetStreamBasicDescrip
 
 /// Borrowed from the description, its size in `*sizeOut` (may be null); null and 0 when there is none.
 const AudioChannelLayout* CMAudioFormatDescriptionGetChannelLayout(CMAudioFormatDescriptionRef desc, size_t* sizeOut);
-
-/// True when both describe the same thing in every field and extension.
-Boolean CMFormatDescriptionEqual(CMFormatDescriptionRef a, CMFormatDescriptionRef b);
 
 CF_EXTERN_C_END

@@ -1,7 +1,7 @@
 #include <CoreMedia/CMSampleBuffer.h>
 
 #include <CoreFoundation/CFRef.h>
-#include <CoreMedia/CMMemoryCache.h>
+#include <CoreMedia/Memory/CMMemoryCache.h>
 #include <runtime/NSObject.h>
 
 #include <cmath>

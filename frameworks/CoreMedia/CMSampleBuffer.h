@@ -28,7 +28,7 @@ enum {
 enum { kCMSampleBufferFlag_AudioBufferList_Assure16ByteAlignment = 1u << 0 };
 
 /// A sample of one picture. Retains `imageBuffer` (null: a sample without a picture, of 0 samples) and
-/// `formatDescription` (may be null). `dataReady` and the two arguments behind it are not modelled: pass true and null.
+/// `formatDescription` (may be null). `dataReady` and the two arguments after it are not modelled: pass true and null.
 OSStatus CMSampleBufferCreateForImageBuffer(CFAllocatorRef allocator, CVImageBufferRef imageBuffer, Boolean dataReady,
                                             void* makeDataReadyCallback, void* makeDataReadyRefcon,
                                             CMVideoFormatDescriptionRef formatDescription,

@@ -68,16 +68,12 @@ CMTime addNumeric(const CMTime& a, const CMTime& b) {
   const CMTimeEpoch epoch = a.epoch != 0 ? a.epoch : b.epoch;
 
   const std::int64_t common = std::lcm<std::int64_t>(a.timescale, b.timescale);
-  CMTimeScale timescale = common <= std::numeric_limits<CMTimeScale>::max() ? static_cast<CMTimeScale>(common)
-                                                                            : std::max(a.timescale, b.timescale);
+  const CMTimeScale timescale = common <= std::numeric_limits<CMTimeScale>::max() ? static_cast<CMTimeScale>(common)
+                                                                                  : std::max(a.timescale, b.timescale);
   const Wide numerator = Wide{a.value} * b.timescale + Wide{b.value} * a.timescale;
-  const Wide denominator = Wide{a.timescale} * b.timescale;
-  // A sum too large for 64 bits is still told in coarser ticks, down to whole seconds.
-  for (;; timescale /= 2) {
-    const Quotient ticks = divide(numerator * timescale, denominator);
-    if (fitsValue(ticks.value)) return makeNumeric(ticks, timescale, a.flags | b.flags, epoch);
-    if (timescale == 1) return infinity(numerator < 0);
-  }
+  const Quotient ticks = divide(numerator * timescale, Wide{a.timescale} * b.timescale);
+  if (!fitsValue(ticks.value)) return infinity(numerator < 0);
+  return makeNumeric(ticks, timescale, a.flags | b.flags, epoch);
 }
 
 }  // namespace
@@ -91,14 +87,11 @@ CMTime CMTimeMakeWithSeconds(double seconds, int32_t preferredTimescale) {
   if (std::isnan(seconds) || preferredTimescale <= 0) return kCMTimeInvalid;
 
   constexpr long double limit = 9223372036854775808.0L;  // 2^63
-  for (CMTimeScale timescale = preferredTimescale; timescale > 0; timescale /= 2) {
-    const long double ticks = std::round(static_cast<long double>(seconds) * timescale);
-    if (!(ticks >= -limit && ticks < limit)) continue;
-    CMTime time = CMTimeMake(static_cast<CMTimeValue>(ticks), timescale);
-    if (CMTimeGetSeconds(time) != seconds) time.flags |= kCMTimeFlags_HasBeenRounded;
-    return time;
-  }
-  return infinity(seconds < 0);
+  const long double ticks = std::round(static_cast<long double>(seconds) * preferredTimescale);
+  if (!(ticks >= -limit && ticks < limit)) return infinity(seconds < 0);
+  CMTime time = CMTimeMake(static_cast<CMTimeValue>(ticks), preferredTimescale);
+  if (CMTimeGetSeconds(time) != seconds) time.flags |= kCMTimeFlags_HasBeenRounded;
+  return time;
 }
 
 double CMTimeGetSeconds(CMTime time) {

@@ -35,8 +35,8 @@ extern const CMTime kCMTimeZero;
 /// The invalid time when `timescale` is not positive.
 CMTime CMTimeMake(int64_t value, int32_t timescale);
 
-/// The nearest tick of `preferredTimescale`; marked as rounded when it does not give back `seconds`. Where the ticks
-/// do not fit 64 bits the timescale is halved until they do; an infinity when they never do. Invalid for NaN.
+/// The nearest tick of `preferredTimescale`; marked as rounded when it does not give back `seconds`. An infinity where
+/// the ticks do not fit 64 bits. Invalid for NaN.
 CMTime CMTimeMakeWithSeconds(double seconds, int32_t preferredTimescale);
 
 /// NaN for the invalid and the indefinite time, an infinity for an infinite one.
@@ -52,9 +52,9 @@ int32_t CMTimeCompare(CMTime time1, CMTime time2);
 CMTime CMTimeConvertScale(CMTime time, int32_t newTimescale, CMTimeRoundingMethod method);
 
 /// Exact where the result fits its timescale (the least common multiple, or the larger timescale when
-/// that is above 31 bits), otherwise rounded and marked so. Where the sum does not fit 64 bits the timescale is halved
-/// until it does; an infinity when it never does. Epoch 0 is a duration and can be added to a time of any epoch.
-/// Invalid for an invalid addend, two different epochs, or two opposite infinities; indefinite when either is.
+/// that is above 31 bits), otherwise rounded and marked so. An infinity where the sum does not fit 64 bits. Epoch 0 is
+/// a duration and can be added to a time of any epoch. Invalid for an invalid addend, two different epochs, or two
+/// opposite infinities; indefinite when either is.
 CMTime CMTimeAdd(CMTime addend1, CMTime addend2);
 
 CF_EXTERN_C_END

@@ -1,7 +1,7 @@
 #include <CoreVideo/CVImageBuffer.h>
 
-#include <CoreVideo/CVBuffer.h>
-#include <CoreVideo/NumberInDictionary.h>
+#include <CoreVideo/Objects/OpaqueCVBuffer.h>
+#include <Foundation/NSDictionary+Numbers.h>
 
 #include <new>
 
@@ -13,9 +13,8 @@ const CFStringRef kCVImageBufferDisplayWidthKey = NSString::constant("Width");
 const CFStringRef kCVImageBufferDisplayHeightKey = NSString::constant("Height");
 
 const OpaqueCVBuffer::Attachment* OpaqueCVBuffer::attachmentByText(CFStringRef key) const noexcept {
-  const std::string& text = NSString::from(key)->text();
   for (const Attachment& entry : _attachments) {
-    if (entry.key->text() == text) return &entry;
+    if (entry.key->text() == key->text()) return &entry;
   }
   return nullptr;
 }
@@ -27,7 +26,7 @@ void OpaqueCVBuffer::setAttachment(CFStringRef key, CFTypeRef value, CVAttachmen
     entry.value = std::move(retained);
     entry.mode = mode;
   } else {
-    _attachments.push_back({Ref<const NSString>::retain(NSString::from(key)), std::move(retained), mode});
+    _attachments.push_back({Ref<const OpaqueCFString>::retain(key), std::move(retained), mode});
   }
   updateDisplaySize();
 }
@@ -43,7 +42,7 @@ void OpaqueCVBuffer::updateDisplaySize() noexcept {
   const Attachment* dimensions = attachment(kCVImageBufferDisplayDimensionsKey);
   if (!dimensions) return;
 
-  const NSDictionary* dictionary = dictionaryFromObject(dimensions->value.get());
+  const NSDictionary* dictionary = dynamic_cast<const NSDictionary*>(dimensions->value.get());
   const double width = positiveNumberForKey(dictionary, kCVImageBufferDisplayWidthKey);
   const double height = positiveNumberForKey(dictionary, kCVImageBufferDisplayHeightKey);
   if (width > 0 && height > 0) _displaySize = {width, height};

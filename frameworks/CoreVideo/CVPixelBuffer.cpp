@@ -1,7 +1,8 @@
 #include <CoreVideo/CVPixelBuffer.h>
 
-#include <CoreVideo/CVBuffer.h>
-#include <CoreVideo/CVPixelBufferStore.h>
+#include <CoreVideo/Objects/CVPixelBufferStore.h>
+#include <CoreVideo/Objects/OpaqueCVBuffer.h>
+#include <Foundation/NSString.h>
 
 #include <new>
 #include <utility>

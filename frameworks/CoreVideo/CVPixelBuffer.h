@@ -45,34 +45,4 @@ size_t CVPixelBufferGetHeight(CVPixelBufferRef pixelBuffer);
 OSType CVPixelBufferGetPixelFormatType(CVPixelBufferRef pixelBuffer);
 size_t CVPixelBufferGetDataSize(CVPixelBufferRef pixelBuffer);
 
-/// Pools hand out buffers of one size and format. A released buffer returns to its pool with its bytes as
-/// they were and its attachments removed, and is handed out again without a new allocation. Buffers outlive
-/// the pool when someone still holds them.
-typedef struct OpaqueCVPixelBufferPool* CVPixelBufferPoolRef;
-
-/// Key of the pool's attributes: how many buffers are made together with the pool, a number. Where memory is short, the
-/// rest are made when they are asked for.
-extern const CFStringRef kCVPixelBufferPoolMinimumBufferCountKey;
-
-/// Key of the auxiliary attributes below: how many buffers of the pool may be out at once, a number.
-extern const CFStringRef kCVPixelBufferPoolAllocationThresholdKey;
-
-/// `poolAttributes` may be null; only the key above is read. `pixelBufferAttributes` holds pixel format, width and
-/// height; kCVReturnInvalidArgument when one is missing or no number, and the errors of CVPixelBufferCreate.
-CVReturn CVPixelBufferPoolCreate(CFAllocatorRef allocator, CFDictionaryRef poolAttributes,
-                                 CFDictionaryRef pixelBufferAttributes, CVPixelBufferPoolRef* poolOut);
-CVPixelBufferPoolRef CVPixelBufferPoolRetain(CVPixelBufferPoolRef pool);
-void CVPixelBufferPoolRelease(CVPixelBufferPoolRef pool);
-
-/// A buffer of the pool, which the caller releases. Any thread.
-CVReturn CVPixelBufferPoolCreatePixelBuffer(CFAllocatorRef allocator, CVPixelBufferPoolRef pixelBufferPool,
-                                            CVPixelBufferRef* pixelBufferOut);
-
-/// The same with a bound: kCVReturnWouldExceedAllocationThreshold when as many buffers as `auxAttributes` allows are
-/// out.
-CVReturn CVPixelBufferPoolCreatePixelBufferWithAuxAttributes(CFAllocatorRef allocator,
-                                                             CVPixelBufferPoolRef pixelBufferPool,
-                                                             CFDictionaryRef auxAttributes,
-                                                             CVPixelBufferRef* pixelBufferOut);
-
 CF_EXTERN_C_END

@@ -1,13 +1,13 @@
-#include <CoreVideo/CVPixelBufferStore.h>
-#include <CoreVideo/NumberInDictionary.h>
+#include <CoreVideo/CVPixelBufferPool.h>
+
+#include <CoreVideo/Objects/CVPixelBufferStore.h>
+#include <Foundation/NSDictionary+Numbers.h>
 
 #include <algorithm>
-#include <limits>
 #include <new>
 #include <utility>
 
 const CFStringRef kCVPixelBufferPoolMinimumBufferCountKey = NSString::constant("MinimumBufferCount");
-const CFStringRef kCVPixelBufferPoolAllocationThresholdKey = NSString::constant("BufferPoolAllocationThreshold");
 
 CVReturn CVPixelBufferStore::take(std::uint64_t limit, Ref<OpaqueCVBuffer>* bufferOut) noexcept {
   OpaqueCVBuffer* idle = nullptr;
@@ -89,17 +89,14 @@ struct OpaqueCVPixelBufferPool final : public NSObject {
 
 namespace {
 
-constexpr std::uint64_t kNoLimit = std::numeric_limits<std::uint64_t>::max();
-
 std::size_t sizeFromNumber(const NSNumber& number) noexcept {
   return static_cast<std::size_t>(std::max<std::int64_t>(number.longLongValue(), 0));
 }
 
 CVReturn layoutFromAttributes(CFDictionaryRef attributes, CVPixelLayout* layoutOut) noexcept {
-  const NSDictionary* dictionary = NSDictionary::from(attributes);
-  const NSNumber* format = numberForKey(dictionary, kCVPixelBufferPixelFormatTypeKey);
-  const NSNumber* width = numberForKey(dictionary, kCVPixelBufferWidthKey);
-  const NSNumber* height = numberForKey(dictionary, kCVPixelBufferHeightKey);
+  const NSNumber* format = numberForKey(attributes, kCVPixelBufferPixelFormatTypeKey);
+  const NSNumber* width = numberForKey(attributes, kCVPixelBufferWidthKey);
+  const NSNumber* height = numberForKey(attributes, kCVPixelBufferHeightKey);
   if (!format || !width || !height) return kCVReturnInvalidArgument;
   if (!std::in_range<OSType>(format->longLongValue())) return kCVReturnInvalidPixelFormat;
   return CVPixelLayout::make(sizeFromNumber(*width), sizeFromNumber(*height),
@@ -118,7 +115,7 @@ CVReturn CVPixelBufferPoolCreate(CFAllocatorRef, CFDictionaryRef poolAttributes,
   try {
     auto store = std::make_shared<CVPixelBufferStore>(layout);
     *poolOut = new OpaqueCVPixelBufferPool(store);
-    const NSNumber* count = numberForKey(NSDictionary::from(poolAttributes), kCVPixelBufferPoolMinimumBufferCountKey);
+    const NSNumber* count = numberForKey(poolAttributes, kCVPixelBufferPoolMinimumBufferCountKey);
     if (count) store->makeIdle(sizeFromNumber(*count));
     return kCVReturnSuccess;
   } catch (const std::bad_alloc&) {
@@ -126,17 +123,8 @@ CVReturn CVPixelBufferPoolCreate(CFAllocatorRef, CFDictionaryRef poolAttributes,
   }
 }
 
-CVPixelBufferPoolRef CVPixelBufferPoolRetain(CVPixelBufferPoolRef pool) {
-  if (pool) pool->retain();
-  return pool;
-}
-
 void CVPixelBufferPoolRelease(CVPixelBufferPoolRef pool) {
   if (pool) pool->release();
-}
-
-void CVPixelBufferPoolSetFreeBufferHandler(CVPixelBufferPoolRef pool, std::function<void()> handler) {
-  if (pool) pool->store().setFreeBufferHandler(std::move(handler));
 }
 
 CVReturn CVPixelBufferPoolTake(CVPixelBufferPoolRef pool, std::uint64_t threshold, CVPixelBufferRef* bufferOut) {
@@ -146,18 +134,6 @@ CVReturn CVPixelBufferPoolTake(CVPixelBufferPoolRef pool, std::uint64_t threshol
   return status;
 }
 
-CVReturn CVPixelBufferPoolCreatePixelBuffer(CFAllocatorRef allocator, CVPixelBufferPoolRef pixelBufferPool,
-                                            CVPixelBufferRef* pixelBufferOut) {
-  return CVPixelBufferPoolCreatePixelBufferWithAuxAttributes(allocator, pixelBufferPool, nullptr, pixelBufferOut);
-}
-
-CVReturn CVPixelBufferPoolCreatePixelBufferWithAuxAttributes(CFAllocatorRef, CVPixelBufferPoolRef pixelBufferPool,
-                                                             CFDictionaryRef auxAttributes,
-                                                             CVPixelBufferRef* pixelBufferOut) {
-  if (!pixelBufferOut) return kCVReturnInvalidArgument;
-  *pixelBufferOut = nullptr;
-  if (!pixelBufferPool) return kCVReturnInvalidArgument;
-
-  const NSNumber* threshold = numberForKey(NSDictionary::from(auxAttributes), kCVPixelBufferPoolAllocationThresholdKey);
-  return CVPixelBufferPoolTake(pixelBufferPool, threshold ? sizeFromNumber(*threshold) : kNoLimit, pixelBufferOut);
+void CVPixelBufferPoolSetFreeBufferHandler(CVPixelBufferPoolRef pool, std::function<void()> handler) {
+  pool->store().setFreeBufferHandler(std::move(handler));
 }

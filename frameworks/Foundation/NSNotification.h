@@ -5,14 +5,10 @@
 #include <Foundation/NSOperation.h>
 #include <runtime/NSObject.h>
 
-#include <cstdint>
 #include <functional>
-#include <map>
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <unordered_map>
-#include <utility>
 #include <vector>
 
 using NSNotificationName = std::string_view;
@@ -52,42 +48,30 @@ class NSNotificationCenter {
   /// After the return the block is not running and will not run, waiting ones included. Called from
   /// inside the block itself, it returns at once and the block never runs again. What the block had captured
   /// is destroyed with it. Unknown tokens and null are ignored. It waits for a block that runs on another
-  /// thread, so the caller must hold nothing that the block waits for. Takes no memory.
+  /// thread, so the caller must hold nothing that the block waits for. Needs no memory.
   void removeObserver(NSObject* token) noexcept;
 
   // postNotificationName:object:
   /// Runs or queues the block of every matching observer, in the order of their registration. Observers
-  /// that join during a post are not told of it; those removed before their turn are left out. When memory runs out,
-  /// those whose turn has not come are not told, and the standard error says so.
+  /// that join during a post are not reached by it; those removed before their turn are left out. When memory runs out,
+  /// those whose turn has not come are not reached, which is reported on standard error.
   void postNotificationName(NSNotificationName name, NSObject* object) noexcept;
-
-  /// How many observers are registered: for tests.
-  std::size_t observerCount() const;
 
   NSNotificationCenter(const NSNotificationCenter&) = delete;
   NSNotificationCenter& operator=(const NSNotificationCenter&) = delete;
 
  private:
   class Observer;
-  struct WaitingRemover;
 
   NSNotificationCenter();
   ~NSNotificationCenter();
 
   std::vector<Ref<Observer>> observersFor(NSNotificationName name, const NSObject* object) const;
-  Ref<Observer> take(Observer& observer);
   void deliver(const Ref<Observer>& observer, const Ref<NSNotification>& notification);
   void queueForMainThread(const Ref<Observer>& observer, const Ref<NSNotification>& notification);
-  void runBlock(Observer& observer, NSNotification& notification) noexcept;
-  void endRun(Observer& observer);
+  void runBlock(const Ref<Observer>& observer, NSNotification& notification) noexcept;
+  void endRun(const Ref<Observer>& observer);
 
-  /// By what they are limited to and, under that, in the order of their registration.
-  using Observers = std::map<std::pair<const NSObject*, std::uint64_t>, Ref<Observer>>;
-
-  mutable std::mutex _mutex;  ///< Guards the lists and the state of each observer; not held while a block runs.
-  /// By name. Each of thousands of sessions has observers of its own: a post finds those it concerns, and a removal its
-  /// token, without a walk over the others.
-  std::map<std::string, Observers, std::less<>> _observers;
-  std::unordered_map<const NSObject*, Observer*> _byToken;
-  std::uint64_t _registrations = 0;
+  mutable std::mutex _mutex;  ///< Guards the list and the state of each observer; not held while a block runs.
+  std::vector<Ref<Observer>> _observers;  ///< In the order of registration; a removed one stays until its runs end.
 };

@@ -13,5 +13,5 @@ std::string NSHomeDirectory();
 std::string stringByAppendingPathComponent(std::string_view path, std::string_view component);
 
 // -[NSString lastPathComponent]
-/// The part behind the last slash; trailing slashes are ignored. "/" for the root.
+/// The part after the last slash; trailing slashes are ignored. "/" for the root.
 std::string_view lastPathComponent(std::string_view path);

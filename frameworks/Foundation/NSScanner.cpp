@@ -18,7 +18,7 @@ std::optional<unsigned> hexDigitAt(std::string_view text, std::size_t index) noe
   return std::nullopt;
 }
 
-/// A prefix without a digit behind it is none: the zero is then the number itself.
+/// A prefix without a digit after it is none: the zero is then the number itself.
 bool hasHexPrefixAt(std::string_view text, std::size_t index) noexcept {
   const std::string_view prefix = text.substr(index, 2);
   return (prefix == "0x" || prefix == "0X") && hexDigitAt(text, index + 2);

@@ -23,7 +23,8 @@ class ItemRing {
     assert(!isEmpty());
     const Item item = _slots[_first];
     --_count;
-    // An empty ring begins anew, so that one item at a time always passes through the same piece of cache.
+    // An empty ring begins at its first slot again, so that one item at a time always passes through the same piece of
+    // cache.
     _first = _count == 0 ? 0 : (_first + 1) % _slots.size();
     return item;
   }

@@ -49,7 +49,6 @@ struct OpaqueDispatchQueue final : NSObject, private runtime::LaneClient {
  public:
   explicit OpaqueDispatchQueue(std::string name) noexcept : label(std::move(name)) {}
 
-  void runAsynchronously(const Item& item);
   bool enqueue(const Item& item);
   void wake() noexcept { _lane->wake(); }
   void runSynchronously(void* context, dispatch_function_t work) noexcept;
@@ -64,7 +63,6 @@ struct OpaqueDispatchQueue final : NSObject, private runtime::LaneClient {
   bool isIdle() const noexcept { return !_running && _items.isEmpty(); }
   void push(const Item& item);
   bool tryPush(const Item& item) noexcept;
-  bool pushAsynchronous(const Item& item);
   void setRunning(bool isRunning);
   void runInline(const Item& item);
   bool finishItem();
@@ -99,28 +97,13 @@ bool OpaqueDispatchQueue::tryPush(const Item& item) noexcept try {
   return false;
 }
 
-/// With the lock held. True when the lane is to be woken. Otherwise it looks for the next item by itself, or whoever
-/// runs an item inline, or has added one before, wakes it.
-bool OpaqueDispatchQueue::pushAsynchronous(const Item& item) {
+/// True when the lane is to be woken. Otherwise it looks for the next item by itself, or whoever runs an item inline,
+/// or has added one before, wakes it.
+bool OpaqueDispatchQueue::enqueue(const Item& item) {
+  const std::lock_guard lock(_mutex);
   const bool wasIdle = isIdle();
   push(item);
   return wasIdle;
-}
-
-bool OpaqueDispatchQueue::enqueue(const Item& item) {
-  const std::lock_guard lock(_mutex);
-  return pushAsynchronous(item);
-}
-
-void OpaqueDispatchQueue::runAsynchronously(const Item& item) {
-  // The item may give back the very reference that the caller relies on, while the lane is still being woken.
-  Ref<OpaqueDispatchQueue> keptWhileWaking;
-  {
-    const std::lock_guard lock(_mutex);
-    if (!pushAsynchronous(item)) return;
-    keptWhileWaking = Ref<OpaqueDispatchQueue>::retain(this);
-  }
-  wake();
 }
 
 void OpaqueDispatchQueue::runSynchronously(void* context, dispatch_function_t work) noexcept {
@@ -203,20 +186,15 @@ dispatch_queue_t dispatch_queue_create(const char* label, dispatch_queue_attr_t)
   }
 }
 
-void dispatch_retain(dispatch_queue_t queue) {
-  if (queue) queue->retain();
-}
-
 void dispatch_release(dispatch_queue_t queue) {
   if (queue) queue->release();
 }
 
-const char* dispatch_queue_get_label(dispatch_queue_t queue) {
-  return queue ? queue->label.c_str() : "";
-}
-
 void dispatch_async_f(dispatch_queue_t queue, void* context, dispatch_function_t work) {
-  if (queue && work) queue->runAsynchronously({context, work, nullptr});
+  if (!queue || !work) return;
+  // The item may give back the very reference that the caller relies on, while the lane is still being woken.
+  const auto keptWhileWaking = Ref<OpaqueDispatchQueue>::retain(queue);
+  if (queue->enqueue({context, work, nullptr})) queue->wake();
 }
 
 bool dispatch_enqueue_f(dispatch_queue_t queue, void* context, dispatch_function_t work) {
@@ -238,14 +216,4 @@ void dispatch_sync_f(dispatch_queue_t queue, void* context, dispatch_function_t 
 
 bool dispatch_queue_is_current(dispatch_queue_t queue) {
   return runtime::isWithin(queue);
-}
-
-void dispatch_async(dispatch_queue_t queue, std::function<void()> block) {
-  if (!queue || !block) return;
-  auto held = std::make_unique<std::function<void()>>(std::move(block));
-  dispatch_async_f(queue, held.get(), [](void* context) {
-    const std::unique_ptr<std::function<void()>> taken(static_cast<std::function<void()>*>(context));
-    (*taken)();
-  });
-  held.release();
 }

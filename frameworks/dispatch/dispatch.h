@@ -17,15 +17,10 @@ typedef void (*dispatch_function_t)(void* context);
 /// A new serial queue, which the caller releases. `label` is copied and may be null; `attributes` is not read.
 dispatch_queue_t dispatch_queue_create(const char* label, dispatch_queue_attr_t attributes);
 
-void dispatch_retain(dispatch_queue_t queue);
-
 /// Gives a reference back. Items that still wait keep the queue and run; nothing blocks here but, at the
 /// last reference, the end of an already finished thread. After the last reference, the items that still
 /// run may add further ones, but not retain the queue again.
 void dispatch_release(dispatch_queue_t queue);
-
-/// The label, empty when none was given; lives as long as the queue.
-const char* dispatch_queue_get_label(dispatch_queue_t queue);
 
 /// Adds an item and returns. The queue keeps itself until the item has run. Does not allocate once the
 /// queue has held as many items before; when memory or threads run out before that, it throws std::bad_alloc or
@@ -46,12 +41,11 @@ CF_EXTERN_C_END
 
 #ifdef __cplusplus
 
-#include <functional>
 #include <memory>
 #include <type_traits>
 
 /// Adds an item as dispatch_async_f does, in two steps, for a caller whose lock the item takes: the first under the
-/// lock, which keeps the order; the second behind it, so that the queue's thread does not run into the lock. When the
+/// lock, which keeps the order; the second after it, so that the queue's thread does not run into the lock. When the
 /// first returns true, the second must follow; until then the caller holds the queue. The first throws as
 /// dispatch_async_f does.
 [[nodiscard]] bool dispatch_enqueue_f(dispatch_queue_t queue, void* context, dispatch_function_t work);
@@ -64,8 +58,5 @@ void dispatch_sync(dispatch_queue_t queue, Block&& block) {
   dispatch_sync_f(queue, const_cast<void*>(static_cast<const void*>(std::addressof(block))),
                   [](void* context) { (*static_cast<Callable*>(context))(); });
 }
-
-/// Adds `block` as dispatch_async_f does; this form allocates to hold it.
-void dispatch_async(dispatch_queue_t queue, std::function<void()> block);
 
 #endif

@@ -58,11 +58,6 @@ MainLoop::RunResult MainLoop::run(double seconds, bool returnAfterBlock) {
   }
 }
 
-void MainLoop::runUntilIdle() {
-  while (runNext()) {
-  }
-}
-
 void MainLoop::stop() {
   {
     const std::lock_guard lock(_mutex);

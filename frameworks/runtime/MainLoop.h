@@ -1,14 +1,13 @@
 #pragma once
 
-// What the main operation queue, the main run loop and the notification centre share: the blocks that wait
-// for the main thread. Not for users of the frameworks.
+// The blocks that wait for the main thread: the notification centre adds them, the run loop runs them. Not for users
+// of the frameworks.
 
 #include <runtime/Scheduler.h>
 
 #include <deque>
 #include <functional>
 #include <mutex>
-#include <optional>
 
 class MainLoop {
  public:
@@ -20,15 +19,12 @@ class MainLoop {
   /// `cancel`.
   void add(std::function<void()> block, const void* owner = nullptr);
 
-  /// Destroys the waiting blocks of an owner. One that has begun to run is not affected. Any thread. Takes no memory.
+  /// Destroys the waiting blocks of an owner. One that has begun to run is not affected. Any thread. Needs no memory.
   void cancel(const void* owner) noexcept;
 
   /// Runs blocks as they come: those that wait at the call in any case, later ones until `seconds` have
   /// passed; only the first one when `returnAfterBlock` is set. Main thread only.
   RunResult run(double seconds, bool returnAfterBlock);
-
-  /// Runs blocks until none waits. Main thread only.
-  void runUntilIdle();
 
   /// Ends the current or the next `run`. Any thread.
   void stop();

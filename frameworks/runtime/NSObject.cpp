@@ -1,17 +1,11 @@
 #include <runtime/NSObject.h>
 
-#include <CoreFoundation/CFBase.h>
-
 namespace {
 
 constinit std::atomic<std::int64_t> liveObjects{0};
 
 // High enough that no unbalanced release of a constant ever brings it near zero.
 constexpr std::int64_t ImmortalCount = std::int64_t{1} << 62;
-
-const NSObject* toObject(CFTypeRef object) noexcept {
-  return static_cast<const NSObject*>(object);
-}
 
 }  // namespace
 
@@ -31,17 +25,4 @@ std::int64_t NSObject::liveObjectCount() noexcept {
 void NSObject::makeImmortal() noexcept {
   _count.store(ImmortalCount, std::memory_order_relaxed);
   liveObjects.fetch_sub(1, std::memory_order_relaxed);
-}
-
-CFTypeRef CFRetain(CFTypeRef object) {
-  if (object) toObject(object)->retain();
-  return object;
-}
-
-void CFRelease(CFTypeRef object) {
-  if (object) toObject(object)->release();
-}
-
-CFIndex CFGetRetainCount(CFTypeRef object) {
-  return object ? CFIndex{toObject(object)->retainCount()} : 0;
 }

@@ -46,9 +46,6 @@ class Lane {
   /// Tells the lane that the client's next item time may have changed. Any thread.
   virtual void wake() = 0;
 
-  /// True on the thread that is running an item of this lane.
-  virtual bool isCurrent() const = 0;
-
  protected:
   Lane() noexcept;
 };

@@ -137,9 +137,9 @@ class ThreadLane final : public Lane {
     _state->changed.notify_one();
   }
 
-  bool isCurrent() const override { return laneOfThisThread == _state.get(); }
-
  private:
+  bool isCurrent() const { return laneOfThisThread == _state.get(); }
+
   std::shared_ptr<LaneState> _state;
   std::thread _thread;
 };

@@ -61,7 +61,7 @@ class ClipTest : public FrameworkTest {
     Received received;
     isVideo ? host.registerVideo(source, Received::onVideo, &received)
             : host.registerAudio(source, Received::onAudio, &received);
-    for (int i = 0; i < 6000 && received.length < length; ++i) NSRunLoop::mainRunLoop().runForSeconds(0.01);
+    for (int i = 0; i < 6000 && received.length < length; ++i) runMainLoop(0.01);
     const double ticksPerSecond = host.timescale(source);
     host.uninitialize();
     for (const auto& [stamp, position] : received.stamps) {

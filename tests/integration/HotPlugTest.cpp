@@ -34,9 +34,9 @@ TEST_F(HotPlugTest, EveryPictureArrivesOrIsReportedThoughCamerasAreUnplugged) {
     host.registerVideo(source, receiveVideo, &pictures);
     host.registerAudio(source, receiveAudio, &sounds);
   }
-  NSRunLoop::mainRunLoop().runForSeconds(0.4);
+  runMainLoop(0.4);
   for (const char* id : {"webcam-hd-microphone", "webcam-hd", "F0x0080880303480cd1"}) provider->unplug(id);
-  NSRunLoop::mainRunLoop().runForSeconds(0.2);
+  runMainLoop(0.2);
   host.disconnect();
 
   std::uint64_t captured = 0;
@@ -73,14 +73,14 @@ TEST_F(HotPlugTest, TheHostsThreadItsCallbacksAndTheMainThreadMayMeetUntilTheLib
   for (int i = 0; !isDone; ++i) {
     const char* id = i % 2 == 0 ? "webcam-hd" : "webcam-hd-microphone";
     if (!provider->unplug(id)) provider->plug(id);
-    NSRunLoop::mainRunLoop().runForSeconds(0.001);
+    runMainLoop(0.001);
   }
   hostThread.join();
 
   host.uninitialize();
 
   const int seen = sounds;
-  NSRunLoop::mainRunLoop().runForSeconds(0.02);
+  runMainLoop(0.02);
   EXPECT_EQ(sounds, seen);
 }
 
@@ -95,7 +95,7 @@ TEST_F(HotPlugTest, KeptFramesExhaustThePoolAndOutliveTheLibrary) {
     ++into.count;
   };
   host.registerVideo("Desk Camera Video", keep, &kept);
-  for (int i = 0; i < 1000 && (kept.count < 16 || dropped() == 0); ++i) NSRunLoop::mainRunLoop().runForSeconds(0.01);
+  for (int i = 0; i < 1000 && (kept.count < 16 || dropped() == 0); ++i) runMainLoop(0.01);
   host.disconnect();
   provider->unplug("desk-camera-left");
   host.uninitialize();

@@ -1,4 +1,3 @@
-#include <Foundation/NSNotification.h>
 #include <gtest/gtest.h>
 #include <lumora/zThread.h>
 #include <malloc.h>
@@ -149,7 +148,7 @@ TEST_F(LongRunTest, ADayOfFourSourcesStaysRight) {
 
   std::size_t usedAtFirst = 0;
   for (int minute = 0; minute < minutes; ++minute) {
-    NSRunLoop::mainRunLoop().runForSeconds(60);
+    runMainLoop(60);
     // Everything but the deck goes and comes back, the halves of the pair one by one.
     static constexpr std::array<const char*, 4> ids{"cam", "pocket", "mic", "door"};
     const char* const id = ids[static_cast<std::size_t>(minute / 2) % ids.size()];

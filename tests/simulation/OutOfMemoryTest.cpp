@@ -1,5 +1,4 @@
 #include <AVFoundation/SampleLedger.h>
-#include <Foundation/NSNotification.h>
 #include <gtest/gtest.h>
 #include <lumora/zThread.h>
 
@@ -88,7 +87,7 @@ class Host {
     run();
   }
 
-  static void run(double seconds = 0.01) { NSRunLoop::mainRunLoop().runForSeconds(seconds); }
+  static void run(double seconds = 0.01) { runMainLoop(seconds); }
 
   std::string seen() const { return _seen.data(); }
   void forget() { _seen[0] = 0; }

@@ -4,7 +4,6 @@
 // it is chosen, and after every step what must hold is checked.
 
 #include <AVFoundation/SampleLedger.h>
-#include <Foundation/NSNotification.h>
 #include <lumora/zThread.h>
 #include <lumora/zTrace.h>
 #include <runtime/MainLoop.h>
@@ -24,6 +23,7 @@
 #include "AVLog.h"
 #include "BRV_AVCapture.h"
 #include "support/FakeHardware.h"
+#include "support/MainLoop.h"
 #include "support/SimulationScheduler.h"
 
 namespace test {
@@ -94,7 +94,7 @@ class Studio {
     // The rest, down to the signal of a loop that has not been waited for.
     _scheduler.setTime(Time::InOrder);
     _scheduler.setInterruptible(false);
-    NSRunLoop::mainRunLoop().runForSeconds(1);
+    runMainLoop(1);
     check();
     checkEverybodyIsThere();
     end();
@@ -191,7 +191,7 @@ class Studio {
     };
     while (_linesLeft > 0) {
       _scheduler.waitUntil(hasToRun, this);
-      if (!NSRunLoop::mainRunLoop().runOneBlock(0)) continue;
+      if (!runOneBlock()) continue;
       step("main thread ran a block");
       check();
     }
@@ -227,7 +227,7 @@ class Studio {
         [](Studio& self) { self.registerLog(); },
         [](Studio& self) { self.end(), self.begin(); },
         [](Studio& self) { self.ask(); },
-        [](Studio&) { NSRunLoop::mainRunLoop().runOneBlock(0); },  // of a host on the main thread
+        [](Studio&) { runOneBlock(); },  // of a host on the main thread
     };
     actions[action](*this);
   }

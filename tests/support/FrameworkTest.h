@@ -4,11 +4,11 @@
 // output captured has come to an end that was counted.
 
 #include <AVFoundation/SampleLedger.h>
-#include <Foundation/NSNotification.h>
 #include <Hardware.h>
 #include <gtest/gtest.h>
 #include <runtime/NSObject.h>
 #include <runtime/Scheduler.h>
+#include <support/MainLoop.h>
 
 #include <memory>
 
@@ -23,7 +23,7 @@ class FrameworkTest : public testing::Test {
 
   ~FrameworkTest() override {
     hardware::installSystemProvider(nullptr);
-    NSRunLoop::mainRunLoop().runUntilIdle();
+    runMainLoopUntilIdle();
     EXPECT_EQ(NSObject::liveObjectCount(), _objectsBefore) << "framework objects are left";
     EXPECT_EQ(runtime::liveLaneCount(), _lanesBefore) << "lanes are left";
     for (const AVMediaType medium : {AVMediaTypeVideo, AVMediaTypeAudio}) {

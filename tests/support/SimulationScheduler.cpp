@@ -60,7 +60,7 @@ class SimulationScheduler::SimulatedLane final : public runtime::Lane {
   }
 
   void wake() override {}
-  bool isCurrent() const override { return _scheduler._current == &_line; }
+  bool isCurrent() const { return _scheduler._current == &_line; }
 
  private:
   SimulationScheduler& _scheduler;

@@ -1,8 +1,8 @@
-// The main queue and the loop that runs it. These tests run on the main thread, as gtest_main does.
+// The loop that runs what waits for the main thread. These tests run on the main thread, as gtest_main does.
 
 #include <CoreFoundation/CFRunLoop.h>
-#include <Foundation/NSOperation.h>
 #include <gtest/gtest.h>
+#include <runtime/MainLoop.h>
 
 #include <limits>
 #include <string>
@@ -15,14 +15,14 @@ CFRunLoopRunResult run(double seconds, bool returnAfterOne = false) {
 }
 
 TEST(RunLoopTest, RunsBlocksInOrderAndThoseTheyAddLaterOnTheMainThreadAlone) {
-  NSOperationQueue& queue = NSOperationQueue::mainQueue();
+  MainLoop& loop = MainLoop::instance();
   std::string order;
-  queue.addOperationWithBlock([&] {
+  loop.add([&] {
     order += 'a';
-    queue.addOperationWithBlock([&] { order += 'c'; });
+    loop.add([&] { order += 'c'; });
   });
-  queue.addOperationWithBlock(nullptr);
-  queue.addOperationWithBlock([&] { order += 'b'; });
+  loop.add(nullptr);
+  loop.add([&] { order += 'b'; });
 
   std::thread([] { EXPECT_EQ(run(0), kCFRunLoopRunFinished); }).join();
   EXPECT_EQ(order, "");
@@ -34,7 +34,7 @@ TEST(RunLoopTest, RunsBlocksInOrderAndThoseTheyAddLaterOnTheMainThreadAlone) {
 
 TEST(RunLoopTest, AWaitingRunIsWokenByABlockOrAStopAndAnEarlierStopEndsTheNextRun) {
   constexpr double Forever = std::numeric_limits<double>::infinity();
-  const std::jthread adder([] { NSOperationQueue::mainQueue().addOperationWithBlock([] {}); });
+  const std::jthread adder([] { MainLoop::instance().add([] {}); });
   EXPECT_EQ(run(Forever, true), kCFRunLoopRunHandledSource);
   std::thread stopper([] { CFRunLoopStop(CFRunLoopGetMain()); });
   EXPECT_EQ(run(Forever), kCFRunLoopRunStopped);

@@ -27,7 +27,7 @@ TEST(CMTimeTest, ConversionRoundsHalfAwayFromZeroAndSaysSo) {
   const CMTime cases[][2] = {
       {CMTimeMake(1001, 30000), CMTimeMake(2002, 60000)},
       {CMTimeMake(1, 2), rounded(1, 1)},
-      {CMTimeMake(-2, 3), rounded(-1, 1)},
+      {CMTimeMake(-1, 2), rounded(-1, 1)},
       {rounded(1, 2), rounded(2, 4)},
       {CMTimeMake(kMax, kMaxScale), CMTimeMake(kMax, kMaxScale)},  // a product that only 128 bits hold
   };
@@ -62,7 +62,6 @@ TEST(CMTimeTest, SumsAreExactOrMarkedAsRounded) {
                              // The common multiple is above 31 bits: ticks of the larger timescale.
                              {CMTimeMake(1, kMaxScale), CMTimeMake(1, kMaxScale - 1), rounded(2, kMaxScale)},
                              {CMTimeMake(kMax, 1), CMTimeMake(1, 1), kPositiveInfinity},
-                             {CMTimeMake(kMin + 1, 3), CMTimeMake(kMin + 1, 3), rounded(-6148914691236517205, 1)},
                              {kPositiveInfinity, kNegativeInfinity, kCMTimeInvalid}};
   for (const auto& [a, b, sum] : cases) EXPECT_EQ(all(CMTimeAdd(a, b)), all(sum)) << all(a) << " plus " << all(b);
 }

@@ -143,7 +143,7 @@ TEST_F(DetectionTest, ChangesNoticedElsewhereWaitForTheMainThread) {
     for (const char* id : {"c4", "c5"}) provider->plug(fake::camera("Cam", id));
   }).join();
   EXPECT_EQ(source().getVideoDeviceID(), "c1");
-  NSRunLoop::mainRunLoop().runUntilIdle();
+  runMainLoopUntilIdle();
 
   EXPECT_THAT(sources(), ElementsAre("Cam 2 Video: c3, ", "Cam Video: c4, ", "Cam 1 Video: c5, "));
 }

@@ -22,7 +22,7 @@ class VideoDelegateTest : public FrameworkTest {
     delegate->captureOutputDidOutputSampleBuffer(nullptr, samples::frame(image.get(), time).get(), nullptr);
   }
   void attach(CFStringRef key, std::initializer_list<NSDictionary::Entry> numbers) {
-    CVBufferSetAttachment(image.get(), key, makeRef<NSDictionary>(numbers)->toCF(), kCVAttachmentMode_ShouldPropagate);
+    CVBufferSetAttachment(image.get(), key, makeRef<NSDictionary>(numbers).get(), kCVAttachmentMode_ShouldPropagate);
   }
 
   CFRef<CVPixelBufferRef> image = samples::picture(64, 48);

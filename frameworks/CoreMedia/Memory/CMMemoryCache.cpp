@@ -1,4 +1,4 @@
-#include <CoreMedia/CMMemoryCache.h>
+#include <CoreMedia/Memory/CMMemoryCache.h>
 
 #include <array>
 #include <atomic>

@@ -7,17 +7,12 @@
 
 #include <cmath>
 
-/// The dictionary behind any object; null when the object is null or something else.
-inline const NSDictionary* dictionaryFromObject(CFTypeRef object) noexcept {
-  return dynamic_cast<const NSDictionary*>(static_cast<const NSObject*>(object));
-}
-
 /// The number under the key, borrowed; null when the dictionary is null or holds none there.
 inline const NSNumber* numberForKey(const NSDictionary* dictionary, CFStringRef key) noexcept {
   return dictionary ? dynamic_cast<const NSNumber*>(dictionary->objectForKey(key)) : nullptr;
 }
 
-/// The number under the key when it can be a size or a ratio, finite and above zero; else 0.
+/// The number under the key when it can be a size, finite and above zero; else 0.
 inline double positiveNumberForKey(const NSDictionary* dictionary, CFStringRef key) noexcept {
   const NSNumber* number = numberForKey(dictionary, key);
   if (!number) return 0;

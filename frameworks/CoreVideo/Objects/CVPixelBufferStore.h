@@ -2,7 +2,7 @@
 
 // The idle buffers of one pool, and the count of those that are out.
 
-#include <CoreVideo/CVBuffer.h>
+#include <CoreVideo/Objects/OpaqueCVBuffer.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -42,12 +42,3 @@ class CVPixelBufferStore : public std::enable_shared_from_this<CVPixelBufferStor
   std::mutex _handlerLock;  // held while the handler runs
   std::function<void()> _freeBufferHandler;
 };
-
-/// What CVPixelBufferPoolCreatePixelBufferWithAuxAttributes does when its attributes say `threshold`; a running camera
-/// has no dictionary to be read for every frame.
-CVReturn CVPixelBufferPoolTake(CVPixelBufferPoolRef pool, std::uint64_t threshold, CVPixelBufferRef* bufferOut);
-
-/// Calls `handler`, which must not throw, each time that a buffer comes back after a request exceeded its threshold: it
-/// runs on the thread that let go of the buffer, with no lock of the pool's buffers held, and may not give this pool's
-/// buffers back itself. Stands in for kCVPixelBufferPoolFreeBufferNotification. Before the pool is shared.
-void CVPixelBufferPoolSetFreeBufferHandler(CVPixelBufferPoolRef pool, std::function<void()> handler);

@@ -1,10 +1,10 @@
 #pragma once
 
 // The object behind CVBufferRef. Pixel buffers are the only kind of picture here, so attachments and pixels
-// live in one class.
+// live in one class. C++ only.
 
+#include <CoreFoundation/Objects/OpaqueCFString.h>
 #include <CoreVideo/CVPixelBuffer.h>
-#include <Foundation/NSString.h>
 #include <runtime/NSObject.h>
 
 #include <atomic>
@@ -32,7 +32,7 @@ struct CVPixelLayout {
 struct OpaqueCVBuffer final : public NSObject {
  public:
   struct Attachment {
-    Ref<const NSString> key;
+    Ref<const OpaqueCFString> key;
     Ref<const NSObject> value;
     CVAttachmentMode mode = kCVAttachmentMode_ShouldNotPropagate;
   };
@@ -47,7 +47,7 @@ struct OpaqueCVBuffer final : public NSObject {
   /// Keys are nearly always the frameworks' own constants: looks for the object itself before reading any text.
   const Attachment* attachment(CFStringRef key) const noexcept {
     for (const Attachment& entry : _attachments) {
-      if (entry.key.get() == NSString::from(key)) return &entry;
+      if (entry.key.get() == key) return &entry;
     }
     return attachmentByText(key);
   }

@@ -1,7 +1,8 @@
-#include <Foundation/NSString.h>
+#include <CoreFoundation/CFString.h>
+
+#include <CoreFoundation/Objects/OpaqueCFString.h>
 
 #include <cstring>
-#include <functional>
 #include <limits>
 #include <map>
 #include <mutex>
@@ -56,22 +57,22 @@ CFIndex unitsBegunBy(unsigned char byte) noexcept {
 
 }  // namespace
 
-CFStringRef NSString::constant(const char* text) {
+CFStringRef OpaqueCFString::constant(const char* text) {
   static std::mutex mutex;
   // Never destroyed: constants are in use until the process ends.
-  static auto* const constants = new std::map<std::string, Ref<NSString>, std::less<>>;
+  static auto* const constants = new std::map<std::string, Ref<OpaqueCFString>, std::less<>>;
   const std::lock_guard lock(mutex);
   const auto known = constants->find(text);
-  if (known != constants->end()) return known->second->toCF();
-  auto string = makeRef<NSString>(text);
+  if (known != constants->end()) return known->second.get();
+  auto string = makeRef<OpaqueCFString>(text);
   string->makeImmortal();
-  return constants->emplace(text, std::move(string)).first->second->toCF();
+  return constants->emplace(text, std::move(string)).first->second.get();
 }
 
 CFStringRef CFStringCreateWithCString(CFAllocatorRef, const char* text, CFStringEncoding encoding) {
   if (!text || encoding != kCFStringEncodingUTF8 || !isUTF8(text)) return nullptr;
   try {
-    return makeRef<NSString>(text).leak()->toCF();
+    return makeRef<OpaqueCFString>(text).leak();
   } catch (const std::bad_alloc&) {
     return nullptr;
   }
@@ -85,7 +86,7 @@ CFStringRef CFStringCreateWithCStringNoCopy(CFAllocatorRef allocator, const char
 CFIndex CFStringGetLength(CFStringRef string) {
   if (!string) return 0;
   CFIndex length = 0;
-  for (const char byte : NSString::from(string)->text()) length += unitsBegunBy(static_cast<unsigned char>(byte));
+  for (const char byte : string->text()) length += unitsBegunBy(static_cast<unsigned char>(byte));
   return length;
 }
 
@@ -98,12 +99,12 @@ CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encod
 }
 
 const char* CFStringGetCStringPtr(CFStringRef string, CFStringEncoding encoding) {
-  return string && encoding == kCFStringEncodingUTF8 ? NSString::from(string)->text().c_str() : nullptr;
+  return string && encoding == kCFStringEncodingUTF8 ? string->text().c_str() : nullptr;
 }
 
 Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex bufferSize, CFStringEncoding encoding) {
   if (!string || !buffer || bufferSize <= 0 || encoding != kCFStringEncodingUTF8) return false;
-  const std::string& text = NSString::from(string)->text();
+  const std::string& text = string->text();
   if (text.size() >= static_cast<std::size_t>(bufferSize)) return false;
   std::memcpy(buffer, text.c_str(), text.size() + 1);
   return true;
