@@ -1,5 +1,6 @@
 // Blocks of memory, pixel buffers and their pools, and what a sample needs of them.
 
+#include <AudioToolbox/AudioConverter.h>
 #include <CoreVideo/CVPixelBufferPool.h>
 #include <Foundation/NSDictionary.h>
 #include <Foundation/NSValue.h>
@@ -8,9 +9,11 @@
 #include <support/FrameworkTest.h>
 #include <support/Samples.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -129,9 +132,23 @@ void passPictureAndSound(const Pool& pool, CMFormatDescriptionRef format) {
   CFRelease(sound);
 }
 
+/// As many frames as are asked for of silence.
+OSStatus supplySilence(AudioConverterRef, UInt32* packets, AudioBufferList* list, AudioStreamPacketDescription**,
+                       void*) {
+  static char silence[4096 * 4];
+  *packets = std::min<UInt32>(*packets, 4096);
+  list->mBuffers[0] = {2, *packets * 4, silence};
+  return noErr;
+}
+
 TEST_F(SteadyStateTest, RunningCaptureDoesNotAllocate) {
   if (!AllocationsAreCounted) GTEST_SKIP() << "the allocator is a sanitizer's";
-  const AudioStreamBasicDescription stream{48000, kAudioFormatLinearPCM, kAudioFormatFlagIsPacked, 4, 1, 4, 2, 16, 0};
+  const auto flags = kAudioFormatFlagIsPacked | kAudioFormatFlagIsSignedInteger;
+  const AudioStreamBasicDescription stream{48000, kAudioFormatLinearPCM, flags, 4, 1, 4, 2, 16, 0};
+  const AudioStreamBasicDescription hosts{44100, kAudioFormatLinearPCM, flags, 4, 1, 4, 2, 16, 0};
+  AudioConverterRef converter = nullptr;
+  AudioConverterNew(&stream, &hosts, &converter);
+  std::vector<char> sound(4096 * 4);
   CMFormatDescriptionRef format = nullptr;
   CMAudioFormatDescriptionCreate(nullptr, &stream, 0, nullptr, 0, nullptr, nullptr, &format);
   const Pool pool = makePool();
@@ -141,10 +158,15 @@ TEST_F(SteadyStateTest, RunningCaptureDoesNotAllocate) {
     passPictureAndSound(pool, format);
     dispatch_async_f(queue.get(), nullptr, [](void*) {});
     dispatch_sync(queue.get(), [] {});
-    if (round == 0) before = allocationCount();
+    UInt32 frames = round % 2 ? 4096 : 100;
+    AudioBufferList list{1, {{2, frames * 4, sound.data()}}};
+    EXPECT_EQ(AudioConverterFillComplexBuffer(converter, supplySilence, nullptr, &frames, &list, nullptr), noErr);
+    if (round % 10 == 9) AudioConverterReset(converter);
+    if (round == 20) before = allocationCount();
   }
 
   EXPECT_EQ(allocationCount(), before);
+  AudioConverterDispose(converter);
   CFRelease(format);
 }
 

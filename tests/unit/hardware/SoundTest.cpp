@@ -77,11 +77,9 @@ TEST(WAVReaderTest, FilesThatCannotBePlayedAreRefusedAndCutOffOnesArePlayedToThe
   TemporaryFolder folder;
   const auto open = [&](const std::string& bytes) { return WAVReader::open(folder.write("sound.wav", bytes)); };
   for (const std::string& bytes :
-       {std::string("RIFF"), chunk("RIFF", "WAVE" + chunk("fmt ", format)),
-        chunk("RIFF", "WAVE" + chunk("data", "abcd") + chunk("fmt ", format)), waveFile("short", "abcd"),
+       {chunk("RIFF", "WAVE" + chunk("data", "abcd") + chunk("fmt ", format)),
         waveFile(waveFormat(1, 2, 48000, 20), "abcdefgh"), waveFile(waveFormat(1, 0, 48000, 16), "abcd"),
-        waveFile(waveFormat(1, 2, 4000000000, 16), "abcd"), waveFile(wrongFrameSize, "abcdef"),
-        waveFile(strangeSubformat, "abcd")}) {
+        waveFile(wrongFrameSize, "abcdef"), waveFile(strangeSubformat, "abcd")}) {
     EXPECT_FALSE(open(bytes)) << testing::PrintToString(bytes);
   }
   EXPECT_THAT(open(waveFile(waveFormat(2, 2, 48000, 4), "abcd")).reason(),
