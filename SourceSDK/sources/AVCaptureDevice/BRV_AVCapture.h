@@ -187,9 +187,9 @@ typedef void (*BRV_PropertyCallback)(void* context, int valueType, const void* v
 /* ---- Lifecycle and host services ---- */
 
 /*
- * A host calls BRV_UninitializeLibrary before it closes the module: closing stops nothing. The module stays mapped until
- * the process ends, so sources that still run go on, and go on calling the host, whose callbacks and contexts must last
- * until then. A host that loads the module again finds it as it left it.
+ * A host calls BRV_UninitializeLibrary before it closes the module: closing stops nothing. The module stays mapped
+ * until the process ends, so sources that still run go on, and go on calling the host, whose callbacks and contexts
+ * must last until then. A host that loads the module again finds it as it left it.
  */
 
 /* Starts the library: creates the device manager and the state behind the host's services. Always 1. */
@@ -288,10 +288,10 @@ BRV_EXPORT int BRV_GetSourceState(void);
 typedef int (*BRV_GetSourceState_Function)(void);
 
 /*
- * The message for an error code of BRV_SetSourceSettings; with 0 - index, why the source at that index delivers nothing.
- * The length call fetches the source's pending error, once; without one the previous message stays. The copy call hands
- * out what the last length call left. What the camera said to a failed "Video Settings" is in the log instead, and a
- * value that names no choice has no message.
+ * The message for an error code of BRV_SetSourceSettings; with 0 - index, why the source at that index delivers
+ * nothing. The length call fetches the source's pending error, once; without one the previous message stays. The copy
+ * call hands out what the last length call left. What the camera said to a failed "Video Settings" is in the log
+ * instead, and a value that names no choice has no message.
  */
 BRV_EXPORT void BRV_GetErrorMessage(void* unread0, void* unread1, int errorCode, char* buffer, int* length);
 typedef void (*BRV_GetErrorMessage_Function)(void* unread0, void* unread1, int errorCode, char* buffer, int* length);
@@ -374,8 +374,8 @@ typedef int (*BRV_GetTimescaleTicksPerSec_Function)(void* unread, const char* so
  * for each choice a child "option" with the 16-bit "value" and, where it has a title, a child "title" with the texts
  * "lang" (the language of the last copy call of BRV_GetDeviceGroupDisplayName) and "value". Without a choice there is
  * one option, 0, whose title says so; for an unknown parameter there is none. At most 65,536 are listed. An unknown
- * source leaves `*length` as it was: set it to 0 before. When the source goes between the two calls, the copy call fills
- * `buffer` with zero bytes: an empty text, which is no record.
+ * source leaves `*length` as it was: set it to 0 before. When the source goes between the two calls, the copy call
+ * fills `buffer` with zero bytes: an empty text, which is no record.
  */
 BRV_EXPORT void BRV_QueryParameterOptions(void* unread, const char* sourceId, const char* parameterName, char* buffer,
                                           int* length);
