@@ -4,6 +4,7 @@
 #include <Foundation/NSValue.h>
 #include <lumora/zTrace.h>
 
+#include <exception>
 #include <new>
 #include <optional>
 #include <utility>
@@ -39,6 +40,19 @@ void onQueue(const CFRef<dispatch_queue_t>& queue, Block block) {
   } else {
     dispatch_sync(queue.get(), block);
   }
+}
+
+/// Lets go of a delegate when none of its deliveries is in progress: on its queue, and from within one of them later.
+template <typename Delegate>
+void releaseOnQueue(const CFRef<dispatch_queue_t>& queue, Ref<Delegate>& delegate) noexcept {
+  if (!dispatch_queue_is_current(queue.get())) return dispatch_sync(queue.get(), [&] { delegate = {}; });
+  const auto release = [](void* released) { static_cast<Delegate*>(released)->release(); };
+  try {
+    dispatch_async_f(queue.get(), delegate.get(), release);
+  } catch (const std::exception&) {
+    // Without memory for that it stays, rather than go under the delivery's feet.
+  }
+  static_cast<void>(delegate.leak());
 }
 
 CFRef<dispatch_queue_t> makeQueue(const std::string& label) {
@@ -114,9 +128,9 @@ void Device::dismantle() noexcept {
   _pAudioOutput = {};
 
   // A delegate goes on its own queue, where no delivery can be in progress.
-  if (_audioQueue && _pAudioDelegate) onQueue(_audioQueue, [this] { _pAudioDelegate = {}; });
+  if (_audioQueue && _pAudioDelegate) releaseOnQueue(_audioQueue, _pAudioDelegate);
   _audioQueue = {};
-  if (_videoQueue && _pVideoDelegate) onQueue(_videoQueue, [this] { _pVideoDelegate = {}; });
+  if (_videoQueue && _pVideoDelegate) releaseOnQueue(_videoQueue, _pVideoDelegate);
   _videoQueue = {};
 
   setSourceChangeCallback(nullptr, nullptr);
@@ -184,7 +198,7 @@ void Device::releaseVideoGraph() noexcept {
   _pSession->removeOutput(output.get());
   _pSession->removeInput(input.get());
   output->setSampleBufferDelegate(nullptr, nullptr);
-  onQueue(queue, [&] { delegate = {}; });
+  releaseOnQueue(queue, delegate);
 }
 
 /// As for the video side.
@@ -254,8 +268,8 @@ Device::AudioCallback Device::releaseAudioGraph(AudioGraph former) noexcept {
   AudioCallback callback;
   onQueue(former.queue, [&] {
     callback = {former.delegate->audioDataArrivedCallback(), former.delegate->audioDataArrivedContext()};
-    former.delegate = {};
   });
+  releaseOnQueue(former.queue, former.delegate);
   return callback;
 }
 
