@@ -1,6 +1,6 @@
 #include <AVCVideoServices/AVCVideoServices.h>
 
-#include <AVFoundation/CaptureDeviceRegistry.h>
+#include <AVFoundation/Capture/CaptureDeviceRegistry.h>
 #include <Hardware.h>
 
 #include <deque>

@@ -1,8 +1,7 @@
 #include <AVFoundation/AVCaptureAudioDataOutput.h>
-#include <AVFoundation/AudioStreamConverter.h>
-#include <AVFoundation/CaptureStream.h>
-#include <AVFoundation/SampleDelivery.h>
-#include <AVFoundation/SampleLedger.h>
+
+#include <AVFoundation/Capture/AudioStreamConverter.h>
+#include <AVFoundation/Capture/SampleLine.h>
 #include <AudioToolbox/AudioFormat.h>
 #include <Foundation/NSLog.h>
 #include <Foundation/NSValue.h>
@@ -22,8 +21,8 @@ const CFStringRef AVLinearPCMIsBigEndianKey = NSString::constant("AVLinearPCMIsB
 
 namespace {
 
-/// A delegate that does not keep up may be this many buffers behind; beyond, sound is dropped.
-constexpr std::size_t MostBuffersWaiting = 256;
+/// A delegate that does not keep up may be almost this many buffers late; beyond, sound is dropped.
+constexpr std::size_t PlacesInLine = 256;
 
 /// What an output was asked for; what is absent stays as the device has it.
 struct AudioSettings {
@@ -94,30 +93,26 @@ CFRef<CFStringRef> nameOf(const AudioStreamBasicDescription& format) {
 
 }  // namespace
 
-struct AVCaptureAudioDataOutput::Implementation final : SampleReceiver {
-  explicit Implementation(AVCaptureAudioDataOutput& owner)
-      : output(owner), delivery(owner, *this, MostBuffersWaiting) {}
-  ~Implementation() { SampleLedger::noteEnded(AVMediaTypeAudio, delivery.statistics()); }
+struct AVCaptureAudioDataOutput::Implementation final : hardware::Sink {
+  explicit Implementation(AVCaptureAudioDataOutput& output) : line(output, AVMediaTypeAudio, PlacesInLine) {}
 
-  void handOver(void* delegate, CMSampleBufferRef sample, AVCaptureConnection* connection) override;
-  void reportDropped(void*, const DroppedFrame&, AVCaptureConnection*) override {}  // there is no call for it
-  /// Null when memory is short.
-  AudioStreamConverter* converterFor(const AudioStreamBasicDescription& native);
-  void drop(const hardware::AudioChunk& chunk, SampleFate fate, AVCaptureConnection* connection);
-  void tellOfRefusal(const AudioStreamBasicDescription& format, const AVCaptureDevice& device);
+  void videoFrameCaptured(const hardware::VideoFrame&) override {}
+  void videoFrameLost(CMTime, CMTime) override {}
+  void audioChunkCaptured(const hardware::AudioChunk& chunk) override;
+  bool hasRoomForVideo() override { return true; }
+  bool hasRoomForAudio() override { return line.outlook(1) != SampleFate::late; }
 
-  AVCaptureAudioDataOutput& output;
-  SampleDelivery delivery;
+  CapturedSample convert(const hardware::AudioChunk& chunk);
+  void reportRefusal(const AudioStreamBasicDescription& format);
 
-  std::mutex settingsLock;
+  SampleLine line;
+
+  /// Held on the device's lane while sound is converted, and by others for moments.
+  std::mutex lock;
   std::optional<AudioSettings> settings;
-
-  // Used on the device's lane, and when that has stopped; the lock keeps the next start out meanwhile.
-  std::mutex laneLock;
-  Ref<BlockPool> blocks = makeRef<BlockPool>();
   std::optional<AudioStreamConverter> converter;
-  std::optional<AudioStreamBasicDescription> refused;  ///< the last format that was told of as not convertible
-  std::uint32_t absorbed = 0;  ///< chunks that are in the converter and have not led to a sample yet
+  std::optional<AudioStreamBasicDescription> refused;  ///< the last format that was reported as not convertible
+  AVCaptureConnection* connection = nullptr;
 };
 
 AVCaptureAudioDataOutput::AVCaptureAudioDataOutput() : _implementation(std::make_unique<Implementation>(*this)) {}
@@ -130,98 +125,73 @@ bool AVCaptureAudioDataOutput::setAudioSettings(const NSDictionary* audioSetting
     settings = readSettings(*audioSettings);
     if (!settings) return false;
   }
-  std::lock_guard lock(_implementation->settingsLock);
+  std::lock_guard lock(_implementation->lock);
   _implementation->settings = settings;
   return true;
 }
 
 void AVCaptureAudioDataOutput::setSampleBufferDelegate(
     AVCaptureAudioDataOutputSampleBufferDelegate* sampleBufferDelegate, dispatch_queue_t queue) {
-  _implementation->delivery.setDelegate(sampleBufferDelegate, queue);
+  _implementation->line.setDelegate(sampleBufferDelegate, queue);
 }
 
 AVCaptureOutputStatistics AVCaptureAudioDataOutput::statistics() const {
-  return _implementation->delivery.statistics();
+  return _implementation->line.statistics();
 }
 
-bool AVCaptureAudioDataOutput::hasRoom() {
-  return _implementation->delivery.waitingFrames() == 0;
+hardware::Sink& AVCaptureAudioDataOutput::sink() {
+  return *_implementation;
+}
+
+void AVCaptureAudioDataOutput::setConnection(AVCaptureConnection* connection) {
+  std::lock_guard lock(_implementation->lock);
+  _implementation->connection = connection;
 }
 
 void AVCaptureAudioDataOutput::finish() {
   Implementation& self = *_implementation;
+  double forgone = 0;
   {
-    std::lock_guard lock(self.laneLock);
-    if (self.absorbed > 0) self.delivery.pushDropped({}, SampleFate::stopped, nullptr, std::exchange(self.absorbed, 0));
-    if (self.converter) self.delivery.noteForgone(self.converter->endStream());
+    std::lock_guard lock(self.lock);
+    if (self.converter) forgone = self.converter->endStream();
     self.refused.reset();
   }
-  self.delivery.finish();
+  self.line.finish(forgone);
 }
 
-void AVCaptureAudioDataOutput::receive(const hardware::AudioChunk& chunk, AVCaptureConnection* connection) {
-  Implementation& self = *_implementation;
-  const SampleDelivery::Arrival arrival = self.delivery.arrive(chunk.frameCount);
-  if (!arrival.hasDelegate) return self.drop(chunk, SampleFate::stopped, connection);
-  if (arrival.waitingFrames >= MostBuffersWaiting) return self.drop(chunk, SampleFate::late, connection);
-
-  std::lock_guard lock(self.laneLock);
-  const auto made = self.converterFor(chunk.format->stream);
-  if (!made) return self.drop(chunk, SampleFate::noBuffer, connection);
-  AudioStreamConverter& converter = *made;
-  auto result = converter.convert(chunk, *self.blocks);
-  if (result.forgone > 0) self.delivery.noteForgone(result.forgone);
-  if (result.failure == AudioStreamConverter::Failure::noMemory) {
-    return self.drop(chunk, SampleFate::noBuffer, connection);
-  }
-  if (result.failure) {
-    self.tellOfRefusal(chunk.format->stream, connection->input().device());
-    return self.drop(chunk, SampleFate::notConverted, connection);
-  }
-  self.delivery.noteConverted(chunk.frameCount, result.frames, converter.framesOwed());
-  ++self.absorbed;
-  if (!result.sample) return;
-  self.delivery.push(std::move(result.sample), connection, std::exchange(self.absorbed, 0), result.frames);
+void AVCaptureAudioDataOutput::Implementation::audioChunkCaptured(const hardware::AudioChunk& chunk) {
+  std::lock_guard guard(lock);
+  const SampleFate fate = line.outlook(PlacesInLine);
+  CapturedSample sample = fate == SampleFate::delivered ? convert(chunk) : CapturedSample{.fate = fate, .buffer = {}};
+  sample.framesIn = chunk.frameCount;
+  if (converter) sample.owed = converter->framesOwed();
+  line.add(std::move(sample), *connection);
 }
 
-void AVCaptureAudioDataOutput::Implementation::drop(const hardware::AudioChunk& chunk, SampleFate fate,
-                                                    AVCaptureConnection* connection) {
-  delivery.noteDroppedFrames(chunk.frameCount);
-  delivery.pushDropped({}, fate, connection);
+CapturedSample AVCaptureAudioDataOutput::Implementation::convert(const hardware::AudioChunk& chunk) {
+  const AudioStreamBasicDescription& native = chunk.format->stream;
+  AudioStreamBasicDescription destination = settings ? destinationFor(*settings, native) : native;
+  destination.mFormatFlags &= ~AudioFormatFlags{kAudioFormatFlagIsNonMixable};
+  double forgone = 0;
+  if (!converter || std::memcmp(&converter->destination(), &destination, sizeof destination) != 0) {
+    if (converter) forgone = converter->endStream();
+    try {
+      converter.emplace(destination);
+    } catch (const std::bad_alloc&) {
+      return {.fate = SampleFate::noBuffer, .buffer = {}, .forgone = forgone};
+    }
+  }
+  CapturedSample sample = converter->convert(chunk);
+  sample.forgone += forgone;
+  if (sample.fate == SampleFate::notConverted) reportRefusal(native);
+  return sample;
 }
 
 /// One line for a format, however many buffers come in it until the device stops.
-void AVCaptureAudioDataOutput::Implementation::tellOfRefusal(const AudioStreamBasicDescription& format,
-                                                             const AVCaptureDevice& device) {
+void AVCaptureAudioDataOutput::Implementation::reportRefusal(const AudioStreamBasicDescription& format) {
   if (refused && std::memcmp(&*refused, &format, sizeof format) == 0) return;
   refused = format;
   const auto name = nameOf(format);
   const char* const text = name ? CFStringGetCStringPtr(name.get(), kCFStringEncodingUTF8) : "its format";
-  NSLog("The sound of %s, %s, cannot be converted", device.localizedName().c_str(), text);
-}
-
-void AVCaptureAudioDataOutput::Implementation::handOver(void* delegate, CMSampleBufferRef sample,
-                                                        AVCaptureConnection* connection) {
-  connection->stream().outputHasRoom();
-  static_cast<AVCaptureAudioDataOutputSampleBufferDelegate*>(delegate)->captureOutputDidOutputSampleBuffer(
-      &output, sample, connection);
-}
-
-AudioStreamConverter* AVCaptureAudioDataOutput::Implementation::converterFor(
-    const AudioStreamBasicDescription& native) {
-  AudioStreamBasicDescription destination;
-  {
-    std::lock_guard lock(settingsLock);
-    destination = settings ? destinationFor(*settings, native) : native;
-  }
-  destination.mFormatFlags &= ~AudioFormatFlags{kAudioFormatFlagIsNonMixable};
-  if (!converter || std::memcmp(&converter->destination(), &destination, sizeof destination) != 0) {
-    if (converter) delivery.noteForgone(converter->endStream());
-    try {
-      converter.emplace(destination);
-    } catch (const std::bad_alloc&) {
-      return nullptr;
-    }
-  }
-  return &*converter;
+  NSLog("The sound of %s, %s, cannot be converted", connection->input().device().localizedName().c_str(), text);
 }

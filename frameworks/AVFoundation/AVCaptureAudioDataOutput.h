@@ -7,14 +7,10 @@
 
 #include <memory>
 
-namespace hardware {
-struct AudioChunk;
-}
-
 /// The device runs at its own rate and layout; what it delivers is converted as one continuous stream, so that
 /// buffers follow each other without a seam. The time stamp of a buffer is that of its first frame. After a
-/// gap in the device's time stamps the stream starts anew. Sound in a format that the converter does not take is
-/// dropped, and told of once (NSLog). Configure on one thread at a time.
+/// gap in the device's time stamps the stream starts again. Sound in a format that the converter does not take is
+/// dropped, and reported once (NSLog). Configure on one thread at a time.
 class AVCaptureAudioDataOutput final : public AVCaptureOutput {
  public:
   AVCaptureAudioDataOutput();
@@ -34,14 +30,11 @@ class AVCaptureAudioDataOutput final : public AVCaptureOutput {
   AVMediaType mediaType() const override { return AVMediaTypeAudio; }
 
  private:
-  friend class CaptureStream;
   ~AVCaptureAudioDataOutput() override;
 
-  bool hasRoom() override;
+  hardware::Sink& sink() override;
+  void setConnection(AVCaptureConnection* connection) override;
   void finish() override;
-
-  /// Called on the device's lane.
-  void receive(const hardware::AudioChunk& chunk, AVCaptureConnection* connection);
 
   struct Implementation;
   std::unique_ptr<Implementation> _implementation;

@@ -1,6 +1,6 @@
 #include <AVFoundation/AVCaptureDevice.h>
-#include <AVFoundation/CaptureDeviceRegistry.h>
-#include <AVFoundation/CaptureStream.h>
+
+#include <AVFoundation/Capture/CaptureStream.h>
 #include <Foundation/NSDictionary.h>
 #include <Foundation/NSLog.h>
 #include <Foundation/NSValue.h>
@@ -117,16 +117,6 @@ AVCaptureDevice::~AVCaptureDevice() {
   _stream->setHardware(nullptr);
 }
 
-std::vector<Ref<AVCaptureDevice>> AVCaptureDevice::devices() {
-  return CaptureDeviceRegistry::shared().devices();
-}
-
-std::vector<Ref<AVCaptureDevice>> AVCaptureDevice::devicesWithMediaType(AVMediaType mediaType) {
-  auto found = devices();
-  std::erase_if(found, [&](const Ref<AVCaptureDevice>& device) { return !device->hasMediaType(mediaType); });
-  return found;
-}
-
 const std::string& AVCaptureDevice::localizedName() const {
   return _state->description.name;
 }
@@ -147,9 +137,8 @@ bool AVCaptureDevice::hasMediaType(AVMediaType mediaType) const {
          (mediaType == AVMediaTypeMuxed && description.isMuxed);
 }
 
-std::vector<Ref<AVCaptureDevice>> AVCaptureDevice::linkedDevices() const {
-  const auto& uniqueIDs = _state->description.linkedDevices;
-  return uniqueIDs.empty() ? std::vector<Ref<AVCaptureDevice>>() : CaptureDeviceRegistry::shared().devices(uniqueIDs);
+const std::vector<std::string>& AVCaptureDevice::linkedIDs() const {
+  return _state->description.linkedDevices;
 }
 
 const std::vector<Ref<AVCaptureDeviceFormat>>& AVCaptureDevice::formats() const {

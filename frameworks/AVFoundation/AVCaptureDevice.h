@@ -59,7 +59,7 @@ class AVCaptureDevice final : public NSObject {
   Ref<AVCaptureDeviceFormat> activeFormat() const;
 
   /// The format must be one of `formats`, and the caller must hold the configuration lock; otherwise
-  /// nothing changes and the mistake is written to the standard error. Resets the frame duration to the format's
+  /// nothing changes and the mistake is written to standard error. Resets the frame duration to the format's
   /// shortest. A running device changes over at its next sample.
   void setActiveFormat(AVCaptureDeviceFormat* format);
 
@@ -85,6 +85,7 @@ class AVCaptureDevice final : public NSObject {
   explicit AVCaptureDevice(const hardware::DeviceDescription& description);
   ~AVCaptureDevice() override;
 
+  const std::vector<std::string>& linkedIDs() const;
   void attach(std::shared_ptr<hardware::Device> device);
   void detach();
   bool holdsConfigurationLock() const;

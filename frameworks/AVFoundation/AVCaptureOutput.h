@@ -9,9 +9,13 @@
 #include <dispatch/dispatch.h>
 #include <runtime/NSObject.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 
+namespace hardware {
+class Sink;
+}
 class AVCaptureConnection;
 class AVCaptureOutput;
 
@@ -27,12 +31,11 @@ struct AVCaptureOutputStatistics {
   std::uint64_t droppedStopped = 0;     ///< waiting when the session stopped from the delegate's queue, or no delegate
   std::uint64_t pending = 0;            ///< waiting for the delegate, or sound that has not filled a buffer yet
 
-  /// Sound in frames; all 0 for pictures. What comes from the device, at its own rate: captured = arriving + dropped +
-  /// converted. What comes out, at the rate asked for: produced = delivered + undelivered + pending. Between the two
-  /// stands what the conversion still owes; it forgoes that when the stream ends.
+  /// Sound in frames; all 0 for pictures. What comes from the device, at its own rate: captured = dropped + converted.
+  /// What comes out, at the rate asked for: produced = delivered + undelivered + pending. Between the two stands what
+  /// the conversion still owes; it forgoes that when the stream ends.
   struct Frames {
     std::uint64_t captured = 0;
-    std::uint64_t arriving = 0;  ///< on their way into the conversion
     std::uint64_t dropped = 0;
     std::uint64_t converted = 0;
     std::uint64_t produced = 0;
@@ -43,7 +46,7 @@ struct AVCaptureOutputStatistics {
     double forgone = 0;
 
     bool isBalanced() const noexcept {
-      return captured == arriving + dropped + converted && produced == delivered + undelivered + pending;
+      return captured == dropped + converted && produced == delivered + undelivered + pending;
     }
   } frames;
 
@@ -53,7 +56,8 @@ struct AVCaptureOutputStatistics {
   bool isBalanced() const noexcept { return captured == delivered + dropped() + pending && frames.isBalanced(); }
 };
 
-/// What the outputs have in common. Inputs and outputs of a session are connected by the session alone.
+/// What the outputs have in common. A session connects an output to the stream of a device; an output belongs to one
+/// session at a time.
 class AVCaptureOutput : public NSObject {
  public:
   /// Any thread; the figures of one moment, balanced at each.
@@ -61,46 +65,54 @@ class AVCaptureOutput : public NSObject {
 
   virtual AVMediaType mediaType() const = 0;
 
- protected:
+ private:
   friend class AVCaptureSession;
-  friend class CaptureStream;
 
-  /// Whether another sample could be taken now without dropping one.
-  virtual bool hasRoom() = 0;
+  /// Where the samples of the device go in.
+  virtual hardware::Sink& sink() = 0;
+
+  /// The connection on which they come, or null: set before the first one, and taken back after the last.
+  virtual void setConnection(AVCaptureConnection* connection) = 0;
 
   /// Lets every waiting sample reach the delegate and returns when none is being delivered. Called from the
   /// delegate's own queue it cannot wait: the waiting samples then become dropped ones. The session calls it when
   /// nothing comes in any more.
   virtual void finish() = 0;
+
+  std::atomic<bool> _isInSession{false};
 };
 
-/// Receives pictures. Every call comes on the queue given with the delegate, one at a time.
-class AVCaptureVideoDataOutputSampleBufferDelegate {
+/// What the delegates of both outputs are to the frameworks. Every call comes on the queue given with the delegate, one
+/// at a time.
+class AVCaptureDataOutputSampleBufferDelegate {
  public:
   // captureOutput:didOutputSampleBuffer:fromConnection:
-  /// A frame. It must be worked on, or retained, before the call returns; while it is, later frames may be dropped.
+  /// A picture, or a run of sound. It must be worked on, or retained, before the call returns; while it is, later
+  /// pictures may be dropped.
   virtual void captureOutputDidOutputSampleBuffer(AVCaptureOutput* output, CMSampleBufferRef sampleBuffer,
                                                   AVCaptureConnection* connection) = 0;
 
   // captureOutput:didDropSampleBuffer:fromConnection:
-  /// A frame that was captured and will not come: a sample with its time and without its picture, null when memory is
-  /// short. Once for every such frame.
+  /// A picture that was captured and will not come: a sample with its time and without its picture, null when memory is
+  /// short. Once for every such picture; when dozens of reports wait, the latest ones are made with the time of the
+  /// first of them. There is no report of dropped sound; see AVCaptureOutputStatistics.
   virtual void captureOutputDidDropSampleBuffer(AVCaptureOutput* output, CMSampleBufferRef sampleBuffer,
                                                 AVCaptureConnection* connection) {
     static_cast<void>(output), static_cast<void>(sampleBuffer), static_cast<void>(connection);
   }
 
  protected:
+  ~AVCaptureDataOutputSampleBufferDelegate() = default;
+};
+
+/// Receives pictures.
+class AVCaptureVideoDataOutputSampleBufferDelegate : public AVCaptureDataOutputSampleBufferDelegate {
+ protected:
   ~AVCaptureVideoDataOutputSampleBufferDelegate() = default;
 };
 
-/// Receives sound, under the same rules. There is no report of dropped sound; see AVCaptureOutputStatistics.
-class AVCaptureAudioDataOutputSampleBufferDelegate {
- public:
-  // captureOutput:didOutputSampleBuffer:fromConnection:
-  virtual void captureOutputDidOutputSampleBuffer(AVCaptureOutput* output, CMSampleBufferRef sampleBuffer,
-                                                  AVCaptureConnection* connection) = 0;
-
+/// Receives sound.
+class AVCaptureAudioDataOutputSampleBufferDelegate : public AVCaptureDataOutputSampleBufferDelegate {
  protected:
   ~AVCaptureAudioDataOutputSampleBufferDelegate() = default;
 };

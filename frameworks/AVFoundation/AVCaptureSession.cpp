@@ -1,15 +1,12 @@
 #include <AVFoundation/AVCaptureSession.h>
-#include <AVFoundation/CaptureStream.h>
+
+#include <AVFoundation/Capture/CaptureStream.h>
 
 #include <algorithm>
+#include <functional>
 #include <limits>
 
 namespace {
-
-template <typename T>
-bool holds(const std::vector<Ref<T>>& list, const T* object) {
-  return std::any_of(list.begin(), list.end(), [&](const Ref<T>& entry) { return entry.get() == object; });
-}
 
 bool offers(const AVCaptureDevice& device, AVMediaType mediaType) {
   return device.hasMediaType(mediaType) || device.hasMediaType(AVMediaTypeMuxed);
@@ -20,36 +17,24 @@ bool offersNothingElse(const AVCaptureDevice& device, AVMediaType mediaType) {
   return device.hasMediaType(mediaType) && !device.hasMediaType(other) && !device.hasMediaType(AVMediaTypeMuxed);
 }
 
-/// Calls `change` with the stream of each device, in the order in which the devices were connected: a device starts and
-/// stops once for all of its connections.
-template <typename Change>
-void forEachStream(std::span<const Ref<AVCaptureConnection>> connections, Change change) {
-  const auto deviceOf = [](const Ref<AVCaptureConnection>& connection) { return &connection->input().device(); };
-  for (auto entry = connections.begin(); entry != connections.end(); ++entry) {
-    AVCaptureDevice* const device = deviceOf(*entry);
-    if (std::ranges::find(connections.begin(), entry, device, deviceOf) == entry) change(device->stream());
-  }
-}
-
 }  // namespace
 
 AVCaptureSession::~AVCaptureSession() {
-  if (!isRunning()) return;
-  cutOff(_connections);
+  disconnect([](const auto&) { return true; });
   finishOutputs();
+  for (const auto& output : _outputs) output->_isInSession = false;
 }
 
 void AVCaptureSession::addInput(AVCaptureDeviceInput* input) {
   std::lock_guard lock(_lock);
-  if (!input || holds(_inputs, input)) return;
+  if (!input || std::ranges::find(_inputs, input, &Ref<AVCaptureDeviceInput>::get) != _inputs.end()) return;
   _inputs.push_back(Ref<AVCaptureDeviceInput>::retain(input));
-  const std::size_t connectionsBefore = _connections.size();
   try {
     for (const auto& output : _outputs) {
       if (!isConnected(*output)) connect(*output);
     }
   } catch (...) {
-    disconnect(connectionsBefore);
+    disconnect([input](const auto& connection) { return &connection->input() == input; });
     _inputs.pop_back();
     throw;
   }
@@ -57,12 +42,13 @@ void AVCaptureSession::addInput(AVCaptureDeviceInput* input) {
 
 void AVCaptureSession::addOutput(AVCaptureOutput* output) {
   std::lock_guard lock(_lock);
-  if (!output || holds(_outputs, output)) return;
-  _outputs.push_back(Ref<AVCaptureOutput>::retain(output));
+  if (!output || output->_isInSession.exchange(true)) return;
   try {
+    _outputs.push_back(Ref<AVCaptureOutput>::retain(output));
     connect(*output);
   } catch (...) {
-    _outputs.pop_back();
+    std::erase_if(_outputs, [output](const auto& entry) { return entry.get() == output; });
+    output->_isInSession = false;
     throw;
   }
 }
@@ -72,7 +58,7 @@ void AVCaptureSession::removeInput(AVCaptureDeviceInput* input) {
     std::lock_guard lock(_lock);
     const auto entry = std::ranges::find(_inputs, input, &Ref<AVCaptureDeviceInput>::get);
     if (!input || entry == _inputs.end()) return;
-    disconnect(moveToEnd([input](const AVCaptureConnection& connection) { return &connection.input() == input; }));
+    disconnect([input](const auto& connection) { return &connection->input() == input; });
     _inputs.erase(entry);
   }
   finishOutputs();
@@ -84,8 +70,9 @@ void AVCaptureSession::removeOutput(AVCaptureOutput* output) {
     std::lock_guard lock(_lock);
     const auto entry = std::ranges::find(_outputs, output, &Ref<AVCaptureOutput>::get);
     if (!output || entry == _outputs.end()) return;
-    disconnect(moveToEnd([output](const AVCaptureConnection& connection) { return &connection.output() == output; }));
+    disconnect([output](const auto& connection) { return &connection->output() == output; });
     _outputs.erase(entry);
+    output->_isInSession = false;
   }
   output->finish();
 }
@@ -107,7 +94,7 @@ void AVCaptureSession::stopRunning() {
   {
     std::lock_guard lock(_lock);
     wasRunning = isRunning();
-    if (wasRunning) cutOff(_connections);
+    if (wasRunning) stop(_connections, _connections);
     _running.store(false, std::memory_order_release);
   }
   finishOutputs();
@@ -132,28 +119,23 @@ void AVCaptureSession::connect(AVCaptureOutput& output) {
   }
   if (input == _inputs.rend()) return;
   _connections.push_back(makeRef<AVCaptureConnection>(*input, Ref<AVCaptureOutput>::retain(&output)));
+  output.setConnection(_connections.back().get());
   try {
-    if (isRunning()) start(Connections(_connections).last(1));
+    if (isRunning()) start(ConnectionRange(_connections).last(1));
   } catch (...) {
+    output.setConnection(nullptr);
     _connections.pop_back();
     throw;
   }
 }
 
-/// Puts the connections that are `meant` behind the others, and returns how many those are.
 template <typename Predicate>
-std::size_t AVCaptureSession::moveToEnd(Predicate meant) {
-  std::size_t kept = 0;
-  for (std::size_t i = 0; i < _connections.size(); ++i) {
-    if (!meant(*_connections[i])) std::swap(_connections[kept++], _connections[i]);
-  }
-  return kept;
-}
-
-/// Takes away the connections behind the first `kept`.
-void AVCaptureSession::disconnect(std::size_t kept) noexcept {
-  if (isRunning()) cutOff(Connections(_connections).subspan(kept));
-  _connections.erase(_connections.begin() + static_cast<std::ptrdiff_t>(kept), _connections.end());
+void AVCaptureSession::disconnect(Predicate isMeant) noexcept {
+  const auto first = std::partition(_connections.begin(), _connections.end(), std::not_fn(isMeant));
+  const ConnectionRange connections(first, _connections.end());
+  if (isRunning()) stop(connections, connections);
+  for (const auto& connection : connections) connection->output().setConnection(nullptr);
+  _connections.erase(first, _connections.end());
 }
 
 /// Backwards: an output that is removed meanwhile, which is finished by its removal, hides none of the others.
@@ -171,16 +153,19 @@ void AVCaptureSession::finishOutputs() noexcept {
 }
 
 /// All of them or, when a device cannot have a thread, none.
-void AVCaptureSession::start(Connections connections) {
+void AVCaptureSession::start(ConnectionRange connections) {
+  std::size_t started = 0;
   try {
-    forEachStream(connections, [&](CaptureStream& stream) { stream.add(connections); });
+    for (const auto& each : connections) each->stream().add(each->output().sink(), each->output().mediaType());
+    for (; started < connections.size(); ++started) connections[started]->stream().start();
   } catch (...) {
-    cutOff(connections);
+    stop(connections.first(started), connections);
     throw;
   }
 }
 
 /// After the return the connections' outputs receive nothing more.
-void AVCaptureSession::cutOff(Connections connections) noexcept {
-  forEachStream(connections, [&](CaptureStream& stream) { stream.remove(connections); });
+void AVCaptureSession::stop(ConnectionRange started, ConnectionRange all) noexcept {
+  for (const auto& connection : started) connection->stream().stop();
+  for (const auto& connection : all) connection->stream().remove(connection->output().sink());
 }

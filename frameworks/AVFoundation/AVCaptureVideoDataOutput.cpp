@@ -1,7 +1,7 @@
 #include <AVFoundation/AVCaptureVideoDataOutput.h>
-#include <AVFoundation/CaptureStream.h>
-#include <AVFoundation/SampleDelivery.h>
-#include <AVFoundation/SampleLedger.h>
+
+#include <AVFoundation/Capture/CaptureStream.h>
+#include <AVFoundation/Capture/SampleLine.h>
 #include <CoreVideo/CVPixelBuffer.h>
 #include <CoreVideo/CVPixelBufferPool.h>
 #include <Foundation/NSValue.h>
@@ -17,6 +17,9 @@ constexpr std::uint64_t MostFramesOut = 16;
 /// How many are out while the delegate keeps none: one being drawn, one waiting, one with the delegate.
 constexpr std::int32_t UsualFramesOut = 3;
 
+/// Frames and reports that may wait. With them, no more samples are out than CoreMedia keeps memory for.
+constexpr std::size_t PlacesInLine = 48;
+
 CFRef<CMSampleBufferRef> makeSample(CVPixelBufferRef image, CMFormatDescriptionRef format, CMTime presentationTime,
                                     CMTime duration) {
   const CMSampleTimingInfo timing{duration, presentationTime, kCMTimeInvalid};
@@ -27,35 +30,33 @@ CFRef<CMSampleBufferRef> makeSample(CVPixelBufferRef image, CMFormatDescriptionR
 
 }  // namespace
 
-struct AVCaptureVideoDataOutput::Implementation final : SampleReceiver {
-  explicit Implementation(AVCaptureVideoDataOutput& owner) : output(owner), delivery(owner, *this, MostFramesOut) {}
-  ~Implementation() {
-    CVPixelBufferPoolRelease(pool);
-    SampleLedger::noteEnded(AVMediaTypeVideo, delivery.statistics());
-  }
+/// On the device's lane, but for `line` and `discardsLateFrames`.
+struct AVCaptureVideoDataOutput::Implementation final : hardware::Sink {
+  explicit Implementation(AVCaptureVideoDataOutput& output) : line(output, AVMediaTypeVideo, PlacesInLine) {}
+  ~Implementation() { CVPixelBufferPoolRelease(pool); }
 
-  void handOver(void* delegate, CMSampleBufferRef sample, AVCaptureConnection* connection) override;
-  void reportDropped(void* delegate, const DroppedFrame& frame, AVCaptureConnection* connection) override;
+  void videoFrameCaptured(const hardware::VideoFrame& frame) override;
+  void videoFrameLost(CMTime presentationTime, CMTime duration) override;
+  void audioChunkCaptured(const hardware::AudioChunk&) override {}
+  bool hasRoomForVideo() override;
+  bool hasRoomForAudio() override { return true; }
 
-  /// Makes pool and format description for frames of this size from this device; false when that is not possible.
-  bool prepareFor(std::int32_t width, std::int32_t height, const AVCaptureConnection& connection);
-  CFRef<CVPixelBufferRef> draw(const hardware::VideoFrame& frame, CFDictionaryRef pixelAspectRatio,
-                               const AVCaptureConnection& connection);
+  /// Null when every buffer is out, or memory is short.
+  CFRef<CVPixelBufferRef> draw(const hardware::VideoFrame& frame);
+  /// Makes pool and format description for frames of this size; false when that is not possible.
+  bool prepareFor(std::int32_t width, std::int32_t height);
   /// When as many as may be are out, the device hears of room as one comes back.
   CVReturn takeBuffer(CFRef<CVPixelBufferRef>& buffer);
-  void pushDropped(CMTime presentationTime, CMTime duration, SampleFate fate, AVCaptureConnection* connection);
+  void send(SampleFate fate, CVPixelBufferRef image, CMTime presentationTime, CMTime duration);
 
-  AVCaptureVideoDataOutput& output;
-  SampleDelivery delivery;
+  SampleLine line;
   std::atomic<bool> discardsLateFrames{true};
 
-  // Used on the device's lane alone.
-  CVPixelBufferPoolRef pool = nullptr;
-  CaptureStream* poolStream = nullptr;  ///< hears when a buffer comes back
-  Ref<AVCaptureDevice> poolDevice;      ///< its owner
+  AVCaptureConnection* connection = nullptr;
+  CVPixelBufferPoolRef pool = nullptr;  ///< of the connection: a camera may count on what it drew into a buffer before
   CFRef<CMVideoFormatDescriptionRef> format;
-  std::int32_t width = 0;
-  std::int32_t height = 0;
+  std::int32_t poolWidth = 0;
+  std::int32_t poolHeight = 0;
 };
 
 AVCaptureVideoDataOutput::AVCaptureVideoDataOutput() : _implementation(std::make_unique<Implementation>(*this)) {}
@@ -74,105 +75,63 @@ void AVCaptureVideoDataOutput::setAlwaysDiscardsLateVideoFrames(bool alwaysDisca
 
 void AVCaptureVideoDataOutput::setSampleBufferDelegate(
     AVCaptureVideoDataOutputSampleBufferDelegate* sampleBufferDelegate, dispatch_queue_t queue) {
-  _implementation->delivery.setDelegate(sampleBufferDelegate, queue);
+  _implementation->line.setDelegate(sampleBufferDelegate, queue);
 }
 
 AVCaptureOutputStatistics AVCaptureVideoDataOutput::statistics() const {
-  return _implementation->delivery.statistics();
+  return _implementation->line.statistics();
 }
 
-bool AVCaptureVideoDataOutput::hasRoom() {
-  Implementation& self = *_implementation;
-  if (self.delivery.waitingFrames() > 0) return false;
-  // Where memory is short there is room: nobody would say when there is memory again, and a frame that is lost is told.
-  CFRef<CVPixelBufferRef> image;
-  return !self.pool || self.takeBuffer(image) != kCVReturnWouldExceedAllocationThreshold;
+hardware::Sink& AVCaptureVideoDataOutput::sink() {
+  return *_implementation;
+}
+
+/// The pool's buffers may come back much later, but they tell nobody once it is released.
+void AVCaptureVideoDataOutput::setConnection(AVCaptureConnection* connection) {
+  _implementation->connection = connection;
+  CVPixelBufferPoolRelease(std::exchange(_implementation->pool, nullptr));
 }
 
 void AVCaptureVideoDataOutput::finish() {
-  _implementation->delivery.finish();
+  _implementation->line.finish();
 }
 
-void AVCaptureVideoDataOutput::receive(const hardware::VideoFrame& frame, CFDictionaryRef pixelAspectRatio,
-                                       AVCaptureConnection* connection) {
-  Implementation& self = *_implementation;
-  const CMTime time = frame.presentationTime;
-  const SampleDelivery::Arrival arrival = self.delivery.arrive();
-  if (!arrival.hasDelegate) return self.pushDropped(time, frame.duration, SampleFate::stopped, connection);
-  if (self.discardsLateFrames && arrival.waitingFrames > 0) {
-    return self.pushDropped(time, frame.duration, SampleFate::late, connection);
-  }
+void AVCaptureVideoDataOutput::Implementation::videoFrameCaptured(const hardware::VideoFrame& frame) {
+  SampleFate fate = line.outlook(discardsLateFrames ? 1 : MostFramesOut);
   CFRef<CVPixelBufferRef> image;
-  if (frame.hasImage) {
-    image = self.draw(frame, pixelAspectRatio, *connection);
-    if (!image) return self.pushDropped(time, frame.duration, SampleFate::noBuffer, connection);
+  if (fate == SampleFate::delivered && frame.hasImage) {
+    image = draw(frame);
+    if (!image) fate = SampleFate::noBuffer;
   }
-  auto sample = makeSample(image.get(), self.format.get(), time, frame.duration);
-  if (!sample) return self.pushDropped(time, frame.duration, SampleFate::noBuffer, connection);
-  self.delivery.push(std::move(sample), connection);
+  send(fate, image.get(), frame.presentationTime, frame.duration);
 }
 
-void AVCaptureVideoDataOutput::receiveLost(CMTime presentationTime, CMTime duration, AVCaptureConnection* connection) {
-  _implementation->delivery.arrive();
-  _implementation->pushDropped(presentationTime, duration, SampleFate::lostByDevice, connection);
+void AVCaptureVideoDataOutput::Implementation::videoFrameLost(CMTime presentationTime, CMTime duration) {
+  send(SampleFate::lostByDevice, nullptr, presentationTime, duration);
 }
 
-void AVCaptureVideoDataOutput::Implementation::handOver(void* delegate, CMSampleBufferRef sample,
-                                                        AVCaptureConnection* connection) {
-  connection->stream().outputHasRoom();
-  static_cast<AVCaptureVideoDataOutputSampleBufferDelegate*>(delegate)->captureOutputDidOutputSampleBuffer(
-      &output, sample, connection);
+void AVCaptureVideoDataOutput::Implementation::send(SampleFate fate, CVPixelBufferRef image, CMTime presentationTime,
+                                                    CMTime duration) {
+  CapturedSample sample{fate, makeSample(image, format.get(), presentationTime, duration)};
+  if (!sample.buffer && fate == SampleFate::delivered) sample.fate = SampleFate::noBuffer;
+  line.add(std::move(sample), *connection);
 }
 
-void AVCaptureVideoDataOutput::Implementation::reportDropped(void* delegate, const DroppedFrame& frame,
-                                                             AVCaptureConnection* connection) {
-  const auto sample = makeSample(nullptr, frame.format.get(), frame.presentationTime, frame.duration);
-  static_cast<AVCaptureVideoDataOutputSampleBufferDelegate*>(delegate)->captureOutputDidDropSampleBuffer(
-      &output, sample.get(), connection);
+bool AVCaptureVideoDataOutput::Implementation::hasRoomForVideo() {
+  if (line.outlook(1) == SampleFate::late) return false;
+  // Where memory is short there is room: nobody would say when there is memory again, and a frame that is lost is
+  // reported.
+  CFRef<CVPixelBufferRef> image;
+  return !pool || takeBuffer(image) != kCVReturnWouldExceedAllocationThreshold;
 }
 
-bool AVCaptureVideoDataOutput::Implementation::prepareFor(std::int32_t newWidth, std::int32_t newHeight,
-                                                          const AVCaptureConnection& connection) try {
-  CaptureStream& stream = connection.stream();
-  if (pool && width == newWidth && height == newHeight && poolStream == &stream) return true;
-  CVPixelBufferPoolRelease(std::exchange(pool, nullptr));
-  CMVideoFormatDescriptionRef description = nullptr;
-  if (CMVideoFormatDescriptionCreate(kCFAllocatorDefault, kCVPixelFormatType_422YpCbCr8_yuvs, newWidth, newHeight,
-                                     nullptr, &description) != noErr) {
-    return false;
-  }
-  format = CFRef<CMVideoFormatDescriptionRef>::adopt(description);
-  auto attributes = makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{
-      {kCVPixelBufferPixelFormatTypeKey, NSNumber::numberWithUnsignedInt(kCVPixelFormatType_422YpCbCr8_yuvs)},
-      {kCVPixelBufferWidthKey, NSNumber::numberWithInt(newWidth)},
-      {kCVPixelBufferHeightKey, NSNumber::numberWithInt(newHeight)},
-  });
-  auto size = makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{
-      {kCVPixelBufferPoolMinimumBufferCountKey, NSNumber::numberWithInt(UsualFramesOut)}});
-  if (CVPixelBufferPoolCreate(kCFAllocatorDefault, size.get(), attributes.get(), &pool) != kCVReturnSuccess) {
-    pool = nullptr;
-    return false;
-  }
-  poolStream = &stream;
-  poolDevice = Ref<AVCaptureDevice>::retain(&connection.input().device());
-  CVPixelBufferPoolSetFreeBufferHandler(pool, [&stream] { stream.outputHasRoom(); });
-  width = newWidth;
-  height = newHeight;
-  return true;
-} catch (const std::bad_alloc&) {
-  return false;
-}
-
-CFRef<CVPixelBufferRef> AVCaptureVideoDataOutput::Implementation::draw(const hardware::VideoFrame& frame,
-                                                                       CFDictionaryRef pixelAspectRatio,
-                                                                       const AVCaptureConnection& connection) {
-  if (!prepareFor(frame.width, frame.height, connection)) return {};
+CFRef<CVPixelBufferRef> AVCaptureVideoDataOutput::Implementation::draw(const hardware::VideoFrame& frame) {
+  if (!prepareFor(frame.width, frame.height)) return {};
   CFRef<CVPixelBufferRef> image;
   if (takeBuffer(image) != kCVReturnSuccess) return {};
   CVPixelBufferRef buffer = image.get();
-  if (pixelAspectRatio) {
-    CVBufferSetAttachment(buffer, kCVImageBufferPixelAspectRatioKey, pixelAspectRatio,
-                          kCVAttachmentMode_ShouldPropagate);
+  if (CFDictionaryRef ratio = connection->stream().pixelAspectRatio()) {
+    CVBufferSetAttachment(buffer, kCVImageBufferPixelAspectRatioKey, ratio, kCVAttachmentMode_ShouldPropagate);
   }
   CVPixelBufferLockBaseAddress(buffer, 0);
   frame.drawInto(buffer);
@@ -180,14 +139,37 @@ CFRef<CVPixelBufferRef> AVCaptureVideoDataOutput::Implementation::draw(const har
   return image;
 }
 
+bool AVCaptureVideoDataOutput::Implementation::prepareFor(std::int32_t width, std::int32_t height) try {
+  if (pool && poolWidth == width && poolHeight == height) return true;
+  CVPixelBufferPoolRelease(std::exchange(pool, nullptr));
+  CMVideoFormatDescriptionRef description = nullptr;
+  if (CMVideoFormatDescriptionCreate(kCFAllocatorDefault, kCVPixelFormatType_422YpCbCr8_yuvs, width, height, nullptr,
+                                     &description) != noErr) {
+    return false;
+  }
+  format = CFRef<CMVideoFormatDescriptionRef>::adopt(description);
+  auto attributes = makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{
+      {kCVPixelBufferPixelFormatTypeKey, NSNumber::numberWithUnsignedInt(kCVPixelFormatType_422YpCbCr8_yuvs)},
+      {kCVPixelBufferWidthKey, NSNumber::numberWithInt(width)},
+      {kCVPixelBufferHeightKey, NSNumber::numberWithInt(height)},
+  });
+  auto size = makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{
+      {kCVPixelBufferPoolMinimumBufferCountKey, NSNumber::numberWithInt(UsualFramesOut)}});
+  if (CVPixelBufferPoolCreate(kCFAllocatorDefault, size.get(), attributes.get(), &pool) != kCVReturnSuccess) {
+    pool = nullptr;
+    return false;
+  }
+  CVPixelBufferPoolSetFreeBufferHandler(pool, [&stream = connection->stream()] { stream.outputHasRoom(); });
+  poolWidth = width;
+  poolHeight = height;
+  return true;
+} catch (const std::bad_alloc&) {
+  return false;
+}
+
 CVReturn AVCaptureVideoDataOutput::Implementation::takeBuffer(CFRef<CVPixelBufferRef>& buffer) {
   CVPixelBufferRef taken = nullptr;
   const CVReturn status = CVPixelBufferPoolTake(pool, MostFramesOut, &taken);
   buffer = CFRef<CVPixelBufferRef>::adopt(taken);
   return status;
-}
-
-void AVCaptureVideoDataOutput::Implementation::pushDropped(CMTime presentationTime, CMTime duration, SampleFate fate,
-                                                           AVCaptureConnection* connection) {
-  delivery.pushDropped({presentationTime, duration, format}, fate, connection);
 }

@@ -6,10 +6,6 @@
 
 #include <memory>
 
-namespace hardware {
-class VideoFrame;
-}
-
 /// Buffers come from a pool of at most 16 a size; when the delegate's side holds all of them, frames are dropped
 /// until it lets go, but for devices that are paced by their consumer: those wait. Configure on one thread at a time.
 class AVCaptureVideoDataOutput final : public AVCaptureOutput {
@@ -27,8 +23,9 @@ class AVCaptureVideoDataOutput final : public AVCaptureOutput {
   void setAlwaysDiscardsLateVideoFrames(bool alwaysDiscardsLateVideoFrames);
 
   // setSampleBufferDelegate:queue:
-  /// The delegate is borrowed: take it away again, then let `queue` run empty, before it goes. The queue is retained.
-  /// Frames that wait for an earlier delegate are dropped. Both null: frames are dropped.
+  /// The delegate is borrowed, the queue retained. Both null: frames are dropped. Frames that wait for an earlier
+  /// delegate are dropped as well, and after the return that one is not being called and will not be. Only a call from
+  /// its own queue returns, of course, with the delegate's call still in progress. Needs no memory.
   void setSampleBufferDelegate(AVCaptureVideoDataOutputSampleBufferDelegate* sampleBufferDelegate,
                                dispatch_queue_t queue);
 
@@ -36,15 +33,11 @@ class AVCaptureVideoDataOutput final : public AVCaptureOutput {
   AVMediaType mediaType() const override { return AVMediaTypeVideo; }
 
  private:
-  friend class CaptureStream;
   ~AVCaptureVideoDataOutput() override;
 
-  bool hasRoom() override;
+  hardware::Sink& sink() override;
+  void setConnection(AVCaptureConnection* connection) override;
   void finish() override;
-
-  /// Called on the device's lane.
-  void receive(const hardware::VideoFrame& frame, CFDictionaryRef pixelAspectRatio, AVCaptureConnection* connection);
-  void receiveLost(CMTime presentationTime, CMTime duration, AVCaptureConnection* connection);
 
   struct Implementation;
   std::unique_ptr<Implementation> _implementation;

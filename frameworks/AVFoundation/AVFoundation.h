@@ -4,6 +4,7 @@
 
 #include <AVFoundation/AVAudioSettings.h>
 #include <AVFoundation/AVCaptureAudioDataOutput.h>
+#include <AVFoundation/AVCaptureConnection.h>
 #include <AVFoundation/AVCaptureDevice.h>
 #include <AVFoundation/AVCaptureDeviceFormat.h>
 #include <AVFoundation/AVCaptureInput.h>

@@ -1,7 +1,7 @@
 #include <CoreMediaIO/CMIOHardware.h>
 
 #include <AVFoundation/AVCaptureDevice.h>
-#include <AVFoundation/CaptureDeviceRegistry.h>
+#include <AVFoundation/Capture/CaptureDeviceRegistry.h>
 #include <CoreAudio/CoreAudioTypes.h>
 #include <CoreFoundation/CFString.h>
 

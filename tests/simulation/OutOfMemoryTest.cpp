@@ -1,4 +1,4 @@
-#include <AVFoundation/SampleLedger.h>
+#include <AVFoundation/Capture/SampleLedger.h>
 #include <gtest/gtest.h>
 #include <lumora/zThread.h>
 

@@ -3,7 +3,7 @@
 // A host, the machine's devices and the main thread, as lines of a simulated run: each does what is chosen for it when
 // it is chosen, and after every step what must hold is checked.
 
-#include <AVFoundation/SampleLedger.h>
+#include <AVFoundation/Capture/SampleLedger.h>
 #include <lumora/zThread.h>
 #include <lumora/zTrace.h>
 #include <runtime/MainLoop.h>

@@ -12,10 +12,6 @@ namespace {
 
 using testing::ElementsAre;
 
-CFRef<dispatch_queue_t> makeQueue() {
-  return CFRef<dispatch_queue_t>::adopt(dispatch_queue_create("frames", DISPATCH_QUEUE_SERIAL));
-}
-
 class RecordingDelegate final : public AVCaptureVideoDataOutputSampleBufferDelegate {
  public:
   void captureOutputDidOutputSampleBuffer(AVCaptureOutput*, CMSampleBufferRef sample, AVCaptureConnection*) override {
@@ -44,10 +40,9 @@ class VideoOutputTest : public FrameworkTest {
   ~VideoOutputTest() override {
     session->stopRunning();
     output->setSampleBufferDelegate(nullptr, nullptr);
-    drain();
   }
 
-  /// Captures frame 1 and returns while its delivery is held by the gate, and frame 2 waits behind it.
+  /// Captures frame 1 and returns while its delivery is held by the gate, and frame 2 waits for it.
   void enterGate() {
     delegate.whileDelivering = [this](CVImageBufferRef) { gate.pass(); };
     capture(1);
@@ -63,7 +58,8 @@ class VideoOutputTest : public FrameworkTest {
   std::shared_ptr<fake::Device> camera = fake::camera("Cam", "c");
   Ref<AVCaptureSession> session = makeRef<AVCaptureSession>();
   Ref<AVCaptureVideoDataOutput> output = makeRef<AVCaptureVideoDataOutput>();
-  CFRef<dispatch_queue_t> queue = makeQueue();
+  CFRef<dispatch_queue_t> queue =
+      CFRef<dispatch_queue_t>::adopt(dispatch_queue_create("frames", DISPATCH_QUEUE_SERIAL));
   RecordingDelegate delegate;
   Gate gate;
 };
@@ -119,12 +115,25 @@ TEST_F(VideoOutputTest, ConsumerPacedDevicesWaitForABufferOfAPoolThatIsKept) {
   EXPECT_TRUE(camera->sink()->hasRoomForVideo());
 }
 
-TEST_F(VideoOutputTest, AStopWaitsForEveryFormerDelegateThatIsStillAtWork) {
-  const auto second = makeQueue();
-  RecordingDelegate successor;
+TEST_F(VideoOutputTest, ADelegateThatIsTakenAwayHasReturnedAndWhatWaitedForItIsDropped) {
   enterGate();
-  output->setSampleBufferDelegate(&successor, second.get());
-  dispatch_sync(second.get(), [] {});
+  const std::jthread releasing([&] {
+    while (output->statistics().droppedStopped == 0) std::this_thread::yield();  // it was frame 2
+    gate.open();
+  });
+
+  output->setSampleBufferDelegate(nullptr, nullptr);
+
+  EXPECT_THAT(delegate.events, ElementsAre(1));
+}
+
+TEST_F(VideoOutputTest, AStopWaitsForADelegateThatTookItselfAway) {
+  delegate.whileDelivering = [this](CVImageBufferRef) {
+    output->setSampleBufferDelegate(nullptr, nullptr);
+    gate.pass();
+  };
+  capture(1);
+  gate.waitUntilEntered();
   const std::jthread releasing([&] { gate.open(); });
 
   session->stopRunning();

@@ -1,4 +1,6 @@
-#include <AVFoundation/AudioStreamConverter.h>
+#include <AVFoundation/Capture/AudioStreamConverter.h>
+
+#include <CoreMedia/CMMemoryCache.h>
 
 #include <algorithm>
 #include <array>
@@ -37,6 +39,44 @@ struct PlaneList {
   std::array<AudioBuffer, MostPlanes - 1> more;
 };
 
+/// The memory of one sample's sound, recycled: with the block buffer that is made of it, or here.
+class SoundMemory {
+ public:
+  explicit SoundMemory(std::size_t size) noexcept
+      : _size(size), _bytes(static_cast<char*>(CMMemoryCache::allocate(size))) {}
+  ~SoundMemory() { CMMemoryCache::free(_bytes, _size); }
+  SoundMemory(const SoundMemory&) = delete;
+  SoundMemory& operator=(const SoundMemory&) = delete;
+
+  char* bytes() const noexcept { return _bytes; }
+
+  /// Over the first `dataLength` bytes; null when memory is short.
+  CFRef<CMBlockBufferRef> makeBlock(std::size_t dataLength) {
+    const CMBlockBufferCustomBlockSource source{
+        0, nullptr, [](void*, void* bytes, std::size_t size) { CMMemoryCache::free(bytes, size); }, nullptr};
+    CMBlockBufferRef block = nullptr;
+    if (CMBlockBufferCreateWithMemoryBlock(kCFAllocatorDefault, _bytes, _size, kCFAllocatorDefault, &source, 0,
+                                           dataLength, 0, &block) == kCMBlockBufferNoErr) {
+      _bytes = nullptr;
+    }
+    return CFRef<CMBlockBufferRef>::adopt(block);
+  }
+
+ private:
+  const std::size_t _size;
+  char* _bytes;
+};
+
+CFRef<CMSampleBufferRef> makeSample(CMBlockBufferRef block, CMAudioFormatDescriptionRef format, UInt32 frames,
+                                    CMTime time) {
+  CMSampleBufferRef sample = nullptr;
+  if (block) {
+    CMAudioSampleBufferCreateReadyWithPacketDescriptions(kCFAllocatorDefault, block, format, CMItemCount{frames}, time,
+                                                         nullptr, &sample);
+  }
+  return CFRef<CMSampleBufferRef>::adopt(sample);
+}
+
 }  // namespace
 
 AudioStreamConverter::AudioStreamConverter(const AudioStreamBasicDescription& destination) : _destination(destination) {
@@ -54,25 +94,32 @@ AudioStreamConverter::~AudioStreamConverter() {
   if (_converter) AudioConverterDispose(_converter);
 }
 
-AudioStreamConverter::Result AudioStreamConverter::convert(const hardware::AudioChunk& chunk, BlockPool& blocks) {
-  if (chunk.frameCount == 0) return {};  // to the converter it would mean that the input has ended
-  if (chunk.frameCount > MostFramesInChunk) return failed({}, Failure::notConvertible);
-  Result result;
-  if (const auto failure = prepareFor(*chunk.format, result)) return failed(std::move(result), *failure);
-  if (!follows(chunk)) result.forgone += endStream();
+CapturedSample AudioStreamConverter::convert(const hardware::AudioChunk& chunk) {
+  CapturedSample sample;
+  if (chunk.frameCount == 0) return sample;  // to the converter it would mean that the input has ended
+  const bool isOfSource =
+      _converter && sameStream(_source, chunk.format->stream) && _sourceLayout == chunk.format->layout;
+  if (!isOfSource || !follows(chunk)) sample.forgone = endStream();
+  if (!isOfSource) sample.fate = makeConverter(*chunk.format);
+  if (sample.fate == SampleFate::delivered) sample.fate = fill(chunk, sample);
+  if (sample.fate != SampleFate::delivered) sample.forgone += endStream();
+  return sample;
+}
 
+SampleFate AudioStreamConverter::fill(const hardware::AudioChunk& chunk, CapturedSample& sample) {
+  if (chunk.frameCount > MostFramesInChunk) return SampleFate::notConverted;
   const double ratio = _destination.mSampleRate / _source.mSampleRate;
   const auto capacity = static_cast<UInt32>(std::ceil(chunk.frameCount * ratio)) + MostFramesOwed;
   const UInt32 planes = isPlanar(_destination) ? _destination.mChannelsPerFrame : 1;
   const std::size_t planeCapacity = std::size_t{capacity} * _destination.mBytesPerFrame;
-  const BlockPool::Memory memory = blocks.take(planeCapacity * planes);
-  if (!memory.bytes) return failed(std::move(result), Failure::noMemory);
+  SoundMemory memory(planeCapacity * planes);
+  if (!memory.bytes()) return SampleFate::noBuffer;
 
   PlaneList output{};
   output.list.mNumberBuffers = planes;
   for (UInt32 plane = 0; plane < planes; ++plane) {
     output.list.mBuffers[plane] = {isPlanar(_destination) ? 1 : _destination.mChannelsPerFrame,
-                                   static_cast<UInt32>(planeCapacity), memory.bytes + plane * planeCapacity};
+                                   static_cast<UInt32>(planeCapacity), memory.bytes() + plane * planeCapacity};
   }
 
   _input = &chunk;
@@ -80,51 +127,27 @@ AudioStreamConverter::Result AudioStreamConverter::convert(const hardware::Audio
   const OSStatus status = AudioConverterFillComplexBuffer(_converter, &AudioStreamConverter::supplyInput, this,
                                                           &produced, &output.list, nullptr);
   _input = nullptr;
-  if (status != noErr && status != NoInputYet) {
-    blocks.giveBack(memory);
-    return failed(std::move(result), Failure::notConvertible);
-  }
+  if (status != noErr && status != NoInputYet) return SampleFate::notConverted;
 
-  const CMTime time = timeOfNextFrame(chunk);
   if (produced > 0) {
     // Bring the planes together: in a sample they follow each other.
     const std::size_t planeLength = std::size_t{produced} * _destination.mBytesPerFrame;
     for (UInt32 plane = 1; plane < planes; ++plane) {
-      std::memmove(memory.bytes + plane * planeLength, memory.bytes + plane * planeCapacity, planeLength);
+      std::memmove(memory.bytes() + plane * planeLength, memory.bytes() + plane * planeCapacity, planeLength);
     }
-    result.sample = makeSample(blocks.makeBlock(memory, planeLength * planes), produced, time);
-    if (!result.sample) return failed(std::move(result), Failure::noMemory);
-  } else {
-    blocks.giveBack(memory);
+    sample.buffer = makeSample(memory.makeBlock(planeLength * planes).get(), _destinationFormat.get(), produced,
+                               timeOfNextFrame(chunk));
+    if (!sample.buffer) return SampleFate::noBuffer;
   }
-  result.frames = produced;
+  sample.framesOut = produced;
   _framesIn += chunk.frameCount;
   _framesOut += produced;
   _endOfLastChunk = CMTimeAdd(chunk.presentationTime,
                               CMTimeMake(chunk.frameCount, static_cast<int32_t>(std::lround(_source.mSampleRate))));
-  return result;
+  return SampleFate::delivered;
 }
 
-AudioStreamConverter::Result AudioStreamConverter::failed(Result result, Failure failure) {
-  result.forgone += endStream();
-  result.failure = failure;
-  return result;
-}
-
-CFRef<CMSampleBufferRef> AudioStreamConverter::makeSample(CFRef<CMBlockBufferRef> block, UInt32 frames,
-                                                          CMTime time) const {
-  CMSampleBufferRef sample = nullptr;
-  if (!block ||
-      CMAudioSampleBufferCreateReadyWithPacketDescriptions(kCFAllocatorDefault, block.get(), _destinationFormat.get(),
-                                                           CMItemCount{frames}, time, nullptr, &sample) != noErr) {
-    return {};
-  }
-  return CFRef<CMSampleBufferRef>::adopt(sample);
-}
-
-auto AudioStreamConverter::prepareFor(const hardware::AudioFormat& format, Result& result) -> std::optional<Failure> {
-  if (_converter && sameStream(_source, format.stream) && _sourceLayout == format.layout) return std::nullopt;
-  result.forgone += endStream();
+SampleFate AudioStreamConverter::makeConverter(const hardware::AudioFormat& format) {
   if (_converter) AudioConverterDispose(std::exchange(_converter, nullptr));
 
   // Whether a format may be mixed with others says nothing about its samples.
@@ -132,7 +155,7 @@ auto AudioStreamConverter::prepareFor(const hardware::AudioFormat& format, Resul
   source.mFormatFlags &= ~AudioFormatFlags{kAudioFormatFlagIsNonMixable};
   if (const OSStatus status = AudioConverterNew(&source, &_destination, &_converter); status != noErr) {
     _converter = nullptr;
-    return status == kAudioConverterErr_UnspecifiedError ? Failure::noMemory : Failure::notConvertible;
+    return status == kAudioConverterErr_UnspecifiedError ? SampleFate::noBuffer : SampleFate::notConverted;
   }
   if (format.layout != kAudioChannelLayoutTag_Unknown) {
     const AudioChannelLayout layout{format.layout, 0, 0};
@@ -140,12 +163,12 @@ auto AudioStreamConverter::prepareFor(const hardware::AudioFormat& format, Resul
         AudioConverterSetProperty(_converter, kAudioConverterInputChannelLayout, sizeof layout, &layout);
     if (status == kAudioConverterErr_UnspecifiedError) {  // no memory; the channels would be mixed otherwise than meant
       AudioConverterDispose(std::exchange(_converter, nullptr));
-      return Failure::noMemory;
+      return SampleFate::noBuffer;
     }
   }
   _source = format.stream;
   _sourceLayout = format.layout;
-  return std::nullopt;
+  return SampleFate::delivered;
 }
 
 bool AudioStreamConverter::follows(const hardware::AudioChunk& chunk) const {

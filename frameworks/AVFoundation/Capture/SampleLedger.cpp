@@ -1,4 +1,4 @@
-#include <AVFoundation/SampleLedger.h>
+#include <AVFoundation/Capture/SampleLedger.h>
 
 #include <mutex>
 
@@ -22,7 +22,6 @@ void add(AVCaptureOutputStatistics& sum, const AVCaptureOutputStatistics& more) 
   sum.droppedStopped += more.droppedStopped;
   sum.pending += more.pending;
   sum.frames.captured += more.frames.captured;
-  sum.frames.arriving += more.frames.arriving;
   sum.frames.dropped += more.frames.dropped;
   sum.frames.converted += more.frames.converted;
   sum.frames.produced += more.frames.produced;

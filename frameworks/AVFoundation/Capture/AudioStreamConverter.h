@@ -3,14 +3,11 @@
 // Turns a device's sound into the format an output was asked for, as one continuous stream. Private to
 // AVFoundation; used on one thread at a time.
 
-#include <AVFoundation/BlockPool.h>
+#include <AVFoundation/Capture/CapturedSample.h>
 #include <AudioToolbox/AudioConverter.h>
-#include <CoreFoundation/CFRef.h>
-#include <CoreMedia/CMSampleBuffer.h>
 #include <Hardware.h>
 
 #include <cstdint>
-#include <optional>
 
 class AudioStreamConverter {
  public:
@@ -21,21 +18,10 @@ class AudioStreamConverter {
 
   const AudioStreamBasicDescription& destination() const noexcept { return _destination; }
 
-  enum class Failure { noMemory, notConvertible };
-
-  struct Result {
-    /// The converted sound; null when the chunk was too short to complete a frame and is still in the converter.
-    CFRef<CMSampleBufferRef> sample;
-    UInt32 frames = 0;  ///< its length
-    /// Why the chunk's sound is lost; the stream has ended then.
-    std::optional<Failure> failure;
-    /// What was still owed of streams that ended, in frames.
-    double forgone = 0;
-  };
-
   /// Takes the next chunk of the stream. A chunk of another format, or one whose time does not follow the one before,
-  /// begins a new stream; what the converter still held of the old one is dropped.
-  Result convert(const hardware::AudioChunk& chunk, BlockPool& blocks);
+  /// begins a new stream; what the converter still owed of the old one is forgone, as after a failure, which is
+  /// `noBuffer` or `notConverted`.
+  CapturedSample convert(const hardware::AudioChunk& chunk);
 
   /// What comes next has nothing to do with what came before. Returns what will not come out any more, in frames.
   double endStream();
@@ -44,10 +30,9 @@ class AudioStreamConverter {
   double framesOwed() const noexcept;
 
  private:
-  std::optional<Failure> prepareFor(const hardware::AudioFormat& format, Result& result);
-  Result failed(Result result, Failure failure);
+  SampleFate makeConverter(const hardware::AudioFormat& format);
+  SampleFate fill(const hardware::AudioChunk& chunk, CapturedSample& sample);
   bool follows(const hardware::AudioChunk& chunk) const;
-  CFRef<CMSampleBufferRef> makeSample(CFRef<CMBlockBufferRef> block, UInt32 frames, CMTime time) const;
   CMTime timeOfNextFrame(const hardware::AudioChunk& chunk) const;
   static OSStatus supplyInput(AudioConverterRef converter, UInt32* packetCount, AudioBufferList* buffers,
                               AudioStreamPacketDescription** packetDescriptions, void* stream);

@@ -6,12 +6,9 @@
 #include <AVFoundation/AVCaptureDevice.h>
 #include <Hardware.h>
 
-#include <list>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 class CaptureDeviceRegistry {
@@ -21,8 +18,8 @@ class CaptureDeviceRegistry {
   /// The devices that are plugged in and may be listed, in the system's order.
   std::vector<Ref<AVCaptureDevice>> devices();
 
-  /// Those of them with these IDs, in the order of the IDs. Looks each up and makes no list of all.
-  std::vector<Ref<AVCaptureDevice>> devices(const std::vector<std::string>& uniqueIDs);
+  /// The one of them with this ID; null when there is none.
+  Ref<AVCaptureDevice> device(std::string_view uniqueID);
 
   /// Lets devices of the screen-capture kind be listed, or hides them again; posts the notifications that go with it.
   void setAllowsScreenCaptureDevices(bool allows);
@@ -35,36 +32,31 @@ class CaptureDeviceRegistry {
     bool isScreenCapture = false;
     bool isConnected = false;
   };
-  using Entries = std::list<Entry>;
+  using Entries = std::vector<Entry>;
 
   CaptureDeviceRegistry() = default;
 
-  /// Takes the system's provider into use if that has not happened. Called without the lock.
   void prepare();
+  void enterPresent();
   void forgetProvider();
   void handle(const hardware::Provider* provider, hardware::DeviceEvent event,
               const std::shared_ptr<hardware::Device>& device) noexcept;
-  bool attach(AVCaptureDevice& object, const std::shared_ptr<hardware::Device>& device,
-              const hardware::Provider* provider);
-  void attachPresent(const std::shared_ptr<hardware::Provider>& provider);
+  Ref<AVCaptureDevice> attach(const std::shared_ptr<hardware::Device>& device, const hardware::Provider* provider);
+  Ref<AVCaptureDevice> detach(const hardware::Device& device, const hardware::Provider* provider);
   bool isListed(const Entry& entry) const {
     return entry.isConnected && (!entry.isScreenCapture || _allowsScreenCapture);
   }
-  Entries::iterator entryFor(const hardware::DeviceDescription& description);
-  void setConnected(Entries::iterator entry, bool isConnected);
+  Entries::iterator find(std::string_view uniqueID);
+  Ref<AVCaptureDevice> objectFor(const hardware::DeviceDescription& description);
   void dropUnused();
   static void post(NSNotificationName name, AVCaptureDevice& device);
 
-  /// Held while the provider is taken into use.
-  std::mutex _preparation;
-  /// Held while a change of one device is carried out, so that changes end in the order in which they came.
+  /// Held while the provider is taken into use, or a change of one device carried out: changes end in the order in
+  /// which they came.
   std::mutex _changes;
   std::mutex _lock;
   std::shared_ptr<hardware::Provider> _provider;
   bool _isPrepared = false;  ///< the provider's devices have been entered
-  Entries _connected;        ///< in the order of their connection
-  Entries _unplugged;        ///< those that someone held when they went
-  /// Where the entry of each ID is, so that the arrival of n devices does not compare each with all others.
-  std::unordered_map<std::string_view, Entries::iterator> _byID;
+  Entries _entries;          ///< in the order of their latest connection
   bool _allowsScreenCapture = false;
 };
