@@ -10,6 +10,7 @@
 #include <mutex>
 #include <new>
 #include <optional>
+#include <type_traits>
 
 const CFStringRef AVFormatIDKey = NSString::constant("AVFormatIDKey");
 const CFStringRef AVSampleRateKey = NSString::constant("AVSampleRateKey");
@@ -34,30 +35,23 @@ struct AudioSettings {
   std::optional<bool> isBigEndian;
 };
 
-const NSNumber* number(const NSDictionary& settings, CFStringRef key) {
-  return dynamic_cast<const NSNumber*>(settings.objectForKey(key));
+template <typename T>
+std::optional<T> setting(const NSDictionary& settings, CFStringRef key) {
+  const auto* number = dynamic_cast<const NSNumber*>(settings.objectForKey(key));
+  if (!number) return std::nullopt;
+  if constexpr (std::is_same_v<T, UInt32>) return static_cast<T>(number->longLongValue());
+  return static_cast<T>(number->doubleValue());
 }
 
-std::optional<AudioSettings> readSettings(const NSDictionary& dictionary) {
-  if (const NSNumber* format = number(dictionary, AVFormatIDKey)) {
-    if (format->longLongValue() != kAudioFormatLinearPCM) return std::nullopt;
+/// Null for anything but linear PCM.
+std::optional<AudioSettings> readSettings(const NSDictionary& settings) {
+  if (setting<UInt32>(settings, AVFormatIDKey).value_or(kAudioFormatLinearPCM) != kAudioFormatLinearPCM) {
+    return std::nullopt;
   }
-  AudioSettings settings;
-  if (const NSNumber* rate = number(dictionary, AVSampleRateKey)) settings.sampleRate = rate->doubleValue();
-  if (const NSNumber* channels = number(dictionary, AVNumberOfChannelsKey)) {
-    settings.channels = static_cast<UInt32>(channels->longLongValue());
-  }
-  if (const NSNumber* depth = number(dictionary, AVLinearPCMBitDepthKey)) {
-    settings.bitDepth = static_cast<UInt32>(depth->longLongValue());
-  }
-  if (const NSNumber* isFloat = number(dictionary, AVLinearPCMIsFloatKey)) settings.isFloat = isFloat->boolValue();
-  if (const NSNumber* planar = number(dictionary, AVLinearPCMIsNonInterleaved)) {
-    settings.isNonInterleaved = planar->boolValue();
-  }
-  if (const NSNumber* bigEndian = number(dictionary, AVLinearPCMIsBigEndianKey)) {
-    settings.isBigEndian = bigEndian->boolValue();
-  }
-  return settings;
+  return AudioSettings{
+      setting<double>(settings, AVSampleRateKey),           setting<UInt32>(settings, AVNumberOfChannelsKey),
+      setting<UInt32>(settings, AVLinearPCMBitDepthKey),    setting<bool>(settings, AVLinearPCMIsFloatKey),
+      setting<bool>(settings, AVLinearPCMIsNonInterleaved), setting<bool>(settings, AVLinearPCMIsBigEndianKey)};
 }
 
 /// The packed linear PCM description of the settings for a device that runs at `native`.

@@ -69,8 +69,7 @@ CMTime shortestFrameDuration(const AVCaptureDeviceFormat& format) {
 }
 
 bool liesInARange(const AVCaptureDeviceFormat& format, CMTime duration) {
-  const auto& ranges = format.videoSupportedFrameRateRanges();
-  return std::any_of(ranges.begin(), ranges.end(), [&](const Ref<AVFrameRateRange>& range) {
+  return std::ranges::any_of(format.videoSupportedFrameRateRanges(), [&](const Ref<AVFrameRateRange>& range) {
     return CMTimeCompare(range->minFrameDuration(), duration) <= 0 &&
            CMTimeCompare(duration, range->maxFrameDuration()) <= 0;
   });
@@ -89,7 +88,6 @@ struct AVCaptureDevice::State {
   std::vector<Ref<AVCaptureDeviceFormat>> formats;
 
   mutable std::mutex lock;
-  bool isConnected = false;
   std::size_t activeFormat = 0;
   CMTime minFrameDuration = kCMTimeInvalid;
   std::thread::id configurationHolder;
@@ -126,8 +124,7 @@ const std::string& AVCaptureDevice::uniqueID() const {
 }
 
 bool AVCaptureDevice::isConnected() const {
-  std::lock_guard lock(_state->lock);
-  return _state->isConnected;
+  return _stream->hardware() != nullptr;
 }
 
 bool AVCaptureDevice::hasMediaType(AVMediaType mediaType) const {
@@ -151,9 +148,7 @@ Ref<AVCaptureDeviceFormat> AVCaptureDevice::activeFormat() const {
 }
 
 void AVCaptureDevice::setActiveFormat(AVCaptureDeviceFormat* format) {
-  const auto known =
-      std::find_if(_state->formats.begin(), _state->formats.end(),
-                   [&](const Ref<AVCaptureDeviceFormat>& candidate) { return candidate.get() == format; });
+  const auto known = std::ranges::find(_state->formats, format, &Ref<AVCaptureDeviceFormat>::get);
   if (known == _state->formats.end()) {
     NSLog("*** -[AVCaptureDevice setActiveFormat:] the format is not one of %s", localizedName().c_str());
     return;
@@ -237,20 +232,8 @@ std::optional<std::string> AVCaptureDevice::openFailure() const {
 }
 
 void AVCaptureDevice::attach(std::shared_ptr<hardware::Device> device) {
-  {
-    std::lock_guard lock(_state->lock);
-    _state->isConnected = true;
-  }
   select(*device);
   _stream->setHardware(std::move(device));
-}
-
-void AVCaptureDevice::detach() {
-  {
-    std::lock_guard lock(_state->lock);
-    _state->isConnected = false;
-  }
-  _stream->setHardware(nullptr);
 }
 
 void AVCaptureDevice::applySelection() {

@@ -87,7 +87,6 @@ class AVCaptureDevice final : public NSObject {
 
   const std::vector<std::string>& linkedIDs() const;
   void attach(std::shared_ptr<hardware::Device> device);
-  void detach();
   bool holdsConfigurationLock() const;
   void applySelection();
   void select(hardware::Device& device) const;

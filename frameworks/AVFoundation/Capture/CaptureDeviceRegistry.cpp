@@ -80,7 +80,7 @@ void CaptureDeviceRegistry::forgetProvider() {
     entries.swap(_entries);
   }
   if (provider) provider->setEventHandler(nullptr);
-  for (const Entry& entry : entries) entry.device->detach();
+  for (const Entry& entry : entries) entry.device->stream().setHardware(nullptr);
 }
 
 std::vector<Ref<AVCaptureDevice>> CaptureDeviceRegistry::devices() {
@@ -159,7 +159,7 @@ Ref<AVCaptureDevice> CaptureDeviceRegistry::attach(const std::shared_ptr<hardwar
       return object;
     }
   }
-  object->detach();  // the provider has been forgotten
+  object->stream().setHardware(nullptr);  // the provider has been forgotten
   return {};
 }
 
@@ -178,7 +178,7 @@ Ref<AVCaptureDevice> CaptureDeviceRegistry::detach(const hardware::Device& devic
     entry->isConnected = false;
     object = entry->device;
   }
-  object->detach();
+  object->stream().setHardware(nullptr);
   if (!wasListed) return {};
   return object;
 }
