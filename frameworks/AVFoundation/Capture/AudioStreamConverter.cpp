@@ -1,6 +1,6 @@
 #include <AVFoundation/Capture/AudioStreamConverter.h>
 
-#include <CoreMedia/CMMemoryCache.h>
+#include <CoreMedia/Memory/CMMemoryCache.h>
 
 #include <algorithm>
 #include <array>
