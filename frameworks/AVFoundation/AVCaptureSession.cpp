@@ -21,7 +21,7 @@ bool offersNothingElse(const AVCaptureDevice& device, AVMediaType mediaType) {
 
 AVCaptureSession::~AVCaptureSession() {
   disconnect([](const auto&) { return true; });
-  finishOutputs();
+  if (isRunning()) finishOutputs();
   for (const auto& output : _outputs) output->_isInSession = false;
 }
 

@@ -183,15 +183,16 @@ Ref<AVCaptureDevice> CaptureDeviceRegistry::detach(const hardware::Device& devic
   return object;
 }
 
-// With the lock held
-
+/// With the lock held.
 CaptureDeviceRegistry::Entries::iterator CaptureDeviceRegistry::find(std::string_view uniqueID) {
   return std::ranges::find_if(_entries, [&](const Entry& entry) { return entry.device->uniqueID() == uniqueID; });
 }
 
+/// With the lock held.
 Ref<AVCaptureDevice> CaptureDeviceRegistry::objectFor(const hardware::DeviceDescription& description) {
   if (const auto known = find(description.uniqueID); known != _entries.end()) return known->device;
-  return _entries.emplace_back(makeRef<AVCaptureDevice>(description), description.isScreenCapture, false).device;
+  _entries.push_back({makeRef<AVCaptureDevice>(description), description.isScreenCapture, false});
+  return _entries.back().device;
 }
 
 /// An object that only the registry holds cannot gain a holder while the lock is held.

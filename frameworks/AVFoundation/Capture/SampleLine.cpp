@@ -81,17 +81,17 @@ SampleFate SampleLine::outlook(std::size_t mostWaiting) const {
 
 void SampleLine::add(CapturedSample sample, AVCaptureConnection& connection) {
   CFRef<dispatch_queue_t> woken;
+  Item item{std::move(sample.buffer), Ref<AVCaptureConnection>::retain(&connection), 1, sample.framesOut,
+            sample.fate != SampleFate::delivered};
   {
     std::lock_guard lock(_lock);
     count(sample);
-    Item item{std::move(sample.buffer), Ref<AVCaptureConnection>::retain(&connection), 1, sample.framesOut,
-              sample.fate != SampleFate::delivered};
     if (!item.isReport) {
       item.count = ++_incomplete;
       if (!item.buffer) return;
       _incomplete = 0;
     }
-    woken = append(std::move(item));
+    woken = append(item);
   }
   // After the lock, for the first thing that the queue's thread does is to take it. From here on the output may go.
   dispatch_wake(woken.get());
@@ -112,8 +112,8 @@ void SampleLine::count(const CapturedSample& sample) {
   frames.forgone += sample.forgone;
 }
 
-/// With the lock held. Returns the queue when it is to be woken.
-CFRef<dispatch_queue_t> SampleLine::append(Item item) {
+/// With the lock held. Returns the queue when it is to be woken. What is not added goes later, without the lock.
+CFRef<dispatch_queue_t> SampleLine::append(Item& item) {
   if (item.isReport && (!_delegate || _mediaType != AVMediaTypeVideo)) return {};
   if (!_delegate) {  // it has gone since the outlook
     end(item, SampleFate::stopped);
@@ -213,8 +213,7 @@ void SampleLine::end(const Item& item, SampleFate fate) {
 SampleLine::Item SampleLine::takeFirst() {
   Item item = std::move(_line[_first]);
   --_length;
-  // An empty line begins at its start again, so that one sample at a time always passes through the same piece of
-  // cache.
+  // An empty line begins at its start again: one sample at a time always passes through the same piece of cache.
   _first = _length == 0 ? 0 : (_first + 1) % _line.size();
   if (!item.isReport) --_waiting;
   return item;

@@ -47,7 +47,7 @@ class SampleLine {
   };
 
   void count(const CapturedSample& sample);
-  CFRef<dispatch_queue_t> append(Item item);
+  CFRef<dispatch_queue_t> append(Item& item);
   static void deliverNext(void* line);
   void deliverNext();
   void report(AVCaptureDataOutputSampleBufferDelegate& delegate, const Item& item);
