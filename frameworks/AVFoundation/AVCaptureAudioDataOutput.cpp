@@ -3,10 +3,10 @@
 #include <AVFoundation/Capture/AudioStreamConverter.h>
 #include <AVFoundation/Capture/SampleLine.h>
 #include <AudioToolbox/AudioFormat.h>
+#include <CoreAudio/SameStream.h>
 #include <Foundation/NSLog.h>
 #include <Foundation/NSValue.h>
 
-#include <cstring>
 #include <mutex>
 #include <new>
 #include <optional>
@@ -167,7 +167,7 @@ CapturedSample AVCaptureAudioDataOutput::Implementation::convert(const hardware:
   AudioStreamBasicDescription destination = settings ? destinationFor(*settings, native) : native;
   destination.mFormatFlags &= ~AudioFormatFlags{kAudioFormatFlagIsNonMixable};
   double forgone = 0;
-  if (!converter || std::memcmp(&converter->destination(), &destination, sizeof destination) != 0) {
+  if (!converter || !isSameStream(converter->destination(), destination)) {
     if (converter) forgone = converter->endStream();
     try {
       converter.emplace(destination);
@@ -183,7 +183,7 @@ CapturedSample AVCaptureAudioDataOutput::Implementation::convert(const hardware:
 
 /// One line for a format, however many buffers come in it until the device stops.
 void AVCaptureAudioDataOutput::Implementation::reportRefusal(const AudioStreamBasicDescription& format) {
-  if (refused && std::memcmp(&*refused, &format, sizeof format) == 0) return;
+  if (refused && isSameStream(*refused, format)) return;
   refused = format;
   const auto name = nameOf(format);
   const char* const text = name ? CFStringGetCStringPtr(name.get(), kCFStringEncodingUTF8) : "its format";

@@ -115,9 +115,12 @@ bool getURLString(const std::string& url, std::string* scheme, std::string* host
   const std::size_t query = url.find('?');
   for (auto& [output, copyComponent, written] : components) {
     if (!output) continue;
-    if (CFStringRef component = copyComponent(parsed.get())) get_and_release_cf_string(written.emplace(), component);
+    if (CFStringRef component = copyComponent(parsed.get())) {
+      written.emplace();
+      get_and_release_cf_string(*written, component);
+    }
     if (copyComponent == copyStrictPath && query != std::string::npos)
-      written = written.value_or(*path).append(url, query);
+      written = written.value_or(*output).append(url, query);
   }
 
   // Nothing can fail any more: either all outputs are written or none.

@@ -1,5 +1,6 @@
 #include "AVCaptureDelegate.h"
 
+#include <CoreAudio/SameStream.h>
 #include <CoreFoundation/CFNumber.h>
 #include <CoreVideo/CVPixelBuffer.h>
 
@@ -53,10 +54,6 @@ constexpr AudioStreamBasicDescription HostDescription{
     .mBitsPerChannel = HostBitsPerSample,
     .mReserved = 0,
 };
-
-bool equal(const AudioStreamBasicDescription& a, const AudioStreamBasicDescription& b) {
-  return std::memcmp(&a, &b, sizeof a) == 0;
-}
 
 /// Frames in `length` bytes of such a stream; 0 also for a description that cannot be right, or for more sound than a
 /// record can carry.
@@ -172,7 +169,7 @@ void ACaptureDelegate::captureOutputDidOutputSampleBuffer(AVCaptureOutput*, CMSa
 
   const std::uint32_t frames = frameCount(*input, totalLength);
   if (frames == 0) return;
-  if (equal(*input, _destinationDescription)) {
+  if (isSameStream(*input, _destinationDescription)) {
     if (!passThrough(block, bytes, lengthAtStart, totalLength)) return;
   } else if (!convert(converter, sampleBuffer, frames)) {
     return;
@@ -303,7 +300,7 @@ void ACaptureDelegate::deliver(std::int64_t timeStamp) {
 
 AudioConverterRef ACaptureDelegate::GetAudioConverter(AudioStreamBasicDescription inputASDB,
                                                       AudioStreamBasicDescription outputASDB) {
-  if (fAudioConverter && equal(fLastInputASDB, inputASDB)) return fAudioConverter;
+  if (fAudioConverter && isSameStream(fLastInputASDB, inputASDB)) return fAudioConverter;
   if (fAudioConverter) {
     AudioConverterDispose(fAudioConverter);
     fAudioConverter = nullptr;

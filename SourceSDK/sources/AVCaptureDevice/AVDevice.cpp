@@ -144,7 +144,7 @@ std::string Device::_GenerateName(const std::string& baseName, eMediaType type) 
 }
 
 /// Null when the video side was built. Otherwise the reason why the device cannot be opened, and nothing of it is kept.
-Ref<NSError> Device::_CreateVideoDevice(Ref<AVCaptureDevice> device) {
+Ref<NSError> Device::_CreateVideoDevice(const Ref<AVCaptureDevice>& device) {
   Ref<NSError> error;
   auto input = AVCaptureDeviceInput::initWithDevice(device.get(), &error);
   if (!input) return error;

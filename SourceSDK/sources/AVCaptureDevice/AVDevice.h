@@ -164,7 +164,7 @@ class Device : public std::enable_shared_from_this<Device> {
   void build(AVCaptureDevice& device);
   void dismantle() noexcept;
   std::string _GenerateName(const std::string& baseName, eMediaType type) const;
-  Ref<NSError> _CreateVideoDevice(Ref<AVCaptureDevice> device);
+  Ref<NSError> _CreateVideoDevice(const Ref<AVCaptureDevice>& device);
   Ref<NSError> _CreateAudioDevice(Ref<AVCaptureDevice> device);
   void createAudioOutput(Ref<AVCaptureDevice> device, VCaptureDelegate* videoDelegate, const std::string& queueLabel,
                          std::string deviceID);

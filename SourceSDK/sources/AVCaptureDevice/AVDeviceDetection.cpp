@@ -125,20 +125,20 @@ bool DeviceManager::joinsLinkedVideo(AVCaptureDevice& device) {
 
 void DeviceManager::addVideoSource(AVCaptureDevice& device) {
   const bool isHDV = isHDVCamcorder(device.uniqueID());  // first, for it may throw
-  auto source = std::make_shared<Device>(this, &device);
+  const auto source = std::make_shared<Device>(this, &device);
   if (std::string error; source->getErrorString(error)) return noteVideoFailure(device, error);
   source->setIsHDV(isHDV);
-  addSource(std::move(source));
+  addSource(source);
 }
 
 void DeviceManager::addAudioSource(AVCaptureDevice& device) {
-  auto source = std::make_shared<Device>(this, &device);
+  const auto source = std::make_shared<Device>(this, &device);
   if (std::string error; source->getErrorString(error)) return noteAudioFailure(device, error);
-  addSource(std::move(source));
+  addSource(source);
 }
 
 /// The source is in the table of devices in use already.
-void DeviceManager::addSource(std::shared_ptr<Device> source) {
+void DeviceManager::addSource(const std::shared_ptr<Device>& source) {
   try {
     _AddDevice(source);
   } catch (...) {

@@ -103,7 +103,8 @@ std::string DeviceManager::unusedName(const std::string& baseName, const std::st
   std::lock_guard lock(_tableLock);
   std::string candidate = baseName + suffix;
   for (int number = 1; deviceMap.contains(candidate); ++number) {
-    candidate = baseName + " " + std::to_string(number) + suffix;
+    candidate = baseName;
+    candidate.append(" ").append(std::to_string(number)).append(suffix);
   }
   return candidate;
 }

@@ -112,7 +112,7 @@ class DeviceManager {
   bool joinsLinkedVideo(AVCaptureDevice& device);
   void addVideoSource(AVCaptureDevice& device);
   void addAudioSource(AVCaptureDevice& device);
-  void addSource(std::shared_ptr<Device> source);
+  void addSource(const std::shared_ptr<Device>& source);
   void noteVideoFailure(const AVCaptureDevice& device, const std::string& reason);
   void noteAudioFailure(const AVCaptureDevice& device, const std::string& reason);
   bool isHDVCamcorder(const std::string& uniqueID) const;

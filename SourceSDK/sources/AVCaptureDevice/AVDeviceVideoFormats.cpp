@@ -16,7 +16,7 @@ namespace AV {
 namespace {
 
 /// Larger formats are never chosen without the host.
-constexpr std::int64_t MostPixels = 1920 * 1080;
+constexpr std::int64_t MostPixels = std::int64_t{1920} * 1080;
 
 /// Cameras need a moment between a start or a change and the next change.
 constexpr unsigned SettlingTimeMicroseconds = 100'000;

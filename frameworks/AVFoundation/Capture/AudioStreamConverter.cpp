@@ -1,5 +1,6 @@
 #include <AVFoundation/Capture/AudioStreamConverter.h>
 
+#include <CoreAudio/SameStream.h>
 #include <CoreMedia/Memory/CMMemoryCache.h>
 
 #include <algorithm>
@@ -22,10 +23,6 @@ constexpr UInt32 MostFramesOwed = 1024;
 
 /// Minutes of sound: no device hands over that much at once, and what becomes of it can still be counted in 32 bits.
 constexpr UInt32 MostFramesInChunk = 1u << 24;
-
-bool sameStream(const AudioStreamBasicDescription& a, const AudioStreamBasicDescription& b) {
-  return std::memcmp(&a, &b, sizeof a) == 0;
-}
 
 bool isPlanar(const AudioStreamBasicDescription& stream) {
   return (stream.mFormatFlags & kAudioFormatFlagIsNonInterleaved) != 0;
@@ -98,7 +95,7 @@ CapturedSample AudioStreamConverter::convert(const hardware::AudioChunk& chunk) 
   CapturedSample sample;
   if (chunk.frameCount == 0) return sample;  // to the converter it would mean that the input has ended
   const bool isOfSource =
-      _converter && sameStream(_source, chunk.format->stream) && _sourceLayout == chunk.format->layout;
+      _converter && isSameStream(_source, chunk.format->stream) && _sourceLayout == chunk.format->layout;
   if (!isOfSource || !follows(chunk)) sample.forgone = endStream();
   if (!isOfSource) sample.fate = makeConverter(*chunk.format);
   if (sample.fate == SampleFate::delivered) sample.fate = fill(chunk, sample);

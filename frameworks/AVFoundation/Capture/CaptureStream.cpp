@@ -25,7 +25,7 @@ CFRef<CFDictionaryRef> makePixelAspectRatio(const hardware::DeviceDescription& d
 CaptureStream::CaptureStream(const hardware::DeviceDescription& description)
     : _pixelAspectRatio(makePixelAspectRatio(description)) {}
 
-void CaptureStream::setHardware(std::shared_ptr<hardware::Device> device) {
+void CaptureStream::setHardware(const std::shared_ptr<hardware::Device>& device) {
   std::lock_guard control(_control);
   std::shared_ptr<hardware::Device> former;
   {

@@ -18,7 +18,7 @@ class CaptureStream final : public hardware::Sink {
   explicit CaptureStream(const hardware::DeviceDescription& description);
 
   /// Puts the hardware behind the stream, or with null takes it away; it runs while somebody has started the stream.
-  void setHardware(std::shared_ptr<hardware::Device> device);
+  void setHardware(const std::shared_ptr<hardware::Device>& device);
   std::shared_ptr<hardware::Device> hardware() const;
 
   /// The pixel-aspect-ratio dictionary of the device's pictures; null for square pixels that nobody mentioned.
