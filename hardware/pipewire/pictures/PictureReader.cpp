@@ -1,0 +1,93 @@
+#include "PictureReader.h"
+
+#include <libyuv/planar_functions.h>
+
+#include <algorithm>
+#include <limits>
+
+#include "PictureLayout.h"
+#include "RGBRows.h"
+#include "YUVSRows.h"
+
+namespace hardware::pipewire {
+namespace {
+
+/// How many rows are converted in one go: even for the sake of chroma, and few enough that all they need on their way
+/// stays in the processor's first cache.
+constexpr int RowsAtOnce = 2;
+
+/// Chroma of every second row, in two planes or in pairs of bytes that are split first.
+void writeSubsampled(const YUVSRows& rows, Packing packing, const PictureLayout& layout, int y, std::uint8_t* scratch) {
+  PlaneRows first = layout[1].from(y / 2);
+  PlaneRows second = layout[2].from(y / 2);
+  if (packing == Packing::NV12 || packing == Packing::NV21) {
+    const auto pairs = static_cast<int>(pairsOf(rows.width));
+    std::uint8_t* const split = scratch + pairs;
+    libyuv::SplitUVPlane(first.bytes, first.stride, scratch, pairs, split, pairs, pairs, 1);
+    first = {scratch, pairs};
+    second = {split, pairs};
+  }
+  if (packing == Packing::NV21 || packing == Packing::YV12) std::swap(first, second);
+  writePlanes(rows, layout[0].from(y), first, second, ChromaRows::everySecond);
+}
+
+}  // namespace
+
+VideoColor colorWhenWritten(const PackedPicture& picture) {
+  using Matrix = VideoColor::Matrix;
+  Matrix matrix = picture.color.matrix;
+  if (picture.packing == Packing::JPEG) matrix = Matrix::ITU_R_601_4;
+  if (isRGB(picture.packing) && matrix == Matrix::unknown) {
+    matrix = picture.height >= 720 ? Matrix::ITU_R_709_2 : Matrix::ITU_R_601_4;
+  }
+  return {matrix, false};
+}
+
+bool PictureReader::write(const PackedPicture& picture, std::uint8_t* rows, std::size_t rowBytes) noexcept {
+  if (picture.width <= 0 || picture.height <= 0 || rowBytes < 4 * pairsOf(picture.width) ||
+      rowBytes > std::numeric_limits<int>::max()) {
+    return false;
+  }
+  const auto stride = static_cast<int>(rowBytes);
+  if (picture.packing != Packing::JPEG) return writeRaw(picture, rows, stride);
+  return picture.planeCount > 0 && _jpeg.write(picture.planes[0], picture.width, picture.height, rows, stride);
+}
+
+bool PictureReader::writeRaw(const PackedPicture& picture, std::uint8_t* rows, int rowBytes) noexcept {
+  const auto layout = layoutOf(picture);
+  if (!layout) return false;
+  std::uint8_t* const scratch = _scratch.bytes(scratchForRGB(picture.width, RowsAtOnce));
+  if (!scratch) return false;
+
+  const auto pairs = static_cast<int>(pairsOf(picture.width));
+  const bool isFullRange = picture.color.isFullRange && !isRGB(picture.packing);
+  const VideoColor::Matrix matrix = colorWhenWritten(picture).matrix;
+  for (int y = 0; y < picture.height; y += RowsAtOnce) {
+    const YUVSRows written{rows + std::ptrdiff_t{rowBytes} * y, rowBytes, picture.width,
+                           std::min(RowsAtOnce, picture.height - y)};
+    const PlaneRows first = (*layout)[0].from(y);
+    switch (picture.packing) {
+      case Packing::YUY2:
+        libyuv::CopyPlane(first.bytes, first.stride, written.bytes, rowBytes, 4 * pairs, written.count);
+        break;
+      case Packing::UYVY:
+        libyuv::SwapUVPlane(first.bytes, first.stride, written.bytes, rowBytes, 2 * pairs, written.count);
+        break;
+      case Packing::gray:
+        writeGray(written, first);
+        break;
+      case Packing::NV12:
+      case Packing::NV21:
+      case Packing::I420:
+      case Packing::YV12:
+        writeSubsampled(written, picture.packing, *layout, y, scratch);
+        break;
+      default:
+        writeRGB(written, picture.packing, first, matrix, scratch);
+    }
+    finish(written, isFullRange);
+  }
+  return true;
+}
+
+}  // namespace hardware::pipewire
