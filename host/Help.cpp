@@ -17,8 +17,8 @@ usage: brvhost [options] COMMAND ...
   watch                        follow devices being plugged in and removed
 
   --module PATH    the module; otherwise what BRV_MODULE names, otherwise the one beside this program
-  --rig FILE       what is plugged into this machine; otherwise what CAPTURE_RIG names, otherwise a
-                   demonstration
+  --rig FILE       simulated devices instead of this machine's own: those that FILE describes, or with demo
+                   those of a demonstration; CAPTURE_RIG=FILE does the same
   --language CODE  language of the module's texts, "en" for example; otherwise as LANG says
   --quiet          do not show the module's log (on standard error)
   --help           this, or with a command the command's own

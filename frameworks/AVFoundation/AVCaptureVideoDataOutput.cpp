@@ -134,9 +134,9 @@ CFRef<CVPixelBufferRef> AVCaptureVideoDataOutput::Implementation::draw(const har
     CVBufferSetAttachment(buffer, kCVImageBufferPixelAspectRatioKey, ratio, kCVAttachmentMode_ShouldPropagate);
   }
   CVPixelBufferLockBaseAddress(buffer, 0);
-  frame.drawInto(buffer);
+  const bool isDrawn = frame.drawInto(buffer);
   CVPixelBufferUnlockBaseAddress(buffer, 0);
-  return image;
+  return isDrawn ? std::move(image) : CFRef<CVPixelBufferRef>();
 }
 
 bool AVCaptureVideoDataOutput::Implementation::prepareFor(std::int32_t width, std::int32_t height) try {

@@ -1,9 +1,9 @@
 #pragma once
 
 // What the frameworks know of the machine's capture hardware. A provider lists devices and says when one
-// comes or goes; a device opens, runs, and hands pictures and sound to its sink. The simulated provider
-// stands beside this header; one on top of a real capture service of the operating system would implement
-// the same few classes.
+// comes or goes; a device opens, runs, and hands pictures and sound to its sink. Two providers stand beside this
+// header: PipeWire's devices, and simulated ones. Time stamps of both are the host's monotonic clock
+// (runtime::Scheduler::now()): those of two devices can be compared.
 
 #include <CoreAudio/CoreAudioTypes.h>
 #include <CoreMedia/CMTime.h>
@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace hardware {
@@ -69,6 +70,19 @@ struct DeviceDescription {
   std::optional<PixelAspectRatio> pixelAspectRatio;
 };
 
+/// How the numbers of a picture stand for colours, in the terms of CoreVideo's attachments. What nobody states is absent.
+struct VideoColor {
+  enum class Matrix { ITU_R_601_4, ITU_R_709_2, SMPTE_240M_1995, ITU_R_2020 };
+  enum class Primaries { ITU_R_709_2, EBU_3213, SMPTE_C, ITU_R_2020 };
+  enum class Transfer { ITU_R_709_2, SMPTE_240M_1995, sRGB, ITU_R_2020 };
+  enum class Range { video, full };
+
+  std::optional<Matrix> matrix;
+  std::optional<Primaries> primaries;
+  std::optional<Transfer> transfer;
+  std::optional<Range> range;
+};
+
 /// A picture that a camera has taken. Valid only during the sink's call.
 class VideoFrame {
  public:
@@ -78,11 +92,13 @@ class VideoFrame {
   std::int32_t height = 0;
   /// False for a sample that carries no picture.
   bool hasImage = true;
+  /// Of the picture as it lies in the buffer once it is drawn.
+  std::optional<VideoColor> color;
 
   /// Writes the picture into a locked 'yuvs' pixel buffer of this frame's size. Nothing is drawn for frames that nobody
   /// takes. A buffer recycled from the same stream still holds what was last drawn into it, and a camera may make
-  /// use of that. Throws nothing.
-  virtual void drawInto(CVPixelBufferRef pixelBuffer) const = 0;
+  /// use of that. False when the picture cannot be decoded: the frame is dropped, and counted. Throws nothing.
+  virtual bool drawInto(CVPixelBufferRef pixelBuffer) const = 0;
 
  protected:
   ~VideoFrame() = default;
@@ -104,6 +120,10 @@ class Sink {
   /// The device itself lost a frame; it counts as captured and dropped.
   virtual void videoFrameLost(CMTime presentationTime, CMTime duration) = 0;
   virtual void audioChunkCaptured(const AudioChunk& chunk) = 0;
+
+  /// Capture cannot go on for now: another program holds the device, or it is broken. The reason is for display. The
+  /// device goes on trying by itself; the next sample says that it is over.
+  virtual void deviceFailed(std::string_view) {}
 
   /// Whether the next sample could be taken without dropping one. Devices that are paced by their consumer ask
   /// before each sample and, after a no, wait for Device::sinkHasRoom.
@@ -159,6 +179,12 @@ struct FireWireBus {
 
 enum class DeviceEvent { attached, detached };
 
+/// Something plugged in that no source can be made of, and why; both for display.
+struct UnofferedDevice {
+  std::string name;
+  std::string reason;
+};
+
 /// Everything plugged into the machine. Any thread may call it.
 class Provider {
  public:
@@ -178,6 +204,12 @@ class Provider {
   virtual void setEventHandler(EventHandler handler) = 0;
 
   virtual FireWireBus fireWireBus() = 0;
+
+  /// Where its devices come from, for display: "PipeWire", "the demonstration", "rig FILE".
+  virtual std::string origin() { return {}; }
+
+  /// What is plugged in and cannot be offered.
+  virtual std::vector<UnofferedDevice> unofferedDevices() { return {}; }
 };
 
 /// The provider of this machine: the one installed last, or else what the environment asks for (hardware/README.md).

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <new>
-#include <thread>
 #include <utility>
 
 #include "DeviceMedia.h"
@@ -14,47 +13,6 @@ namespace hardware::simulated {
 using runtime::Nanoseconds;
 using runtime::NanosecondsPerSecond;
 using runtime::Never;
-
-// A handler and the calls of it that are under way. Handlers are called without a lock, so replacing one means waiting
-// for those calls, but for the ones that the replacing thread itself is in.
-struct Provider::Listener {
-  explicit Listener(EventHandler eventHandler) : handler(std::move(eventHandler)) {
-    callers.reserve(8);  // so that what goes is reported when memory is short, too
-  }
-
-  void call(DeviceEvent event, const std::shared_ptr<Device>& device) {
-    {
-      std::lock_guard lock(mutex);
-      if (isRetired) return;
-      callers.push_back(std::this_thread::get_id());
-    }
-    handler(event, device);
-    {
-      std::lock_guard lock(mutex);
-      callers.erase(std::find(callers.begin(), callers.end(), std::this_thread::get_id()));
-    }
-    callEnded.signal();
-  }
-
-  void retire() {
-    {
-      std::lock_guard lock(mutex);
-      isRetired = true;
-    }
-    while (isCalledElsewhere()) callEnded.wait();
-  }
-
-  bool isCalledElsewhere() {
-    std::lock_guard lock(mutex);
-    return std::any_of(callers.begin(), callers.end(), [](auto id) { return id != std::this_thread::get_id(); });
-  }
-
-  const EventHandler handler;
-  std::mutex mutex;
-  bool isRetired = false;
-  std::vector<std::thread::id> callers;
-  runtime::Event callEnded;
-};
 
 Provider::Provider(Rig rig) : _rig(std::move(rig)), _epoch(runtime::Scheduler::current().now()) {
   for (RigDevice& device : _rig.devices) {
@@ -89,7 +47,7 @@ std::shared_ptr<SimulatedDevice> Provider::find(std::string_view uniqueID) const
 }
 
 void Provider::setEventHandler(EventHandler handler) {
-  auto listener = handler ? std::make_shared<Listener>(std::move(handler)) : nullptr;
+  auto listener = handler ? std::make_shared<DeviceListener>(std::move(handler)) : nullptr;
   {
     std::lock_guard lock(_mutex);
     std::swap(_listener, listener);
@@ -138,7 +96,7 @@ bool Provider::unplug(std::string_view uniqueID) {
 
 // The handler may let go of the provider: nothing of it is touched after the call.
 void Provider::notify(DeviceEvent event, const std::shared_ptr<Device>& device) {
-  std::shared_ptr<Listener> listener;
+  std::shared_ptr<DeviceListener> listener;
   {
     std::lock_guard lock(_mutex);
     listener = _listener;

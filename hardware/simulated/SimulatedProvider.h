@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "../DeviceListener.h"
 #include "Rig.h"
 #include "SimulatedDevice.h"
 
@@ -41,7 +42,6 @@ class Provider final : public hardware::Provider, private runtime::LaneClient {
   std::shared_ptr<SimulatedDevice> device(std::string_view uniqueID);
 
  private:
-  struct Listener;
 
   runtime::Nanoseconds nextItemTime() override;
   void runNextItem() override;
@@ -55,7 +55,7 @@ class Provider final : public hardware::Provider, private runtime::LaneClient {
 
   std::mutex _mutex;  // guards the two below; never held while someone else is called
   std::vector<std::shared_ptr<SimulatedDevice>> _pluggedIn;
-  std::shared_ptr<Listener> _listener;
+  std::shared_ptr<DeviceListener> _listener;
 
   std::size_t _nextEvent = 0;  // of the script; its lane's own
   std::unique_ptr<runtime::Lane> _scriptLane;

@@ -90,7 +90,10 @@ std::int32_t exactTimescale(CMTime frameDuration) {
 struct VideoStream::Frame final : VideoFrame {
   explicit Frame(VideoSource& videoSource) : source(videoSource) {}
 
-  void drawInto(CVPixelBufferRef pixelBuffer) const override { source.drawInto(pixelBuffer); }
+  bool drawInto(CVPixelBufferRef pixelBuffer) const override {
+    source.drawInto(pixelBuffer);
+    return true;
+  }
 
   VideoSource& source;
 };

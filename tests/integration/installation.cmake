@@ -3,6 +3,7 @@
 # pkg-config.
 set(prefix ${BUILD}/installation)
 set(consumer ${BUILD}/consumer)
+set(ENV{CAPTURE_RIG} demo)
 file(REMOVE_RECURSE ${prefix} ${consumer})
 
 macro(run)

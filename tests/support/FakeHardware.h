@@ -75,8 +75,9 @@ class Device final : public hardware::Device {
   /// Captures a black frame of the selected format; without effect while stopped.
   void captureFrame(CMTime time) {
     struct Frame final : hardware::VideoFrame {
-      void drawInto(CVPixelBufferRef buffer) const override {
+      bool drawInto(CVPixelBufferRef buffer) const override {
         std::memset(CVPixelBufferGetBaseAddress(buffer), 0, CVPixelBufferGetDataSize(buffer));
+        return true;
       }
     } frame;
     const auto& format = described.videoFormats[selectedVideoFormat];

@@ -5,8 +5,10 @@
 #include <lumora/zTrace.h>
 
 #include <cstdarg>
+#include <cstdlib>
 
 LoadedModule::LoadedModule() : _handle(dlopen(AVC_MODULE_PATH, RTLD_NOW | RTLD_LOCAL)) {
+  setenv("CAPTURE_RIG", "demo", 1);
   if (!_handle) ADD_FAILURE() << dlerror();
 }
 

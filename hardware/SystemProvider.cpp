@@ -1,0 +1,104 @@
+// Which provider the machine has: the one that a test installed, or the one that the environment asks for.
+
+#include <Hardware.h>
+#include <dlfcn.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <string_view>
+#include <utility>
+
+#include "pipewire/PipeWire.h"
+#include "simulated/DemoRig.h"
+#include "simulated/RigParser.h"
+#include "simulated/SimulatedProvider.h"
+
+namespace hardware {
+namespace {
+
+struct SystemState {
+  std::mutex mutex;
+  std::shared_ptr<Provider> installed;
+  std::shared_ptr<Provider> own;
+  std::function<void()> changeHandler;
+};
+
+SystemState& state() {
+  // Never destroyed: capture may go on, and ask, until the very end of the process.
+  static auto* const state = new SystemState;
+  return *state;
+}
+
+/// A machine of which nothing can be found out. Standard error has been told why.
+class UnknownMachine final : public Provider {
+ public:
+  bool canListDevices() override { return false; }
+  std::vector<std::shared_ptr<Device>> devices() override { return {}; }
+  void setEventHandler(EventHandler) override {}
+  FireWireBus fireWireBus() override { return {0, std::vector<FireWireUnit>()}; }
+};
+
+std::shared_ptr<Provider> simulatedProvider(std::variant<simulated::Rig, simulated::RigError> rig) {
+  if (const auto* error = std::get_if<simulated::RigError>(&rig)) {
+    std::fprintf(stderr, "%s\n", error->message().c_str());
+    return std::make_shared<UnknownMachine>();
+  }
+  return std::make_shared<simulated::Provider>(std::get<simulated::Rig>(std::move(rig)));
+}
+
+/// The library that knows PipeWire lies beside this one. Whoever captures nothing real does without it, and without
+/// all that it loads itself.
+std::shared_ptr<Provider> pipeWireProvider() {
+  Dl_info self{};
+  dladdr(reinterpret_cast<const void*>(&systemProvider), &self);
+  const std::string_view path = self.dli_fname ? self.dli_fname : "";
+  const std::string folder(path.substr(0, path.rfind('/') + 1));  // with its slash; empty when there is none
+  const std::string file = folder + pipewire::LibraryName;
+  void* const library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+  const auto make =
+      library ? reinterpret_cast<pipewire::MakeProvider*>(dlsym(library, pipewire::MakeProviderName)) : nullptr;
+  if (!make) {
+    std::fprintf(stderr, "No cameras or microphones: %s. CAPTURE_RIG=demo shows the demonstration.\n",
+                 library ? (file + " is not of this version").c_str() : dlerror());
+    return std::make_shared<UnknownMachine>();
+  }
+  std::shared_ptr<Provider> provider;
+  make(provider);
+  return provider;
+}
+
+std::shared_ptr<Provider> environmentProvider() {
+  // Whoever starts a program with more rights than his own does not choose the files that it reads.
+  const char* variable = secure_getenv("CAPTURE_RIG");
+  const std::string_view rig = variable ? variable : "";
+  if (rig.empty()) return pipeWireProvider();
+  if (rig == "demo") return simulatedProvider(simulated::parseRig(simulated::demoRigText(), "demo rig"));
+  return simulatedProvider(simulated::loadRig(std::string(rig)));
+}
+
+}  // namespace
+
+std::shared_ptr<Provider> systemProvider() {
+  std::lock_guard lock(state().mutex);
+  if (state().installed) return state().installed;
+  if (!state().own) state().own = environmentProvider();
+  return state().own;
+}
+
+void installSystemProvider(std::shared_ptr<Provider> provider) {
+  std::function<void()> handler;
+  {
+    std::lock_guard lock(state().mutex);
+    std::swap(state().installed, provider);
+    handler = state().changeHandler;
+  }
+  if (handler) handler();
+}
+
+void setProviderChangeHandler(std::function<void()> handler) {
+  std::lock_guard lock(state().mutex);
+  state().changeHandler = std::move(handler);
+}
+
+}  // namespace hardware

@@ -1,0 +1,160 @@
+#include "PipeWireProvider.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+namespace hardware::pipewire {
+
+using runtime::Nanoseconds;
+using runtime::NanosecondsPerSecond;
+
+PipeWireProvider::PipeWireProvider() = default;
+
+PipeWireProvider::~PipeWireProvider() {
+  _loop.end();
+  setEventHandler(nullptr);
+  for (const auto& device : present()) device->unplug();
+}
+
+void PipeWireProvider::awaitListing() {
+  std::call_once(_begun, [this] {
+    _retry.emplace(_loop, [this] {
+      lose();
+      connect();
+    });
+    _loop.call([this] { connect(); });
+    _loop.begin("devices", weak_from_this());
+  });
+  const Nanoseconds deadline = runtime::Scheduler::current().now() + NanosecondsPerSecond;
+  const auto isListed = [this] {
+    std::lock_guard lock(_mutex);
+    return _isListed;
+  };
+  while (!isListed()) {
+    if (!runtime::Scheduler::current().wait(_listed, deadline)) return;
+    _listed.signal();  // for the next one that waits
+  }
+}
+
+bool PipeWireProvider::canListDevices() {
+  awaitListing();
+  std::lock_guard lock(_mutex);
+  return _isConnected;
+}
+
+std::vector<std::shared_ptr<Device>> PipeWireProvider::devices() {
+  awaitListing();
+  std::lock_guard lock(_mutex);
+  return {_devices.begin(), _devices.end()};
+}
+
+std::vector<UnofferedDevice> PipeWireProvider::unofferedDevices() {
+  awaitListing();
+  std::lock_guard lock(_mutex);
+  return _unoffered;
+}
+
+void PipeWireProvider::setEventHandler(EventHandler handler) {
+  auto listener = handler ? std::make_shared<DeviceListener>(std::move(handler)) : nullptr;
+  {
+    std::lock_guard lock(_mutex);
+    std::swap(_listener, listener);
+  }
+  if (listener) listener->retire();
+}
+
+void PipeWireProvider::connect() {
+  _connection.emplace(_loop, [this](std::uint32_t object, int result, std::string_view) {
+    if (object == PW_ID_CORE && result == -EPIPE) _retry->set(0);  // not from within the connection's own call
+  });
+  if (_connection->isOpen()) {
+    _mirror.emplace(*_connection, [this] { publish(); });
+    return;
+  }
+  if (!std::exchange(_hasSaidNoServer, true)) {
+    std::fprintf(stderr, "No PipeWire server is running; CAPTURE_RIG=demo shows the demonstration.\n");
+  }
+  setListed();
+  _retry->set(NanosecondsPerSecond);
+}
+
+/// What the server had is unplugged.
+void PipeWireProvider::lose() {
+  _mirror.reset();
+  _connection.reset();
+  {
+    std::lock_guard lock(_mutex);
+    _isConnected = false;
+    _unoffered.clear();
+  }
+  for (const auto& device : present()) detach(device);
+}
+
+auto PipeWireProvider::present() -> Devices {
+  std::lock_guard lock(_mutex);
+  return _devices;
+}
+
+/// Lists what the server has now. A device whose formats have changed leaves, and comes back with the new ones.
+void PipeWireProvider::publish() {
+  const Devices before = present();
+  std::vector<Source> sources = _mirror->sources();
+  for (Source& source : sources) {
+    for (const auto& device : before) {
+      if (device->listed().serial == source.serial) source.knownID = device->description().uniqueID;
+    }
+  }
+  Catalog catalog = catalogOf(sources);
+  for (const auto& device : before) {
+    const auto isStill = [&](const ListedDevice& listed) { return isSameDevice(listed, device->listed()); };
+    if (std::erase_if(catalog.devices, isStill) == 0) detach(device);
+  }
+  {
+    std::lock_guard lock(_mutex);
+    _isConnected = true;
+    _unoffered = std::move(catalog.unoffered);
+  }
+  for (ListedDevice& listed : catalog.devices) attach(std::make_shared<PipeWireDevice>(std::move(listed)));
+  setListed();
+}
+
+void PipeWireProvider::setListed() {
+  {
+    std::lock_guard lock(_mutex);
+    if (std::exchange(_isListed, true)) return;
+  }
+  _listed.signal();
+}
+
+void PipeWireProvider::attach(const std::shared_ptr<PipeWireDevice>& device) {
+  bool isNews;
+  {
+    std::lock_guard lock(_mutex);
+    _devices.push_back(device);
+    isNews = _isListed;  // what is there at first, `devices` tells, for which someone may be waiting under his locks
+  }
+  if (isNews) notify(DeviceEvent::attached, device);
+}
+
+void PipeWireProvider::detach(const std::shared_ptr<PipeWireDevice>& device) {
+  device->unplug();
+  {
+    std::lock_guard lock(_mutex);
+    std::erase(_devices, device);
+  }
+  notify(DeviceEvent::detached, device);
+}
+
+// The handler may let go of the provider, which stays until the turn of its lane is over.
+void PipeWireProvider::notify(DeviceEvent event, const std::shared_ptr<Device>& device) {
+  std::shared_ptr<DeviceListener> listener;
+  {
+    std::lock_guard lock(_mutex);
+    listener = _listener;
+  }
+  if (listener) listener->call(event, device);
+}
+
+}  // namespace hardware::pipewire

@@ -1,0 +1,24 @@
+#pragma once
+
+// Whether a stream's samples may go to the sink, and when the last one did.
+
+#include <runtime/Scheduler.h>
+
+#include <atomic>
+
+namespace hardware::pipewire {
+
+/// What is atomic is read by any thread, the server's data thread among them.
+struct Admission {
+  std::atomic<bool> isOver{false};       ///< the device has stopped
+  std::atomic<bool> isOwnDevice{false};  ///< what comes is over a link from the device itself, and from no other
+
+  /// On the device's lane: the time of the sample that was delivered last; 0 while there is none.
+  runtime::Nanoseconds lastSample = 0;
+
+  bool admits() const noexcept {
+    return isOwnDevice.load(std::memory_order_acquire) && !isOver.load(std::memory_order_acquire);
+  }
+};
+
+}  // namespace hardware::pipewire

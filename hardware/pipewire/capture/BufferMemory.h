@@ -1,0 +1,27 @@
+#pragma once
+
+// The memory of the server's buffers. The library maps what the server allocates; DmaBufs, which come from devices,
+// also where nobody asked for them, it leaves to its users.
+
+#include <pipewire/stream.h>
+
+namespace hardware::pipewire {
+
+/// Makes the parts of a buffer readable that are not yet. Those that cannot be stay without memory.
+void mapBuffer(pw_buffer& buffer);
+void unmapBuffer(pw_buffer& buffer);
+
+/// Brackets the reading of a buffer: a device may write past the processor's caches.
+class BufferReading {
+ public:
+  explicit BufferReading(const spa_buffer& buffer);
+  ~BufferReading();
+
+  BufferReading(const BufferReading&) = delete;
+  BufferReading& operator=(const BufferReading&) = delete;
+
+ private:
+  const spa_buffer& _buffer;
+};
+
+}  // namespace hardware::pipewire

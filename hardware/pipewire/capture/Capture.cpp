@@ -1,0 +1,173 @@
+#include "capture/Capture.h"
+
+#include <spa/pod/builder.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "capture/FailureReason.h"
+
+namespace hardware::pipewire {
+namespace {
+
+using runtime::Nanoseconds;
+constexpr Nanoseconds Millisecond = 1'000'000;
+
+/// A program that may not use a device gets no answer at all.
+constexpr Nanoseconds PatienceForLink = 800 * Millisecond;
+/// Cameras may take seconds to begin.
+constexpr Nanoseconds PatienceForFirstSample = 3000 * Millisecond;
+constexpr Nanoseconds TimeBetweenChecks = 100 * Millisecond;
+constexpr Nanoseconds TimeBetweenTries = 1000 * Millisecond;
+
+Nanoseconds now() {
+  return runtime::Scheduler::current().now();
+}
+
+}  // namespace
+
+Capture::Capture(Target target, Sink& sink, std::shared_ptr<Capture> former)
+    : _target(std::move(target)), _sink(sink), _former(std::move(former)) {}
+
+Capture::~Capture() {
+  _admission.isOver = true;
+  _loop.end();
+  close();
+}
+
+void Capture::begin(std::unique_ptr<StreamHandler> handler) {
+  _handler = std::move(handler);
+  _progress.emplace(_loop, [this] { checkProgress(); });
+  _retry.emplace(_loop, [this] {
+    close();
+    open();
+  });
+  _loop.call([this] {
+    if (_former) _former->end();
+    open();
+  });
+  _loop.begin(_target.name, weak_from_this());
+}
+
+void Capture::reconfigure(std::function<void(StreamHandler&)> change) {
+  _loop.call([this, change = std::move(change)] {
+    const bool isOpen = _stream != nullptr;
+    closeStream();
+    change(*_handler);
+    if (isOpen) openStream();
+  });
+}
+
+void Capture::cease() {
+  _admission.isOver = true;
+  _loop.call([this] {
+    _progress->stop();
+    _retry->stop();
+    close();
+  });
+}
+
+void Capture::end() {
+  std::lock_guard lock(_endLock);
+  _loop.end();
+}
+
+void Capture::open() {
+  if (_admission.isOver) return;
+  _connection.emplace(_loop, [this](std::uint32_t object, int result, std::string_view message) {
+    // What concerns a link or the stream, they say themselves.
+    if (object == PW_ID_CORE && result == -EPIPE) fail(reasonOf(result, message));
+  });
+  if (!_connection->isOpen()) return fail("there is no PipeWire server");
+  _links.emplace(*_connection, _target.serial, [this](const LinkWatch::State& state) { linkChanged(state); });
+  openStream();
+}
+
+void Capture::close() {
+  closeStream();
+  _links.reset();
+  _connection.reset();
+}
+
+void Capture::openStream() {
+  static const pw_stream_events events = [] {
+    pw_stream_events made{};
+    made.version = PW_VERSION_STREAM_EVENTS;
+    made.state_changed = [](void* self, pw_stream_state, pw_stream_state state, const char* error) {
+      if (state == PW_STREAM_STATE_ERROR) static_cast<Capture*>(self)->fail(reasonOf(0, error ? error : ""));
+    };
+    return made;
+  }();
+
+  // Never another device in this one's place, not even where a stream of this program was once moved to, and no volume
+  // that was once set for it.
+  Properties properties = _handler->properties();
+  properties[PW_KEY_TARGET_OBJECT] = _target.serial;
+  properties[PW_KEY_NODE_DONT_RECONNECT] = "true";
+  properties["node.dont-fallback"] = "true";
+  properties["state.restore-props"] = "false";
+  properties["state.restore-target"] = "false";
+  properties[PW_KEY_STREAM_DONT_REMIX] = "true";
+  _stream = pw_stream_new(_connection->core(), "capture", makeProperties(properties));
+  if (!_stream) return fail("there is no memory for a stream");
+  pw_stream_add_listener(_stream, &_streamListener, &events, this);
+  _handler->attach(_stream);
+  _links->watch(_stream);
+
+  std::array<std::uint8_t, 8192> memory;
+  spa_pod_builder builder;
+  spa_pod_builder_init(&builder, memory.data(), memory.size());
+  auto formats = _handler->request(builder);
+  const int result = pw_stream_connect(_stream, PW_DIRECTION_INPUT, PW_ID_ANY, _handler->flags(), formats.data(),
+                                       static_cast<std::uint32_t>(formats.size()));
+  if (result < 0) return fail(reasonOf(result, ""));
+  _waitingSince = now();
+  _progress->set(TimeBetweenChecks);
+}
+
+void Capture::closeStream() {
+  _admission.isOwnDevice = false;
+  _admission.lastSample = 0;
+  _isLinked = false;
+  if (_progress) _progress->stop();
+  if (_links) _links->watch(nullptr);
+  if (!_stream) return;
+  pw_stream_destroy(std::exchange(_stream, nullptr));  // with its listeners, which hear of the buffers that go
+  _handler->detach();
+}
+
+void Capture::linkChanged(const LinkWatch::State& state) {
+  if (state.isLinked && !_isLinked) _waitingSince = now();
+  _isLinked = state.isLinked;
+  _admission.isOwnDevice = state.isLinked;
+  if (!state.error.empty()) return fail(reasonOf(0, state.error));
+  if (state.isForeign) fail("another device was offered in its place");
+}
+
+void Capture::checkProgress() {
+  const Nanoseconds time = now();
+  const Nanoseconds silence = time - std::max(_admission.lastSample, _waitingSince);
+  if (_admission.lastSample > _toldAt) _toldReason.clear();
+  if (!_isLinked && silence > PatienceForLink) {
+    return fail("PipeWire does not connect it: this program may not use it, or no session manager is running");
+  }
+  const bool hasBegun = _admission.lastSample > _waitingSince;
+  if (_isLinked && silence > (hasBegun ? _handler->longestSilence() : PatienceForFirstSample)) {
+    return fail(hasBegun ? "it has stopped sending" : "it sends nothing");
+  }
+  _progress->set(TimeBetweenChecks);
+}
+
+/// Says so once for each reason, until a sample has come again.
+void Capture::fail(std::string_view reason) {
+  if (_admission.isOver) return;
+  _progress->stop();
+  _retry->set(TimeBetweenTries);
+  if (_toldReason == reason) return;
+  _toldReason = reason;
+  _toldAt = now();
+  _sink.deviceFailed(reason);
+}
+
+}  // namespace hardware::pipewire

@@ -1,0 +1,57 @@
+#include "capture/Stamps.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numeric>
+
+namespace hardware::pipewire {
+
+using runtime::Nanoseconds;
+using runtime::NanosecondsPerSecond;
+
+CMTime timeOf(Nanoseconds time, std::int32_t timescale) {
+  return CMTimeConvertScale(CMTimeMake(time, NanosecondsPerSecond), timescale,
+                            kCMTimeRoundingMethod_RoundHalfAwayFromZero);
+}
+
+std::int32_t videoTimescale(CMTime frameDuration) {
+  constexpr std::int64_t least = 90000;
+  if (!CMTIME_IS_NUMERIC(frameDuration) || frameDuration.value <= 0) return least;
+  const std::int64_t own =
+      frameDuration.timescale / std::gcd<std::int64_t, std::int64_t>(frameDuration.value, frameDuration.timescale);
+  return static_cast<std::int32_t>(own * ((least + own - 1) / own));
+}
+
+PictureClock::Stamp PictureClock::stamp(const PictureHeader& header, Nanoseconds arrival, CMTime frameDuration) {
+  constexpr Nanoseconds farthestAhead = NanosecondsPerSecond;
+  constexpr Nanoseconds longestPast = 10 * NanosecondsPerSecond;  // no queue of the server is as long
+  const bool isOfThisClock =
+      header.time > 0 && header.time <= arrival + farthestAhead && header.time >= arrival - longestPast;
+  Stamp stamp;
+  stamp.previous = _time;
+  stamp.time = std::max(isOfThisClock ? header.time : arrival, _time + 1);
+
+  if (header.number && _number && *header.number > *_number + 1) {
+    const double elapsed = static_cast<double>(stamp.time - _time) / NanosecondsPerSecond;
+    const double duration = CMTIME_IS_NUMERIC(frameDuration) ? CMTimeGetSeconds(frameDuration) : 0;
+    const double most = duration > 0 ? elapsed / duration + 1 : elapsed * 240;
+    stamp.lostBefore = std::min(*header.number - *_number - 1, static_cast<std::uint64_t>(std::max(most, 0.0)));
+  }
+  _number = header.number;
+  _time = stamp.time;
+  return stamp;
+}
+
+Nanoseconds SoundClock::stamp(Nanoseconds end, std::uint32_t frames) {
+  constexpr double largestJitter = 0.005 * NanosecondsPerSecond;
+  constexpr double share = 1.0 / 16;  // of what a chunk is off, that the next one takes over: clocks drift apart slowly
+  const double length = static_cast<double>(frames) * NanosecondsPerSecond / _rate;
+  const double told = static_cast<double>(end) - length;
+  double begin = told;
+  if (_next && std::abs(told - *_next) < largestJitter) begin = *_next + (told - *_next) * share;
+  _next = begin + length;
+  return static_cast<Nanoseconds>(std::llround(begin));
+}
+
+}  // namespace hardware::pipewire

@@ -1,0 +1,62 @@
+#pragma once
+
+// The times of samples, and what was lost between them. All times are the host's monotonic clock. Pure but for what
+// they remember of the sample before.
+
+#include <CoreMedia/CMTime.h>
+#include <runtime/Scheduler.h>
+
+#include <cstdint>
+#include <optional>
+
+namespace hardware::pipewire {
+
+/// A time on the clock, in ticks of a timescale.
+CMTime timeOf(runtime::Nanoseconds time, std::int32_t timescale);
+
+/// A timescale in which the duration of a frame is whole, of at least 90,000 ticks a second; 90,000 where it is not
+/// known.
+std::int32_t videoTimescale(CMTime frameDuration);
+
+/// What the header of a picture says, where it has one.
+struct PictureHeader {
+  std::int64_t time = -1;               ///< nanoseconds; not positive where none was set
+  std::optional<std::uint64_t> number;  ///< of the picture in its stream
+};
+
+/// Tells the times of one camera's pictures.
+class PictureClock {
+ public:
+  struct Stamp {
+    runtime::Nanoseconds time = 0;      ///< always after the one before
+    std::uint64_t lostBefore = 0;       ///< pictures that the numbers say are missing between the one before and this
+    runtime::Nanoseconds previous = 0;  ///< the time of the one before, where there was one
+  };
+
+  /// A header's time counts where it is of this clock: not in the future, and not long past. Otherwise it is the time
+  /// of arrival. A number counts where it goes up, and by no more than there was time for.
+  Stamp stamp(const PictureHeader& header, runtime::Nanoseconds arrival, CMTime frameDuration);
+
+  /// What comes next is another stream.
+  void restart() { _number.reset(); }
+
+ private:
+  runtime::Nanoseconds _time = 0;
+  std::optional<std::uint64_t> _number;
+};
+
+/// Tells the times of one microphone's chunks: they follow each other without a gap for as long as the stream's own
+/// times say so but for their jitter.
+class SoundClock {
+ public:
+  explicit SoundClock(std::int32_t rate) : _rate(rate) {}
+
+  /// The time of the first of `frames` frames, of which the stream says that the last had been taken by `end`.
+  runtime::Nanoseconds stamp(runtime::Nanoseconds end, std::uint32_t frames);
+
+ private:
+  const std::int32_t _rate;
+  std::optional<double> _next;  ///< when the next chunk begins if nothing is missing
+};
+
+}  // namespace hardware::pipewire

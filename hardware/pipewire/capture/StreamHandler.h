@@ -1,0 +1,36 @@
+#pragma once
+
+// What a capture does with its stream: pictures or sound.
+
+#include <pipewire/pipewire.h>
+#include <runtime/Scheduler.h>
+
+#include <vector>
+
+#include "server/Properties.h"
+
+struct spa_pod_builder;
+
+namespace hardware::pipewire {
+
+/// Called on the device's lane, but for the destructor.
+class StreamHandler {
+ public:
+  virtual ~StreamHandler() = default;
+
+  /// How a stream is to be made.
+  virtual Properties properties() const = 0;
+  virtual pw_stream_flags flags() const = 0;
+  /// The formats that it takes, the best first. `builder` owns what is returned.
+  virtual std::vector<const spa_pod*> request(spa_pod_builder& builder) const = 0;
+
+  /// Adds a listener to a stream that is about to be connected.
+  virtual void attach(pw_stream* stream) = 0;
+  /// The stream has been destroyed, and its listeners with it.
+  virtual void detach() = 0;
+
+  /// How long a device that works may send nothing.
+  virtual runtime::Nanoseconds longestSilence() const = 0;
+};
+
+}  // namespace hardware::pipewire

@@ -1,0 +1,69 @@
+#include "server/Connection.h"
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <utility>
+
+namespace hardware::pipewire {
+namespace {
+
+/// Keeps asynchronous signals away from the thread that the library starts for each connection: they are the host's.
+class SignalsBlocked {
+ public:
+  SignalsBlocked() noexcept {
+    sigset_t blocked;
+    sigfillset(&blocked);
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS}) sigdelset(&blocked, fault);
+    pthread_sigmask(SIG_SETMASK, &blocked, &_before);
+  }
+  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &_before, nullptr); }
+
+  SignalsBlocked(const SignalsBlocked&) = delete;
+  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+ private:
+  sigset_t _before;
+};
+
+}  // namespace
+
+Connection::Connection(EventLoop& loop, ErrorHandler onError) : _onError(std::move(onError)) {
+  const SignalsBlocked signalsBlocked;
+  _context = pw_context_new(loop.get(), pw_properties_new(PW_KEY_CONFIG_NAME, "client.conf", nullptr), 0);
+  if (!_context) return;
+  _core = pw_context_connect(_context, pw_properties_new(PW_KEY_APP_NAME, "AVCaptureDevice", nullptr), 0);
+  if (!_core) return;
+  static const pw_core_events events = [] {
+    pw_core_events made{};
+    made.version = PW_VERSION_CORE_EVENTS;
+    made.done = &Connection::coreDone;
+    made.error = &Connection::coreError;
+    return made;
+  }();
+  pw_core_add_listener(_core, &_listener, &events, this);
+}
+
+Connection::~Connection() {
+  if (_core) {
+    spa_hook_remove(&_listener);
+    pw_core_disconnect(_core);
+  }
+  if (_context) pw_context_destroy(_context);
+}
+
+void Connection::afterAnswers(std::function<void()> done) {
+  _awaited[pw_core_sync(_core, PW_ID_CORE, 0)] = std::move(done);
+}
+
+void Connection::coreDone(void* data, std::uint32_t id, int sequence) {
+  auto& self = *static_cast<Connection*>(data);
+  const auto awaited = self._awaited.extract(sequence);
+  if (id == PW_ID_CORE && awaited) awaited.mapped()();
+}
+
+void Connection::coreError(void* data, std::uint32_t id, int, int result, const char* message) {
+  static_cast<Connection*>(data)->_onError(id, result, message ? message : "");
+}
+
+}  // namespace hardware::pipewire

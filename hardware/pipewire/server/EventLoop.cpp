@@ -1,0 +1,100 @@
+#include "server/EventLoop.h"
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+namespace hardware::pipewire {
+namespace {
+
+template <typename T>
+T* orNoMemory(T* made) {
+  if (!made) throw std::bad_alloc();
+  return made;
+}
+
+pw_loop* makeLoop() {
+  // Before any other call of the library, and never undone: other users of it may be in the process.
+  static std::once_flag once;
+  std::call_once(once, [] { pw_init(nullptr, nullptr); });
+  return orNoMemory(pw_loop_new(nullptr));
+}
+
+}  // namespace
+
+EventLoop::EventLoop() : _loop(makeLoop()) {
+  const auto runCalls = [](void* loop, std::uint64_t) { static_cast<EventLoop*>(loop)->runCalls(); };
+  _wake = pw_loop_add_event(_loop, runCalls, this);
+  if (_wake) return;
+  pw_loop_destroy(_loop);
+  throw std::bad_alloc();
+}
+
+EventLoop::~EventLoop() {
+  end();
+  pw_loop_destroy_source(_loop, _wake);
+  pw_loop_destroy(_loop);
+}
+
+void EventLoop::begin(std::string_view name, std::weak_ptr<const void> owner) {
+  _owner = std::move(owner);
+  _lane = runtime::Scheduler::current().makeLane(name, *this);
+}
+
+void EventLoop::end() {
+  _hasEnded = true;
+  pw_loop_signal_event(_loop, _wake);
+  _lane.reset();
+}
+
+void EventLoop::call(std::function<void()> action) {
+  {
+    std::lock_guard lock(_callsLock);
+    _calls.push_back(std::move(action));
+  }
+  pw_loop_signal_event(_loop, _wake);
+}
+
+void EventLoop::runCalls() {
+  std::vector<std::function<void()>> calls;
+  {
+    std::lock_guard lock(_callsLock);
+    calls.swap(_calls);
+  }
+  for (const auto& call : calls) call();
+}
+
+void EventLoop::runNextItem() {
+  const auto owner = _owner.lock();
+  if (!owner) return;  // it is being destroyed, and ends the lane
+  _turningThread = std::this_thread::get_id();
+  pw_loop_enter(_loop);
+  pw_loop_iterate(_loop, -1);
+  pw_loop_leave(_loop);
+  _turningThread = std::thread::id();
+}
+
+Timer::Timer(EventLoop& loop, std::function<void()> action) : _loop(loop), _action(std::move(action)) {
+  const auto run = [](void* timer, std::uint64_t) { static_cast<Timer*>(timer)->_action(); };
+  _source = orNoMemory(pw_loop_add_timer(_loop.get(), run, this));
+}
+
+Timer::~Timer() {
+  pw_loop_destroy_source(_loop.get(), _source);
+}
+
+void Timer::set(runtime::Nanoseconds after) {
+  // Zero would stop it.
+  const runtime::Nanoseconds wait = std::max<runtime::Nanoseconds>(after, 1);
+  timespec value{static_cast<std::time_t>(wait / runtime::NanosecondsPerSecond),
+                 static_cast<long>(wait % runtime::NanosecondsPerSecond)};
+  timespec once{};
+  pw_loop_update_timer(_loop.get(), _source, &value, &once, false);
+}
+
+void Timer::stop() {
+  timespec never{};
+  pw_loop_update_timer(_loop.get(), _source, &never, &never, false);
+}
+
+}  // namespace hardware::pipewire
