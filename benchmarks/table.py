@@ -170,6 +170,16 @@ def add_delivery(table):
     table.add("the same: frames lost unreported", "eight cameras", "unreported", (), "0", at_most(0))
 
 
+def add_pictures(table):
+    peers = ("GStreamer",)
+    for packing, target, is_met in (("YUYV", "", None), ("NV12", "less than GStreamer", below_peer),
+                                    ("RGBx", "less than GStreamer", below_peer),
+                                    ("Motion JPEG", "1.05 of GStreamer", within(1.05))):
+        row = "picture " + packing
+        table.add(f"camera picture of 1920 x 1080, {packing}: time", row, "time", peers, target, is_met)
+        table.add("the same: instructions", row, "instructions", peers)
+
+
 def add_log(table):
     filtered = ("spdlog dup_filter",)
     table.add("log call, suppressed: time", "log suppressed", "time", filtered, "40 ns", at_most(40))
@@ -211,7 +221,7 @@ def machine():
 
 def main():
     table = Table(load(sys.argv[1]))
-    for add in (add_sound, add_delivery, add_log, add_detection, add_rest):
+    for add in (add_sound, add_delivery, add_pictures, add_log, add_detection, add_rest):
         add(table)
     missed = "Every target met." if table.missed == 0 else f"{table.missed} targets missed."
     text = f"{machine()}. {missed}\n\n{table.text()}\n"

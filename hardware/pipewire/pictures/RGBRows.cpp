@@ -26,7 +26,7 @@ struct Matrix {
 constexpr Matrix matrixOf(double red, double blue) {
   const auto component = [](double r, double g, double b, double range, int offset) {
     const auto weight = [range](double share) {
-      const auto scaled = static_cast<int>(65536 * (256 + share * range / 255) + 0.5);
+      const int scaled = (static_cast<int>(2 * 65536 * (256 + share * range / 255)) + 1) / 2;
       return Weight{static_cast<std::uint16_t>(scaled >> 8 & 0xFFFF), static_cast<std::uint16_t>(scaled & 0xFF)};
     };
     return Component{weight(r), weight(g), weight(b), static_cast<std::uint16_t>(offset)};

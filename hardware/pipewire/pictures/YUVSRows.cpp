@@ -36,7 +36,7 @@ void writeGray(const YUVSRows& rows, PlaneRows luma) {
   constexpr int columns = 2 * ChunkSize;
   const PlaneRows chroma{NoChroma.data(), 0};
   for (int x = 0; x < rows.width; x += columns) {
-    writePlanes({rows.bytes + 2 * x, rows.stride, std::min(columns, rows.width - x), rows.count},
+    writePlanes({rows.bytes + std::ptrdiff_t{2} * x, rows.stride, std::min(columns, rows.width - x), rows.count},
                 {luma.bytes + x, luma.stride}, chroma, chroma, ChromaRows::each);
   }
 }

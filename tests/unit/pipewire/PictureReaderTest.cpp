@@ -25,7 +25,7 @@ bool isRead(const PackedPicture& picture, double tolerance,
             const std::function<double(std::size_t component, int x, int y)>& expected) {
   static PictureReader reader;
   const std::size_t pairBytes = static_cast<std::size_t>(picture.width + 1) / 2 * 4, rowBytes = pairBytes + 12;
-  const GuardedBytes rows(rowBytes * static_cast<std::size_t>(picture.height - 1) + pairBytes);
+  const GuardedBytes rows(rowBytes * static_cast<std::size_t>(picture.height) - 12);
   std::fill_n(rows.data, rows.size, 0xA5);
   if (!reader.write(picture, rows.data, rowBytes)) return false;
   for (std::size_t i = 0; i < rows.size; ++i) {
@@ -53,7 +53,8 @@ struct Way {
 };
 
 int sampleAt(std::size_t component, int x, int y) {
-  return component == 0 ? (x * 37 + y * 59) & 0xFF : static_cast<int>(component * 83 + x / 2 * 41 + y / 2 * 13) & 0xFF;
+  if (component == 0) return (x * 37 + y * 59) & 0xFF;
+  return (static_cast<int>(component) * 83 + x / 2 * 41 + y / 2 * 13) & 0xFF;
 }
 
 std::size_t alignUp(std::size_t a, std::size_t to) {
@@ -187,7 +188,7 @@ TEST(PictureReaderTest, MotionJPEGIsReadWithWhateverTablesAndEndItHas) {
           info.comp_info[0].v_samp_factor = v;
           info.optimize_coding = hasTablesOfItsOwn;
         });
-        bytes.resize(bytes.size() - 2);
+        bytes.erase(bytes.end() - 2, bytes.end());
         EXPECT_TRUE(isRead(bytes, width, height)) << "without its end";
         bytes.insert(bytes.end(), {0, 0, 0xFF, 0xD9, 0xFF, 0xD8, 7});
         EXPECT_TRUE(isRead(bytes, width, height)) << "with more at its end";
