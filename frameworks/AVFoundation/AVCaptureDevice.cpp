@@ -10,6 +10,8 @@
 #include <new>
 #include <thread>
 
+const CFStringRef AVCaptureDeviceErrorKey = NSString::constant("AVCaptureDeviceError");
+
 namespace {
 
 CFRef<CFDictionaryRef> extensionsOf(const hardware::VideoFormat& format) {
@@ -95,7 +97,7 @@ struct AVCaptureDevice::State {
 };
 
 AVCaptureDevice::AVCaptureDevice(const hardware::DeviceDescription& description)
-    : _state(std::make_unique<State>(description)), _stream(std::make_unique<CaptureStream>(description)) {
+    : _state(std::make_unique<State>(description)), _stream(std::make_unique<CaptureStream>(*this, description)) {
   const bool hasPictures = description.hasVideo || description.isMuxed;
   if (hasPictures) {
     for (const auto& format : description.videoFormats) {

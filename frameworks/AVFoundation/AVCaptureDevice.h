@@ -19,8 +19,14 @@ inline constexpr NSNotificationName AVCaptureDeviceWasConnectedNotification = "A
 inline constexpr NSNotificationName AVCaptureDeviceWasDisconnectedNotification =
     "AVCaptureDeviceWasDisconnectedNotification";
 
+/// Posted when a running device cannot go on for now (another program holds it, it is broken), with the device as
+/// object and an NSError under AVCaptureDeviceErrorKey, on the device's lane. The device goes on trying by itself.
+inline constexpr NSNotificationName AVCaptureDeviceRuntimeErrorNotification = "AVCaptureDeviceRuntimeErrorNotification";
+extern const CFStringRef AVCaptureDeviceErrorKey;
+
 inline constexpr const char* AVFoundationErrorDomain = "AVFoundationErrorDomain";
 enum AVError : std::int64_t {
+  AVErrorUnknown = -11800,
   AVErrorSessionNotRunning = -11803,
   AVErrorDeviceNotConnected = -11814,
   AVErrorDeviceInUseByAnotherApplication = -11815,
@@ -37,6 +43,15 @@ class AVCaptureDevice final : public NSObject {
  public:
   /// The devices plugged in now, all media, in the system's order.
   static std::vector<Ref<AVCaptureDevice>> devices();
+
+  /// What is plugged in and cannot be offered as a device; both texts are for display.
+  struct Unoffered {
+    std::string name;
+    std::string reason;
+  };
+  static std::vector<Unoffered> unofferedDevices();
+  /// Where the devices come from, for display: "PipeWire", or the rig that simulates them.
+  static std::string devicesOrigin();
 
   // devicesWithMediaType:
   static std::vector<Ref<AVCaptureDevice>> devicesWithMediaType(AVMediaType mediaType);

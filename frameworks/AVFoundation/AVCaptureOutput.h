@@ -27,7 +27,7 @@ struct AVCaptureOutputStatistics {
   std::uint64_t droppedLate = 0;        ///< the delegate was still busy with earlier ones
   std::uint64_t droppedNoBuffer = 0;    ///< every buffer of the pool was in use, or memory was short
   std::uint64_t droppedByDevice = 0;    ///< lost before it got here
-  std::uint64_t droppedConversion = 0;  ///< sound that could not be converted to what was asked for
+  std::uint64_t droppedConversion = 0;  ///< a picture that could not be decoded, sound that could not be converted
   std::uint64_t droppedStopped = 0;     ///< waiting when the session stopped from the delegate's queue, or no delegate
   std::uint64_t pending = 0;            ///< waiting for the delegate, or sound that has not filled a buffer yet
 

@@ -1,6 +1,7 @@
 #include <AVFoundation/AVCaptureVideoDataOutput.h>
 
 #include <AVFoundation/Capture/CaptureStream.h>
+#include <AVFoundation/Capture/PictureAttachments.h>
 #include <AVFoundation/Capture/SampleLine.h>
 #include <CoreVideo/CVPixelBuffer.h>
 #include <CoreVideo/CVPixelBufferPool.h>
@@ -41,8 +42,8 @@ struct AVCaptureVideoDataOutput::Implementation final : hardware::Sink {
   bool hasRoomForVideo() override;
   bool hasRoomForAudio() override { return true; }
 
-  /// Null when every buffer is out, or memory is short.
-  CFRef<CVPixelBufferRef> draw(const hardware::VideoFrame& frame);
+  /// Draws the frame into a buffer; otherwise says why it is dropped.
+  SampleFate draw(const hardware::VideoFrame& frame, CFRef<CVPixelBufferRef>& image);
   /// Makes pool and format description for frames of this size; false when that is not possible.
   bool prepareFor(std::int32_t width, std::int32_t height);
   /// When as many as may be are out, the device hears of room as one comes back.
@@ -99,10 +100,7 @@ void AVCaptureVideoDataOutput::finish() {
 void AVCaptureVideoDataOutput::Implementation::videoFrameCaptured(const hardware::VideoFrame& frame) {
   SampleFate fate = line.outlook(discardsLateFrames ? 1 : MostFramesOut);
   CFRef<CVPixelBufferRef> image;
-  if (fate == SampleFate::delivered && frame.hasImage) {
-    image = draw(frame);
-    if (!image) fate = SampleFate::noBuffer;
-  }
+  if (fate == SampleFate::delivered && frame.hasImage) fate = draw(frame, image);
   send(fate, image.get(), frame.presentationTime, frame.duration);
 }
 
@@ -125,18 +123,21 @@ bool AVCaptureVideoDataOutput::Implementation::hasRoomForVideo() {
   return !pool || takeBuffer(image) != kCVReturnWouldExceedAllocationThreshold;
 }
 
-CFRef<CVPixelBufferRef> AVCaptureVideoDataOutput::Implementation::draw(const hardware::VideoFrame& frame) {
-  if (!prepareFor(frame.width, frame.height)) return {};
-  CFRef<CVPixelBufferRef> image;
-  if (takeBuffer(image) != kCVReturnSuccess) return {};
-  CVPixelBufferRef buffer = image.get();
+SampleFate AVCaptureVideoDataOutput::Implementation::draw(const hardware::VideoFrame& frame,
+                                                          CFRef<CVPixelBufferRef>& image) {
+  CFRef<CVPixelBufferRef> taken;
+  if (!prepareFor(frame.width, frame.height) || takeBuffer(taken) != kCVReturnSuccess) return SampleFate::noBuffer;
+  CVPixelBufferRef buffer = taken.get();
   if (CFDictionaryRef ratio = connection->stream().pixelAspectRatio()) {
     CVBufferSetAttachment(buffer, kCVImageBufferPixelAspectRatioKey, ratio, kCVAttachmentMode_ShouldPropagate);
   }
+  if (frame.color) attachColor(buffer, *frame.color);
   CVPixelBufferLockBaseAddress(buffer, 0);
   const bool isDrawn = frame.drawInto(buffer);
   CVPixelBufferUnlockBaseAddress(buffer, 0);
-  return isDrawn ? std::move(image) : CFRef<CVPixelBufferRef>();
+  if (!isDrawn) return SampleFate::notConverted;
+  image = std::move(taken);
+  return SampleFate::delivered;
 }
 
 bool AVCaptureVideoDataOutput::Implementation::prepareFor(std::int32_t width, std::int32_t height) try {

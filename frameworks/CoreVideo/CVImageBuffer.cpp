@@ -11,6 +11,21 @@ const CFStringRef kCVImageBufferPixelAspectRatioVerticalSpacingKey = NSString::c
 const CFStringRef kCVImageBufferDisplayDimensionsKey = NSString::constant("CVDisplayDimensions");
 const CFStringRef kCVImageBufferDisplayWidthKey = NSString::constant("Width");
 const CFStringRef kCVImageBufferDisplayHeightKey = NSString::constant("Height");
+const CFStringRef kCVImageBufferYCbCrMatrixKey = NSString::constant("CVImageBufferYCbCrMatrix");
+const CFStringRef kCVImageBufferYCbCrMatrix_ITU_R_709_2 = NSString::constant("ITU_R_709_2");
+const CFStringRef kCVImageBufferYCbCrMatrix_ITU_R_601_4 = NSString::constant("ITU_R_601_4");
+const CFStringRef kCVImageBufferYCbCrMatrix_SMPTE_240M_1995 = NSString::constant("SMPTE_240M_1995");
+const CFStringRef kCVImageBufferYCbCrMatrix_ITU_R_2020 = NSString::constant("ITU_R_2020");
+const CFStringRef kCVImageBufferColorPrimariesKey = NSString::constant("CVImageBufferColorPrimaries");
+const CFStringRef kCVImageBufferColorPrimaries_ITU_R_709_2 = NSString::constant("ITU_R_709_2");
+const CFStringRef kCVImageBufferColorPrimaries_EBU_3213 = NSString::constant("EBU_3213");
+const CFStringRef kCVImageBufferColorPrimaries_SMPTE_C = NSString::constant("SMPTE_C");
+const CFStringRef kCVImageBufferColorPrimaries_ITU_R_2020 = NSString::constant("ITU_R_2020");
+const CFStringRef kCVImageBufferTransferFunctionKey = NSString::constant("CVImageBufferTransferFunction");
+const CFStringRef kCVImageBufferTransferFunction_ITU_R_709_2 = NSString::constant("ITU_R_709_2");
+const CFStringRef kCVImageBufferTransferFunction_SMPTE_240M_1995 = NSString::constant("SMPTE_240M_1995");
+const CFStringRef kCVImageBufferTransferFunction_sRGB = NSString::constant("IEC_sRGB");
+const CFStringRef kCVImageBufferTransferFunction_ITU_R_2020 = NSString::constant("ITU_R_2020");
 
 const OpaqueCVBuffer::Attachment* OpaqueCVBuffer::attachmentByText(CFStringRef key) const noexcept {
   for (const Attachment& entry : _attachments) {

@@ -33,6 +33,28 @@ extern const CFStringRef kCVImageBufferDisplayDimensionsKey;
 extern const CFStringRef kCVImageBufferDisplayWidthKey;
 extern const CFStringRef kCVImageBufferDisplayHeightKey;
 
+// Attachments: how the numbers of a picture stand for colours, strings. A pixel format says itself which range of
+// numbers it has: 'yuvs' has the video range, 16 to 235 for black to white.
+
+/// How red, green and blue were turned into luma and colour differences.
+extern const CFStringRef kCVImageBufferYCbCrMatrixKey;
+extern const CFStringRef kCVImageBufferYCbCrMatrix_ITU_R_709_2;
+extern const CFStringRef kCVImageBufferYCbCrMatrix_ITU_R_601_4;
+extern const CFStringRef kCVImageBufferYCbCrMatrix_SMPTE_240M_1995;
+extern const CFStringRef kCVImageBufferYCbCrMatrix_ITU_R_2020;
+/// Which red, green and blue those are.
+extern const CFStringRef kCVImageBufferColorPrimariesKey;
+extern const CFStringRef kCVImageBufferColorPrimaries_ITU_R_709_2;
+extern const CFStringRef kCVImageBufferColorPrimaries_EBU_3213;
+extern const CFStringRef kCVImageBufferColorPrimaries_SMPTE_C;
+extern const CFStringRef kCVImageBufferColorPrimaries_ITU_R_2020;
+/// How light became numbers.
+extern const CFStringRef kCVImageBufferTransferFunctionKey;
+extern const CFStringRef kCVImageBufferTransferFunction_ITU_R_709_2;
+extern const CFStringRef kCVImageBufferTransferFunction_SMPTE_240M_1995;
+extern const CFStringRef kCVImageBufferTransferFunction_sRGB;
+extern const CFStringRef kCVImageBufferTransferFunction_ITU_R_2020;
+
 /// Null is allowed and returned. Any thread.
 CVBufferRef CVBufferRetain(CVBufferRef buffer);
 /// Null is allowed. Any thread.

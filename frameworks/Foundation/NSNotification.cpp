@@ -64,11 +64,12 @@ void NSNotificationCenter::removeObserver(NSObject* token) noexcept {
   }
 }
 
-void NSNotificationCenter::postNotificationName(NSNotificationName name, NSObject* object) noexcept {
+void NSNotificationCenter::postNotificationName(NSNotificationName name, NSObject* object,
+                                                Ref<NSDictionary> userInfo) noexcept {
   try {
     const std::vector<Ref<Observer>> observers = observersFor(name, object);
     if (observers.empty()) return;
-    const auto notification = makeRef<NSNotification>(name, object);
+    const auto notification = makeRef<NSNotification>(name, object, std::move(userInfo));
     for (const Ref<Observer>& observer : observers) deliver(observer, notification);
   } catch (const std::bad_alloc&) {
     NSLog("No memory to post %.*s", static_cast<int>(name.size()), name.data());

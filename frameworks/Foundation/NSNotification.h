@@ -2,6 +2,7 @@
 
 // Notifications between the frameworks and their users.
 
+#include <Foundation/NSDictionary.h>
 #include <Foundation/NSOperation.h>
 #include <runtime/NSObject.h>
 
@@ -15,15 +16,19 @@ using NSNotificationName = std::string_view;
 
 class NSNotification final : public NSObject {
  public:
-  NSNotification(NSNotificationName name, NSObject* object) : _name(name), _object(Ref<NSObject>::retain(object)) {}
+  NSNotification(NSNotificationName name, NSObject* object, Ref<NSDictionary> userInfo)
+      : _name(name), _object(Ref<NSObject>::retain(object)), _userInfo(std::move(userInfo)) {}
 
   const std::string& name() const noexcept { return _name; }
   /// What the notification is about, or null.
   NSObject* object() const noexcept { return _object.get(); }
+  /// Details, or null.
+  const NSDictionary* userInfo() const noexcept { return _userInfo.get(); }
 
  private:
   std::string _name;
   Ref<NSObject> _object;
+  Ref<NSDictionary> _userInfo;
 };
 
 /// Any thread may post, add and remove, also from inside an observer's block.
@@ -51,11 +56,11 @@ class NSNotificationCenter {
   /// thread, so the caller must hold nothing that the block waits for. Needs no memory.
   void removeObserver(NSObject* token) noexcept;
 
-  // postNotificationName:object:
+  // postNotificationName:object: postNotificationName:object:userInfo:
   /// Runs or queues the block of every matching observer, in the order of their registration. Observers
   /// that join during a post are not reached by it; those removed before their turn are left out. When memory runs out,
   /// those whose turn has not come are not reached, which is reported on standard error.
-  void postNotificationName(NSNotificationName name, NSObject* object) noexcept;
+  void postNotificationName(NSNotificationName name, NSObject* object, Ref<NSDictionary> userInfo = {}) noexcept;
 
   NSNotificationCenter(const NSNotificationCenter&) = delete;
   NSNotificationCenter& operator=(const NSNotificationCenter&) = delete;

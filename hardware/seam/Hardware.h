@@ -70,7 +70,8 @@ struct DeviceDescription {
   std::optional<PixelAspectRatio> pixelAspectRatio;
 };
 
-/// How the numbers of a picture stand for colours, in the terms of CoreVideo's attachments. What nobody states is absent.
+/// How the numbers of a picture stand for colours, in the terms of CoreVideo's attachments. What nobody states is
+/// absent.
 struct VideoColor {
   enum class Matrix { ITU_R_601_4, ITU_R_709_2, SMPTE_240M_1995, ITU_R_2020 };
   enum class Primaries { ITU_R_709_2, EBU_3213, SMPTE_C, ITU_R_2020 };
@@ -123,7 +124,7 @@ class Sink {
 
   /// Capture cannot go on for now: another program holds the device, or it is broken. The reason is for display. The
   /// device goes on trying by itself; the next sample says that it is over.
-  virtual void deviceFailed(std::string_view) {}
+  virtual void deviceFailed(std::string_view reason) { static_cast<void>(reason); }
 
   /// Whether the next sample could be taken without dropping one. Devices that are paced by their consumer ask
   /// before each sample and, after a no, wait for Device::sinkHasRoom.

@@ -77,9 +77,12 @@ class Device final : public hardware::Device {
     struct Frame final : hardware::VideoFrame {
       bool drawInto(CVPixelBufferRef buffer) const override {
         std::memset(CVPixelBufferGetBaseAddress(buffer), 0, CVPixelBufferGetDataSize(buffer));
-        return true;
+        return isReadable;
       }
+      bool isReadable = true;
     } frame;
+    frame.isReadable = picturesAreReadable;
+    frame.color = color;
     const auto& format = described.videoFormats[selectedVideoFormat];
     frame.presentationTime = time;
     frame.duration = selectedFrameDuration;
@@ -87,6 +90,11 @@ class Device final : public hardware::Device {
     frame.height = format.height;
     std::lock_guard lock(_lock);
     if (_sink) _sink->videoFrameCaptured(frame);
+  }
+
+  void fail(std::string_view reason) {
+    std::lock_guard lock(_lock);
+    if (_sink) _sink->deviceFailed(reason);
   }
 
   void loseFrame(CMTime time) {
@@ -110,6 +118,8 @@ class Device final : public hardware::Device {
   std::atomic<std::size_t> selectedVideoFormat{0};
   std::atomic<std::size_t> selectedAudioFormat{0};
   CMTime selectedFrameDuration = kCMTimeInvalid;
+  bool picturesAreReadable = true;  ///< else they are taken, but cannot be decoded
+  std::optional<hardware::VideoColor> color;
   std::function<void()> whileSelecting;
   std::function<void()> whileStarting;
   std::function<void()> whileStopping;  ///< what it still captures before it stands still

@@ -11,6 +11,7 @@
 
 #include "AVCaptureDevice+VDIGCategory.h"
 #include "AVDeviceManager.h"
+#include "AVGuard.h"
 #include "AVLog.h"
 
 namespace AV {
@@ -99,6 +100,7 @@ Device::~Device() {
 }
 
 void Device::build(AVCaptureDevice& device) {
+  observeFailures();
   const auto type = classify(device);
   if (!type) {
     zTrace::Default().TraceNote("AV::Device::Device() Device %s doesn't contain and supported Media\n",
@@ -114,8 +116,22 @@ void Device::build(AVCaptureDevice& device) {
   _pLock = zCritical::Factory(1);
 }
 
+/// Of a camera or microphone that cannot go on while it runs.
+void Device::observeFailures() {
+  const auto note = [this](NSNotification& notification) {
+    const auto isOwn = [&](const auto& device) { return device && device.get() == notification.object(); };
+    if (!isOwn(videoDevice()) && !isOwn(audioDevice())) return;
+    const auto* error = dynamic_cast<NSError*>(notification.userInfo()->objectForKey(AVCaptureDeviceErrorKey));
+    guarded([&] { noteFailure("Running", error->localizedDescription().c_str()); });
+  };
+  _pFailureObserver = NSNotificationCenter::defaultCenter().addObserverForName(AVCaptureDeviceRuntimeErrorNotification,
+                                                                               nullptr, nullptr, note);
+}
+
 void Device::dismantle() noexcept {
   stopDevice();
+  NSNotificationCenter::defaultCenter().removeObserver(_pFailureObserver.get());
+  _pFailureObserver = {};
   _pSession = {};
   _pVideoDevice = {};
   _pAudioDevice = {};
@@ -296,7 +312,7 @@ void Device::startDevice() {
   if (_videoFormatSelected) return;
   Ref<NSError> error;
   _SetSupportedVideoFormat(getBestSupportedVideoFormatIndex(), &error);
-  if (error) noteStartFailure(error->localizedDescription().c_str());
+  if (error) noteFailure("Starting", error->localizedDescription().c_str());
 }
 
 void Device::stopDevice() {
@@ -421,8 +437,8 @@ void Device::setError(Ref<NSError> error) {
   std::swap(_pError, error);
 }
 
-void Device::noteStartFailure(const char* reason) {
-  AV_LOG(LevelOther, "Error Starting Source %s: %s\n", _name.c_str(), reason);
+void Device::noteFailure(const char* what, const char* reason) {
+  AV_LOG(LevelOther, "Error %s Source %s: %s\n", what, _name.c_str(), reason);
   setError(NSError::errorWithDomain(AVFoundationErrorDomain, AVErrorSessionNotRunning, reason));
 }
 

@@ -80,8 +80,8 @@ class Device : public std::enable_shared_from_this<Device> {
 
   /// Hands out the last error once: false, and `text` as it was, when there is none.
   bool getErrorString(std::string& text);
-  /// Logs why the source could not be started, and keeps it for getErrorString.
-  void noteStartFailure(const char* reason);
+  /// Logs what failed in "Starting" or "Running" the source, and keeps it for getErrorString.
+  void noteFailure(const char* what, const char* reason);
 
   const std::string& getDeviceName() const { return _name; }
   /// Unique IDs of the capture devices; empty for a side that is absent. Equal for a muxed device.
@@ -163,6 +163,7 @@ class Device : public std::enable_shared_from_this<Device> {
 
   void build(AVCaptureDevice& device);
   void dismantle() noexcept;
+  void observeFailures();
   std::string _GenerateName(const std::string& baseName, eMediaType type) const;
   Ref<NSError> _CreateVideoDevice(const Ref<AVCaptureDevice>& device);
   Ref<NSError> _CreateAudioDevice(Ref<AVCaptureDevice> device);
@@ -202,6 +203,7 @@ class Device : public std::enable_shared_from_this<Device> {
   Ref<AVCaptureDeviceInput> _pAudioInput;
   Ref<VCaptureDelegate> _pVideoDelegate;
   Ref<ACaptureDelegate> _pAudioDelegate;
+  Ref<NSObject> _pFailureObserver;
   CFRef<dispatch_queue_t> _audioQueue;
   CFRef<dispatch_queue_t> _videoQueue;
   std::atomic<bool> _isHDV{false};

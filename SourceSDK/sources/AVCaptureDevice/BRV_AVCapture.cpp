@@ -41,10 +41,10 @@ void startNotingFailures(AV::Device& source, Work&& work) {
   try {
     work();
   } catch (const std::bad_alloc&) {
-    source.noteStartFailure("Out of memory.");
+    source.noteFailure("Starting", "Out of memory.");
     throw;
   } catch (const std::exception& failure) {
-    source.noteStartFailure(failure.what());
+    source.noteFailure("Starting", failure.what());
     throw;
   }
 }

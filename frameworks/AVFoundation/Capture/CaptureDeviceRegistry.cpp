@@ -12,6 +12,18 @@ std::vector<Ref<AVCaptureDevice>> AVCaptureDevice::devices() {
   return CaptureDeviceRegistry::shared().devices();
 }
 
+std::vector<AVCaptureDevice::Unoffered> AVCaptureDevice::unofferedDevices() {
+  std::vector<Unoffered> unoffered;
+  for (auto& [name, reason] : CaptureDeviceRegistry::shared().provider()->unofferedDevices()) {
+    unoffered.push_back({std::move(name), std::move(reason)});
+  }
+  return unoffered;
+}
+
+std::string AVCaptureDevice::devicesOrigin() {
+  return CaptureDeviceRegistry::shared().provider()->origin();
+}
+
 std::vector<Ref<AVCaptureDevice>> AVCaptureDevice::devicesWithMediaType(AVMediaType mediaType) {
   auto found = devices();
   std::erase_if(found, [&](const Ref<AVCaptureDevice>& device) { return !device->hasMediaType(mediaType); });

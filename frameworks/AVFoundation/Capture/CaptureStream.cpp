@@ -1,10 +1,12 @@
 #include <AVFoundation/Capture/CaptureStream.h>
 
+#include <AVFoundation/AVCaptureDevice.h>
 #include <AVFoundation/Capture/SampleLedger.h>
 #include <Foundation/NSDictionary.h>
 #include <Foundation/NSValue.h>
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 namespace {
@@ -22,8 +24,8 @@ CFRef<CFDictionaryRef> makePixelAspectRatio(const hardware::DeviceDescription& d
 
 }  // namespace
 
-CaptureStream::CaptureStream(const hardware::DeviceDescription& description)
-    : _pixelAspectRatio(makePixelAspectRatio(description)) {}
+CaptureStream::CaptureStream(AVCaptureDevice& device, const hardware::DeviceDescription& description)
+    : _device(device), _pixelAspectRatio(makePixelAspectRatio(description)) {}
 
 void CaptureStream::setHardware(const std::shared_ptr<hardware::Device>& device) {
   std::lock_guard control(_control);
@@ -94,6 +96,16 @@ void CaptureStream::videoFrameLost(CMTime presentationTime, CMTime duration) noe
 
 void CaptureStream::audioChunkCaptured(const hardware::AudioChunk& chunk) noexcept {
   handOut(AVMediaTypeAudio, [&](hardware::Sink& sink) { sink.audioChunkCaptured(chunk); });
+}
+
+void CaptureStream::deviceFailed(std::string_view reason) noexcept try {
+  auto error = NSError::errorWithDomain(AVFoundationErrorDomain, AVErrorUnknown, std::string(reason));
+  auto userInfo =
+      makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{{AVCaptureDeviceErrorKey, std::move(error)}});
+  NSNotificationCenter::defaultCenter().postNotificationName(AVCaptureDeviceRuntimeErrorNotification, &_device,
+                                                             std::move(userInfo));
+} catch (const std::bad_alloc&) {
+  // It is told next time.
 }
 
 template <typename Ask>

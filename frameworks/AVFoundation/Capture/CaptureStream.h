@@ -13,9 +13,12 @@
 #include <mutex>
 #include <vector>
 
+class AVCaptureDevice;
+
 class CaptureStream final : public hardware::Sink {
  public:
-  explicit CaptureStream(const hardware::DeviceDescription& description);
+  /// `device` owns the stream.
+  CaptureStream(AVCaptureDevice& device, const hardware::DeviceDescription& description);
 
   /// Puts the hardware behind the stream, or with null takes it away; it runs while somebody has started the stream.
   void setHardware(const std::shared_ptr<hardware::Device>& device);
@@ -41,6 +44,7 @@ class CaptureStream final : public hardware::Sink {
   void videoFrameCaptured(const hardware::VideoFrame& frame) noexcept override;
   void videoFrameLost(CMTime presentationTime, CMTime duration) noexcept override;
   void audioChunkCaptured(const hardware::AudioChunk& chunk) noexcept override;
+  void deviceFailed(std::string_view reason) noexcept override;
   bool hasRoomForVideo() override;
   bool hasRoomForAudio() override;
 
@@ -55,6 +59,7 @@ class CaptureStream final : public hardware::Sink {
   template <typename Ask>
   bool hasRoom(AVMediaType mediaType, Ask ask);
 
+  AVCaptureDevice& _device;
   const CFRef<CFDictionaryRef> _pixelAspectRatio;
 
   /// Held while the hardware is started or stopped: orders those against each other. Never taken on the lane.

@@ -88,6 +88,27 @@ TEST_F(VideoOutputTest, AStuckDelegateCostsNoMemoryEveryDropIsReportedInOrderAnd
   EXPECT_EQ(camera->roomReports, 1) << "a device that waits for room hears of it";
 }
 
+TEST_F(VideoOutputTest, PicturesCarryTheirColourAndThoseThatCannotBeDecodedAreDropped) {
+  using Color = hardware::VideoColor;
+  const void* matrix = nullptr;
+  const void* primaries = "not looked at";
+  delegate.whileDelivering = [&](CVImageBufferRef image) {
+    matrix = CVBufferGetAttachment(image, kCVImageBufferYCbCrMatrixKey, nullptr);
+    primaries = CVBufferGetAttachment(image, kCVImageBufferColorPrimariesKey, nullptr);
+  };
+  camera->color.emplace().matrix = Color::Matrix::ITU_R_601_4;
+  capture(1);
+  drain();
+  EXPECT_EQ(matrix, kCVImageBufferYCbCrMatrix_ITU_R_601_4);
+  EXPECT_EQ(primaries, nullptr);
+
+  camera->picturesAreReadable = false;
+  capture(2);
+  drain();
+  EXPECT_THAT(delegate.events, ElementsAre(1, -2));
+  EXPECT_EQ(output->statistics().droppedConversion, 1U);
+}
+
 TEST_F(VideoOutputTest, StoppedFromTheDelegateWaitingFramesAreDropped) {
   delegate.whileDelivering = [&](CVImageBufferRef) {
     capture(2);

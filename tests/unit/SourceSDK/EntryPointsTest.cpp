@@ -47,7 +47,7 @@ class EntryPointsTest : public FrameworkTest {
   LogCapture log;
 };
 
-TEST_F(EntryPointsTest, AStartThatFailsIsLoggedAndHasAMessage) {
+TEST_F(EntryPointsTest, WhatKeepsASourceFromDeliveringIsLoggedAndHasAMessage) {
   camera->whileStarting = [] { throw std::system_error(EAGAIN, std::generic_category(), "No thread"); };
   registerVideo();
   const std::string reason = errorMessage(0);
@@ -63,9 +63,13 @@ TEST_F(EntryPointsTest, AStartThatFailsIsLoggedAndHasAMessage) {
   EXPECT_TRUE(camera->isRunning());
   EXPECT_EQ(errorMessage(0), "Busy elsewhere.");
 
+  camera->fail("Someone pulled the cable.");
+  EXPECT_EQ(errorMessage(0), "Someone pulled the cable.");
+
   EXPECT_THAT(log.lines(), ElementsAre("4 Error Starting Source Cam Video: " + reason + "\n",
                                        "4 Error Starting Source Cam Video: Out of memory.\n",
-                                       "4 Error Starting Source Cam Video: Busy elsewhere.\n"));
+                                       "4 Error Starting Source Cam Video: Busy elsewhere.\n",
+                                       "4 Error Running Source Cam Video: Someone pulled the cable.\n"));
 }
 
 TEST_F(EntryPointsTest, ACopyOfTheOptionsOfASourceThatHasGoneIsEmpty) {
