@@ -64,17 +64,22 @@ void AVCaptureSession::removeInput(AVCaptureDeviceInput* input) {
   finishOutputs();
 }
 
+/// It stays in the list until nothing of it is delivered any more: who stops the session meanwhile waits for that as
+/// well.
 void AVCaptureSession::removeOutput(AVCaptureOutput* output) {
   const auto kept = Ref<AVCaptureOutput>::retain(output);
+  const auto find = [&] { return std::ranges::find(_outputs, output, &Ref<AVCaptureOutput>::get); };
   {
     std::lock_guard lock(_lock);
-    const auto entry = std::ranges::find(_outputs, output, &Ref<AVCaptureOutput>::get);
-    if (!output || entry == _outputs.end()) return;
+    if (!output || find() == _outputs.end()) return;
     disconnect([output](const auto& connection) { return &connection->output() == output; });
-    _outputs.erase(entry);
-    output->_isInSession = false;
   }
   output->finish();
+  std::lock_guard lock(_lock);
+  const auto entry = find();
+  if (entry == _outputs.end() || isConnected(*output)) return;  // another thread has removed it, and added it again
+  _outputs.erase(entry);
+  output->_isInSession = false;
 }
 
 void AVCaptureSession::startRunning() {
@@ -138,7 +143,7 @@ void AVCaptureSession::disconnect(Predicate isMeant) noexcept {
   _connections.erase(first, _connections.end());
 }
 
-/// Backwards: an output that is removed meanwhile, which is finished by its removal, hides none of the others.
+/// Backwards: an output that is removed meanwhile hides none of the others.
 void AVCaptureSession::finishOutputs() noexcept {
   for (std::size_t left = std::numeric_limits<std::size_t>::max(); left > 0;) {
     Ref<AVCaptureOutput> output;

@@ -148,13 +148,15 @@ TEST_F(VideoOutputTest, ADelegateThatIsTakenAwayHasReturnedAndWhatWaitedForItIsD
   EXPECT_THAT(delegate.events, ElementsAre(1));
 }
 
-TEST_F(VideoOutputTest, AStopWaitsForADelegateThatTookItselfAway) {
+TEST_F(VideoOutputTest, AStopWaitsForADelegateThatTookItselfAwayAndForAnOutputThatIsBeingRemoved) {
   delegate.whileDelivering = [this](CVImageBufferRef) {
     output->setSampleBufferDelegate(nullptr, nullptr);
     gate.pass();
   };
   capture(1);
   gate.waitUntilEntered();
+  const std::jthread removing([&] { session->removeOutput(output.get()); });
+  while (camera->isRunning()) std::this_thread::yield();
   const std::jthread releasing([&] { gate.open(); });
 
   session->stopRunning();
