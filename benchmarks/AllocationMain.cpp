@@ -72,7 +72,7 @@ bool count(const Source& source) {
       std::make_shared<hardware::simulated::Provider>(std::get<hardware::simulated::Rig>(std::move(rig))));
   const std::unique_ptr<AV::DeviceManager> manager(AV::DeviceManager::instance());
   manager->detectDeviceConnect();
-  AV::Device* const device = manager->getDeviceWithIndex(0);
+  const auto device = manager->getDeviceWithIndex(0);
   if (!device) return false;
 
   Witness witness;

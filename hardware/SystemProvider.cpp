@@ -39,12 +39,12 @@ class UnknownMachine final : public Provider {
   FireWireBus fireWireBus() override { return {0, std::vector<FireWireUnit>()}; }
 };
 
-std::shared_ptr<Provider> simulatedProvider(std::variant<simulated::Rig, simulated::RigError> rig) {
+std::shared_ptr<Provider> simulatedProvider(std::variant<simulated::Rig, simulated::RigError> rig, std::string origin) {
   if (const auto* error = std::get_if<simulated::RigError>(&rig)) {
     std::fprintf(stderr, "%s\n", error->message().c_str());
     return std::make_shared<UnknownMachine>();
   }
-  return std::make_shared<simulated::Provider>(std::get<simulated::Rig>(std::move(rig)));
+  return std::make_shared<simulated::Provider>(std::get<simulated::Rig>(std::move(rig)), std::move(origin));
 }
 
 /// The library that knows PipeWire lies beside this one. Whoever captures nothing real does without it, and without
@@ -73,8 +73,9 @@ std::shared_ptr<Provider> environmentProvider() {
   const char* variable = secure_getenv("CAPTURE_RIG");
   const std::string_view rig = variable ? variable : "";
   if (rig.empty()) return pipeWireProvider();
-  if (rig == "demo") return simulatedProvider(simulated::parseRig(simulated::demoRigText(), "demo rig"));
-  return simulatedProvider(simulated::loadRig(std::string(rig)));
+  if (rig == "demo")
+    return simulatedProvider(simulated::parseRig(simulated::demoRigText(), "demo rig"), "the demonstration");
+  return simulatedProvider(simulated::loadRig(std::string(rig)), "rig " + std::string(rig));
 }
 
 }  // namespace

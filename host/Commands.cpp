@@ -77,8 +77,11 @@ void useRig(const std::string& path) {
   ::setenv("CAPTURE_RIG", path.c_str(), 1);
 }
 
-/// A machine with nothing plugged in is all right; one of which nobody knows is not.
-void requireKnownMachine() {
+/// A machine with nothing plugged in is all right, and so is one whose media server has not started; a rig that cannot
+/// be read is not.
+void requireReadableRig() {
+  const char* const rig = std::getenv("CAPTURE_RIG");
+  if (!rig || !*rig) return;
   const CMIOObjectPropertyAddress devices{kCMIOHardwarePropertyDevices, kCMIOObjectPropertyScopeGlobal,
                                           kCMIOObjectPropertyElementMaster};
   CMIOObjectID first = 0;
@@ -92,11 +95,13 @@ void requireKnownMachine() {
 
 void listSources(Session& session, const Options& options, std::ostream& out) {
   const std::vector<Source> sources = session.sources();
-  out << session.groupName() << ": " << sources.size() << (sources.size() == 1 ? " source\n" : " sources\n");
+  out << session.groupName() << ": " << sources.size() << (sources.size() == 1 ? " source" : " sources") << " from "
+      << session.provider() << "\n";
   for (std::size_t i = 0; i < sources.size(); ++i) {
     listSource(session, sources[i], i, options.probe, out);
     if (Interrupt::requested()) throw Failure("interrupted");
   }
+  for (const auto& [name, reason] : session.unofferedDevices()) out << "-  " << name << "  (" << reason << ")\n";
 }
 
 void takeSnapshot(Session& session, const Options& options, std::ostream& out) {
@@ -156,7 +161,7 @@ int run(const Options& options, std::ostream& out, Console& console) {
   }
 
   useRig(options.rig);
-  requireKnownMachine();
+  requireReadableRig();
   const Interrupt interrupt;
   Module module(Module::locate(options.module, std::getenv("BRV_MODULE")));
   Session session(module, options.quiet ? nullptr : &console, options.language);

@@ -1,6 +1,8 @@
 #include "Session.h"
 
 #include <CoreFoundation/CFRunLoop.h>
+#include <lumora/zRecord.h>
+#include <lumora/zXML.h>
 
 #include <algorithm>
 #include <cstdarg>
@@ -153,6 +155,25 @@ FrameTiming Session::timing(const std::string& identifier) const {
   timing.ticksPerSecond = _module->getTimescaleTicksPerSec(nullptr, identifier.c_str());
   _module->getProperty(&timing.frameDuration, storeInteger, "frame_duration", &Required, identifier.c_str());
   return timing;
+}
+
+std::string Session::provider() const {
+  std::string provider;
+  _module->getProperty(&provider, storeString, "provider", &Required, _groupName.c_str());
+  return provider;
+}
+
+std::vector<Session::UnofferedDevice> Session::unofferedDevices() const {
+  std::string text;
+  _module->getProperty(&text, storeString, "unoffered_devices", &Required, _groupName.c_str());
+  zRecord record;
+  std::vector<UnofferedDevice> devices;
+  if (zXML::ParseBuffer(zXML::Mode, &record, text.c_str(), -1) != zXML::Success) return devices;
+  for (unsigned i = 0; i < record.ChildCount(); ++i) {
+    const zRecord& device = *record.Child(i);
+    devices.push_back({device.AsCString("name", "", nullptr), device.AsCString("reason", "", nullptr)});
+  }
+  return devices;
 }
 
 std::string Session::parameterOptions(const Source& source, const char* parameter) const {

@@ -71,6 +71,15 @@ class Session {
   /// in the very words of the last one that the module told, of whichever source, cannot be told from none.
   std::string takeError(const Source& source) const;
 
+  /// Where the devices come from, for display.
+  std::string provider() const;
+  /// What is plugged in and has no source.
+  struct UnofferedDevice {
+    std::string name;
+    std::string reason;
+  };
+  std::vector<UnofferedDevice> unofferedDevices() const;
+
   /// Registers the callbacks of what the source provides, with `context` behind them, stops the source, and calls
   /// `ready`. Then starts it for good, in the format that the first start chose: every sample from its first on comes
   /// after `ready`.

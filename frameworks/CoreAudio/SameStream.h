@@ -2,12 +2,9 @@
 
 #include <CoreAudio/CoreAudioTypes.h>
 
-#include <array>
-#include <bit>
-#include <cstddef>
+#include <cstring>
 
 /// Whether two descriptions are the same bit for bit, reserved fields and sample rates included.
 inline bool isSameStream(const AudioStreamBasicDescription& a, const AudioStreamBasicDescription& b) noexcept {
-  using Bytes = std::array<std::byte, sizeof(AudioStreamBasicDescription)>;
-  return std::bit_cast<Bytes>(a) == std::bit_cast<Bytes>(b);
+  return std::memcmp(&a, &b, sizeof a) == 0;  // NOLINT(bugprone-suspicious-memory-comparison): there is no padding
 }

@@ -207,7 +207,7 @@ class Provider {
   virtual FireWireBus fireWireBus() = 0;
 
   /// Where its devices come from, for display: "PipeWire", "the demonstration", "rig FILE".
-  virtual std::string origin() { return {}; }
+  virtual std::string origin() { return "nowhere"; }
 
   /// What is plugged in and cannot be offered.
   virtual std::vector<UnofferedDevice> unofferedDevices() { return {}; }

@@ -14,7 +14,8 @@ using runtime::Nanoseconds;
 using runtime::NanosecondsPerSecond;
 using runtime::Never;
 
-Provider::Provider(Rig rig) : _rig(std::move(rig)), _epoch(runtime::Scheduler::current().now()) {
+Provider::Provider(Rig rig, std::string origin)
+    : _rig(std::move(rig)), _origin(std::move(origin)), _epoch(runtime::Scheduler::current().now()) {
   for (RigDevice& device : _rig.devices) {
     adoptMediaFormats(device);  // where it cannot, opening the device fails with the reason
     if (device.isPluggedAtFirst) add(std::make_shared<SimulatedDevice>(device, _epoch));

@@ -23,12 +23,14 @@ namespace hardware::simulated {
 class Provider final : public hardware::Provider, private runtime::LaneClient {
  public:
   /// A device that plays a clip and has no formats takes the clip's.
-  explicit Provider(Rig rig);
+  /// `origin` is where the rig comes from, for display.
+  explicit Provider(Rig rig, std::string origin = "a rig");
   ~Provider() override;
 
   std::vector<std::shared_ptr<Device>> devices() override;
   void setEventHandler(EventHandler handler) override;
   FireWireBus fireWireBus() override;
+  std::string origin() override { return _origin; }
 
   /// Plugs a device of the rig in: it appears after the others, as a new Device, and the handler has been called when
   /// this returns. False when it is plugged in already or no device of the rig.
@@ -42,7 +44,6 @@ class Provider final : public hardware::Provider, private runtime::LaneClient {
   std::shared_ptr<SimulatedDevice> device(std::string_view uniqueID);
 
  private:
-
   runtime::Nanoseconds nextItemTime() override;
   void runNextItem() override;
 
@@ -51,6 +52,7 @@ class Provider final : public hardware::Provider, private runtime::LaneClient {
   void notify(DeviceEvent event, const std::shared_ptr<Device>& device);
 
   Rig _rig;  // unchanged after construction
+  const std::string _origin;
   const runtime::Nanoseconds _epoch;
 
   std::mutex _mutex;  // guards the two below; never held while someone else is called

@@ -65,6 +65,10 @@ bool DeviceManager::_AllowDevice(const std::string& name) const {
 
 void DeviceManager::detectDeviceConnect() {
   std::lock_guard pass(_passLock);
+  {
+    std::lock_guard lock(_tableLock);
+    unofferedReasons.clear();
+  }
   detectVideoDevices();
   detectAudioDevices();
 }
@@ -86,8 +90,10 @@ void DeviceManager::detectAudioDevices() {
 }
 
 /// Whether a device may become, or join, a source in this pass.
-bool DeviceManager::isNew(const AVCaptureDevice& device) const {
-  return _AllowDevice(device.localizedName()) && !_getDeviceFromTotalDevice(device.uniqueID());
+bool DeviceManager::isNew(const AVCaptureDevice& device) {
+  if (_AllowDevice(device.localizedName())) return !_getDeviceFromTotalDevice(device.uniqueID());
+  noteUnoffered(device, "Devices of this name have a plug-in of their own.");
+  return false;
 }
 
 /// True when no source is to be made for this video device: it joined the source of its linked audio device or could
@@ -151,14 +157,21 @@ void DeviceManager::addSource(const std::shared_ptr<Device>& source) {
 
 void DeviceManager::noteVideoFailure(const AVCaptureDevice& device, const std::string& reason) {
   AV_LOG(LevelOther, "Error Loading Video Source %s: %s\n", device.localizedName().c_str(), reason.c_str());
+  noteUnoffered(device, reason);
   std::lock_guard lock(_tableLock);
   lastErrorMessage = reason;
 }
 
 void DeviceManager::noteAudioFailure(const AVCaptureDevice& device, const std::string& reason) {
   AV_LOG(LevelOther, "Error Loading Audio Source %s: %s\n", device.localizedName().c_str(), reason.c_str());
+  noteUnoffered(device, reason);
   std::lock_guard lock(_tableLock);
   lastErrorMessage = reason;
+}
+
+void DeviceManager::noteUnoffered(const AVCaptureDevice& device, const std::string& reason) {
+  std::lock_guard lock(_tableLock);
+  unofferedReasons[device.uniqueID()] = reason;
 }
 
 /// A FireWire device's unique ID is its GUID in hexadecimal after one other character.

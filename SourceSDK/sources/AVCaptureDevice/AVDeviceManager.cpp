@@ -139,6 +139,16 @@ std::string DeviceManager::getLastErrorMessage() const {
   return lastErrorMessage;
 }
 
+std::vector<AVCaptureDevice::Unoffered> DeviceManager::unofferedDevices() const {
+  auto unoffered = AVCaptureDevice::unofferedDevices();
+  for (const auto& device : AVCaptureDevice::devices()) {
+    std::lock_guard lock(_tableLock);
+    const auto reason = unofferedReasons.find(device->uniqueID());
+    if (reason != unofferedReasons.end()) unoffered.push_back({device->localizedName(), reason->second});
+  }
+  return unoffered;
+}
+
 void DeviceManager::_AddDevice(std::shared_ptr<Device> device) {
   if (!device) return;
   std::lock_guard lock(_tableLock);

@@ -62,6 +62,9 @@ class DeviceManager {
   void setLanguageCode(std::string languageCode);
   /// What the latest capture device that could not be opened said.
   std::string getLastErrorMessage() const;
+  /// What is plugged in now and has no source: refused by its name, or impossible to open, in the latest pass, or not
+  /// to be had at all.
+  std::vector<AVCaptureDevice::Unoffered> unofferedDevices() const;
 
   // Changes
 
@@ -107,7 +110,7 @@ class DeviceManager {
   void tellHost(int state);
   void detectVideoDevices();
   void detectAudioDevices();
-  bool isNew(const AVCaptureDevice& device) const;
+  bool isNew(const AVCaptureDevice& device);
   bool joinsLinkedAudio(AVCaptureDevice& device);
   bool joinsLinkedVideo(AVCaptureDevice& device);
   void addVideoSource(AVCaptureDevice& device);
@@ -115,12 +118,14 @@ class DeviceManager {
   void addSource(const std::shared_ptr<Device>& source);
   void noteVideoFailure(const AVCaptureDevice& device, const std::string& reason);
   void noteAudioFailure(const AVCaptureDevice& device, const std::string& reason);
+  void noteUnoffered(const AVCaptureDevice& device, const std::string& reason);
   bool isHDVCamcorder(const std::string& uniqueID) const;
 
   std::map<std::string, std::shared_ptr<Device>, std::less<>> deviceMap;
   Sources deviceList;
   /// Under one ID, the sources in the order in which they began to use the device.
   std::multimap<std::string, Device*, std::less<>> totalDeviceTable;
+  std::map<std::string, std::string> unofferedReasons;  ///< by unique ID
   std::string languageCode;
   std::string lastErrorMessage;
   /// The host's device-state callback. Shared with the call in progress, which may end the library.

@@ -119,6 +119,16 @@ std::unique_ptr<zRecord> makeValidValuesRecord(Device& source) {
   return record;
 }
 
+std::unique_ptr<zRecord> makeUnofferedRecord(const DeviceManager& manager) {
+  auto devices = std::make_unique<zRecord>("devices");
+  for (const auto& [name, reason] : manager.unofferedDevices()) {
+    zRecord& device = addChild(*devices, "device");
+    device.SetCString("name", name.c_str(), 0);
+    device.SetCString("reason", reason.c_str(), 0);
+  }
+  return devices;
+}
+
 int failureOf(const DeviceManager& manager, const Device& source) {
   return -manager.getIndexOfDeviceWithName(source.getDeviceName());
 }

@@ -24,6 +24,9 @@ std::unique_ptr<zRecord> makeSettingsRecord(Device& source);
 /// The choices of every parameter of the media that the source has.
 std::unique_ptr<zRecord> makeValidValuesRecord(Device& source);
 
+/// Devices without a source, each with its name and the reason.
+std::unique_ptr<zRecord> makeUnofferedRecord(const DeviceManager& manager);
+
 /// What stands for a failed setting of a source: 0 minus its position in the manager's list.
 int failureOf(const DeviceManager& manager, const Device& source);
 
@@ -38,6 +41,9 @@ class RecordText {
   bool write(const zRecord& record);
 
   int length() const { return static_cast<int>(_text.Length()); }
+
+  /// NUL-terminated, valid until the next change.
+  const char* text() const { return _text.Data(); }
 
   /// Copies `length` bytes, or as many as are held, and forgets them. A negative length copies nothing.
   void moveTo(char* buffer, int length);

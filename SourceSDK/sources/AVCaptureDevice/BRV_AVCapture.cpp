@@ -75,6 +75,22 @@ Source sourceOfError(int errorCode) {
   return g_pDeviceManager && isIndex ? g_pDeviceManager->getDeviceWithIndex(-errorCode) : nullptr;
 }
 
+/// The properties of the device group; 1 when there is one of that name.
+int tellOfGroup(const char* propertyName, BRV_PropertyCallback callback, void* context) {
+  if (zString::string_equal(propertyName, "provider")) {
+    const std::string origin = AVCaptureDevice::devicesOrigin();
+    if (callback) callback(context, BRV_PROPERTY_STRING, origin.c_str());
+    return 1;
+  }
+  if (zString::string_equal(propertyName, "unoffered_devices")) {
+    AV::RecordText record;
+    if (!record.write(*AV::makeUnofferedRecord(*g_pDeviceManager))) return 0;
+    if (callback) callback(context, BRV_PROPERTY_STRING, record.text());
+    return 1;
+  }
+  return 0;
+}
+
 }  // namespace
 
 extern "C" {
@@ -250,7 +266,11 @@ int BRV_SourceSupportsProperty(void*, const char* sourceId, const char* property
 int BRV_GetProperty(void* context, BRV_PropertyCallback callback, const char* propertyName, const void* required,
                     const char* sourceId) {
   return guarded(0, [=] {
-    const Source source = required ? findSource(sourceId) : nullptr;
+    if (!required || !sourceId) return 0;
+    if (g_pDeviceManager && zString::string_equal(sourceId, groupText())) {
+      return tellOfGroup(propertyName, callback, context);
+    }
+    const Source source = findSource(sourceId);
     if (!source) return 0;
     if (zString::string_equal(propertyName, "frame_duration")) {
       const std::int64_t duration = source->getDeviceFrameDuration();

@@ -335,6 +335,10 @@ typedef int (*BRV_SourceSupportsProperty_Function)(void* unread, const char* sou
  * "device_id": BRV_PROPERTY_STRING, the capture device's unique identifier, the audio device's where there is sound;
  * returns 0. Anything else, or a null `required` (which is not otherwise read): no call, 0. A null callback is not
  * called; the result is the same. Read-only.
+ *
+ * With the identifier of the device group (BRV_GetDeviceId) as `sourceId`, two more texts, and 1: "provider", where the
+ * devices come from, for display; and "unoffered_devices", what is plugged in and has no source: a record "devices" with
+ * a child "device" for each, of the texts "name" and "reason".
  */
 BRV_EXPORT int BRV_GetProperty(void* context, BRV_PropertyCallback callback, const char* propertyName,
                                const void* required, const char* sourceId);

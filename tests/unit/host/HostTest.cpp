@@ -108,12 +108,13 @@ class HostTest : public FrameworkTest {
 
 TEST_F(HostTest, ListsSourcesInTheHostsLanguageAndKeepsTheLogToItselfWhenAskedTo) {
   const std::string expected =
-      "System Devices: 4 sources\n0  Camera Video  (video+audio)\n     device   mic\n1  Desk Video  (video)\n"
+      "System Devices: 4 sources from a rig\n0  Camera Video  (video+audio)\n     device   mic\n1  Desk Video  "
+      "(video)\n"
       "     device   desk\n2  Busy Video  (video)\n     device   busy\n"
-      "3  Lone Audio  (audio)\n     device   lone\n";
+      "3  Lone Audio  (audio)\n     device   lone\n-  Broken  (It is in use.)\n-  Shut  (It is taken.)\n";
   EXPECT_EQ(host({"list", "--quiet"}), expected);
   EXPECT_EQ(_folder.contents("log"), "");
-  EXPECT_THAT(host({"list"}), StartsWith("System Devices: 4 sources\n"));
+  EXPECT_THAT(host({"list"}), StartsWith("System Devices: 4 sources from a rig\n"));
   EXPECT_THAT(_folder.contents("log"), HasSubstr("Broken: It is in use.\n"));
 }
 
@@ -255,7 +256,9 @@ TEST_F(HostTest, SaysWhatIsWrongWithACommandAModuleOrTheMachine) {
                 "[device]\nid = 3\nname = Cam 3" + camera);
   EXPECT_EQ(host({"show", "cam"}, ExitWrongUse), "\"cam\" fits several sources:\n  0  Cam 1 Video\n  2  Cam 3 Video");
   hardware::installSystemProvider(std::make_shared<UnknownMachine>());
-  EXPECT_EQ(host({"list"}, ExitFailed), "what is plugged into this machine cannot be found out");
+  EXPECT_EQ(host({"list"}), "System Devices: 0 sources from nowhere\n");
+  EXPECT_EQ(host({"list", "--rig", MODULE_PATH}, ExitFailed), "what is plugged into this machine cannot be found out");
+  ::unsetenv("CAPTURE_RIG");
 }
 
 }  // namespace
