@@ -41,7 +41,8 @@ std::int64_t FailingAllocations::count() {
 
 }  // namespace test
 
-#if !defined(__GLIBC__) || defined(__SANITIZE_ADDRESS__) || HAS_FEATURE(address_sanitizer)
+#if !defined(__GLIBC__) || defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || \
+    HAS_FEATURE(address_sanitizer) || HAS_FEATURE(thread_sanitizer)
 
 void* operator new(std::size_t size) {
   void* const memory = test::fails() ? nullptr : std::malloc(size);

