@@ -58,16 +58,9 @@ class Input : public FuzzedDataProvider {
     const auto channels = ConsumeIntegralInRange<UInt32>(0, 9);
     const auto bits = PickValueInArray<UInt32>({8, 16, 24, 32, 64, 0});
     const auto flags = ConsumeIntegral<std::uint8_t>();
-    const UInt32 interleaved = flags & kAudioFormatFlagIsNonInterleaved ? 1 : channels;
-    AudioStreamBasicDescription made{PickValueInArray<double>({44100, 48000, 8000, 192000, 1, 0}),
-                                     kAudioFormatLinearPCM,
-                                     flags,
-                                     bits / 8 * interleaved,
-                                     1,
-                                     bits / 8 * interleaved,
-                                     channels,
-                                     bits,
-                                     0};
+    const UInt32 bytes = bits / 8 * (flags & kAudioFormatFlagIsNonInterleaved ? 1 : channels);
+    const auto rate = PickValueInArray<double>({44100, 48000, 8000, 192000, 1, 0});
+    AudioStreamBasicDescription made{rate, kAudioFormatLinearPCM, flags, bytes, 1, bytes, channels, bits, 0};
     UInt32* const fields[] = {&made.mFormatID,        &made.mFormatFlags,   &made.mBytesPerPacket,
                               &made.mFramesPerPacket, &made.mBytesPerFrame, &made.mChannelsPerFrame,
                               &made.mBitsPerChannel,  &made.mReserved};

@@ -9,7 +9,6 @@
 
 #include <memory>
 #include <utility>
-#include <vector>
 
 #include "BRV_AVCapture.h"
 #include "FuzzInput.h"

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <simulated/DemoRig.h>
 
-#include <algorithm>
 #include <atomic>
 #include <thread>
 
@@ -15,37 +14,12 @@ namespace {
 
 class HotPlugTest : public FrameworkTest {
  protected:
-  static void receiveVideo(void* context, BRV_VideoBuffer*) { ++*static_cast<std::atomic<int>*>(context); }
   static void receiveAudio(void* context, BRV_AudioBuffer*) { ++*static_cast<std::atomic<int>*>(context); }
 
   const std::shared_ptr<hardware::simulated::Provider> provider =
       rigs::install(std::string(hardware::simulated::demoRigText()));
   Host host;
 };
-
-TEST_F(HotPlugTest, EveryPictureArrivesOrIsReportedThoughCamerasAreUnplugged) {
-  std::vector<std::shared_ptr<hardware::simulated::SimulatedDevice>> cameras;
-  for (const char* id : {"webcam-hd", "desk-camera-left", "desk-camera-right", "F0x0080880303480cd1", "tethered-phone"})
-    cameras.push_back(provider->device(id));
-  std::atomic<int> pictures{0}, sounds{0};
-  for (const auto& source : host.sources()) {
-    host.registerVideo(source, receiveVideo, &pictures);
-    host.registerAudio(source, receiveAudio, &sounds);
-  }
-  runMainLoop(0.4);
-  for (const char* id : {"webcam-hd-microphone", "webcam-hd", "F0x0080880303480cd1"}) provider->unplug(id);
-  runMainLoop(0.2);
-  host.disconnect();
-
-  std::uint64_t captured = 0;
-  for (const auto& camera : cameras) captured += camera->capturedVideo();
-  const std::uint64_t lost = captured - unclaimedFrames() - static_cast<std::uint64_t>(pictures);
-  // A machine that is busy with other things drops more than the log tells one by one.
-  EXPECT_EQ(static_cast<std::uint64_t>(host.logged("Dropped a Frame!\n")), std::min<std::uint64_t>(lost, 100));
-  EXPECT_GT(pictures, 0);
-  EXPECT_GT(sounds, 0);
-  EXPECT_EQ(host.sources().size(), 4U);
-}
 
 TEST_F(HotPlugTest, TheHostsThreadItsCallbacksAndTheMainThreadMayMeetUntilTheLibraryEnds) {
   const auto sources = host.sources();

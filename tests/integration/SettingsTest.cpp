@@ -4,6 +4,7 @@
 #include <lumora/zXML.h>
 
 #include <optional>
+#include <tuple>
 
 #include "support/FrameworkTest.h"
 #include "support/LoadedModule.h"
@@ -161,25 +162,21 @@ TEST_F(SettingsTest, AFailureIsTheSourcesErrorAndThatOfAVideoFormatIsLoggedInste
 TEST_F(SettingsTest, CopyCallsCopyWhatThereIsAndForgetIt) {
   const auto query = [&](const char* source, char* buffer, int length) {
     BRV_CALL(host->module, BRV_QueryParameterOptions)(nullptr, source, "Video FPS", buffer, &length);
-    return static_cast<std::size_t>(length);
+    return length;
   };
-  const std::size_t length = query("Cam Video", nullptr, 0);
-  ASSERT_GT(length, 0U);
-  const std::string untouched(length + 8, '#');
-  std::string buffer = untouched;
-
-  query("Cam Video", buffer.data(), static_cast<int>(length) + 8);
-  EXPECT_EQ(buffer.find('#'), length);
-  buffer = untouched;
-  query("Cam Video", nullptr, 0);
-  query("Cam Video", buffer.data(), 5);
-  EXPECT_EQ(buffer.find('#'), 5U);
-  buffer = untouched;
-  query("Cam Video", buffer.data(), static_cast<int>(length));
-  query("Cam Video", nullptr, 0);
-  query("Cam Video", buffer.data(), -5);
-  query("nobody", buffer.data(), static_cast<int>(length));
-  EXPECT_EQ(buffer, untouched);
+  const int length = query("Cam Video", nullptr, 0);
+  ASSERT_GT(length, 5);
+  const std::tuple<const char*, int, int> cases[] = {
+      {"Cam Video", length + 8, length}, {"Cam Video", 5, 5}, {"Cam Video", -5, 0}, {"nobody", length, 0}};
+  for (const auto& [source, room, copied] : cases) {
+    std::string buffer(static_cast<std::size_t>(length) + 8, '#');
+    query("Cam Video", nullptr, 0);
+    query(source, buffer.data(), room);
+    EXPECT_EQ(buffer.find_last_not_of('#') + 1, static_cast<std::size_t>(copied)) << source << " " << room;
+    if (copied == 0) continue;
+    query("Cam Video", buffer.assign(buffer.size(), '#').data(), length);
+    EXPECT_EQ(buffer.find_first_not_of('#'), std::string::npos) << "the text was forgotten";
+  }
 }
 
 TEST_F(SettingsTest, AsManyFormatsAsAnIndexHoldsAreListedAndATextThatXMLCannotCarryIsReported) {

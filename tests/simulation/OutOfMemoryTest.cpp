@@ -273,22 +273,15 @@ TEST_F(OutOfMemoryTest, NothingEndsTheProcessOrIsLeftBehindAndTheNextTryWorks) {
   std::printf("memory ran out in %lld places\n", static_cast<long long>(allocations / ALLOCATIONS_APART));
 }
 
-TEST_F(OutOfMemoryTest, ASettingFailsWithItsCodeAlsoAfterHotPlug) {
-  const auto camera = [](int i) { return fake::camera("Cam", std::to_string(i)); };
+TEST_F(OutOfMemoryTest, ASettingFailsWithTheCodeOfItsSource) {
   SimulationScheduler scheduler;
-  const auto gone = camera(0);
-  const auto provider = fake::install({gone, camera(1)});
+  fake::install({fake::camera("Cam", "1"), fake::camera("Cam", "2")});
   Host host;
   host.begin();
-  provider->unplug(gone);
-  for (int i = 2; i < 6; ++i) provider->plug(camera(i));
-
-  const char* const last = "Cam 4 Video";
-  {
-    const FailingAllocations failing(0);
-    EXPECT_EQ(BRV_SetSourceSettings(nullptr, last, "<record name=\"settings\"/>"), -4);
+  for (const int code : {-1, 1}) {
+    const FailingAllocations failing(code < 0 ? 0 : std::numeric_limits<std::int64_t>::max());
+    EXPECT_EQ(BRV_SetSourceSettings(nullptr, "Cam 1 Video", "<record name=\"settings\"/>"), code);
   }
-  EXPECT_EQ(BRV_SetSourceSettings(nullptr, last, "<record name=\"settings\"/>"), 1);
 
   Host::end();
   hardware::installSystemProvider(nullptr);

@@ -18,7 +18,8 @@ class LogCapture {
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;
 
-  void listen() { AV::setLog(record, this, 400, 100); }
+  /// Registers it as a host does, or without a context.
+  void listen(bool hasContext = true) { AV::setLog(record, hasContext ? this : nullptr, 400, 100); }
 
   /// "LEVEL MESSAGE" for each line so far.
   std::vector<std::string> lines() const {

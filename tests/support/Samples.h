@@ -7,7 +7,6 @@
 #include <CoreVideo/CVPixelBuffer.h>
 
 #include <algorithm>
-#include <utility>
 #include <vector>
 
 namespace samples {

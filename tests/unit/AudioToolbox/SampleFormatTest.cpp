@@ -79,7 +79,7 @@ Buffers splitIntoBuffers(const Bytes& interleaved, size_t container, size_t chan
 }
 
 // Infinities end at the limits of integers, and NaN becomes silent.
-void expectEveryPairOfFormatsToBeExact() {
+TEST(SampleConversion, OfEveryPairOfFormatsIsExactToTheLastBit) {
   constexpr size_t kFrames = 777;
   std::vector<SampleFormat> formats(std::begin(kFormats), std::end(kFormats));
   for (const SampleFormat& each : kFormats) formats.push_back({each.bits, each.container, each.flags | kBig});
@@ -87,28 +87,26 @@ void expectEveryPairOfFormatsToBeExact() {
     UInt32 channels;
     AudioFormatFlags source, destination;
   } layouts[] = {{2, 0, 0}, {2, kPlanar, 0}, {2, 0, kPlanar}, {1, 0, 0}, {5, kPlanar, 0}, {8, 0, kPlanar}};
-  for (const auto& [channels, source, destination] : layouts) {
-    for (const SampleFormat& from : formats) {
-      const Bytes samples = randomSamples(from, kFrames * channels, channels);
-      for (const SampleFormat& to : formats) {
-        Bytes expected(kFrames * channels * to.container);
-        for (size_t i = 0; i < kFrames * channels; ++i) {
-          encode(to, decode(from, &samples[i * from.container]), &expected[i * to.container]);
+  withEveryInstructionSet([&] {
+    for (const auto& [channels, source, destination] : layouts) {
+      for (const SampleFormat& from : formats) {
+        const Bytes samples = randomSamples(from, kFrames * channels, channels);
+        for (const SampleFormat& to : formats) {
+          Bytes expected(kFrames * channels * to.container);
+          for (size_t i = 0; i < kFrames * channels; ++i) {
+            encode(to, decode(from, &samples[i * from.container]), &expected[i * to.container]);
+          }
+
+          const Buffers out = convert(pcm(48000, channels, from.bits, from.flags | source, from.container),
+                                      pcm(48000, channels, to.bits, to.flags | destination, to.container),
+                                      splitIntoBuffers(samples, from.container, channels, source), 43, 150);
+
+          ASSERT_EQ(out, splitIntoBuffers(expected, to.container, channels, destination))
+              << from.bits << " bits, flags " << from.flags << " to " << to.bits << " bits, flags " << to.flags;
         }
-
-        const Buffers out = convert(pcm(48000, channels, from.bits, from.flags | source, from.container),
-                                    pcm(48000, channels, to.bits, to.flags | destination, to.container),
-                                    splitIntoBuffers(samples, from.container, channels, source), 43, 150);
-
-        ASSERT_EQ(out, splitIntoBuffers(expected, to.container, channels, destination))
-            << from.bits << " bits, flags " << from.flags << " to " << to.bits << " bits, flags " << to.flags;
       }
     }
-  }
-}
-
-TEST(SampleConversion, OfEveryPairOfFormatsIsExactToTheLastBit) {
-  withEveryInstructionSet(expectEveryPairOfFormatsToBeExact);
+  });
 }
 
 TEST(ChannelConversion, PutsEachChannelWhereItBelongs) {

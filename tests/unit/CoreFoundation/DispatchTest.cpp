@@ -10,7 +10,6 @@
 #include <functional>
 #include <memory>
 #include <thread>
-#include <vector>
 
 namespace {
 
@@ -40,33 +39,6 @@ class DispatchTest : public testing::Test {
  private:
   const std::int64_t _objectsBefore = NSObject::liveObjectCount();
 };
-
-TEST_F(DispatchTest, ItemsOfManyThreadsRunOneAtATimeAndInTheOrderOfEachThread) {
-  constexpr int Threads = 4;
-  constexpr int ItemsPerThread = 2000;
-  for (const int synchronousEvery : {7, 1}) {  // in the second run, the queue never has a thread of its own
-    const Queue queue = makeQueue("order");
-    std::vector<int> next(Threads, 0);  // not atomic: the queue is what orders the accesses
-    bool inOrder = true;
-    std::vector<std::jthread> threads;
-    for (std::size_t thread = 0; thread < Threads; ++thread) {
-      threads.emplace_back([&, thread] {
-        for (int item = 0; item < ItemsPerThread; ++item) {
-          const auto work = [&, thread, item] {
-            inOrder = inOrder && next[thread]++ == item && dispatch_queue_is_current(queue.get());
-            std::this_thread::yield();  // lets the others find the queue busy
-          };
-          item % synchronousEvery == 0 ? dispatch_sync(queue.get(), work) : dispatch_async(queue.get(), work);
-        }
-      });
-    }
-    threads.clear();
-    dispatch_sync(queue.get(), [] {});
-
-    EXPECT_TRUE(inOrder);
-    EXPECT_EQ(next, std::vector<int>(Threads, ItemsPerThread));
-  }
-}
 
 TEST_F(DispatchTest, AnItemMayGiveBackTheLastReferenceAndNothingIsLeftAfterASynchronousOne) {
   std::atomic<int> runs{0};

@@ -3,7 +3,6 @@
 #include <runtime/Scheduler.h>
 #include <support/MainLoop.h>
 
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>

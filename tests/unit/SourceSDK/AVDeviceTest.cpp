@@ -1,6 +1,5 @@
 #include "AVDevice.h"
 
-#include <Foundation/NSValue.h>
 #include <gmock/gmock.h>
 
 #include <limits>
@@ -59,11 +58,9 @@ TEST_F(DeviceTest, SoundFromTheEndsOfTimeIsDelivered) {
   using Value = std::numeric_limits<std::int64_t>;
 
   for (const std::int64_t value : {Value::min(), Value::max()}) {
-    for (const std::int32_t timescale : {1, std::numeric_limits<std::int32_t>::max()}) {
-      for (int i = 0; i < 3; ++i) captureSound(*microphone, CMTimeMake(value, timescale));
-      flush();
-      EXPECT_EQ(std::exchange(audioTimes, {}).front(), value);
-    }
+    for (int i = 0; i < 3; ++i) captureSound(*microphone, CMTimeMake(value, 1));
+    flush();
+    EXPECT_EQ(std::exchange(audioTimes, {}).front(), value);
   }
 }
 
@@ -138,32 +135,6 @@ TEST_F(DeviceTest, ARemovedSourceStaysStoppedWhoeverStillHoldsIt) {
   held->restartDevice();
   EXPECT_FALSE(camera->isRunning());
   EXPECT_EQ(held->getVideoDeviceID(), "c");
-}
-
-TEST_F(DeviceTest, ADeviceWithoutMediaReportsItsErrorOnce) {
-  detect({fake::device("Thing", "t")});
-  AV::Device unusable(manager, AVCaptureDevice::devices().front().get());
-
-  std::string text;
-  EXPECT_EQ(unusable.getDeviceName(), "Untitled Device");
-  EXPECT_TRUE(unusable.getErrorString(text));
-  EXPECT_THAT(text, testing::HasSubstr("1000"));
-  EXPECT_FALSE(unusable.getErrorString(text));
-  EXPECT_EQ(unusable.getDeviceFrameDuration(), -1);
-  EXPECT_EQ(unusable.getDeviceTimescale(), 0);
-}
-
-TEST_F(DeviceTest, TheSourceChangeCallbackNeedsAContext) {
-  detect({camera});
-  std::vector<int> codes;
-  const auto record = [](void* context, int code) { static_cast<std::vector<int>*>(context)->push_back(code); };
-
-  source().setSourceChangeCallback(record, &codes);
-  source().notifySourceChange(42);
-  source().setSourceChangeCallback(record, nullptr);
-  source().notifySourceChange(43);
-
-  EXPECT_THAT(codes, ElementsAre(42));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include "AVCaptureDelegate.h"
 #include "support/FrameworkTest.h"
+#include "support/LogCapture.h"
 #include "support/Samples.h"
 
 namespace {
@@ -70,6 +71,12 @@ TEST_F(VideoDelegateTest, WithoutPictureCallbackOrContextAFrameOnlyMovesTheTimes
 
   EXPECT_EQ(record.timeStamp, 2);
   EXPECT_EQ(delegate->timescale(), 90000);
+}
+
+TEST_F(VideoDelegateTest, AFrameThatWasDroppedIsLogged) {
+  const LogCapture log;
+  delegate->captureOutputDidDropSampleBuffer(nullptr, samples::frame(nullptr, CMTimeMake(1, 30)).get(), nullptr);
+  EXPECT_EQ(log.lines(), std::vector<std::string>{"4 Dropped a Frame!\n"});
 }
 
 TEST_F(VideoDelegateTest, ARecordDescribesItsFrame) {

@@ -1,11 +1,9 @@
 #include "simulated/RigParser.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <string>
 #include <tuple>
-#include <utility>
 
 #include "simulated/RigValues.h"
 #include "simulated/Streams.h"

@@ -1,7 +1,6 @@
 #include "simulated/SimulatedDevice.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <functional>
 #include <thread>

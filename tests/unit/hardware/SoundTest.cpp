@@ -1,7 +1,6 @@
 // WAVE files, PCM samples and tones.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cmath>
 #include <numbers>

@@ -1,7 +1,6 @@
 #include "simulated/Y4MReader.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <random>
 #include <vector>

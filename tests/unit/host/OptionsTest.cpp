@@ -1,7 +1,6 @@
 #include "Options.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "Failure.h"
 #include "SourceMatch.h"

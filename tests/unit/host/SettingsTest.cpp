@@ -1,6 +1,5 @@
 #include "Settings.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Failure.h"

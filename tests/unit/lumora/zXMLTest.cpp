@@ -4,7 +4,6 @@
 #include <lumora/zXML.h>
 #include <sys/stat.h>
 
-#include <cstdint>
 #include <string>
 
 #include "support/TemporaryFolder.h"

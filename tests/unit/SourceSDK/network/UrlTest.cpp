@@ -67,10 +67,4 @@ TEST(UrlTest, IsTakenApartOrRefusedAsAWhole) {
   EXPECT_EQ(NSObject::liveObjectCount(), objectsBefore);
 }
 
-TEST(UrlTest, AnAbsentComponentLeavesAStringAloneThatIsMeantForAnotherAsWell) {
-  std::string user = "-";
-  EXPECT_TRUE(CSDK::getURLString("rtsp://joe@h/p", nullptr, nullptr, nullptr, nullptr, &user, &user));
-  EXPECT_EQ(user, "joe");
-}
-
 }  // namespace
