@@ -90,17 +90,6 @@ TEST(RateConversion, OfASingleBufferContinuesTheSignalAtBothEnds) {
   });
 }
 
-TEST(RateConversion, HoldsBackLessThanAHundredFramesOfALiveStream) {
-  Feed feed{.format = of<float>(48000, 1), .buffers = {Bytes(40960)}, .statusAtEnd = kNoMoreForNow, .available = 0};
-  Converter converter(feed.format, of<float>(44100, 1));
-  Buffers produced;
-  while (feed.available < 10240) {
-    feed.available += 1024;
-    ASSERT_EQ(converter.fillFrom(feed, 4096, produced), kNoMoreForNow);
-    EXPECT_LT(feed.available * 147 / 160 - produced[0].size() / sizeof(float), 100u);
-  }
-}
-
 TEST(RateConversion, YieldsTheInputsLengthTimesTheRatioRoundedAndKeepsItsLevelThroughout) {
   struct Case {
     double in, out;

@@ -1,10 +1,8 @@
 #include <Foundation/NSNotification.h>
 #include <gtest/gtest.h>
-#include <runtime/Scheduler.h>
 #include <support/MainLoop.h>
 
 #include <functional>
-#include <memory>
 #include <string>
 #include <thread>
 
@@ -70,59 +68,6 @@ TEST_F(NotificationTest, MainQueueBlocksRunAtOnceOnTheMainThreadAndOtherwiseWait
   EXPECT_EQ(object->retainCount(), 1) << "a removal lets go of what waiting blocks hold";
   runMainLoopUntilIdle();
   EXPECT_EQ(runs, 2) << "and they never run";
-}
-
-TEST_F(NotificationTest, ABlockMayRemoveItselfAlsoFromANestedRun) {
-  int runs = 0;
-  auto token = std::make_shared<Ref<NSObject>>();
-  *token = observe(Connected, [this, token, &runs] {  // holds its own token: a cycle that the removal breaks
-    if (++runs == 3) center.removeObserver(token->get());
-    post(Connected);
-  });
-  token.reset();
-
-  for (int i = 0; i < 2; ++i) post(Connected);
-
-  EXPECT_EQ(runs, 3);
-}
-
-TEST_F(NotificationTest, ObserversThatLeaveOrJoinDuringAPostAreNotReached) {
-  const auto fail = [] { FAIL() << "ran after its removal, or for a post before it"; };
-  Ref<NSObject> leaving[2], joining;
-  const auto first = observe(Connected, [&] {
-    for (const auto& token : leaving) center.removeObserver(token.get());
-    joining = observe(Connected, fail);
-  });
-  leaving[0] = observe(Connected, fail);
-  leaving[1] = observeOnMainQueue(fail);
-
-  postFromAnotherThread();
-  for (const auto& token : {first, joining}) center.removeObserver(token.get());
-}
-
-TEST_F(NotificationTest, RemovalsWaitForABlockThatRunsOnAnotherThread) {
-  runtime::Event entered;
-  int runs = 0;
-  bool finished = false;  // not atomic: the removal is what orders it
-  const auto token = observe(Connected, [&] {
-    if (++runs > 1) return;
-    entered.signal();
-    for (int before = 0; before != runs;) {  // until a post within reaches it no more: a removal has begun
-      std::this_thread::yield();
-      before = runs;
-      post(Connected);
-    }
-    finished = true;
-  });
-  const std::jthread poster([&] { post(Connected); });
-  entered.wait();
-
-  const auto remove = [&] {
-    center.removeObserver(token.get());
-    EXPECT_TRUE(finished);
-  };
-  const std::jthread anotherRemover(remove);
-  remove();
 }
 
 }  // namespace

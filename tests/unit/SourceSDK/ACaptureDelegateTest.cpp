@@ -44,11 +44,19 @@ class AudioDelegateTest : public FrameworkTest {
   std::vector<Bytes> sounds;
 };
 
+Bytes bytesOf(const std::vector<float>& values) {
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(values.data());
+  return {bytes, bytes + values.size() * sizeof(float)};
+}
+
 Bytes floats(std::size_t frames, float value) {
-  const std::vector<float> values(2 * frames, value);
-  Bytes bytes(values.size() * sizeof value);
-  std::memcpy(bytes.data(), values.data(), bytes.size());
-  return bytes;
+  return bytesOf(std::vector(2 * frames, value));
+}
+
+std::vector<std::int16_t> samplesOf(const Bytes& bytes) {
+  std::vector<std::int16_t> samples(bytes.size() / 2);
+  std::memcpy(samples.data(), bytes.data(), bytes.size());
+  return samples;
 }
 
 TEST_F(AudioDelegateTest, SoundInTheHostsFormatIsHandedOverInPlaceAndWholeWhereItComesInPieces) {
@@ -76,8 +84,7 @@ TEST_F(AudioDelegateTest, EveryBufferIsConvertedOnItsOwnToItsLengthAndWhatTheCon
   EXPECT_EQ(records[2].data, records[1].data) << "the larger buffer is used again";
   EXPECT_EQ(sounds[0], sounds[2]);
 
-  std::vector<std::int16_t> sound(2048);
-  std::memcpy(sound.data(), sounds[2].data(), sounds[2].size());
+  const std::vector<std::int16_t> sound = samplesOf(sounds[2]);
   const auto end = sound.begin() + 2 * (1024 * 44100 / 48000);
   EXPECT_EQ(std::vector(end - 1024, end - 1000), std::vector<std::int16_t>(24, 16384)) << "the converted part";
   EXPECT_THAT(std::vector(end + 2, sound.end()), testing::Each(0));
@@ -86,17 +93,14 @@ TEST_F(AudioDelegateTest, EveryBufferIsConvertedOnItsOwnToItsLengthAndWhatTheCon
 TEST_F(AudioDelegateTest, PlanesAreFoundWhereverTheyLieInTheSamplesPieces) {
   std::vector<float> planes(2 * 5);
   for (std::size_t i = 0; i < planes.size(); ++i) planes[i] = static_cast<float>(i) / 16;
-  Bytes bytes(planes.size() * sizeof(float));
-  std::memcpy(bytes.data(), planes.data(), bytes.size());
+  const Bytes bytes = bytesOf(planes);
   std::vector<std::int16_t> expected;
   for (std::int16_t frame = 0; frame < 5; ++frame) {
     for (const int plane : {0, 5}) expected.push_back(static_cast<std::int16_t>((frame + plane) * 2048));
   }
   for (std::ptrdiff_t end = 1; end < std::ssize(bytes); ++end) {
     deliver(PlanarFloat44, {{bytes.begin(), bytes.begin() + end}, {}, {bytes.begin() + end, bytes.end()}});
-    std::vector<std::int16_t> sound(10);
-    std::memcpy(sound.data(), sounds.back().data(), 20);
-    ASSERT_EQ(sound, expected) << end;
+    ASSERT_EQ(samplesOf(sounds.back()), expected) << end;
   }
 }
 

@@ -124,17 +124,4 @@ TEST_F(DeviceTest, AMicrophoneThatJoinsARunningCameraIsHeardAtOnceAlsoWhenItCome
   EXPECT_EQ(manager->getDeviceCount(), 1);
 }
 
-TEST_F(DeviceTest, ARemovedSourceStaysStoppedWhoeverStillHoldsIt) {
-  detect({camera});
-  const auto held = manager->getDeviceWithName("Cam Video");
-  start();
-  provider->unplug(camera);
-  EXPECT_EQ(manager->getDeviceCount(), 0);
-
-  provider->plug(camera);
-  held->restartDevice();
-  EXPECT_FALSE(camera->isRunning());
-  EXPECT_EQ(held->getVideoDeviceID(), "c");
-}
-
 }  // namespace
