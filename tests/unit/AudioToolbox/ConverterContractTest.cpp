@@ -1,5 +1,6 @@
 #include <limits>
 #include <random>
+#include <tuple>
 #include <utility>
 
 #include "Conversion.h"
@@ -11,17 +12,14 @@ TEST(AudioConverter, RefusesFormatsThatItCannotReadOrWrite) {
   constexpr auto InputRate = kAudioConverterErr_InputSampleRateOutOfRange;
   constexpr auto OutputRate = kAudioConverterErr_OutputSampleRateOutOfRange;
   constexpr auto PCM = kAudioFormatLinearPCM;
-  const struct {
-    Description bad;
-    OSStatus asInput = Format, asOutput = Format;
-  } cases[] = {
-      {{48000, 0x61616320, kIntFlags, 4, 1, 4, 2, 16, 0}},
-      {{48000, PCM, kIntFlags, 0, 1, 0, 2, 16, 0}},
-      {{48000, PCM, kIntFlags, 8, 1, 8, 2, 16, 0}},  // packed, it says
-      {{48000, PCM, kFloatFlags, 4, 1, 4, 2, 16, 0}},
-      {of<SInt16>(48000, 9), noErr},
-      {of<SInt16>(48000, 33)},
-      {pcm(48000, 2, 64, kIntFlags)},
+  const std::tuple<Description, OSStatus, OSStatus> cases[] = {
+      {{48000, 0x61616320, kIntFlags, 4, 1, 4, 2, 16, 0}, Format, Format},
+      {{48000, PCM, kIntFlags, 0, 1, 0, 2, 16, 0}, Format, Format},
+      {{48000, PCM, kIntFlags, 8, 1, 8, 2, 16, 0}, Format, Format},  // packed, it says
+      {{48000, PCM, kFloatFlags, 4, 1, 4, 2, 16, 0}, Format, Format},
+      {of<SInt16>(48000, 9), noErr, Format},
+      {of<SInt16>(48000, 33), Format, Format},
+      {pcm(48000, 2, 64, kIntFlags), Format, Format},
       {of<SInt16>(7999.9, 2), InputRate, OutputRate},
       {of<SInt16>(192000.1, 2), InputRate, OutputRate},
       {of<SInt16>(std::nan(""), 2), InputRate, OutputRate},

@@ -22,9 +22,6 @@ class NotificationTest : public testing::Test {
                         NSOperationQueue* queue = nullptr) {
     return center.addObserverForName(name, object, queue, [block = std::move(block)](NSNotification&) { block(); });
   }
-  Ref<NSObject> observeOnMainQueue(std::function<void()> block) {
-    return observe(Connected, std::move(block), nullptr, &NSOperationQueue::mainQueue());
-  }
   void post(NSNotificationName name, NSObject* object = nullptr) { center.postNotificationName(name, object); }
   void postFromAnotherThread(NSObject* object = nullptr) {
     std::thread([&] { post(Connected, object); }).join();
@@ -53,7 +50,8 @@ TEST_F(NotificationTest, ReachesMatchingObserversInTheOrderOfRegistration) {
 TEST_F(NotificationTest, MainQueueBlocksRunAtOnceOnTheMainThreadAndOtherwiseWaitForItsLoop) {
   const auto object = makeRef<Thing>();
   int runs = 0;
-  const auto token = observeOnMainQueue([&] { runs += NSThread::isMainThread() ? 1 : 100; });
+  const auto token = observe(
+      Connected, [&] { runs += NSThread::isMainThread() ? 1 : 100; }, nullptr, &NSOperationQueue::mainQueue());
 
   post(Connected);
   EXPECT_EQ(runs, 1);

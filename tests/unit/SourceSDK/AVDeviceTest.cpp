@@ -29,11 +29,7 @@ class DeviceTest : public SourceTest {
     start();
   }
   void registerBoth() {
-    source().setVideoDataArriveCallback(
-        [](void* context, BRV_VideoBuffer* buffer) {
-          static_cast<DeviceTest*>(context)->videoTimes.push_back(buffer->timeStamp);
-        },
-        this);
+    source().setVideoDataArriveCallback([](void*, BRV_VideoBuffer*) {}, this);
     source().setAudioDataArrivedCallback(
         [](void* context, BRV_AudioBuffer* buffer) {
           static_cast<DeviceTest*>(context)->audioTimes.push_back(buffer->timeStamp);
@@ -45,10 +41,8 @@ class DeviceTest : public SourceTest {
     device.captureSound(time, silence.data(), 1024);
   }
 
-  std::shared_ptr<fake::Device> camera = fake::camera("Cam", "c");
   std::shared_ptr<fake::Device> microphone = fake::microphone("Mic", "m", {"c", "d"});
-  // Written on the capture queues, read once the source has stopped.
-  std::vector<std::int64_t> videoTimes, audioTimes;
+  std::vector<std::int64_t> audioTimes;  ///< written on a capture queue, read once the source has stopped
 };
 
 TEST_F(DeviceTest, SoundFromTheEndsOfTimeIsDelivered) {
@@ -87,23 +81,6 @@ TEST_F(DeviceTest, AMuxedDeviceBringsItsSoundInTheTimescaleOfItsPicturesUntilAMi
 
   EXPECT_EQ(source().getAudioDeviceID(), "m");
   EXPECT_THAT(audioTimes, ElementsAre(600, 7));
-}
-
-TEST_F(DeviceTest, ACamcorderThatJoinsItsMicrophoneLeavesTheSoundToIt) {
-  auto deck = fake::camcorder("Deck", "d", {"m"});
-  run({microphone});
-  provider->plug(deck);
-  registerBoth();
-  for (int round = 0; round < 2; ++round) {  // the second time with the outputs connected anew
-    captureSound(*microphone, CMTimeMake(round, 44100));
-    captureSound(*deck, CMTimeMake(100, 48000));
-    deck->captureFrame(CMTimeMake(round, 30));
-    flush();
-  }
-
-  EXPECT_THAT(audioTimes, ElementsAre(0, 1));
-  EXPECT_THAT(videoTimes, ElementsAre(0, 1));
-  EXPECT_EQ(source().getAudioDeviceID(), "m");
 }
 
 TEST_F(DeviceTest, AMicrophoneThatJoinsARunningCameraIsHeardAtOnceAlsoWhenItComesBack) {
