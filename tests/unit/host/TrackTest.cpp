@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <limits>
+#include <thread>
 
 #include "AudioTrack.h"
 #include "BoundedQueue.h"
@@ -15,17 +16,22 @@
 namespace brvhost {
 namespace {
 
-TEST(BoundedQueueTest, RefusesWhenFullOrClosedAndLosesNothing) {
+TEST(BoundedQueueTest, RefusesWhenFullAndLosesNothingOfAPatientProducer) {
   BoundedQueue<int> queue(2);
-  const auto put = [&](int value) { return queue.push({}, [value](int& item) { item = value; }); };
+  const auto put = [&](int value, std::chrono::hours patience) {
+    return queue.push(patience, [value](int& item) { item = value; });
+  };
   EXPECT_THROW(queue.push({}, [](int&) { throw std::bad_alloc(); }), std::bad_alloc);
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(put(i), i < 2);
-  queue.close();
-  EXPECT_FALSE(put(9));
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(put(i, {}), i < 2);
 
+  const std::jthread producer([&] {
+    for (int i = 2; i < 1'000; ++i) EXPECT_TRUE(put(i, std::chrono::hours(1)));
+    queue.close();
+    EXPECT_FALSE(put(9, {}));
+  });
   int item = 0, expected = 0;
   while (queue.pop(item)) EXPECT_EQ(item, expected++);
-  EXPECT_EQ(expected, 2);
+  EXPECT_EQ(expected, 1'000);
 }
 
 /// Hands a frame of one line to a track, as a module does.
