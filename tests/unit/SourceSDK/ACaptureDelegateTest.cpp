@@ -114,6 +114,17 @@ TEST_F(AudioDelegateTest, FlagsTellTheFirstTimescaleItsChangesAndADirtyFormat) {
   EXPECT_EQ(flagsAt(CMTimeMake(4, 600)), 0);
 }
 
+TEST_F(AudioDelegateTest, SoundOfAMuxedSourceWaitsForTheTimescaleOfItsPictures) {
+  auto video = VCaptureDelegate::initWithDevice(nullptr);
+  delegate->setVideoDelegate(video.get());
+  for (const std::int32_t timescale : {-1, 0, 600}) {
+    EXPECT_THAT(records, IsEmpty());
+    video->setTimescale(timescale);
+    deliver(HostFormat, {Bytes(4)}, CMTimeMake(48000, 48000));
+  }
+  EXPECT_EQ(records.at(0).timeStamp, 600);
+}
+
 TEST_F(AudioDelegateTest, UnusableSoundIsDroppedAndLoggedWhereItSaysSo) {
   auto compressed = HostFormat, noBytes = Float48, noChannels = PlanarFloat44, tooFast = Float48;
   compressed.mFormatID = 0x61616320;
