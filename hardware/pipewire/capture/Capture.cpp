@@ -39,10 +39,7 @@ Capture::~Capture() {
 void Capture::begin(std::unique_ptr<StreamHandler> handler) {
   _handler = std::move(handler);
   _progress.emplace(_loop, [this] { checkProgress(); });
-  _retry.emplace(_loop, [this] {
-    close();
-    open();
-  });
+  _retry.emplace(_loop, [this] { tryAgain(); });
   _loop.call([this] {
     if (_former) _former->end();
     open();
@@ -77,17 +74,33 @@ void Capture::open() {
   if (_admission.isOver) return;
   _connection.emplace(_loop, [this](std::uint32_t object, int result, std::string_view message) {
     // What concerns a link or the stream, they say themselves.
-    if (object == PW_ID_CORE && result == -EPIPE) fail(reasonOf(result, message));
+    if (object != PW_ID_CORE || result != -EPIPE) return;
+    _isConnectionLost = true;
+    fail(reasonOf(result, message));
   });
+  _isConnectionLost = false;
   if (!_connection->isOpen()) return fail("there is no PipeWire server");
-  _links.emplace(*_connection, _target.serial, [this](const LinkWatch::State& state) { linkChanged(state); });
+  _node.emplace(*_connection, _target.serial, [this](const NodeWatch::State& state) { linkChanged(state); });
   openStream();
 }
 
 void Capture::close() {
   closeStream();
-  _links.reset();
+  _node.reset();
   _connection.reset();
+}
+
+void Capture::tryAgain() {
+  if (!_connection || !_connection->isOpen() || _isConnectionLost) {
+    close();
+    return open();
+  }
+  closeStream();
+  _connection->afterAnswers([this] {
+    if (_admission.isOver) return;
+    _node->resetNode();
+    openStream();
+  });
 }
 
 void Capture::openStream() {
@@ -113,7 +126,7 @@ void Capture::openStream() {
   if (!_stream) return fail("there is no memory for a stream");
   pw_stream_add_listener(_stream, &_streamListener, &events, this);
   _handler->attach(_stream);
-  _links->watch(_stream);
+  _node->watch(_stream);
 
   std::array<std::uint8_t, 8192> memory;
   spa_pod_builder builder;
@@ -121,7 +134,7 @@ void Capture::openStream() {
   auto formats = _handler->request(builder);
   const int result = pw_stream_connect(_stream, PW_DIRECTION_INPUT, PW_ID_ANY, _handler->flags(), formats.data(),
                                        static_cast<std::uint32_t>(formats.size()));
-  if (result < 0) return fail(reasonOf(result, ""));
+  if (result < 0) return fail(reasonOf(result, {}));
   _waitingSince = now();
   _progress->set(TimeBetweenChecks);
 }
@@ -131,13 +144,13 @@ void Capture::closeStream() {
   _admission.lastSample = 0;
   _isLinked = false;
   if (_progress) _progress->stop();
-  if (_links) _links->watch(nullptr);
+  if (_node) _node->watch(nullptr);
   if (!_stream) return;
   pw_stream_destroy(std::exchange(_stream, nullptr));  // with its listeners, which hear of the buffers that go
   _handler->detach();
 }
 
-void Capture::linkChanged(const LinkWatch::State& state) {
+void Capture::linkChanged(const NodeWatch::State& state) {
   if (state.isLinked && !_isLinked) _waitingSince = now();
   _isLinked = state.isLinked;
   _admission.isOwnDevice = state.isLinked;
@@ -154,7 +167,7 @@ void Capture::checkProgress() {
   }
   const bool hasBegun = _admission.lastSample > _waitingSince;
   if (_isLinked && silence > (hasBegun ? _handler->longestSilence() : PatienceForFirstSample)) {
-    return fail(hasBegun ? "it has stopped sending" : "it sends nothing");
+    return fail(hasBegun ? "it has stopped sending: there may be no such device any more" : "it sends nothing");
   }
   _progress->set(TimeBetweenChecks);
 }

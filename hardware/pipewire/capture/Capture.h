@@ -13,7 +13,7 @@
 #include <string_view>
 
 #include "capture/Admission.h"
-#include "capture/LinkWatch.h"
+#include "capture/NodeWatch.h"
 #include "capture/StreamHandler.h"
 #include "server/Connection.h"
 #include "server/EventLoop.h"
@@ -52,9 +52,10 @@ class Capture : public std::enable_shared_from_this<Capture> {
  private:
   void open();
   void close();
+  void tryAgain();
   void openStream();
   void closeStream();
-  void linkChanged(const LinkWatch::State& state);
+  void linkChanged(const NodeWatch::State& state);
   void checkProgress();
   void fail(std::string_view reason);
 
@@ -71,9 +72,10 @@ class Capture : public std::enable_shared_from_this<Capture> {
   std::optional<Timer> _progress;
   std::optional<Timer> _retry;
   std::optional<Connection> _connection;
-  std::optional<LinkWatch> _links;
+  std::optional<NodeWatch> _node;
   pw_stream* _stream = nullptr;
   spa_hook _streamListener{};
+  bool _isConnectionLost = false;
   bool _isLinked = false;
   runtime::Nanoseconds _waitingSince = 0;
   std::string _toldReason;
