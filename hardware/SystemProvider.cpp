@@ -59,7 +59,7 @@ std::shared_ptr<Provider> pipeWireProvider() {
   const auto make =
       library ? reinterpret_cast<pipewire::MakeProvider*>(dlsym(library, pipewire::MakeProviderName)) : nullptr;
   if (!make) {
-    std::fprintf(stderr, "No cameras or microphones: %s. CAPTURE_RIG=demo shows the demonstration.\n",
+    std::fprintf(stderr, "No cameras or microphones: %s. CAPTURE_RIG=demo (brvhost --rig demo) shows the demonstration.\n",
                  library ? (file + " is not of this version").c_str() : dlerror());
     return std::make_shared<UnknownMachine>();
   }

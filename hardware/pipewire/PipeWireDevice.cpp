@@ -8,7 +8,8 @@
 
 namespace hardware::pipewire {
 
-PipeWireDevice::PipeWireDevice(ListedDevice listed) : _listed(std::move(listed)) {
+PipeWireDevice::PipeWireDevice(ListedDevice listed, std::function<void()> onStop)
+    : _listed(std::move(listed)), _onStop(std::move(onStop)) {
   if (_listed.cameraFormats.empty()) return;
   _format = _listed.description.initialVideoFormat;
   _frameDuration = heldWithin(_listed.cameraFormats[_format].format, kCMTimeInvalid);
@@ -70,17 +71,25 @@ void PipeWireDevice::start(Sink& sink) {
 
 void PipeWireDevice::stop() {
   std::shared_ptr<Capture> stopped;
+  bool wasRunning;
   {
     std::lock_guard lock(_mutex);
-    _isRunning = false;
+    wasRunning = std::exchange(_isRunning, false);
     stopped = _capture;
   }
   if (!stopped) return;
   stopped->cease();
-  if (stopped->isCurrent()) return;
-  stopped->end();
+  if (!stopped->isCurrent()) {
+    stopped->end();
+    std::lock_guard lock(_mutex);
+    if (_capture == stopped) _capture.reset();
+  }
+  if (wasRunning) _onStop();
+}
+
+bool PipeWireDevice::isRunning() {
   std::lock_guard lock(_mutex);
-  if (_capture == stopped) _capture.reset();
+  return _isRunning;
 }
 
 void PipeWireDevice::unplug() {

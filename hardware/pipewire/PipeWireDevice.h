@@ -5,6 +5,7 @@
 
 #include <Hardware.h>
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -18,7 +19,8 @@ class Capture;
 
 class PipeWireDevice final : public Device {
  public:
-  explicit PipeWireDevice(ListedDevice listed);
+  /// `onStop` is called each time that it has stopped, on the thread that stopped it.
+  PipeWireDevice(ListedDevice listed, std::function<void()> onStop);
   ~PipeWireDevice() override;
 
   const ListedDevice& listed() const { return _listed; }
@@ -35,10 +37,13 @@ class PipeWireDevice final : public Device {
   /// Stops for good: the device is no longer there.
   void unplug();
 
+  bool isRunning();
+
  private:
   std::shared_ptr<Capture> makeCapture(Sink& sink, std::shared_ptr<Capture> former) const;
 
   const ListedDevice _listed;
+  const std::function<void()> _onStop;
 
   std::mutex _mutex;  ///< guards what follows; never held while a call of the sink is waited for
   bool _isUnplugged = false;

@@ -74,7 +74,8 @@ void PipeWireProvider::connect() {
     return;
   }
   if (!std::exchange(_hasSaidNoServer, true)) {
-    std::fprintf(stderr, "No PipeWire server is running; CAPTURE_RIG=demo shows the demonstration.\n");
+    std::fprintf(stderr,
+                 "No PipeWire server is running. CAPTURE_RIG=demo (brvhost --rig demo) shows the demonstration.\n");
   }
   setListed();
   _retry->set(NanosecondsPerSecond);
@@ -97,8 +98,10 @@ auto PipeWireProvider::present() -> Devices {
   return _devices;
 }
 
-/// Lists what the server has now. A device whose formats have changed leaves, and comes back with the new ones.
+/// Lists what the server has now. A device whose formats have changed leaves, and comes back with the new ones; one
+/// that is running does so when it stops, since what it sends can be followed until then.
 void PipeWireProvider::publish() {
+  if (!_mirror || !_mirror->isSettled()) return;  // it will be
   const Devices before = present();
   std::vector<Source> sources = _mirror->sources();
   for (Source& source : sources) {
@@ -108,7 +111,10 @@ void PipeWireProvider::publish() {
   }
   Catalog catalog = catalogOf(sources);
   for (const auto& device : before) {
-    const auto isStill = [&](const ListedDevice& listed) { return isSameDevice(listed, device->listed()); };
+    const auto isStill = [&](const ListedDevice& listed) {
+      return isSameDevice(listed, device->listed()) ||
+             (listed.serial == device->listed().serial && device->isRunning());
+    };
     if (std::erase_if(catalog.devices, isStill) == 0) detach(device);
   }
   {
@@ -116,7 +122,11 @@ void PipeWireProvider::publish() {
     _isConnected = true;
     _unoffered = std::move(catalog.unoffered);
   }
-  for (ListedDevice& listed : catalog.devices) attach(std::make_shared<PipeWireDevice>(std::move(listed)));
+  for (ListedDevice& listed : catalog.devices) {
+    attach(std::make_shared<PipeWireDevice>(std::move(listed), [provider = weak_from_this()] {
+      if (const auto self = provider.lock()) self->_loop.call([self = self.get()] { self->publish(); });
+    }));
+  }
   setListed();
 }
 

@@ -23,6 +23,9 @@ class ServerMirror {
   ServerMirror(Connection& connection, std::function<void()> onSettled);
   ~ServerMirror();
 
+  /// False while answers of the server are awaited.
+  bool isSettled() const { return _awaited == 0; }
+
   /// In the order in which they came to the server.
   std::vector<Source> sources() const;
 
