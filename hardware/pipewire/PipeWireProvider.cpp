@@ -10,6 +10,9 @@ namespace hardware::pipewire {
 using runtime::Nanoseconds;
 using runtime::NanosecondsPerSecond;
 
+/// A server that has not told what it has after this time keeps it to itself.
+constexpr Nanoseconds LongestSilence = 800'000'000;
+
 PipeWireProvider::PipeWireProvider() = default;
 
 PipeWireProvider::~PipeWireProvider() {
@@ -24,6 +27,7 @@ void PipeWireProvider::awaitListing() {
       lose();
       connect();
     });
+    _patience.emplace(_loop, [this] { giveUpListing("PipeWire does not answer: this program may not use it"); });
     _loop.call([this] { connect(); });
     _loop.begin("devices", weak_from_this());
   });
@@ -67,22 +71,31 @@ void PipeWireProvider::setEventHandler(EventHandler handler) {
 
 void PipeWireProvider::connect() {
   _connection.emplace(_loop, [this](std::uint32_t object, int result, std::string_view) {
-    if (object == PW_ID_CORE && result == -EPIPE) _retry->set(0);  // not from within the connection's own call
+    if (object != PW_ID_CORE) return;
+    if (result == -EPIPE) _retry->set(0);  // not from within the connection's own call
+    if (result == -EACCES) giveUpListing("PipeWire refuses this program");
   });
   if (_connection->isOpen()) {
     _mirror.emplace(*_connection, [this] { publish(); });
+    _patience->set(LongestSilence);
     return;
   }
-  if (!std::exchange(_hasSaidNoServer, true)) {
-    std::fprintf(stderr,
-                 "No PipeWire server is running. CAPTURE_RIG=demo (brvhost --rig demo) shows the demonstration.\n");
+  giveUpListing("No PipeWire server is running");
+  _retry->set(NanosecondsPerSecond);
+}
+
+/// Nothing can be listed for now. Standard error has the reason the first time.
+void PipeWireProvider::giveUpListing(std::string_view reason) {
+  if (_reasonsGiven.insert(std::string(reason)).second) {
+    std::fprintf(stderr, "%.*s. CAPTURE_RIG=demo (brvhost --rig demo) shows the demonstration.\n",
+                 static_cast<int>(reason.size()), reason.data());
   }
   setListed();
-  _retry->set(NanosecondsPerSecond);
 }
 
 /// What the server had is unplugged.
 void PipeWireProvider::lose() {
+  _patience->stop();
   _mirror.reset();
   _connection.reset();
   {
@@ -102,6 +115,7 @@ auto PipeWireProvider::present() -> Devices {
 /// that is running does so when it stops, since what it sends can be followed until then.
 void PipeWireProvider::publish() {
   if (!_mirror || !_mirror->isSettled()) return;  // it will be
+  _patience->stop();
   const Devices before = present();
   std::vector<Source> sources = _mirror->sources();
   for (Source& source : sources) {

@@ -9,7 +9,9 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "../DeviceListener.h"
@@ -40,6 +42,7 @@ class PipeWireProvider final : public Provider, public std::enable_shared_from_t
 
   void awaitListing();
   void connect();
+  void giveUpListing(std::string_view reason);
   void lose();
   void publish();
   void setListed();
@@ -53,9 +56,10 @@ class PipeWireProvider final : public Provider, public std::enable_shared_from_t
 
   // The lane's own.
   std::optional<Timer> _retry;
+  std::optional<Timer> _patience;
   std::optional<Connection> _connection;
   std::optional<ServerMirror> _mirror;
-  bool _hasSaidNoServer = false;
+  std::set<std::string> _reasonsGiven;
 
   std::mutex _mutex;  ///< guards what follows; never held while someone else is called
   bool _isListed = false;

@@ -17,6 +17,11 @@
 namespace hardware::pipewire {
 namespace {
 
+/// Never destroyed: sources may come and go until the very end of the process.
+const std::regex& pattern(const char* text) {
+  return *new std::regex(text);
+}
+
 /// Numbers within a text count as such: video2 comes before video10.
 bool naturallyLess(std::string_view a, std::string_view b) {
   const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
@@ -50,7 +55,7 @@ std::string sanitized(std::string_view text) {
 /// Without the number that a session manager gives to the second of two that have the same name: which one of them
 /// comes second is chance.
 std::string withoutCounter(const std::string& name) {
-  static const std::regex counter(R"(\.[0-9]{1,2}$)");
+  static const auto& counter = pattern(R"(\.[0-9]{1,2}$)");
   return std::regex_replace(name, counter, "");
 }
 
@@ -99,8 +104,8 @@ std::vector<std::size_t> inOrder(std::span<const Source> sources) {
 
 /// "pci-0000:00:14.0-usb-0:2.1:1.0" is port 2.1 of a controller; the last number is the interface's.
 std::string housingOfBusPath(const std::string& path) {
-  static const std::regex usb(R"(^(?:pci-|platform-)?(.*)-usb(?:v[0-9])?-[0-9]+:([0-9.]+):[0-9]+\.[0-9]+$)");
-  static const std::regex pciFunction(R"(^pci-(.*)\.[0-7]$)");
+  static const auto& usb = pattern(R"(^(?:pci-|platform-)?(.*)-usb(?:v[0-9])?-[0-9]+:([0-9.]+):[0-9]+\.[0-9]+$)");
+  static const auto& pciFunction = pattern(R"(^pci-(.*)\.[0-7]$)");
   std::smatch found;
   if (std::regex_match(path, found, usb)) return "usb " + found.str(1) + " " + found.str(2);
   if (std::regex_match(path, found, pciFunction)) return "pci " + found.str(1);
@@ -111,7 +116,7 @@ std::string housingOfBusPath(const std::string& path) {
 std::string housingOfSystemPath(const std::string& path) {
   static const std::regex usb(
       R"(^.*/([^/]+)/usb[0-9]+/(?:.*/)?[0-9]+-([0-9.]+)/[0-9]+-[0-9.]+:[0-9]+\.[0-9]+(?:/.*)?$)");
-  static const std::regex pci(R"(^.*/([0-9a-f]+:[0-9a-f]+:[0-9a-f]+)\.[0-7](?:/(?:sound|video4linux)/.*)?$)");
+  static const auto& pci = pattern(R"(^.*/([0-9a-f]+:[0-9a-f]+:[0-9a-f]+)\.[0-7](?:/(?:sound|video4linux)/.*)?$)");
   std::smatch found;
   if (std::regex_match(path, found, usb)) return "usb " + found.str(1) + " " + found.str(2);
   if (std::regex_match(path, found, pci)) return "pci " + found.str(1);
@@ -120,7 +125,7 @@ std::string housingOfSystemPath(const std::string& path) {
 
 /// "[ 20736, 20737 ]", or a single number.
 std::set<std::string> numbersIn(std::string_view text) {
-  static const std::regex number("[0-9]+");
+  static const auto& number = pattern("[0-9]+");
   const std::string copy(text);
   std::set<std::string> numbers;
   for (std::sregex_iterator found(copy.begin(), copy.end(), number), end; found != end; ++found)
@@ -137,7 +142,7 @@ std::string fourDigits(std::string_view text) {
 }  // namespace
 
 std::string displayName(const Properties& properties) {
-  static const std::regex interface(R"( \((V4L2|libcamera)\)$)");
+  static const auto& interface = pattern(R"( \((V4L2|libcamera)\)$)");
   for (const char* key : {PW_KEY_NODE_DESCRIPTION, PW_KEY_NODE_NICK, PW_KEY_DEVICE_DESCRIPTION, PW_KEY_NODE_NAME}) {
     const std::string name = std::regex_replace(std::string(valueOf(properties, key)), interface, "");
     if (!name.empty()) return name;
@@ -177,7 +182,7 @@ bool isSameCamera(const Properties& v4l2, const Properties& libcamera) {
     return std::any_of(first.begin(), first.end(), [&](const auto& number) { return second.contains(number); });
   }
   // What libcamera calls a USB camera ends in its port, interface, vendor and product.
-  static const std::regex usb(R"(^.*-([0-9.]+:[0-9]+\.[0-9]+)-([0-9a-f]{4}):([0-9a-f]{4})$)");
+  static const auto& usb = pattern(R"(^.*-([0-9.]+:[0-9]+\.[0-9]+)-([0-9a-f]{4}):([0-9a-f]{4})$)");
   const std::string path(valueOf(libcamera, "api.libcamera.path"));
   std::smatch found;
   return std::regex_match(path, found, usb) && valueOf(v4l2, PW_KEY_DEVICE_BUS_PATH).ends_with(":" + found.str(1)) &&

@@ -71,32 +71,28 @@ AudioStreamBasicDescription describe(SampleType type, std::int32_t rate, std::ui
           0};
 }
 
-/// The arrangements of loudspeakers that the frameworks know by name, with their channels in that order.
+/// An arrangement of loudspeakers that the frameworks know by name, with its channels in that order.
 struct Surround {
   AudioChannelLayoutTag layout;
-  std::vector<std::uint32_t> positions;
+  std::size_t count;
+  std::array<std::uint32_t, 6> channels;
+
+  std::span<const std::uint32_t> positions() const { return std::span(channels).first(count); }
 };
 
-const std::vector<Surround>& surrounds() {
-  static const std::vector<Surround> known{
-      {kAudioChannelLayoutTag_MPEG_3_0_A, {SPA_AUDIO_CHANNEL_FL, SPA_AUDIO_CHANNEL_FR, SPA_AUDIO_CHANNEL_FC}},
-      {kAudioChannelLayoutTag_Quadraphonic,
-       {SPA_AUDIO_CHANNEL_FL, SPA_AUDIO_CHANNEL_FR, SPA_AUDIO_CHANNEL_RL, SPA_AUDIO_CHANNEL_RR}},
-      {kAudioChannelLayoutTag_MPEG_5_0_A,
-       {SPA_AUDIO_CHANNEL_FL, SPA_AUDIO_CHANNEL_FR, SPA_AUDIO_CHANNEL_FC, SPA_AUDIO_CHANNEL_RL, SPA_AUDIO_CHANNEL_RR}},
-      {kAudioChannelLayoutTag_MPEG_5_1_A,
-       {SPA_AUDIO_CHANNEL_FL, SPA_AUDIO_CHANNEL_FR, SPA_AUDIO_CHANNEL_FC, SPA_AUDIO_CHANNEL_LFE, SPA_AUDIO_CHANNEL_RL,
-        SPA_AUDIO_CHANNEL_RR}},
-      {kAudioChannelLayoutTag_MPEG_5_1_A,
-       {SPA_AUDIO_CHANNEL_FL, SPA_AUDIO_CHANNEL_FR, SPA_AUDIO_CHANNEL_FC, SPA_AUDIO_CHANNEL_LFE, SPA_AUDIO_CHANNEL_SL,
-        SPA_AUDIO_CHANNEL_SR}}};
-  return known;
-}
+constexpr std::uint32_t FL = SPA_AUDIO_CHANNEL_FL, FR = SPA_AUDIO_CHANNEL_FR, FC = SPA_AUDIO_CHANNEL_FC,
+                        LFE = SPA_AUDIO_CHANNEL_LFE, RL = SPA_AUDIO_CHANNEL_RL, RR = SPA_AUDIO_CHANNEL_RR,
+                        SL = SPA_AUDIO_CHANNEL_SL, SR = SPA_AUDIO_CHANNEL_SR;
+constexpr std::array Surrounds{Surround{kAudioChannelLayoutTag_MPEG_3_0_A, 3, {FL, FR, FC}},
+                               Surround{kAudioChannelLayoutTag_Quadraphonic, 4, {FL, FR, RL, RR}},
+                               Surround{kAudioChannelLayoutTag_MPEG_5_0_A, 5, {FL, FR, FC, RL, RR}},
+                               Surround{kAudioChannelLayoutTag_MPEG_5_1_A, 6, {FL, FR, FC, LFE, RL, RR}},
+                               Surround{kAudioChannelLayoutTag_MPEG_5_1_A, 6, {FL, FR, FC, LFE, SL, SR}}};
 
-const Surround* surroundOf(const std::vector<std::uint32_t>& positions) {
-  for (const Surround& surround : surrounds()) {
-    if (std::is_permutation(positions.begin(), positions.end(), surround.positions.begin(), surround.positions.end()))
-      return &surround;
+const Surround* surroundOf(std::span<const std::uint32_t> positions) {
+  for (const Surround& surround : Surrounds) {
+    const auto known = surround.positions();
+    if (std::is_permutation(positions.begin(), positions.end(), known.begin(), known.end())) return &surround;
   }
   return nullptr;
 }
@@ -145,7 +141,8 @@ void addFormats(SampleType type, std::int32_t rate, std::vector<std::uint32_t> p
   SoundFormat line;
   line.sampleFormat = type.format;
   const Surround* surround = surroundOf(positions);
-  line.positions = surround ? surround->positions : std::move(positions);
+  if (surround) positions.assign(surround->positions().begin(), surround->positions().end());
+  line.positions = std::move(positions);
   if (channels <= 2 || surround) {
     line.format.stream = describe(type, rate, channels);
     line.format.layout = channels == 1 ? kAudioChannelLayoutTag_Mono : kAudioChannelLayoutTag_Stereo;
