@@ -5,6 +5,7 @@
 #include <runtime/Scheduler.h>
 
 #include <atomic>
+#include <string>
 
 namespace hardware::pipewire {
 
@@ -13,8 +14,9 @@ struct Admission {
   std::atomic<bool> isOver{false};       ///< the device has stopped
   std::atomic<bool> isOwnDevice{false};  ///< what comes is over a link from the device itself, and from no other
 
-  /// On the device's lane: the time of the sample that was delivered last; 0 while there is none.
-  runtime::Nanoseconds lastSample = 0;
+  // On the device's lane.
+  runtime::Nanoseconds lastSample = 0;  ///< the time of the one that was delivered last; 0 while there is none
+  std::string problem;                  ///< why nothing of the stream can be delivered, for display; empty for nothing
 
   bool admits() const noexcept {
     return isOwnDevice.load(std::memory_order_acquire) && !isOver.load(std::memory_order_acquire);

@@ -142,6 +142,7 @@ void Capture::openStream() {
 void Capture::closeStream() {
   _admission.isOwnDevice = false;
   _admission.lastSample = 0;
+  _admission.problem.clear();
   _isLinked = false;
   if (_progress) _progress->stop();
   if (_node) _node->watch(nullptr);
@@ -162,6 +163,7 @@ void Capture::checkProgress() {
   const Nanoseconds time = now();
   const Nanoseconds silence = time - std::max(_admission.lastSample, _waitingSince);
   if (_admission.lastSample > _toldAt) _toldReason.clear();
+  if (!_admission.problem.empty()) return fail(_admission.problem);
   if (!_isLinked && silence > PatienceForLink) {
     return fail("PipeWire does not connect it: this program may not use it, or no session manager is running");
   }

@@ -119,6 +119,8 @@ void PictureStream::negotiated(const spa_pod* format) {
                   ? CMTimeConvertScale(_format.frameDuration, _timescale, kCMTimeRoundingMethod_RoundHalfAwayFromZero)
                   : kCMTimeInvalid;
   _clock.restart();
+  const bool isReadable = _format.packing != Packing::none;
+  _admission.problem = isReadable ? "" : "another program uses it in a format that cannot be read here";
 
   constexpr int readable = (1 << SPA_DATA_MemFd) | (1 << SPA_DATA_MemPtr) | (1 << SPA_DATA_DmaBuf);
   std::array<std::uint8_t, 1024> memory;
@@ -135,13 +137,13 @@ void PictureStream::negotiated(const spa_pod* format) {
 }
 
 void PictureStream::process() {
-  while (_admission.admits()) {
+  while (_admission.admits() && _admission.problem.empty()) {
     pw_buffer* const buffer = pw_stream_dequeue_buffer(_stream);
     if (!buffer) return;
     deliver(*buffer->buffer);
     pw_stream_queue_buffer(_stream, buffer);
   }
-  // Another device's, or too late: back they go.
+  // Another device's, or too late, or of no use: back they go.
   while (pw_buffer* const buffer = pw_stream_dequeue_buffer(_stream)) pw_stream_queue_buffer(_stream, buffer);
 }
 
@@ -179,7 +181,6 @@ PackedPicture PictureStream::pictureIn(const spa_buffer& buffer) const {
   picture.width = _format.width;
   picture.height = _format.height;
   picture.color = readable(_format.color);
-  if (_format.packing == Packing::none) return picture;
   const std::size_t count = std::min<std::size_t>(buffer.n_datas, picture.planes.size());
   for (std::size_t i = 0; i < count; ++i) {
     const spa_data& part = buffer.datas[i];

@@ -114,8 +114,8 @@ std::string housingOfBusPath(const std::string& path) {
 
 /// ".../0000:00:14.0/usb1/1-2/1-2.1/1-2.1:1.0/video4linux/video0" is the same port.
 std::string housingOfSystemPath(const std::string& path) {
-  static const std::regex usb(
-      R"(^.*/([^/]+)/usb[0-9]+/(?:.*/)?[0-9]+-([0-9.]+)/[0-9]+-[0-9.]+:[0-9]+\.[0-9]+(?:/.*)?$)");
+  static const auto& usb =
+      pattern(R"(^.*/([^/]+)/usb[0-9]+/(?:.*/)?[0-9]+-([0-9.]+)/[0-9]+-[0-9.]+:[0-9]+\.[0-9]+(?:/.*)?$)");
   static const auto& pci = pattern(R"(^.*/([0-9a-f]+:[0-9a-f]+:[0-9a-f]+)\.[0-7](?:/(?:sound|video4linux)/.*)?$)");
   std::smatch found;
   if (std::regex_match(path, found, usb)) return "usb " + found.str(1) + " " + found.str(2);

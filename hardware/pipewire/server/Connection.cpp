@@ -32,7 +32,7 @@ Connection::Connection(EventLoop& loop, ErrorHandler onError) : _onError(std::mo
   const SignalsBlocked signalsBlocked;
   _context = pw_context_new(loop.get(), pw_properties_new(PW_KEY_CONFIG_NAME, "client.conf", nullptr), 0);
   if (!_context) return;
-  _core = pw_context_connect(_context, pw_properties_new(PW_KEY_APP_NAME, "AVCaptureDevice", nullptr), 0);
+  _core = pw_context_connect(_context, nullptr, 0);
   if (!_core) return;
   static const pw_core_events events = [] {
     pw_core_events made{};
