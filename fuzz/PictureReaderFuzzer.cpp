@@ -37,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   picture.packing = static_cast<Packing>(input.ConsumeIntegralInRange(0, static_cast<int>(Packing::JPEG)));
   picture.width = input.ConsumeIntegralInRange(1, MaximumSide);
   picture.height = input.ConsumeIntegralInRange(1, MaximumSide);
-  picture.color.isFullRange = input.ConsumeBool();
+  if (input.ConsumeBool()) picture.color.range = hardware::VideoColor::Range::full;
   picture.planeCount = input.ConsumeIntegralInRange(0, 3);
   std::deque<GuardedBytes> memory;
   for (Plane& plane : picture.planes) {

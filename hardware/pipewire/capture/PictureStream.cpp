@@ -26,30 +26,6 @@ struct Frame final : VideoFrame {
   const PackedPicture& picture;
 };
 
-/// As the reader of pictures has it.
-VideoColor readable(const std::optional<hardware::VideoColor>& stated) {
-  using Matrix = hardware::VideoColor::Matrix;
-  VideoColor color;
-  if (!stated) return color;
-  color.isFullRange = stated->range == hardware::VideoColor::Range::full;
-  if (stated->matrix == Matrix::ITU_R_601_4) color.matrix = VideoColor::Matrix::ITU_R_601_4;
-  if (stated->matrix == Matrix::ITU_R_709_2) color.matrix = VideoColor::Matrix::ITU_R_709_2;
-  if (stated->matrix == Matrix::ITU_R_2020) color.matrix = VideoColor::Matrix::ITU_R_2020;
-  return color;
-}
-
-/// What is drawn has the range and the matrix that drawing gave it; for the rest, what the server states holds.
-hardware::VideoColor colorWhenDrawn(const PackedPicture& picture, const std::optional<hardware::VideoColor>& stated) {
-  using Matrix = hardware::VideoColor::Matrix;
-  hardware::VideoColor color = stated.value_or(hardware::VideoColor());
-  const VideoColor drawn = colorWhenWritten(picture);
-  if (drawn.matrix == VideoColor::Matrix::ITU_R_601_4) color.matrix = Matrix::ITU_R_601_4;
-  if (drawn.matrix == VideoColor::Matrix::ITU_R_709_2) color.matrix = Matrix::ITU_R_709_2;
-  if (drawn.matrix == VideoColor::Matrix::ITU_R_2020) color.matrix = Matrix::ITU_R_2020;
-  color.range = hardware::VideoColor::Range::video;
-  return color;
-}
-
 const spa_meta_header* headerOf(const spa_buffer& buffer) {
   return static_cast<const spa_meta_header*>(
       spa_buffer_find_meta_data(&buffer, SPA_META_Header, sizeof(spa_meta_header)));
@@ -170,7 +146,7 @@ void PictureStream::deliver(const spa_buffer& buffer) {
   frame.duration = _duration;
   frame.width = _format.width;
   frame.height = _format.height;
-  frame.color = colorWhenDrawn(picture, _format.color);
+  frame.color = colorWhenWritten(picture);
   _sink.videoFrameCaptured(frame);
 }
 
@@ -180,7 +156,7 @@ PackedPicture PictureStream::pictureIn(const spa_buffer& buffer) const {
   picture.packing = _format.packing;
   picture.width = _format.width;
   picture.height = _format.height;
-  picture.color = readable(_format.color);
+  picture.color = _format.color.value_or(VideoColor());
   const std::size_t count = std::min<std::size_t>(buffer.n_datas, picture.planes.size());
   for (std::size_t i = 0; i < count; ++i) {
     const spa_data& part = buffer.datas[i];

@@ -2,11 +2,11 @@
 
 // A picture as a camera packs it, in memory that belongs to somebody else.
 
+#include <Hardware.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
-
-#include "VideoColor.h"
 
 namespace hardware::pipewire {
 

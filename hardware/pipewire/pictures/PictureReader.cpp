@@ -35,12 +35,13 @@ void writeSubsampled(const YUVSRows& rows, Packing packing, const PictureLayout&
 
 VideoColor colorWhenWritten(const PackedPicture& picture) {
   using Matrix = VideoColor::Matrix;
-  Matrix matrix = picture.color.matrix;
-  if (picture.packing == Packing::JPEG) matrix = Matrix::ITU_R_601_4;
-  if (isRGB(picture.packing) && matrix == Matrix::unknown) {
-    matrix = picture.height >= 720 ? Matrix::ITU_R_709_2 : Matrix::ITU_R_601_4;
+  VideoColor color = picture.color;
+  color.range = VideoColor::Range::video;
+  if (picture.packing == Packing::JPEG) color.matrix = Matrix::ITU_R_601_4;
+  if (isRGB(picture.packing) && (!color.matrix || color.matrix == Matrix::SMPTE_240M_1995)) {
+    color.matrix = picture.height >= 720 ? Matrix::ITU_R_709_2 : Matrix::ITU_R_601_4;
   }
-  return {matrix, false};
+  return color;
 }
 
 bool PictureReader::write(const PackedPicture& picture, std::uint8_t* rows, std::size_t rowBytes) noexcept {
@@ -60,8 +61,8 @@ bool PictureReader::writeRaw(const PackedPicture& picture, std::uint8_t* rows, i
   if (!scratch) return false;
 
   const auto pairs = static_cast<int>(pairsOf(picture.width));
-  const bool isFullRange = picture.color.isFullRange && !isRGB(picture.packing);
-  const VideoColor::Matrix matrix = colorWhenWritten(picture).matrix;
+  const bool isFullRange = picture.color.range == VideoColor::Range::full && !isRGB(picture.packing);
+  const auto matrix = colorWhenWritten(picture).matrix.value_or(VideoColor::Matrix::ITU_R_601_4);
   for (int y = 0; y < picture.height; y += RowsAtOnce) {
     const YUVSRows written{rows + std::ptrdiff_t{rowBytes} * y, rowBytes, picture.width,
                            std::min(RowsAtOnce, picture.height - y)};
