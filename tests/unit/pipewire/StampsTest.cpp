@@ -1,0 +1,115 @@
+// When samples were taken, and what is missing between them.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+
+#include "capture/ChunkRing.h"
+#include "capture/Stamps.h"
+
+namespace hardware::pipewire {
+namespace {
+
+using runtime::Nanoseconds;
+constexpr Nanoseconds Second = runtime::NanosecondsPerSecond;
+constexpr Nanoseconds Millisecond = Second / 1000;
+
+TEST(StampsTest, VideosTimescaleIsAMultipleOfTheRateAndOfAtLeast90000) {
+  const struct {
+    CMTime duration;
+    std::int32_t timescale;
+  } cases[] = {{CMTimeMake(1, 30), 90000}, {CMTimeMake(1001, 30000), 90000}, {CMTimeMake(1001, 24000), 96000},
+               {CMTimeMake(1, 7), 90006},  {CMTimeMake(2, 60), 90000},       {CMTimeMake(333333, 10000000), 10000000},
+               {kCMTimeInvalid, 90000}};
+  for (const auto& [duration, timescale] : cases) EXPECT_EQ(videoTimescale(duration), timescale);
+}
+
+TEST(StampsTest, APicturesTimeIsItsHeadersWhereThatIsOfThisClock) {
+  constexpr Nanoseconds now = 5000 * Second;
+  const struct {
+    std::int64_t header;
+    Nanoseconds stamp;
+  } cases[] = {{now - 40 * Millisecond, now - 40 * Millisecond},
+               {now + 900 * Millisecond, now + 900 * Millisecond},
+               {now + 1100 * Millisecond, now},
+               {0, now},
+               {-1, now},
+               {7 * Second, now}};  // counted from when a program started
+  for (const auto& [header, stamp] : cases) {
+    EXPECT_EQ(PictureClock().stamp({header, {}}, now, CMTimeMake(1, 30)).time, stamp) << header;
+  }
+}
+
+TEST(StampsTest, PicturesNeverGoBackInTimeAndGapsInTheirNumbersAreLosses) {
+  PictureClock clock;
+  Nanoseconds now = 1000 * Second, last = 0;
+  const auto lost = [&](std::optional<std::uint64_t> number, Nanoseconds elapsed, std::int64_t header = 0) {
+    now += elapsed;
+    const auto stamp = clock.stamp({header, number}, now, CMTimeMake(1, 30));
+    EXPECT_GT(stamp.time, last);
+    last = stamp.time;
+    return stamp.lostBefore;
+  };
+  EXPECT_EQ(lost(100, 0), 0U);
+  EXPECT_EQ(lost(101, 33 * Millisecond, now + 40 * Millisecond), 0U);
+  EXPECT_EQ(lost(104, 100 * Millisecond), 2U);
+  EXPECT_EQ(lost(0, 33 * Millisecond), 0U);  // it began again
+  EXPECT_EQ(lost({}, 33 * Millisecond), 0U);
+  EXPECT_EQ(lost(9, 33 * Millisecond), 0U);
+  EXPECT_LE(lost(1'000'000'000, 2 * Second), 64U);  // no more than there was time for
+  clock.restart();
+  EXPECT_EQ(lost(2'000'000'000, Second), 0U);
+}
+
+TEST(StampsTest, SoundFollowsWithoutAGapThroughJitterAndHasOneWhereSoundIsMissing) {
+  constexpr std::uint32_t frames = 480;
+  constexpr Nanoseconds length = 10 * Millisecond;
+  SoundClock clock(48000);
+  Nanoseconds end = 100 * Second, previous = clock.stamp(end, frames);
+  EXPECT_EQ(previous, end - length);
+  for (int i = 1; i <= 1000; ++i) {
+    end += length + 200;  // a clock that is slow by 20 parts in a million
+    const Nanoseconds jitter = (i % 3 - 1) * Millisecond;
+    const Nanoseconds stamp = clock.stamp(end + jitter, frames);
+    EXPECT_LT(std::llabs(stamp - previous - length), Millisecond / 8);
+    EXPECT_LT(std::llabs(stamp - (end - length)), Millisecond / 2);
+    previous = stamp;
+  }
+  end += 3 * length;
+  EXPECT_NEAR(static_cast<double>(clock.stamp(end, frames) - previous), 3.0 * length, 1.0 * Millisecond);
+}
+
+TEST(ChunkRingTest, KeepsWholeChunksInOrderAndRefusesWhatThereIsNoRoomFor) {
+  constexpr std::uint32_t capacity = 10;
+  ChunkRing ring(1, capacity);
+  std::uint8_t next = 0, expected = 0;
+  const auto write = [&](std::uint32_t frames) {
+    std::uint8_t* const to = ring.beginWrite(frames);
+    if (!to) return false;
+    for (std::uint32_t i = 0; i < frames; ++i) to[i] = next++;
+    ring.endWrite(frames, frames);
+    return true;
+  };
+  const auto read = [&] {
+    ChunkRing::Chunk chunk;
+    if (!ring.beginRead(chunk)) return 0U;
+    for (std::uint32_t i = 0; i < chunk.frames; ++i) EXPECT_EQ(chunk.bytes[i], expected++);
+    EXPECT_EQ(chunk.end, chunk.frames);
+    ring.endRead();
+    return chunk.frames;
+  };
+  EXPECT_EQ(read(), 0U);
+  EXPECT_FALSE(write(capacity + 1));
+  for (int round = 0; round < 20; ++round) {
+    ASSERT_TRUE(write(3));
+    ASSERT_TRUE(write(4));
+    ASSERT_FALSE(write(4));
+    ASSERT_EQ(read(), 3U);
+    ASSERT_EQ(read(), 4U);
+    ASSERT_EQ(read(), 0U);
+  }
+}
+
+}  // namespace
+}  // namespace hardware::pipewire
