@@ -2,6 +2,7 @@
 
 #include <Hardware.h>
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -47,24 +48,28 @@ std::shared_ptr<Provider> simulatedProvider(std::variant<simulated::Rig, simulat
   return std::make_shared<simulated::Provider>(std::get<simulated::Rig>(std::move(rig)), std::move(origin));
 }
 
-/// The library that knows PipeWire lies beside this one. Whoever captures nothing real does without it, and without
-/// all that it loads itself.
-std::shared_ptr<Provider> pipeWireProvider() {
+/// In front of the name of a library that lies beside this one; empty when this one has no path.
+std::string libraryFolder() {
   Dl_info self{};
   dladdr(reinterpret_cast<const void*>(&systemProvider), &self);
   const std::string_view path = self.dli_fname ? self.dli_fname : "";
-  const std::string folder(path.substr(0, path.rfind('/') + 1));  // with its slash; empty when there is none
-  const std::string file = folder + pipewire::LibraryName;
+  return std::string(path.substr(0, path.rfind('/') + 1));
+}
+
+/// Whoever captures nothing real does without PipeWire's libraries.
+std::shared_ptr<Provider> pipeWireProvider() {
+  const std::string file = libraryFolder() + pipewire::LibraryName;
   void* const library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
-  const auto make =
-      library ? reinterpret_cast<pipewire::MakeProvider*>(dlsym(library, pipewire::MakeProviderName)) : nullptr;
-  if (!make) {
-    std::fprintf(stderr, "No cameras or microphones: %s. CAPTURE_RIG=demo (brvhost --rig demo) shows the demonstration.\n",
-                 library ? (file + " is not of this version").c_str() : dlerror());
+  void* const found = library ? dlsym(library, pipewire::MakeProviderName) : nullptr;
+  if (!found) {
+    const bool isBuilt = access(file.c_str(), F_OK) == 0;
+    std::fprintf(stderr,
+                 "No cameras or microphones: %s. CAPTURE_RIG=demo (brvhost --rig demo) shows the demonstration.\n",
+                 isBuilt ? dlerror() : "this build does not include PipeWire");
     return std::make_shared<UnknownMachine>();
   }
   std::shared_ptr<Provider> provider;
-  make(provider);
+  reinterpret_cast<pipewire::MakeProvider*>(found)(provider);
   return provider;
 }
 
