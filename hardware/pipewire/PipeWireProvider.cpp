@@ -138,7 +138,7 @@ void PipeWireProvider::publish() {
   }
   for (ListedDevice& listed : catalog.devices) {
     attach(std::make_shared<PipeWireDevice>(std::move(listed), [provider = weak_from_this()] {
-      if (const auto self = provider.lock()) self->_loop.call([self = self.get()] { self->publish(); });
+      if (const auto self = provider.lock()) self->_change.raise();
     }));
   }
   setListed();

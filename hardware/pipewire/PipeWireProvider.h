@@ -52,6 +52,7 @@ class PipeWireProvider final : public Provider, public std::enable_shared_from_t
   Devices present();
 
   EventLoop _loop;
+  Signal _change{_loop, [this] { publish(); }};  ///< a device may have become free to be announced again
   std::once_flag _begun;
 
   // The lane's own.

@@ -28,7 +28,11 @@ Nanoseconds now() {
 }  // namespace
 
 Capture::Capture(Target target, Sink& sink, std::shared_ptr<Capture> former)
-    : _target(std::move(target)), _sink(sink), _former(std::move(former)) {}
+    : _target(std::move(target)), _sink(sink), _former(std::move(former)), _end(_loop, [this] {
+        _progress->stop();
+        _retry->stop();
+        close();
+      }) {}
 
 Capture::~Capture() {
   _admission.isOver = true;
@@ -58,11 +62,7 @@ void Capture::reconfigure(std::function<void(StreamHandler&)> change) {
 
 void Capture::cease() {
   _admission.isOver = true;
-  _loop.call([this] {
-    _progress->stop();
-    _retry->stop();
-    close();
-  });
+  _end.raise();
 }
 
 void Capture::end() {
@@ -137,6 +137,7 @@ void Capture::openStream() {
   if (result < 0) return fail(reasonOf(result, {}));
   _waitingSince = now();
   _progress->set(TimeBetweenChecks);
+  _retry->stop();
 }
 
 void Capture::closeStream() {

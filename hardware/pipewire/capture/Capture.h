@@ -65,6 +65,7 @@ class Capture : public std::enable_shared_from_this<Capture> {
   const std::shared_ptr<Capture> _former;
   Admission _admission;
   EventLoop _loop;
+  Signal _end;
   std::mutex _endLock;
 
   // The lane's own.

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <new>
 #include <utility>
 
 namespace hardware::pipewire {
@@ -12,15 +11,7 @@ using runtime::Nanoseconds;
 using runtime::NanosecondsPerSecond;
 
 SoundStream::SoundStream(Sink& sink, Admission& admission, EventLoop& loop, SoundFormat format)
-    : _sink(sink), _admission(admission), _loop(loop), _format(std::move(format)) {
-  const auto deliver = [](void* self, std::uint64_t) { static_cast<SoundStream*>(self)->deliver(); };
-  _sound = pw_loop_add_event(_loop.get(), deliver, this);
-  if (!_sound) throw std::bad_alloc();
-}
-
-SoundStream::~SoundStream() {
-  pw_loop_destroy_source(_loop.get(), _sound);
-}
+    : _sink(sink), _admission(admission), _arrival(loop, [this] { deliver(); }), _format(std::move(format)) {}
 
 void SoundStream::select(SoundFormat format) {
   _format = std::move(format);
@@ -97,7 +88,7 @@ void SoundStream::keep(const spa_data& memory, const pw_time& time) {
   Nanoseconds end = time.now > 0 ? time.now : runtime::Scheduler::current().now();
   if (time.rate.denom > 0) end -= time.delay * NanosecondsPerSecond * time.rate.num / time.rate.denom;
   _ring->endWrite(frames, end);
-  pw_loop_signal_event(_loop.get(), _sound);
+  _arrival.raise();
 }
 
 void SoundStream::deliver() {

@@ -5,7 +5,6 @@
 
 #include <Hardware.h>
 
-#include <functional>
 #include <optional>
 
 #include "capture/Admission.h"
@@ -20,7 +19,6 @@ namespace hardware::pipewire {
 class SoundStream final : public StreamHandler {
  public:
   SoundStream(Sink& sink, Admission& admission, EventLoop& loop, SoundFormat format);
-  ~SoundStream() override;
 
   /// What the next request asks for.
   void select(SoundFormat format);
@@ -40,8 +38,7 @@ class SoundStream final : public StreamHandler {
 
   Sink& _sink;
   Admission& _admission;
-  EventLoop& _loop;
-  spa_source* _sound;  ///< wakes the lane
+  Signal _arrival;  ///< of a chunk in the ring
 
   // Changed only while there is no stream.
   SoundFormat _format;

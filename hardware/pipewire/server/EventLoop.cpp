@@ -74,6 +74,19 @@ void EventLoop::runNextItem() {
   _turningThread = std::thread::id();
 }
 
+Signal::Signal(EventLoop& loop, std::function<void()> action) : _loop(loop), _action(std::move(action)) {
+  const auto run = [](void* signal, std::uint64_t) { static_cast<Signal*>(signal)->_action(); };
+  _source = orNoMemory(pw_loop_add_event(_loop.get(), run, this));
+}
+
+Signal::~Signal() {
+  pw_loop_destroy_source(_loop.get(), _source);
+}
+
+void Signal::raise() {
+  pw_loop_signal_event(_loop.get(), _source);
+}
+
 Timer::Timer(EventLoop& loop, std::function<void()> action) : _loop(loop), _action(std::move(action)) {
   const auto run = [](void* timer, std::uint64_t) { static_cast<Timer*>(timer)->_action(); };
   _source = orNoMemory(pw_loop_add_timer(_loop.get(), run, this));

@@ -55,6 +55,24 @@ class EventLoop final : private runtime::LaneClient {
   std::unique_ptr<runtime::Lane> _lane;
 };
 
+/// Lets a loop's lane call an action. Lives on the loop.
+class Signal {
+ public:
+  Signal(EventLoop& loop, std::function<void()> action);
+  ~Signal();
+
+  Signal(const Signal&) = delete;
+  Signal& operator=(const Signal&) = delete;
+
+  /// The action is called soon, once for several of these. Any thread; neither waits nor needs memory.
+  void raise();
+
+ private:
+  EventLoop& _loop;
+  std::function<void()> _action;
+  spa_source* _source;
+};
+
 /// Calls back on a loop's lane, once, after a while. Lives on the loop.
 class Timer {
  public:
