@@ -70,7 +70,7 @@ void PipeWireProvider::setEventHandler(EventHandler handler) {
 }
 
 void PipeWireProvider::connect() {
-  _connection.emplace(_loop, [this](std::uint32_t object, int result, std::string_view) {
+  _connection.emplace(_loop, Connection::Use::control, [this](std::uint32_t object, int result, std::string_view) {
     if (object != PW_ID_CORE) return;
     if (result == -EPIPE) _retry->set(0);  // not from within the connection's own call
     if (result == -EACCES) giveUpListing("PipeWire refuses this program");

@@ -72,7 +72,7 @@ void Capture::end() {
 
 void Capture::open() {
   if (_admission.isOver) return;
-  _connection.emplace(_loop, [this](std::uint32_t object, int result, std::string_view message) {
+  _connection.emplace(_loop, _handler->use(), [this](std::uint32_t object, int result, std::string_view message) {
     // What concerns a link or the stream, they say themselves.
     if (object != PW_ID_CORE || result != -EPIPE) return;
     _isConnectionLost = true;

@@ -17,10 +17,10 @@ std::uint8_t* ChunkRing::beginWrite(std::uint32_t frames) {
   return _bytes.data() + _writeOffset;
 }
 
-void ChunkRing::endWrite(std::uint32_t frames, runtime::Nanoseconds end) {
+void ChunkRing::endWrite(std::uint32_t frames, const ChunkTime& time) {
   const std::size_t written = _written.load(std::memory_order_relaxed);
   _writeByte += _skipped + frames * _frameSize;
-  _entries[written % _entries.size()] = {end, frames, _writeOffset, _writeByte};
+  _entries[written % _entries.size()] = {time, frames, _writeOffset, _writeByte};
   _written.store(written + 1, std::memory_order_release);
 }
 
@@ -28,7 +28,7 @@ bool ChunkRing::beginRead(Chunk& chunk) {
   const std::size_t read = _read.load(std::memory_order_relaxed);
   if (read == _written.load(std::memory_order_acquire)) return false;
   const Entry& entry = _entries[read % _entries.size()];
-  chunk = {entry.end, entry.frames, _bytes.data() + entry.offset};
+  chunk = {entry.time, entry.frames, _bytes.data() + entry.offset};
   return true;
 }
 

@@ -2,13 +2,13 @@
 
 // Sound on its way from PipeWire's data thread to a device's lane: one writer, one reader, and nobody waits.
 
-#include <runtime/Scheduler.h>
-
 #include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
+
+#include "capture/Stamps.h"
 
 namespace hardware::pipewire {
 
@@ -18,7 +18,7 @@ class ChunkRing {
   ChunkRing(std::size_t frameSize, std::size_t frameCapacity);
 
   struct Chunk {
-    runtime::Nanoseconds end = 0;  ///< when the last frame had been taken
+    ChunkTime time;
     std::uint32_t frames = 0;
     const std::uint8_t* bytes = nullptr;
   };
@@ -26,7 +26,7 @@ class ChunkRing {
   /// The writer: where `frames` frames in one piece may be written; null, and nothing is kept, when there is no room.
   std::uint8_t* beginWrite(std::uint32_t frames);
   /// Hands over what was written there.
-  void endWrite(std::uint32_t frames, runtime::Nanoseconds end);
+  void endWrite(std::uint32_t frames, const ChunkTime& time);
 
   /// The reader: the oldest chunk, whose bytes stay until `endRead`. False when there is none.
   bool beginRead(Chunk& chunk);
@@ -34,7 +34,7 @@ class ChunkRing {
 
  private:
   struct Entry {
-    runtime::Nanoseconds end = 0;
+    ChunkTime time;
     std::uint32_t frames = 0;
     std::size_t offset = 0;
     std::size_t nextByte = 0;  ///< of the byte count, after this chunk

@@ -20,6 +20,7 @@ class PictureStream final : public StreamHandler {
   /// What the next request asks for.
   void select(CameraFormat format, CMTime frameDuration);
 
+  Connection::Use use() const override { return Connection::Use::pictures; }
   Properties properties() const override;
   pw_stream_flags flags() const override;
   std::vector<const spa_pod*> request(spa_pod_builder& builder) const override;

@@ -7,8 +7,22 @@
 
 namespace hardware::pipewire {
 
-using runtime::Nanoseconds;
 using runtime::NanosecondsPerSecond;
+
+namespace {
+
+/// A driver without a clock tells no time.
+ChunkTime read(const pw_time& time) {
+  ChunkTime read;
+  read.end = time.now > 0 ? time.now : runtime::Scheduler::current().now();
+  if (time.rate.denom == 0) return read;
+  const double tick = static_cast<double>(NanosecondsPerSecond) * time.rate.num / time.rate.denom;
+  read.end -= std::llround(static_cast<double>(time.delay) * tick);
+  read.position = std::llround(static_cast<double>(time.ticks) * tick);
+  return read;
+}
+
+}  // namespace
 
 SoundStream::SoundStream(Sink& sink, Admission& admission, EventLoop& loop, SoundFormat format)
     : _sink(sink), _admission(admission), _arrival(loop, [this] { deliver(); }), _format(std::move(format)) {}
@@ -84,10 +98,7 @@ void SoundStream::keep(const spa_data& memory, const pw_time& time) {
     from += _format.firstChannel * sample;
     for (std::uint32_t i = 0; i < frames; ++i, from += whole, to += kept) std::memcpy(to, from, kept);
   }
-  // A driver without a clock tells no time.
-  Nanoseconds end = time.now > 0 ? time.now : runtime::Scheduler::current().now();
-  if (time.rate.denom > 0) end -= time.delay * NanosecondsPerSecond * time.rate.num / time.rate.denom;
-  _ring->endWrite(frames, end);
+  _ring->endWrite(frames, read(time));
   _arrival.raise();
 }
 
@@ -101,7 +112,7 @@ void SoundStream::deliver() {
     list.mBuffers[0] = {stream.mChannelsPerFrame, chunk.frames * stream.mBytesPerFrame,
                         const_cast<std::uint8_t*>(chunk.bytes)};
     AudioChunk captured;
-    captured.presentationTime = timeOf(_clock->stamp(chunk.end, chunk.frames), rate());
+    captured.presentationTime = timeOf(_clock->stamp(chunk.time, chunk.frames), rate());
     captured.frameCount = chunk.frames;
     captured.format = &_format.format;
     captured.buffers = &list;

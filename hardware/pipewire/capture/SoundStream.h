@@ -23,6 +23,7 @@ class SoundStream final : public StreamHandler {
   /// What the next request asks for.
   void select(SoundFormat format);
 
+  Connection::Use use() const override { return Connection::Use::sound; }
   Properties properties() const override;
   pw_stream_flags flags() const override;
   std::vector<const spa_pod*> request(spa_pod_builder& builder) const override;

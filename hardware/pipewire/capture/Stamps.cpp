@@ -43,14 +43,24 @@ PictureClock::Stamp PictureClock::stamp(const PictureHeader& header, Nanoseconds
   return stamp;
 }
 
-Nanoseconds SoundClock::stamp(Nanoseconds end, std::uint32_t frames) {
-  constexpr double largestJitter = 0.005 * NanosecondsPerSecond;
-  constexpr double share = 1.0 / 16;  // of what a chunk is off, that the next one takes over: clocks drift apart slowly
+Nanoseconds SoundClock::stamp(const ChunkTime& told, std::uint32_t frames) {
+  constexpr double farthestOff = 0.2 * NanosecondsPerSecond;  // another driver's clock, or a machine that slept
   const double length = static_cast<double>(frames) * NanosecondsPerSecond / _rate;
-  const double told = static_cast<double>(end) - length;
-  double begin = told;
-  if (_next && std::abs(told - *_next) < largestJitter) begin = *_next + (told - *_next) * share;
-  _next = begin + length;
+  const double toldBegin = static_cast<double>(told.end) - length;
+  double begin = toldBegin;
+  if (_length > 0) {
+    const bool isCounted = told.position > _position && _position >= 0;
+    const double missing = static_cast<double>(told.position - _position) - _length;
+    const double expected = _end + (isCounted && missing > _length / 2 ? missing : 0);
+    const double off = toldBegin - expected;
+    const double largestStep = length / 40;  // so that nobody hears it
+    const double step = std::clamp(off < 0 ? off / 4 : off / 256, -largestStep, largestStep);
+    const bool isInterrupted = std::abs(off) > farthestOff || (!isCounted && std::abs(off) > length);
+    if (!isInterrupted) begin = expected + step;
+  }
+  _end = begin + length;
+  _length = length;
+  _position = told.position;
   return static_cast<Nanoseconds>(std::llround(begin));
 }
 

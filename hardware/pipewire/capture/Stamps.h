@@ -45,18 +45,28 @@ class PictureClock {
   std::optional<std::uint64_t> _number;
 };
 
-/// Tells the times of one microphone's chunks: they follow each other without a gap for as long as the stream's own
-/// times say so but for their jitter.
+/// What PipeWire tells of the time of a chunk of sound.
+struct ChunkTime {
+  runtime::Nanoseconds end = 0;        ///< when the last frame had been taken, as far as a late cycle can tell
+  runtime::Nanoseconds position = -1;  ///< of the graph at that time, by the count of its driver; negative for none
+};
+
+/// Tells the times of one microphone's chunks. Where the driver's count says that nothing is missing they follow each
+/// other, and draw near to the times that PipeWire tells, of which the earliest are right: cycles are late, never
+/// early.
 class SoundClock {
  public:
   explicit SoundClock(std::int32_t rate) : _rate(rate) {}
 
-  /// The time of the first of `frames` frames, of which the stream says that the last had been taken by `end`.
-  runtime::Nanoseconds stamp(runtime::Nanoseconds end, std::uint32_t frames);
+  /// The time of the first of `frames` frames.
+  runtime::Nanoseconds stamp(const ChunkTime& told, std::uint32_t frames);
 
  private:
   const std::int32_t _rate;
-  std::optional<double> _next;  ///< when the next chunk begins if nothing is missing
+  // Of the chunk before, in nanoseconds; no length while there is none.
+  double _end = 0;
+  double _length = 0;
+  runtime::Nanoseconds _position = -1;
 };
 
 }  // namespace hardware::pipewire

@@ -7,6 +7,7 @@
 
 #include <vector>
 
+#include "server/Connection.h"
 #include "server/Properties.h"
 
 struct spa_pod_builder;
@@ -17,6 +18,8 @@ namespace hardware::pipewire {
 class StreamHandler {
  public:
   virtual ~StreamHandler() = default;
+
+  virtual Connection::Use use() const = 0;
 
   /// How a stream is to be made.
   virtual Properties properties() const = 0;

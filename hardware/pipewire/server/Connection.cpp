@@ -28,9 +28,10 @@ class SignalsBlocked {
 
 }  // namespace
 
-Connection::Connection(EventLoop& loop, ErrorHandler onError) : _onError(std::move(onError)) {
+Connection::Connection(EventLoop& loop, Use use, ErrorHandler onError) : _onError(std::move(onError)) {
   const SignalsBlocked signalsBlocked;
-  _context = pw_context_new(loop.get(), pw_properties_new(PW_KEY_CONFIG_NAME, "client.conf", nullptr), 0);
+  const char* const configuration = use == Use::sound ? "client-rt.conf" : "client.conf";
+  _context = pw_context_new(loop.get(), pw_properties_new(PW_KEY_CONFIG_NAME, configuration, nullptr), 0);
   if (!_context) return;
   _core = pw_context_connect(_context, nullptr, 0);
   if (!_core) return;

@@ -19,7 +19,10 @@ class Connection {
   /// gone. Must not destroy the connection.
   using ErrorHandler = std::function<void(std::uint32_t object, int result, std::string_view message)>;
 
-  Connection(EventLoop& loop, ErrorHandler onError);
+  /// For sound, the library's data thread is one that the system schedules in real time, where that may be had.
+  enum class Use { control, pictures, sound };
+
+  Connection(EventLoop& loop, Use use, ErrorHandler onError);
   ~Connection();
 
   Connection(const Connection&) = delete;

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <algorithm>
 #include <cstdlib>
 
 #include "capture/ChunkRing.h"
@@ -62,22 +62,33 @@ TEST(StampsTest, PicturesNeverGoBackInTimeAndGapsInTheirNumbersAreLosses) {
   EXPECT_EQ(lost(2'000'000'000, Second), 0U);
 }
 
-TEST(StampsTest, SoundFollowsWithoutAGapThroughJitterAndHasOneWhereSoundIsMissing) {
+TEST(StampsTest, SoundFollowsWithoutAGapThroughLateCyclesAndHasOneWhereSoundIsMissing) {
   constexpr std::uint32_t frames = 480;
   constexpr Nanoseconds length = 10 * Millisecond;
   SoundClock clock(48000);
-  Nanoseconds end = 100 * Second, previous = clock.stamp(end, frames);
-  EXPECT_EQ(previous, end - length);
-  for (int i = 1; i <= 1000; ++i) {
+  Nanoseconds end = 100 * Second, position = Second, previous = end - length;
+  const auto stamp = [&](Nanoseconds late) { return clock.stamp({end + late, position}, frames); };
+  stamp(8 * Millisecond);
+  Nanoseconds farthestOff = 0, longestStep = 0;
+  for (int i = 1; i <= 2000; ++i) {
     end += length + 200;  // a clock that is slow by 20 parts in a million
-    const Nanoseconds jitter = (i % 3 - 1) * Millisecond;
-    const Nanoseconds stamp = clock.stamp(end + jitter, frames);
-    EXPECT_LT(std::llabs(stamp - previous - length), Millisecond / 8);
-    EXPECT_LT(std::llabs(stamp - (end - length)), Millisecond / 2);
-    previous = stamp;
+    position += length;
+    const Nanoseconds time = stamp((i * 7 % 10) * Millisecond);
+    if (i > 1) longestStep = std::max<Nanoseconds>(longestStep, std::llabs(time - previous - length));
+    if (i > 500) farthestOff = std::max<Nanoseconds>(farthestOff, std::llabs(time - (end - length)));
+    previous = time;
   }
-  end += 3 * length;
-  EXPECT_NEAR(static_cast<double>(clock.stamp(end, frames) - previous), 3.0 * length, 1.0 * Millisecond);
+  EXPECT_LT(longestStep, Millisecond / 3);
+  EXPECT_LT(farthestOff, Millisecond);
+  end += 4 * length;
+  position += 4 * length;
+  EXPECT_LT(std::llabs(stamp(0) - previous - 4 * length), Millisecond);
+
+  // Without a count, a jump of more than a chunk is a gap.
+  SoundClock uncounted(48000);
+  EXPECT_EQ(uncounted.stamp({Second, -1}, frames), Second - length);
+  EXPECT_LT(uncounted.stamp({Second + length + 4 * Millisecond, -1}, frames) - Second, Millisecond);
+  EXPECT_EQ(uncounted.stamp({2 * Second, -1}, frames), 2 * Second - length);
 }
 
 TEST(ChunkRingTest, KeepsWholeChunksInOrderAndRefusesWhatThereIsNoRoomFor) {
@@ -88,14 +99,14 @@ TEST(ChunkRingTest, KeepsWholeChunksInOrderAndRefusesWhatThereIsNoRoomFor) {
     std::uint8_t* const to = ring.beginWrite(frames);
     if (!to) return false;
     for (std::uint32_t i = 0; i < frames; ++i) to[i] = next++;
-    ring.endWrite(frames, frames);
+    ring.endWrite(frames, {frames, -1});
     return true;
   };
   const auto read = [&] {
     ChunkRing::Chunk chunk;
     if (!ring.beginRead(chunk)) return 0U;
     for (std::uint32_t i = 0; i < chunk.frames; ++i) EXPECT_EQ(chunk.bytes[i], expected++);
-    EXPECT_EQ(chunk.end, chunk.frames);
+    EXPECT_EQ(chunk.time.end, chunk.frames);
     ring.endRead();
     return chunk.frames;
   };
