@@ -76,11 +76,14 @@ TEST_F(DeviceTest, AMuxedDeviceBringsItsSoundInTheTimescaleOfItsPicturesUntilAMi
   const auto device = AVCaptureDevice::devicesWithMediaType(AVMediaTypeAudio).front();
   manager->_RemoveDevice(manager->getDeviceWithName("Mic Audio"));
   source().setAudioTrackDevice(device.get());
+  const auto unclaimed = SampleLedger::of(AVMediaTypeAudio).unclaimed;
   captureSound(*lone, CMTimeMake(7, 44100));
+  captureSound(*deck, CMTimeMake(96000, 48000));
   source().stopDevice();
 
   EXPECT_EQ(source().getAudioDeviceID(), "m");
   EXPECT_THAT(audioTimes, ElementsAre(600, 7));
+  EXPECT_EQ(SampleLedger::of(AVMediaTypeAudio).unclaimed, unclaimed + 1) << "the sound that nobody hears any more";
 }
 
 TEST_F(DeviceTest, AMicrophoneThatJoinsARunningCameraIsHeardAtOnceAlsoWhenItComesBack) {
