@@ -1,5 +1,5 @@
-/* A host in C, outside the tree: loads the installed module and receives a frame. What it does not need of the installed
-   headers, it includes all the same: they are C11. */
+/* A host in C, outside the tree: loads the installed module and receives a frame. What it does not need of the
+   installed headers, it includes all the same: they are C11. */
 
 #include <BRV_AVCapture.h>
 #include <CoreFoundation/CFArray.h>
