@@ -289,9 +289,10 @@ typedef int (*BRV_GetSourceState_Function)(void);
 
 /*
  * The message for an error code of BRV_SetSourceSettings; with 0 - index, why the source at that index delivers
- * nothing. The length call fetches the source's pending error, once; without one the previous message stays. The copy
- * call hands out what the last length call left. What the camera said to a failed "Video Settings" is in the log
- * instead, and a value that names no choice has no message.
+ * nothing: what kept it from starting, or what its camera or microphone says while it cannot go on (another program
+ * holds it, say; capture resumes by itself). The length call fetches the source's pending error, once; without one the
+ * previous message stays. The copy call hands out what the last length call left. What the camera said to a failed
+ * "Video Settings" is in the log instead, and a value that names no choice has no message.
  */
 BRV_EXPORT void BRV_GetErrorMessage(void* unread0, void* unread1, int errorCode, char* buffer, int* length);
 typedef void (*BRV_GetErrorMessage_Function)(void* unread0, void* unread1, int errorCode, char* buffer, int* length);
@@ -337,8 +338,8 @@ typedef int (*BRV_SourceSupportsProperty_Function)(void* unread, const char* sou
  * called; the result is the same. Read-only.
  *
  * With the identifier of the device group (BRV_GetDeviceId) as `sourceId`, two more texts, and 1: "provider", where the
- * devices come from, for display; and "unoffered_devices", what is plugged in and has no source: a record "devices" with
- * a child "device" for each, of the texts "name" and "reason".
+ * devices come from, for display; and "unoffered_devices", what is plugged in and has no source: a record "devices"
+ * with a child "device" for each, of the texts "name" and "reason".
  */
 BRV_EXPORT int BRV_GetProperty(void* context, BRV_PropertyCallback callback, const char* propertyName,
                                const void* required, const char* sourceId);
