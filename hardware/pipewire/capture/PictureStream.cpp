@@ -163,7 +163,8 @@ PackedPicture PictureStream::pictureIn(const spa_buffer& buffer) const {
     const std::uint32_t offset = std::min(part.chunk->offset, part.maxsize);
     const bool isUnstated = part.chunk->size == 0 && part.type == SPA_DATA_DmaBuf;
     const std::uint32_t size = isUnstated ? part.maxsize - offset : std::min(part.chunk->size, part.maxsize - offset);
-    if (!part.data || size == 0 || (part.chunk->flags & SPA_CHUNK_FLAG_CORRUPTED)) return picture;
+    if (!part.data || size == 0 || (static_cast<std::uint32_t>(part.chunk->flags) & SPA_CHUNK_FLAG_CORRUPTED))
+      return picture;
     picture.planes[i] = {static_cast<const std::uint8_t*>(part.data) + offset, size,
                          static_cast<std::size_t>(std::max(part.chunk->stride, 0))};
   }
