@@ -233,9 +233,9 @@ std::optional<std::string> AVCaptureDevice::openFailure() const {
   return device ? device->openFailure() : std::optional<std::string>("\"" + localizedName() + "\" is not connected.");
 }
 
-void AVCaptureDevice::attach(std::shared_ptr<hardware::Device> device) {
+void AVCaptureDevice::attach(const std::shared_ptr<hardware::Device>& device) {
   select(*device);
-  _stream->setHardware(std::move(device));
+  _stream->setHardware(device);
 }
 
 void AVCaptureDevice::applySelection() {

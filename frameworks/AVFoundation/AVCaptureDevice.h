@@ -101,7 +101,7 @@ class AVCaptureDevice final : public NSObject {
   ~AVCaptureDevice() override;
 
   const std::vector<std::string>& linkedIDs() const;
-  void attach(std::shared_ptr<hardware::Device> device);
+  void attach(const std::shared_ptr<hardware::Device>& device);
   bool holdsConfigurationLock() const;
   void applySelection();
   void select(hardware::Device& device) const;
