@@ -1,8 +1,9 @@
 #include "listing/CameraFormats.h"
 
 #include <spa/debug/types.h>
+#include <spa/param/format-utils.h>
 #include <spa/param/format.h>
-#include <spa/param/video/format-utils.h>
+#include <spa/param/video/color.h>
 #include <spa/param/video/type-info.h>
 #include <spa/pod/builder.h>
 
@@ -248,60 +249,51 @@ const spa_pod* build(spa_pod_builder& builder, std::span<const std::uint32_t> co
   return static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &object));
 }
 
-std::optional<hardware::VideoColor> colorOf(const spa_video_info_raw& info) {
-  using VideoColor = hardware::VideoColor;
+/// One of PipeWire's enumerations in a format that is settled; 0, which stands for unknown, where it has none.
+std::uint32_t settled(const spa_pod* format, std::uint32_t key) {
+  const auto value = choiceOf<std::uint32_t>(format, key, SPA_TYPE_Id);
+  return value.isEmpty() ? 0 : value.preferred();
+}
+
+template <typename Meaning>
+struct Term {
+  std::uint32_t value;
+  Meaning meaning;
+};
+
+template <typename Meaning, std::size_t Count>
+std::optional<Meaning> meaningOf(std::uint32_t value, const Term<Meaning> (&terms)[Count]) {
+  for (const auto& term : terms) {
+    if (term.value == value) return term.meaning;
+  }
+  return std::nullopt;
+}
+
+std::optional<VideoColor> colorOf(const spa_pod* format) {
+  using Matrix = VideoColor::Matrix;
+  using Primaries = VideoColor::Primaries;
+  using Transfer = VideoColor::Transfer;
+  using Range = VideoColor::Range;
+  constexpr Term<Matrix> matrices[] = {{SPA_VIDEO_COLOR_MATRIX_BT601, Matrix::ITU_R_601_4},
+                                       {SPA_VIDEO_COLOR_MATRIX_BT709, Matrix::ITU_R_709_2},
+                                       {SPA_VIDEO_COLOR_MATRIX_SMPTE240M, Matrix::SMPTE_240M_1995},
+                                       {SPA_VIDEO_COLOR_MATRIX_BT2020, Matrix::ITU_R_2020}};
+  constexpr Term<Primaries> primaries[] = {{SPA_VIDEO_COLOR_PRIMARIES_BT709, Primaries::ITU_R_709_2},
+                                           {SPA_VIDEO_COLOR_PRIMARIES_BT470BG, Primaries::EBU_3213},
+                                           {SPA_VIDEO_COLOR_PRIMARIES_SMPTE170M, Primaries::SMPTE_C},
+                                           {SPA_VIDEO_COLOR_PRIMARIES_SMPTE240M, Primaries::SMPTE_C},
+                                           {SPA_VIDEO_COLOR_PRIMARIES_BT2020, Primaries::ITU_R_2020}};
+  constexpr Term<Transfer> transfers[] = {{SPA_VIDEO_TRANSFER_BT709, Transfer::ITU_R_709_2},
+                                          {SPA_VIDEO_TRANSFER_SMPTE240M, Transfer::SMPTE_240M_1995},
+                                          {SPA_VIDEO_TRANSFER_SRGB, Transfer::sRGB},
+                                          {SPA_VIDEO_TRANSFER_BT2020_12, Transfer::ITU_R_2020}};
+  constexpr Term<Range> ranges[] = {{SPA_VIDEO_COLOR_RANGE_0_255, Range::full},
+                                    {SPA_VIDEO_COLOR_RANGE_16_235, Range::video}};
   VideoColor color;
-  switch (info.color_matrix) {
-    case SPA_VIDEO_COLOR_MATRIX_BT601:
-      color.matrix = VideoColor::Matrix::ITU_R_601_4;
-      break;
-    case SPA_VIDEO_COLOR_MATRIX_BT709:
-      color.matrix = VideoColor::Matrix::ITU_R_709_2;
-      break;
-    case SPA_VIDEO_COLOR_MATRIX_SMPTE240M:
-      color.matrix = VideoColor::Matrix::SMPTE_240M_1995;
-      break;
-    case SPA_VIDEO_COLOR_MATRIX_BT2020:
-      color.matrix = VideoColor::Matrix::ITU_R_2020;
-      break;
-    default:
-      break;
-  }
-  switch (info.color_primaries) {
-    case SPA_VIDEO_COLOR_PRIMARIES_BT709:
-      color.primaries = VideoColor::Primaries::ITU_R_709_2;
-      break;
-    case SPA_VIDEO_COLOR_PRIMARIES_BT470BG:
-      color.primaries = VideoColor::Primaries::EBU_3213;
-      break;
-    case SPA_VIDEO_COLOR_PRIMARIES_SMPTE170M:
-    case SPA_VIDEO_COLOR_PRIMARIES_SMPTE240M:
-      color.primaries = VideoColor::Primaries::SMPTE_C;
-      break;
-    case SPA_VIDEO_COLOR_PRIMARIES_BT2020:
-      color.primaries = VideoColor::Primaries::ITU_R_2020;
-      break;
-    default:
-      break;
-  }
-  switch (info.transfer_function) {
-    case SPA_VIDEO_TRANSFER_BT709:
-      color.transfer = VideoColor::Transfer::ITU_R_709_2;
-      break;
-    case SPA_VIDEO_TRANSFER_SMPTE240M:
-      color.transfer = VideoColor::Transfer::SMPTE_240M_1995;
-      break;
-    case SPA_VIDEO_TRANSFER_SRGB:
-      color.transfer = VideoColor::Transfer::sRGB;
-      break;
-    case SPA_VIDEO_TRANSFER_BT2020_12:
-      color.transfer = VideoColor::Transfer::ITU_R_2020;
-      break;
-    default:
-      break;
-  }
-  if (info.color_range == SPA_VIDEO_COLOR_RANGE_0_255) color.range = VideoColor::Range::full;
-  if (info.color_range == SPA_VIDEO_COLOR_RANGE_16_235) color.range = VideoColor::Range::video;
+  color.matrix = meaningOf(settled(format, SPA_FORMAT_VIDEO_colorMatrix), matrices);
+  color.primaries = meaningOf(settled(format, SPA_FORMAT_VIDEO_colorPrimaries), primaries);
+  color.transfer = meaningOf(settled(format, SPA_FORMAT_VIDEO_transferFunction), transfers);
+  color.range = meaningOf(settled(format, SPA_FORMAT_VIDEO_colorRange), ranges);
   if (!color.matrix && !color.primaries && !color.transfer && !color.range) return std::nullopt;
   return color;
 }
@@ -356,28 +348,20 @@ std::vector<const spa_pod*> requestFor(const CameraFormat& format, CMTime frameD
 NegotiatedPicture readNegotiated(const spa_pod* format) {
   NegotiatedPicture negotiated;
   std::uint32_t media = 0, subtype = 0;
-  spa_rectangle size{};
-  spa_fraction rate{};
   if (spa_format_parse(format, &media, &subtype) < 0 || media != SPA_MEDIA_TYPE_video) return negotiated;
+  const auto size = choiceOf<spa_rectangle>(format, SPA_FORMAT_VIDEO_size, SPA_TYPE_Rectangle);
+  if (size.isEmpty() || !isSize(size.preferred())) return negotiated;
+  negotiated.width = static_cast<std::int32_t>(size.preferred().width);
+  negotiated.height = static_cast<std::int32_t>(size.preferred().height);
+  const auto rate = choiceOf<spa_fraction>(format, SPA_FORMAT_VIDEO_framerate, SPA_TYPE_Fraction);
+  if (!rate.isEmpty() && isRate(rate.preferred())) negotiated.frameDuration = durationOf(rate.preferred());
   if (subtype == SPA_MEDIA_SUBTYPE_mjpg) {
-    spa_video_info_mjpg info{};
-    if (spa_format_video_mjpg_parse(format, &info) < 0) return negotiated;
     negotiated.packing = Packing::JPEG;
-    size = info.size;
-    rate = info.framerate;
   } else if (subtype == SPA_MEDIA_SUBTYPE_raw) {
-    spa_video_info_raw info{};
-    if (spa_format_video_raw_parse(format, &info) < 0) return negotiated;
-    const Codec* codec = codecOf(info.format);
+    const Codec* codec = codecOf(settled(format, SPA_FORMAT_VIDEO_format));
     if (codec) negotiated.packing = codec->packing;
-    negotiated.color = colorOf(info);
-    size = info.size;
-    rate = info.framerate;
+    negotiated.color = colorOf(format);
   }
-  if (!isSize(size)) return {};
-  negotiated.width = static_cast<std::int32_t>(size.width);
-  negotiated.height = static_cast<std::int32_t>(size.height);
-  if (isRate(rate)) negotiated.frameDuration = durationOf(rate);
   return negotiated;
 }
 

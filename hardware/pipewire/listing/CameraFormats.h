@@ -49,8 +49,8 @@ struct NegotiatedPicture {
   Packing packing = Packing::none;
   std::int32_t width = 0;
   std::int32_t height = 0;
-  CMTime frameDuration = kCMTimeInvalid;      ///< invalid where the rate varies
-  std::optional<hardware::VideoColor> color;  ///< as the server states it
+  CMTime frameDuration = kCMTimeInvalid;  ///< invalid where the rate varies
+  std::optional<VideoColor> color;        ///< as the server states it
 };
 NegotiatedPicture readNegotiated(const spa_pod* format);
 

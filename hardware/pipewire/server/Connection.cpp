@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <mutex>
 #include <utility>
 
 namespace hardware::pipewire {
@@ -30,6 +31,9 @@ class SignalsBlocked {
 
 Connection::Connection(EventLoop& loop, Use use, ErrorHandler onError) : _onError(std::move(onError)) {
   const SignalsBlocked signalsBlocked;
+  // The library asks for the user's name with a function that is not made for several threads.
+  static std::mutex oneAtATime;
+  const std::lock_guard lock(oneAtATime);
   const char* const configuration = use == Use::sound ? "client-rt.conf" : "client.conf";
   _context = pw_context_new(loop.get(), pw_properties_new(PW_KEY_CONFIG_NAME, configuration, nullptr), 0);
   if (!_context) return;
