@@ -17,7 +17,8 @@ CMTime timeOf(Nanoseconds time, std::int32_t timescale) {
 
 std::int32_t videoTimescale(CMTime frameDuration) {
   constexpr std::int64_t least = 90000;
-  if (!CMTIME_IS_NUMERIC(frameDuration) || frameDuration.value <= 0) return least;
+  const bool isKnown = CMTIME_IS_NUMERIC(frameDuration) && frameDuration.value > 0 && frameDuration.timescale > 0;
+  if (!isKnown) return least;
   const std::int64_t own =
       frameDuration.timescale / std::gcd<std::int64_t, std::int64_t>(frameDuration.value, frameDuration.timescale);
   return static_cast<std::int32_t>(own * ((least + own - 1) / own));

@@ -307,7 +307,7 @@ CameraOffer readCameraFormats(std::span<const spa_pod* const> offered) {
 }
 
 std::size_t automaticFormat(std::span<const CameraFormat> formats) {
-  constexpr std::int64_t mostPixels = 1920 * 1080;
+  constexpr std::int64_t mostPixels = std::int64_t{1920} * 1080;
   const auto isAllowed = [](const CameraFormat& line) {
     return std::int64_t{line.format.width} * line.format.height <= mostPixels;
   };

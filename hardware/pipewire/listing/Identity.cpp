@@ -71,7 +71,7 @@ std::string withoutDeviceCounter(std::string name, const Properties& properties)
 
 /// What tells a source from all others, as far as its own properties go.
 std::string ownID(const Properties& properties) {
-  const std::string name(valueOf(properties, PW_KEY_NODE_NAME));
+  std::string name(valueOf(properties, PW_KEY_NODE_NAME));
   const std::string path(valueOf(properties, PW_KEY_DEVICE_BUS_PATH));
   if (!path.empty()) {
     const std::string written = sanitized(path);
@@ -144,7 +144,7 @@ std::string fourDigits(std::string_view text) {
 std::string displayName(const Properties& properties) {
   static const auto& interface = pattern(R"( \((V4L2|libcamera)\)$)");
   for (const char* key : {PW_KEY_NODE_DESCRIPTION, PW_KEY_NODE_NICK, PW_KEY_DEVICE_DESCRIPTION, PW_KEY_NODE_NAME}) {
-    const std::string name = std::regex_replace(std::string(valueOf(properties, key)), interface, "");
+    std::string name = std::regex_replace(std::string(valueOf(properties, key)), interface, "");
     if (!name.empty()) return name;
   }
   return "Unnamed";
