@@ -111,7 +111,7 @@ auto PipeWireProvider::present() -> Devices {
   return _devices;
 }
 
-/// Lists what the server has now. A device whose formats have changed leaves, and comes back with the new ones; one
+/// Lists what the server has now. A device whose formats or links have changed leaves, and comes back with the new; one
 /// that is running does so when it stops, since what it sends can be followed until then.
 void PipeWireProvider::publish() {
   if (!_mirror || !_mirror->isSettled()) return;  // it will be

@@ -117,6 +117,7 @@ class Writer {
 
 bool isSameDevice(const ListedDevice& a, const ListedDevice& b) {
   return a.serial == b.serial && a.description.uniqueID == b.description.uniqueID &&
+         a.description.linkedDevices == b.description.linkedDevices &&
          areSameFormats(a.cameraFormats, b.cameraFormats) && areSameFormats(a.soundFormats, b.soundFormats);
 }
 
