@@ -29,7 +29,10 @@ void PipeWireProvider::awaitListing() {
     });
     _patience.emplace(_loop, [this] { giveUpListing("PipeWire does not answer: this program may not use it"); });
     _loop.call([this] { connect(); });
-    _loop.begin("devices", weak_from_this());
+    _loop.begin("devices", weak_from_this(), [this] {
+      _mirror.reset();
+      _connection.reset();
+    });
   });
   const Nanoseconds deadline = runtime::Scheduler::current().now() + NanosecondsPerSecond;
   const auto isListed = [this] {

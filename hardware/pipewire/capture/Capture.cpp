@@ -37,7 +37,6 @@ Capture::Capture(Target target, Sink& sink, std::shared_ptr<Capture> former)
 Capture::~Capture() {
   _admission.isOver = true;
   _loop.end();
-  close();
 }
 
 void Capture::begin(std::unique_ptr<StreamHandler> handler) {
@@ -48,7 +47,7 @@ void Capture::begin(std::unique_ptr<StreamHandler> handler) {
     if (_former) _former->end();
     open();
   });
-  _loop.begin(_target.name, weak_from_this());
+  _loop.begin(_target.name, weak_from_this(), [this] { close(); });
 }
 
 void Capture::reconfigure(std::function<void(StreamHandler&)> change) {

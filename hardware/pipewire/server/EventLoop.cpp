@@ -36,15 +36,31 @@ EventLoop::~EventLoop() {
   pw_loop_destroy(_loop);
 }
 
-void EventLoop::begin(std::string_view name, std::weak_ptr<const void> owner) {
+void EventLoop::begin(std::string_view name, std::weak_ptr<const void> owner, std::function<void()> close) {
   _owner = std::move(owner);
+  _close = std::move(close);
   _lane = runtime::Scheduler::current().makeLane(name, *this);
 }
 
 void EventLoop::end() {
-  _hasEnded = true;
-  pw_loop_signal_event(_loop, _wake);
+  if (!_lane) return;
+  if (isCurrent()) {
+    close();
+  } else {
+    _ends = true;
+    pw_loop_signal_event(_loop, _wake);
+    _closed.wait();
+  }
   _lane.reset();
+  _thread = std::thread::id();
+}
+
+void EventLoop::close() {
+  if (_isClosed) return;
+  _close();
+  if (_isEntered) pw_loop_leave(_loop);
+  _isClosed = true;
+  _closed.signal();
 }
 
 void EventLoop::call(std::function<void()> action) {
@@ -65,13 +81,12 @@ void EventLoop::runCalls() {
 }
 
 void EventLoop::runNextItem() {
+  if (_ends) return close();
   const auto owner = _owner.lock();
-  if (!owner) return;  // it is being destroyed, and ends the lane
-  _turningThread = std::this_thread::get_id();
-  pw_loop_enter(_loop);
+  if (!owner) return;  // it is being destroyed, and about to end the lane
+  _thread = std::this_thread::get_id();
+  if (!std::exchange(_isEntered, true)) pw_loop_enter(_loop);
   pw_loop_iterate(_loop, -1);
-  pw_loop_leave(_loop);
-  _turningThread = std::thread::id();
 }
 
 Signal::Signal(EventLoop& loop, std::function<void()> action) : _loop(loop), _action(std::move(action)) {

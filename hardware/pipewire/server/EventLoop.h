@@ -16,7 +16,9 @@
 
 namespace hardware::pipewire {
 
-/// What lives on the loop is made before `begin` or on the lane, and destroyed on the lane or after `end`.
+/// What lives on the loop is made before `begin` or on the lane, and destroyed on the lane or after `end`. Connections
+/// and streams are opened and closed on the lane: the library's data thread takes a loop that no thread is in for one
+/// that it may run itself.
 class EventLoop final : private runtime::LaneClient {
  public:
   /// Throws std::bad_alloc when there is no loop to be had.
@@ -25,33 +27,41 @@ class EventLoop final : private runtime::LaneClient {
 
   pw_loop* get() const { return _loop; }
 
-  /// Starts the lane. Each turn holds the owner, which may so be let go of in the middle of one.
-  void begin(std::string_view name, std::weak_ptr<const void> owner);
+  /// Starts the lane. Each turn holds the owner, which may so be let go of in the middle of one. The lane's last turn
+  /// calls `close`.
+  void begin(std::string_view name, std::weak_ptr<const void> owner, std::function<void()> close);
 
-  /// Ends the lane: afterwards nothing is called on it. Waits for the turn in progress, except when called from it. For
-  /// one thread at a time.
+  /// Ends the lane: afterwards nothing is called on it. Waits for its last turn, except when called from a turn: then
+  /// that one is the last. For one thread at a time.
   void end();
 
-  /// True on the thread that is running a turn. Any thread.
-  bool isCurrent() const { return _turningThread.load() == std::this_thread::get_id(); }
+  /// True within a turn. Any thread.
+  bool isCurrent() const { return _thread.load() == std::this_thread::get_id(); }
 
   /// Calls `action` on the lane soon. Any thread.
   void call(std::function<void()> action);
 
  private:
-  runtime::Nanoseconds nextItemTime() override { return _hasEnded.load() ? runtime::Never : 0; }
+  runtime::Nanoseconds nextItemTime() override { return _isClosed ? runtime::Never : 0; }
   void runNextItem() override;
+  void close();
   void runCalls();
 
   pw_loop* _loop;
   spa_source* _wake;
   std::weak_ptr<const void> _owner;
-  std::atomic<bool> _hasEnded{false};
-  std::atomic<std::thread::id> _turningThread{};
+  std::function<void()> _close;
+  std::atomic<bool> _ends{false};
+  std::atomic<std::thread::id> _thread{};  ///< the lane's
 
   std::mutex _callsLock;
   std::vector<std::function<void()>> _calls;
 
+  // The lane's own.
+  bool _isEntered = false;
+  bool _isClosed = false;
+
+  runtime::Event _closed;
   std::unique_ptr<runtime::Lane> _lane;
 };
 
