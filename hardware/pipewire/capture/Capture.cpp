@@ -66,6 +66,7 @@ void Capture::cease() {
 
 void Capture::end() {
   std::lock_guard lock(_endLock);
+  if (_former) _former->end();  // also when this one ends before its first turn
   _loop.end();
 }
 
