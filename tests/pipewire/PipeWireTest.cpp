@@ -1,0 +1,62 @@
+#include "PipeWireTest.h"
+
+#include <CoreVideo/CVPixelBuffer.h>
+
+#include <cmath>
+
+namespace test::pipewire {
+
+VideoTake::VideoTake(const Host& host, std::string source, std::vector<Picture> pictures, std::uint64_t modulus)
+    : _host(host), _source(std::move(source)), _pictures(std::move(pictures)), _modulus(modulus) {
+  host.registerVideo(_source, receive, this);
+}
+
+VideoTake::~VideoTake() {
+  _host.registerVideo(_source, nullptr, nullptr);
+  EXPECT_TRUE(_isRight) << _source << ": a picture is not as the camera sent it";
+}
+
+void VideoTake::receive(void* context, BRV_VideoBuffer* buffer) {
+  auto& self = *static_cast<VideoTake*>(context);
+  auto* const pixels = static_cast<CVPixelBufferRef>(buffer->data);
+  CVPixelBufferLockBaseAddress(pixels, kCVPixelBufferLock_ReadOnly);
+  std::optional<std::uint8_t> number;
+  std::size_t which = 0;
+  for (std::size_t i = 0; i < self._pictures.size() && !number; ++i) {
+    const Picture& picture = self._pictures[i];
+    if (buffer->width != static_cast<int>(picture.width) || buffer->height != static_cast<int>(picture.height))
+      continue;
+    number = numberIn(static_cast<const std::uint8_t*>(CVPixelBufferGetBaseAddress(pixels)),
+                      static_cast<std::size_t>(buffer->rowBytes), picture);
+    which = i;
+  }
+  CVPixelBufferUnlockBaseAddress(pixels, kCVPixelBufferLock_ReadOnly);
+  const double time = static_cast<double>(buffer->timeStamp) * 1e9 / self._host.timescale(self._source);
+  std::lock_guard lock(self._lock);
+  if (!number) {
+    self._isRight = false;
+    return;
+  }
+  const std::uint64_t last = self._frames.empty() ? 0 : self._frames.back().number;
+  const std::uint64_t absolute =
+      self._frames.empty() ? *number : last + (*number + 256 * self._modulus - last) % self._modulus;
+  self._frames.push_back({absolute, std::llround(time), now(), which, buffer->flags});
+}
+
+std::vector<VideoTake::Frame> VideoTake::frames() const {
+  std::lock_guard lock(_lock);
+  return _frames;
+}
+
+bool VideoTake::waitForMore(std::size_t more) const {
+  const std::size_t before = count();
+  until([&] { return !_isRight || count() >= before + more; }, 20);
+  return count() >= before + more;
+}
+
+std::uint64_t VideoTake::missing() const {
+  const auto all = frames();
+  return all.empty() ? 0 : all.back().number - all.front().number + 1 - all.size();
+}
+
+}  // namespace test::pipewire

@@ -1,0 +1,59 @@
+#pragma once
+
+// A PipeWire of the test's own: a daemon and a session manager in a folder that goes with the test. Nothing of the
+// machine's is used or touched. What is started ends by its process id, at the latest with the test's process.
+
+#include <sys/types.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/TemporaryFolder.h"
+
+namespace test::pipewire {
+
+/// Runs the main loop until `condition` holds; false when it does not within a time that only a fault takes.
+bool until(const std::function<bool()>& condition, double seconds = 30);
+
+/// A program that runs beside the test: its name and arguments, and in front of them what env(1) takes.
+class Process {
+ public:
+  explicit Process(const std::vector<std::string>& command);
+  /// Kills it.
+  ~Process();
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+
+ private:
+  pid_t _id = -1;
+};
+
+/// What the command-line host prints on standard output and standard error, given these arguments.
+std::string outputOfHost(const std::string& arguments);
+
+class Server {
+ public:
+  /// Starts both, and points this process's clients to them.
+  Server();
+  ~Server() { kill(); }
+
+  /// Returns when clients can connect.
+  void start();
+  /// At once, as if it had crashed.
+  void kill();
+
+  /// A file of the tests' folder.
+  static std::string file(const std::string& name) { return folder().file(name); }
+  /// How the preloaded webcam is from now on (VirtualWebcam.cpp); empty for well.
+  void setWebcam(const std::string& state) const { folder().write("webcam", state); }
+
+ private:
+  /// One for all tests of a process: clients that look for a server go on to look there.
+  static const TemporaryFolder& folder();
+
+  std::unique_ptr<Process> _daemon, _manager;
+};
+
+}  // namespace test::pipewire
