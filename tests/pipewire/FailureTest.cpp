@@ -15,32 +15,21 @@ std::ptrdiff_t threads() {
 }
 
 TEST_F(FailureTest, TheReasonIsReportedAndCaptureResumesOnceItHasGone) {
-  const struct {
-    const char* state;
-    const char* reason;
-    bool isFromTheStart;
-  } cases[] = {{"busy", "busy", true},
-
-               {"denied", "permission", true},
-               {"gone", "no such device", false}};
-  for (const auto& [state, reason, isFromTheStart] : cases) {
+  server.setWebcam("busy");
+  const ServerObject camera("spa-node-factory", webcam("Webcam"));
+  Host host;
+  ASSERT_TRUE(hasSources(host, {"Webcam Video"}));
+  const VideoTake take(host, "Webcam Video", {webcamPicture}, 10);
+  const std::pair<const char*, const char*> states[] = {
+      {"busy", "busy"}, {"denied", "permission"}, {"", ""}, {"gone", "no such device"}, {"", ""}};
+  for (const auto& [state, reason] : states) {
     SCOPED_TRACE(state);
-    server.setWebcam("");
-    const ServerObject camera(PW_TYPE_INTERFACE_Node, webcam(state));
-    Host host;
-    const std::string source = state + std::string(" Video");
-    ASSERT_TRUE(hasSources(host, {source}));
-    if (isFromTheStart) server.setWebcam(state);
-    const VideoTake take(host, source, {{MotionJPEG, 1920, 1080}}, 10);
-    if (!isFromTheStart) {
-      ASSERT_TRUE(take.waitForMore(3));
-      server.setWebcam(state);
-    }
-    EXPECT_TRUE(until([&] { return host.errorMessage(0).find(reason) != std::string::npos; }, 10))
-        << host.errorMessage(0);
-
-    server.setWebcam("");
-    EXPECT_TRUE(take.waitForMore(3));
+    server.setWebcam(state);
+    if (*state == 0)
+      EXPECT_TRUE(take.waitForMore(3));
+    else
+      EXPECT_TRUE(until([&] { return host.errorMessage(0).find(reason) != std::string::npos; }, 10))
+          << host.errorMessage(0);
   }
 }
 
@@ -82,11 +71,11 @@ TEST_F(FailureTest, AHostThatRegistersAgainHasPicturesAfterTheServerCrashed) {
     camera.plug();
     microphone.plug();
     ASSERT_TRUE(hasSources(host, {"Camera Video", "Microphone Audio"}));
-    EXPECT_EQ(changes[0], 2);
-    EXPECT_EQ(changes[1], 2);
+    EXPECT_TRUE(until([&] { return changes[0] == 2 && changes[1] == 2; }, 5)) << changes[0] << " " << changes[1];
   }
 }
 
+// The server makes these devices: what is counted is the host's alone.
 TEST_F(FailureTest, PlugsAndPullsLeaveNothing) {
   Host host;
   std::ptrdiff_t descriptorsBefore = 0, threadsBefore = 0;
@@ -94,10 +83,13 @@ TEST_F(FailureTest, PlugsAndPullsLeaveNothing) {
   const int times = timesOf("PIPEWIRE_PLUGS", 12);
   for (int i = 0; i <= times; ++i) {
     {
-      const Camera camera;
-      const Microphone microphone;
-      ASSERT_TRUE(hasSources(host, {"Camera Video", "Microphone Audio"}));
-      const VideoTake take(host, "Camera Video");
+      const ServerObject camera("spa-node-factory", webcam("Webcam"));
+      const ServerObject microphone("adapter", {{"factory.name", "audiotestsrc"},
+                                                {PW_KEY_MEDIA_CLASS, "Audio/Source"},
+                                                {PW_KEY_NODE_NAME, "microphone"},
+                                                {PW_KEY_NODE_DESCRIPTION, "Microphone"}});
+      ASSERT_TRUE(hasSources(host, {"Webcam Video", "Microphone Audio"}));
+      const VideoTake take(host, "Webcam Video", {webcamPicture}, 10);
       EXPECT_TRUE(i % 4 != 0 || take.waitForMore(1));
     }
     ASSERT_TRUE(hasSources(host, {}));
@@ -106,8 +98,8 @@ TEST_F(FailureTest, PlugsAndPullsLeaveNothing) {
   }
   EXPECT_TRUE(until([&] { return openDescriptors() <= descriptorsBefore; }, 5)) << openDescriptors();
   EXPECT_TRUE(until([&] { return threads() <= threadsBefore; }, 5)) << threads();
-  // What went last may still be known.
-  EXPECT_LT(NSObject::liveObjectCount(), objectsBefore + times);
+  // The source that went last may still be there, of some thirty objects.
+  EXPECT_LT(NSObject::liveObjectCount(), objectsBefore + 40);
 }
 
 }  // namespace

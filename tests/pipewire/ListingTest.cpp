@@ -20,18 +20,18 @@ TEST_F(ListingTest, SourcesAreWhatIsPluggedInAndGoTogether) {
   Properties hardware = onPort("2", "0");
   hardware.insert({{"factory.name", "api.v4l2.device"}, {"api.v4l2.path", "/dev/webcam"}});
   server.setWebcam("mute");  // the server would make a node of what takes pictures
-  const ServerObject device(PW_TYPE_INTERFACE_Device, hardware);
-  const Camera camera(
-      {.name = "v4l2_input.cam", .description = "Cam (V4L2)", .properties = {{PW_KEY_DEVICE_ID, device.id()}}});
+  const ServerObject device("spa-device-factory", hardware);
   const Microphone microphone(
       {.name = "alsa_input.usb-cam", .description = "Cam Mono", .properties = onPort("2", "2")});
+  const Camera camera(
+      {.name = "v4l2_input.cam", .description = "Cam (V4L2)", .properties = {{PW_KEY_DEVICE_ID, device.id()}}});
   const Microphone stranger({.name = "alsa_input.usb-desk", .description = "Desk", .properties = onPort("3", "0")});
   const Microphone headset(
       {.name = "bluez_input.00_11", .description = "Headset", .properties = {{"device.api", "bluez5"}}});
-  const ServerObject tellsFormatsOnItsPort(PW_TYPE_INTERFACE_Node, {{"factory.name", "videotestsrc"},
-                                                                    {PW_KEY_NODE_NAME, "test"},
-                                                                    {PW_KEY_NODE_DESCRIPTION, "Test"},
-                                                                    {PW_KEY_MEDIA_CLASS, "Video/Source"}});
+  const ServerObject tellsFormatsOnItsPort("spa-node-factory", {{"factory.name", "videotestsrc"},
+                                                                {PW_KEY_NODE_NAME, "test"},
+                                                                {PW_KEY_NODE_DESCRIPTION, "Test"},
+                                                                {PW_KEY_MEDIA_CLASS, "Video/Source"}});
   Camera tellsThemLater({.name = "late", .description = "Late", .pictures = {}});
   Host host;
   ASSERT_TRUE(hasSources(host, {"Cam Video", "Desk Audio", "Headset Audio", "Test Video"}));

@@ -24,14 +24,17 @@ inline int timesOf(const char* variable, int otherwise) {
   return value ? std::atoi(value) : otherwise;
 }
 
-/// The server, connected to before anything is counted.
+/// The server, connected to and without devices before anything is counted.
 class WithServer {
  protected:
   WithServer() {
-    EXPECT_TRUE(until([] { return hardware::systemProvider()->canListDevices(); }));
+    const auto provider = hardware::systemProvider();
+    EXPECT_TRUE(until([&] { return provider->canListDevices() && provider->devices().empty(); }));
   }
-  Server server;
+  Server& server = Server::instance();
 };
+
+inline constexpr Picture webcamPicture{MotionJPEG, 1920, 1080};
 
 /// What a session manager makes of the preloaded webcam.
 inline Properties webcam(const std::string& name) {

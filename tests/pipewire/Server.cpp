@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "Stream.h"
 #include "support/MainLoop.h"
 
 namespace test::pipewire {
@@ -48,21 +49,26 @@ const TemporaryFolder& Server::folder() {
   return folder;
 }
 
+Server& Server::instance() {
+  static auto* const server = new Server;
+  if (!server->_daemon) server->start();
+  server->setWebcam("");
+  return *server;
+}
+
 Server::Server() {
   for (const char* name : {"XDG_RUNTIME_DIR", "PIPEWIRE_RUNTIME_DIR", "HOME", "XDG_STATE_HOME"})
     setenv(name, folder().file("").c_str(), 1);
   // The session manager finds what it adds to its configuration there.
   setenv("XDG_CONFIG_HOME", AVC_PIPEWIRE_CONFIG, 1);
   for (const char* name : {"PIPEWIRE_REMOTE", "DBUS_SESSION_BUS_ADDRESS", "DISPLAY", "CAPTURE_RIG"}) unsetenv(name);
-  setWebcam("");
-  start();
 }
 
 void Server::start() {
   const std::string config = std::string(AVC_PIPEWIRE_CONFIG) + "/wireplumber";
   _daemon = std::make_unique<Process>(std::vector<std::string>{
       "LD_PRELOAD=" AVC_VIRTUAL_WEBCAM, "VIRTUAL_WEBCAM=" + file("webcam"), "pipewire", "-c", config + "/daemon.conf"});
-  EXPECT_TRUE(until([] { return folder().contains("pipewire-0"); })) << "the server does not start";
+  const Client client;  // where there is one, others can connect as well
   _manager = std::make_unique<Process>(std::vector<std::string>{"wireplumber", "-c", config + "/manager.conf"});
 }
 

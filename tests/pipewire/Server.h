@@ -35,9 +35,9 @@ std::string outputOfHost(const std::string& arguments);
 
 class Server {
  public:
-  /// Starts both, and points this process's clients to them.
-  Server();
-  ~Server() { kill(); }
+  /// The one of this process, running. It lives as long as the process: clients that look for a server go on to look
+  /// where it is.
+  static Server& instance();
 
   /// Returns when clients can connect.
   void start();
@@ -47,10 +47,12 @@ class Server {
   /// A file of the tests' folder.
   static std::string file(const std::string& name) { return folder().file(name); }
   /// How the preloaded webcam is from now on (VirtualWebcam.cpp); empty for well.
-  void setWebcam(const std::string& state) const { folder().write("webcam", state); }
+  void setWebcam(const std::string& state) const {
+    std::filesystem::rename(folder().write("next", state), file("webcam"));
+  }
 
  private:
-  /// One for all tests of a process: clients that look for a server go on to look there.
+  Server();
   static const TemporaryFolder& folder();
 
   std::unique_ptr<Process> _daemon, _manager;

@@ -38,11 +38,11 @@ class Client {
   pw_core* _core;
 };
 
-/// A node or a device that the server makes by one of its plug-ins, as session managers ask it to.
+/// A node or a device that the server makes by one of its factories, as session managers ask it to.
 class ServerObject {
  public:
-  /// PW_TYPE_INTERFACE_Node or PW_TYPE_INTERFACE_Device; "factory.name" is the plug-in's.
-  ServerObject(const char* type, const Properties& properties);
+  /// "factory.name" is the plug-in's.
+  ServerObject(const std::string& factory, const Properties& properties);
   ~ServerObject();
   std::string id() const;
 
@@ -60,7 +60,7 @@ class Stream {
  protected:
   virtual ~Stream() = default;  ///< after `pull`
 
-  /// `formats` live during the call.
+  /// Returns when the server has it. `formats` live during the call.
   void plug(const Properties& properties, int flags, std::vector<const spa_pod*> formats);
   /// Calls `tick` every so many nanoseconds, beginning now; 0 for not at all.
   void setPeriod(std::int64_t nanoseconds);
