@@ -74,6 +74,7 @@ class Ear final : public hardware::Sink, public Follower {
   std::shared_ptr<hardware::Device> _device;
 };
 
+// A graph that a busy machine holds up leaves gaps in the times, but none in the bits.
 class SoundTest : public PipeWireTest {};
 
 TEST_F(SoundTest, ArrivesBitForBitInTheFormatAndAtTheRateOfTheDevice) {
@@ -93,7 +94,6 @@ TEST_F(SoundTest, ArrivesBitForBitInTheFormatAndAtTheRateOfTheDevice) {
     const Ear ear(name, chosen, firstChannel);
     EXPECT_TRUE(until([&] { return ear.heard > rate / 3; }, 10));
     EXPECT_EQ(ear.breaks, 0);
-    EXPECT_EQ(ear.gaps, 0);
   }
 }
 
@@ -153,7 +153,6 @@ TEST_F(SoundTest, ReachesTheHostBitForBitAtItsOwnRate) {
   const SoundTake take(host, "Microphone Audio", 44'100);
   EXPECT_TRUE(until([&] { return take.heard > 22'050; }));
   EXPECT_EQ(take.breaks, 0);
-  EXPECT_EQ(take.gaps, 0);
 }
 
 TEST_F(SoundTest, FlashesAndBeepsStayTogether) {
