@@ -102,7 +102,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       spa_pod_builder builder;
       spa_pod_builder_init(&builder, memory.data(), sizeof memory);
       fuzz::require(requestFor(line, builder) != nullptr);
-      fuzz::require(line.firstChannel + line.format.stream.mChannelsPerFrame <= line.streamChannels());
+      fuzz::require(line.format.firstInput.value_or(0) + line.format.stream.mChannelsPerFrame <= line.streamChannels());
     }
   }
   for (const Source& source : sources) {

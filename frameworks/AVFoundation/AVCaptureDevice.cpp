@@ -47,14 +47,23 @@ Ref<AVCaptureDeviceFormat> makeFormat(const hardware::VideoFormat& format, bool 
 }
 
 Ref<AVCaptureDeviceFormat> makeFormat(const hardware::AudioFormat& format) {
-  const AudioChannelLayout layout{format.layout, 0, 0};
-  const bool hasLayout = format.layout != kAudioChannelLayoutTag_Unknown;
+  struct {
+    AudioChannelLayout header;
+    AudioChannelDescription channels[2];
+  } layout{{format.layout, 0, 0}, {}};
+  std::size_t layoutSize = format.layout == kAudioChannelLayoutTag_Unknown ? 0 : sizeof layout.header;
+  if (format.firstInput && format.stream.mChannelsPerFrame <= std::size(layout.channels)) {
+    layout.header = {kAudioChannelLayoutTag_UseChannelDescriptions, 0, format.stream.mChannelsPerFrame};
+    for (UInt32 place = *format.firstInput; AudioChannelDescription & channel : layout.channels)
+      channel.mChannelLabel = kAudioChannelLabel_Discrete_0 + place++;
+    layoutSize += format.stream.mChannelsPerFrame * sizeof(AudioChannelDescription);
+  }
   auto extensions = makeRef<NSDictionary>();
   if (format.name) extensions->insert(kCMFormatDescriptionExtension_FormatName, makeRef<NSString>(*format.name));
   CMFormatDescriptionRef description = nullptr;
-  throwIfNoMemory(CMAudioFormatDescriptionCreate(kCFAllocatorDefault, &format.stream, hasLayout ? sizeof layout : 0,
-                                                 hasLayout ? &layout : nullptr, 0, nullptr, extensions.get(),
-                                                 &description));
+  throwIfNoMemory(CMAudioFormatDescriptionCreate(kCFAllocatorDefault, &format.stream, layoutSize,
+                                                 layoutSize > 0 ? &layout.header : nullptr, 0, nullptr,
+                                                 extensions.get(), &description));
   return makeRef<AVCaptureDeviceFormat>(CFRef<CMFormatDescriptionRef>::adopt(description),
                                         std::vector<Ref<AVFrameRateRange>>{});
 }

@@ -2,8 +2,10 @@
 
 #include <array>
 #include <charconv>
+#include <cstddef>
 #include <cstring>
 #include <exception>
+#include <optional>
 #include <string>
 
 namespace {
@@ -59,10 +61,30 @@ OSStatus describeFormat(UInt32 size, const void* specifier, std::string& name) {
   return noErr;
 }
 
+/// The name of inputs that have nothing to do with others, as people count them: one, or two in a row.
+std::optional<std::string> inputsName(const AudioChannelDescription* channels, UInt32 count) {
+  if (count < 1 || count > 2 || channels[0].mChannelLabel < kAudioChannelLabel_Discrete_0) return std::nullopt;
+  const UInt32 first = channels[0].mChannelLabel - kAudioChannelLabel_Discrete_0 + 1;
+  if (count == 1) return "input " + std::to_string(first);
+  if (channels[1].mChannelLabel != channels[0].mChannelLabel + 1) return std::nullopt;
+  return "inputs " + std::to_string(first) + " and " + std::to_string(first + 1);
+}
+
 OSStatus describeLayout(UInt32 size, const void* specifier, std::string& name) {
   AudioChannelLayout layout;
   if (size < sizeof layout) return kAudioFormatBadSpecifierSizeError;
   std::memcpy(&layout, specifier, sizeof layout);
+  if (layout.mChannelLayoutTag == kAudioChannelLayoutTag_UseChannelDescriptions) {
+    std::array<AudioChannelDescription, 2> channels{};
+    const UInt32 count = layout.mNumberChannelDescriptions;
+    if (count > channels.size()) return kAudioFormatUnknownFormatError;
+    if (size < sizeof layout + count * sizeof channels[0]) return kAudioFormatBadSpecifierSizeError;
+    std::memcpy(channels.data(), static_cast<const std::byte*>(specifier) + sizeof layout, count * sizeof channels[0]);
+    const auto inputs = inputsName(channels.data(), count);
+    if (!inputs) return kAudioFormatUnknownFormatError;
+    name = *inputs;
+    return noErr;
+  }
   for (const LayoutName& known : LayoutNames) {
     if (known.tag == layout.mChannelLayoutTag) {
       name = known.name;

@@ -65,6 +65,7 @@ typedef UInt32 AudioChannelLayoutTag;
 /// The number of channels a tag stands for is its lower half.
 #define kAudioChannelLayoutTag_Unknown 0xFFFF0000u
 enum {
+  kAudioChannelLayoutTag_UseChannelDescriptions = 0,  ///< channels are described one by one
   kAudioChannelLayoutTag_Mono = (100u << 16) | 1,
   kAudioChannelLayoutTag_Stereo = (101u << 16) | 2,
   kAudioChannelLayoutTag_Quadraphonic = (108u << 16) | 4,  ///< front left, front right, back left, back right
@@ -76,8 +77,19 @@ enum {
   kAudioChannelLayoutTag_MPEG_7_1_A = (126u << 16) | 8,    ///< L R C LFE Ls Rs Lc Rc
 };
 
-/// A layout given by its tag. Channel bitmaps and descriptions of single channels are not modelled, but
-/// keep their places: without descriptions the structure is its first 12 bytes.
+typedef UInt32 AudioChannelLabel;
+enum {
+  kAudioChannelLabel_Discrete_0 = 1u << 16,  ///< an input that has nothing to do with others; plus its place, from 0
+};
+
+typedef struct AudioChannelDescription {
+  AudioChannelLabel mChannelLabel;
+  UInt32 mChannelFlags;
+  Float32 mCoordinates[3];
+} AudioChannelDescription;
+
+/// A layout given by its tag, or by descriptions of its channels, which follow it in memory. Channel bitmaps are not
+/// modelled, but keep their place.
 typedef struct AudioChannelLayout {
   AudioChannelLayoutTag mChannelLayoutTag;
   UInt32 mChannelBitmap;
@@ -90,5 +102,6 @@ CF_EXTERN_C_END
 static_assert(sizeof(AudioValueTranslation) == 32);
 static_assert(sizeof(AudioStreamBasicDescription) == 40);
 static_assert(offsetof(AudioStreamBasicDescription, mReserved) == 36);
+static_assert(sizeof(AudioChannelLayout) == 12 && sizeof(AudioChannelDescription) == 20);
 static_assert(sizeof(AudioBuffer) == 16 && offsetof(AudioBufferList, mBuffers) == 8);
 #endif

@@ -22,7 +22,6 @@ struct OpaqueCMFormatDescription final : public NSObject {
 
 namespace {
 
-constexpr std::size_t ChannelDescriptionSize = 20;
 constexpr std::size_t LargestChannelLayout = 65536;
 
 /// The structure and the channel descriptions that it announces lie inside `size` bytes.
@@ -31,7 +30,7 @@ bool isWellFormedLayout(const AudioChannelLayout* layout, std::size_t size) noex
   if (size < sizeof(AudioChannelLayout) || size > LargestChannelLayout) return false;
   AudioChannelLayout header;
   std::memcpy(&header, layout, sizeof header);
-  return header.mNumberChannelDescriptions <= (size - sizeof header) / ChannelDescriptionSize;
+  return header.mNumberChannelDescriptions <= (size - sizeof header) / sizeof(AudioChannelDescription);
 }
 
 Ref<OpaqueCMFormatDescription> makeDescription(CMMediaType mediaType, FourCharCode subType,

@@ -45,6 +45,9 @@ struct AudioFormat {
   AudioStreamBasicDescription stream{};
   AudioChannelLayoutTag layout = kAudioChannelLayoutTag_Unknown;
   std::optional<std::string> name;
+  /// Where these are some of an interface's inputs, which have nothing to do with the others: the place of the first of
+  /// them, from 0.
+  std::optional<std::uint32_t> firstInput{};
 };
 
 struct PixelAspectRatio {

@@ -95,7 +95,7 @@ void SoundStream::keep(const spa_data& memory, const pw_time& time) {
   if (kept == whole) {
     std::memcpy(to, from, frames * whole);
   } else {
-    from += _format.firstChannel * sample;
+    from += _format.format.firstInput.value_or(0) * sample;
     for (std::uint32_t i = 0; i < frames; ++i, from += whole, to += kept) std::memcpy(to, from, kept);
   }
   _ring->endWrite(frames, read(time));

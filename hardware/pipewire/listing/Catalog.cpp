@@ -17,7 +17,7 @@ bool isSameFormat(const CameraFormat& a, const CameraFormat& b) {
 }
 
 bool isSameFormat(const SoundFormat& a, const SoundFormat& b) {
-  return a.sampleFormat == b.sampleFormat && a.positions == b.positions && a.firstChannel == b.firstChannel &&
+  return a.sampleFormat == b.sampleFormat && a.positions == b.positions && a.format.firstInput == b.format.firstInput &&
          a.format.layout == b.format.layout && a.format.stream.mSampleRate == b.format.stream.mSampleRate &&
          a.format.stream.mChannelsPerFrame == b.format.stream.mChannelsPerFrame;
 }

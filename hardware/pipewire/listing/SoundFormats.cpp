@@ -8,7 +8,6 @@
 #include <array>
 #include <cmath>
 #include <cstring>
-#include <string>
 
 #include "listing/Choice.h"
 
@@ -151,11 +150,9 @@ void addFormats(SampleType type, std::int32_t rate, std::vector<std::uint32_t> p
   }
   for (std::uint32_t first = 0; first < channels; first += 2) {
     const bool isPair = first + 1 < channels;
-    const std::string number = std::to_string(first + 1);
-    line.firstChannel = first;
+    line.format.firstInput = first;
     line.format.stream = describe(type, rate, isPair ? 2 : 1);
     line.format.layout = isPair ? kAudioChannelLayoutTag_Stereo : kAudioChannelLayoutTag_Mono;
-    line.format.name = isPair ? "inputs " + number + " and " + std::to_string(first + 2) : "input " + number;
     formats.push_back(line);
   }
 }

@@ -19,7 +19,6 @@ struct SoundFormat {
   AudioFormat format;                    ///< interleaved
   std::uint32_t sampleFormat = 0;        ///< an spa_audio_format
   std::vector<std::uint32_t> positions;  ///< of all channels of the stream
-  std::uint32_t firstChannel = 0;        ///< of the stream's, the one that this format begins with
 
   std::uint32_t streamChannels() const { return static_cast<std::uint32_t>(positions.size()); }
 };

@@ -129,19 +129,26 @@ TEST_F(FormatsTest, OnlyMixableAudioFormatsAreOfferedAndAppliedByTheirPosition) 
   auto bitstream = compressed;
   bitstream.name = "Bitstream";
   auto microphone = fake::microphone("Mic", "m");
-  microphone->described.audioFormats = {unmixable, fake::audioFormat(44100), withoutLayout, compressed, bitstream};
+  auto inputs = fake::audioFormat(44100), lastInput = inputs;
+  inputs.firstInput = 2;
+  lastInput.firstInput = 4;
+  lastInput.stream.mChannelsPerFrame = 1;
+  microphone->described.audioFormats = {
+      unmixable, fake::audioFormat(44100), withoutLayout, compressed, bitstream, inputs, lastInput};
   detect({microphone});
-  EXPECT_THAT(soundTitles(4),
+  EXPECT_THAT(soundTitles(6),
               ElementsAre("refused", "Linear PCM, 16 bit little-endian signed integer, 44100 Hz, Stereo (L R)",
                           "Linear PCM, 32 bit little-endian floating point, 2 channels, 48000 Hz",
-                          "Mic Audio - av_source_no_audio_format_name", "Bitstream", "refused",
+                          "Mic Audio - av_source_no_audio_format_name", "Bitstream",
+                          "Linear PCM, 16 bit little-endian signed integer, 44100 Hz, inputs 3 and 4",
+                          "Linear PCM, 16 bit little-endian signed integer, 44100 Hz, input 5", "refused",
                           "Linear PCM, 16 bit little-endian signed integer, 48000 Hz, Stereo (L R), Non-Mixable"));
 
   for (int index : {0, 1}) EXPECT_TRUE(source().setSupportedAudioFormat(index));
   EXPECT_EQ(microphone->selectedAudioFormat, 2U);
   EXPECT_EQ(microphone->starts, 2) << "each change starts the source anew";
   microphone->configurationError = "Busy.";
-  for (int index : {0, 4}) EXPECT_FALSE(source().setSupportedAudioFormat(index)) << index;
+  for (int index : {0, 6}) EXPECT_FALSE(source().setSupportedAudioFormat(index)) << index;
   EXPECT_EQ(source().getSelectedAudioFormatIndex(), 1);
 }
 

@@ -119,7 +119,7 @@ std::vector<std::string> describe(const std::vector<SoundFormat>& formats) {
                     std::to_string(stream.mBitsPerChannel) +
                     (stream.mFormatFlags & kAudioFormatFlagIsFloat ? "f" : "") + " " +
                     std::to_string(stream.mChannelsPerFrame) + " of " + std::to_string(line.streamChannels()) +
-                    " from " + std::to_string(line.firstChannel) + (line.format.name ? " " + *line.format.name : ""));
+                    (line.format.firstInput ? " from " + std::to_string(*line.format.firstInput) : ""));
   }
   return lines;
 }
@@ -138,17 +138,15 @@ TEST(SoundFormatsTest, AreTheDevicesOwnWithItsRateFirstAndUnrelatedChannelsInPai
     bool isRange;
     std::vector<std::uint32_t> positions;
     std::vector<std::string> lines;
-  } cases[] = {
-      {SPA_AUDIO_FORMAT_S24_32,
-       {96000, 48000},
-       false,
-       aux(5),
-       {"96000 24 2 of 5 from 0 inputs 1 and 2", "96000 24 2 of 5 from 2 inputs 3 and 4",
-        "96000 24 1 of 5 from 4 input 5", "48000 24 2 of 5 from 0 inputs 1 and 2",
-        "48000 24 2 of 5 from 2 inputs 3 and 4", "48000 24 1 of 5 from 4 input 5"}},
-      {SPA_AUDIO_FORMAT_S16, {44100, 40000, 48000}, true, aux(2), {"44100 16 2 of 2 from 0", "48000 16 2 of 2 from 0"}},
-      {SPA_AUDIO_FORMAT_S32, {48000}, false, aux(1), {"48000 32 1 of 1 from 0"}},
-      {SPA_AUDIO_FORMAT_F32P, {48000}, false, surround, {"48000 32f 6 of 6 from 0"}}};
+  } cases[] = {{SPA_AUDIO_FORMAT_S24_32,
+                {96000, 48000},
+                false,
+                aux(5),
+                {"96000 24 2 of 5 from 0", "96000 24 2 of 5 from 2", "96000 24 1 of 5 from 4", "48000 24 2 of 5 from 0",
+                 "48000 24 2 of 5 from 2", "48000 24 1 of 5 from 4"}},
+               {SPA_AUDIO_FORMAT_S16, {44100, 40000, 48000}, true, aux(2), {"44100 16 2 of 2", "48000 16 2 of 2"}},
+               {SPA_AUDIO_FORMAT_S32, {48000}, false, aux(1), {"48000 32 1 of 1"}},
+               {SPA_AUDIO_FORMAT_F32P, {48000}, false, surround, {"48000 32f 6 of 6"}}};
   for (const auto& [format, rates, isRange, positions, lines] : cases) {
     pods::Offers offers;
     offers.addSound(format, rates, isRange, positions);
