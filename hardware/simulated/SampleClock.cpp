@@ -29,12 +29,12 @@ double noise(std::uint64_t count) {
 
 }  // namespace
 
-SampleClock::SampleClock(Nanoseconds start, Nanoseconds stamp, Period period, std::int32_t timescale, ClockError error)
+SampleClock::SampleClock(Nanoseconds start, Period period, std::int32_t timescale, ClockError error)
     : _period(period),
       _timescale(timescale),
       _error(error),
       _baseDue(start),
-      _baseStamp(scaled(stamp, timescale, NanosecondsPerSecond)) {}
+      _baseStamp(scaled(start, timescale, NanosecondsPerSecond)) {}
 
 void SampleClock::setPeriod(Period period, std::int32_t timescale) {
   const Nanoseconds passed = nominal(_count);

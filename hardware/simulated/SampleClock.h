@@ -27,9 +27,8 @@ struct ClockError {
 /// One thread at a time.
 class SampleClock {
  public:
-  /// The first sample is due at `start` on the scheduler's clock and stamped with the time `stamp`.
-  SampleClock(runtime::Nanoseconds start, runtime::Nanoseconds stamp, Period period, std::int32_t timescale,
-              ClockError error = {});
+  /// The first sample is due at `start` on the scheduler's clock, and stamped with it.
+  SampleClock(runtime::Nanoseconds start, Period period, std::int32_t timescale, ClockError error = {});
 
   /// From the next sample on, which keeps its time.
   void setPeriod(Period period, std::int32_t timescale);

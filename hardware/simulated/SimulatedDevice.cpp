@@ -13,7 +13,7 @@ namespace hardware::simulated {
 using runtime::Nanoseconds;
 using runtime::Never;
 
-SimulatedDevice::SimulatedDevice(RigDevice rig, Nanoseconds epoch) : _rig(std::move(rig)), _epoch(epoch) {
+SimulatedDevice::SimulatedDevice(RigDevice rig) : _rig(std::move(rig)) {
   const DeviceDescription& described = _rig.description;
   if (described.initialVideoFormat < described.videoFormats.size())
     _selection.videoFormat = described.initialVideoFormat;
@@ -152,11 +152,7 @@ void SimulatedDevice::endLane() {
 
 // Called with _mutex held, by the lane or before there is one.
 void SimulatedDevice::makeStreams() {
-  RunStart begin;
-  if (_rig.pacing == Pacing::realTime) {
-    begin.due = runtime::Scheduler::current().now();
-    begin.stamp = begin.due - _epoch;
-  }
+  const Nanoseconds begin = _rig.pacing == Pacing::realTime ? runtime::Scheduler::current().now() : 0;
   _running = _selection;
   _selectionChanged = false;
   _video.reset();

@@ -23,8 +23,7 @@ class SimulatedDevice final : public Device,
                               public std::enable_shared_from_this<SimulatedDevice>,
                               private runtime::LaneClient {
  public:
-  /// `epoch` is the time on the scheduler's clock that time stamps count from.
-  SimulatedDevice(RigDevice rig, runtime::Nanoseconds epoch);
+  explicit SimulatedDevice(RigDevice rig);
   ~SimulatedDevice();
 
   const DeviceDescription& description() const override { return _rig.description; }
@@ -65,7 +64,6 @@ class SimulatedDevice final : public Device,
   bool hasSound() const;
 
   const RigDevice _rig;
-  const runtime::Nanoseconds _epoch;
 
   // Starting and stopping, one at a time; never taken by the lane. Held while a lane is waited for.
   std::mutex _control;

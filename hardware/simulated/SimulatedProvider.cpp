@@ -18,7 +18,7 @@ Provider::Provider(Rig rig, std::string origin)
     : _rig(std::move(rig)), _origin(std::move(origin)), _epoch(runtime::Scheduler::current().now()) {
   for (RigDevice& device : _rig.devices) {
     adoptMediaFormats(device);  // where it cannot, opening the device fails with the reason
-    if (device.isPluggedAtFirst) add(std::make_shared<SimulatedDevice>(device, _epoch));
+    if (device.isPluggedAtFirst) add(std::make_shared<SimulatedDevice>(device));
   }
   std::stable_sort(_rig.script.begin(), _rig.script.end(),
                    [](const ScriptedEvent& a, const ScriptedEvent& b) { return a.seconds < b.seconds; });
@@ -69,7 +69,7 @@ bool Provider::plug(std::string_view uniqueID) {
   const auto isIt = [&](const RigDevice& device) { return device.description.uniqueID == uniqueID; };
   const auto known = std::ranges::find_if(_rig.devices, isIt);
   if (known == _rig.devices.end()) return false;
-  const auto plugged = std::make_shared<SimulatedDevice>(*known, _epoch);
+  const auto plugged = std::make_shared<SimulatedDevice>(*known);
   if (!add(plugged)) return false;
   notify(DeviceEvent::attached, plugged);
   return true;

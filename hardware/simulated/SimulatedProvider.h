@@ -17,9 +17,8 @@
 
 namespace hardware::simulated {
 
-/// Time stamps of all its real-time devices count from the moment of its construction. Any thread may call it; the
-/// plugging calls are meant for one thread at a time: of two at once for one device, nobody can say whose event comes
-/// last.
+/// Any thread may call it; the plugging calls are meant for one thread at a time: of two at once for one device, nobody
+/// can say whose event comes last.
 class Provider final : public hardware::Provider, private runtime::LaneClient {
  public:
   /// A device that plays a clip and has no formats takes the clip's.

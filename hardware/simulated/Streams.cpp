@@ -98,12 +98,12 @@ struct VideoStream::Frame final : VideoFrame {
   VideoSource& source;
 };
 
-VideoStream::VideoStream(const RigDevice& device, RunStart start, std::size_t format, CMTime frameDuration)
+VideoStream::VideoStream(const RigDevice& device, Nanoseconds start, std::size_t format, CMTime frameDuration)
     : _device(device),
       _source(makeVideoSource(device.picture)),
       _format(format),
       _frameDuration(frameDuration),
-      _clock(start.due, start.stamp, periodOf(frameDuration), videoTimescale(device, frameDuration),
+      _clock(start, periodOf(frameDuration), videoTimescale(device, frameDuration),
              clockError(device, CMTimeGetSeconds(frameDuration))) {
   select(format, frameDuration);
   _hasEnded = !_source->advance();
@@ -152,11 +152,11 @@ bool VideoStream::deliver(Sink& sink) {
   return isSeen;
 }
 
-AudioStream::AudioStream(const RigDevice& device, RunStart start, std::size_t format)
+AudioStream::AudioStream(const RigDevice& device, Nanoseconds start, std::size_t format)
     : _device(device),
       _source(makeAudioSource(device.sound)),
       _format(format),
-      _clock(start.due, start.stamp, periodOf(audioFormatOf(device, format).stream.mSampleRate),
+      _clock(start, periodOf(audioFormatOf(device, format).stream.mSampleRate),
              audioTimescale(device, audioFormatOf(device, format)),
              clockError(device, device.audioBufferLength / audioFormatOf(device, format).stream.mSampleRate)) {
   prepareBuffers();

@@ -17,12 +17,6 @@
 
 namespace hardware::simulated {
 
-/// When a run begins: on the scheduler's clock, and as the samples' time stamps say it.
-struct RunStart {
-  runtime::Nanoseconds due = 0;
-  runtime::Nanoseconds stamp = 0;
-};
-
 /// What a format is to run at: `duration` within the format's ranges. A duration outside moves to the nearest bound; an
 /// invalid one stands for the shortest; without ranges it is taken as it is, or 1/30 s.
 CMTime heldWithin(const std::vector<FrameRateRange>& ranges, CMTime duration);
@@ -34,7 +28,7 @@ std::int32_t exactTimescale(CMTime frameDuration);
 class VideoStream {
  public:
   /// `device` must outlive the stream.
-  VideoStream(const RigDevice& device, RunStart start, std::size_t format, CMTime frameDuration);
+  VideoStream(const RigDevice& device, runtime::Nanoseconds start, std::size_t format, CMTime frameDuration);
 
   /// From the next frame on.
   void select(std::size_t format, CMTime frameDuration);
@@ -65,7 +59,7 @@ class VideoStream {
 class AudioStream {
  public:
   /// `device` must outlive the stream.
-  AudioStream(const RigDevice& device, RunStart start, std::size_t format);
+  AudioStream(const RigDevice& device, runtime::Nanoseconds start, std::size_t format);
 
   /// From the next buffer on.
   void select(std::size_t format);
