@@ -10,28 +10,27 @@ namespace hardware::pipewire {
 using runtime::Nanoseconds;
 using runtime::NanosecondsPerSecond;
 
+constexpr std::int64_t LeastTimescale = 90000;
+constexpr Nanoseconds LongestTick = NanosecondsPerSecond / LeastTimescale + 1;
+
 CMTime timeOf(Nanoseconds time, std::int32_t timescale) {
   return CMTimeConvertScale(CMTimeMake(time, NanosecondsPerSecond), timescale,
                             kCMTimeRoundingMethod_RoundHalfAwayFromZero);
 }
 
 std::int32_t videoTimescale(CMTime frameDuration) {
-  constexpr std::int64_t least = 90000;
   const bool isKnown = CMTIME_IS_NUMERIC(frameDuration) && frameDuration.value > 0 && frameDuration.timescale > 0;
-  if (!isKnown) return least;
+  if (!isKnown) return LeastTimescale;
   const std::int64_t own =
       frameDuration.timescale / std::gcd<std::int64_t, std::int64_t>(frameDuration.value, frameDuration.timescale);
-  return static_cast<std::int32_t>(own * ((least + own - 1) / own));
+  return static_cast<std::int32_t>(own * ((LeastTimescale + own - 1) / own));
 }
 
 PictureClock::Stamp PictureClock::stamp(const PictureHeader& header, Nanoseconds arrival, CMTime frameDuration) {
-  constexpr Nanoseconds farthestAhead = NanosecondsPerSecond;
-  constexpr Nanoseconds longestPast = 10 * NanosecondsPerSecond;  // no queue of the server is as long
-  const bool isOfThisClock =
-      header.time > 0 && header.time <= arrival + farthestAhead && header.time >= arrival - longestPast;
+  const bool isOfThisClock = header.time > 0 && std::abs(header.time - arrival) <= NanosecondsPerSecond;
   Stamp stamp;
   stamp.previous = _time;
-  stamp.time = std::max(isOfThisClock ? header.time : arrival, _time + 1);
+  stamp.time = std::max(isOfThisClock ? header.time : arrival, _time + LongestTick);
 
   if (header.number && _number && *header.number > *_number + 1) {
     const double elapsed = static_cast<double>(stamp.time - _time) / NanosecondsPerSecond;

@@ -28,13 +28,13 @@ struct PictureHeader {
 class PictureClock {
  public:
   struct Stamp {
-    runtime::Nanoseconds time = 0;      ///< always after the one before
+    runtime::Nanoseconds time = 0;      ///< always after the one before, by a tick of any timescale at least
     std::uint64_t lostBefore = 0;       ///< pictures that the numbers say are missing between the one before and this
     runtime::Nanoseconds previous = 0;  ///< the time of the one before, where there was one
   };
 
-  /// A header's time counts where it is of this clock: not in the future, and not long past. Otherwise it is the time
-  /// of arrival. A number counts where it goes up, and by no more than there was time for.
+  /// A header's time counts where it is of this clock: within a second of arrival. Otherwise it is the time of arrival.
+  /// A number counts where it goes up, and by no more than there was time for.
   Stamp stamp(const PictureHeader& header, runtime::Nanoseconds arrival, CMTime frameDuration);
 
   /// What comes next is another stream.
