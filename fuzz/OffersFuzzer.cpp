@@ -26,6 +26,9 @@ void addValue(fuzz::Input& input, std::vector<std::uint32_t>& words) {
   if (input.ConsumeBool()) {
     const auto kind = input.ConsumeIntegralInRange<std::uint32_t>(0, 5);
     words.insert(words.end(), {16 + bytes, SPA_TYPE_Choice, kind, 0, width * 4, type});
+  } else if (type == SPA_TYPE_Array) {
+    const auto element = input.ConsumeIntegralInRange<std::uint32_t>(0, 12);
+    words.insert(words.end(), {8 + bytes, SPA_TYPE_Array, element, SPA_TYPE_Id});
   } else {
     words.insert(words.end(), {input.ConsumeBool() ? width * 4 : bytes, type});
   }

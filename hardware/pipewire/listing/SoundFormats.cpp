@@ -124,8 +124,10 @@ std::uint32_t channelCount(const Choice<std::int32_t>& offered) {
 std::vector<std::uint32_t> positionsOf(const spa_pod* offer, std::uint32_t channels) {
   std::vector<std::uint32_t> positions(channels, SPA_AUDIO_CHANNEL_UNKNOWN);
   const spa_pod_prop* property = spa_pod_find_prop(offer, nullptr, SPA_FORMAT_AUDIO_position);
-  const bool isStated =
-      property && spa_pod_copy_array(&property->value, SPA_TYPE_Id, positions.data(), channels) == channels;
+  // The library copies as many bytes of each element as the array says it has.
+  const bool isStated = property && spa_pod_is_array(&property->value) &&
+                        SPA_POD_ARRAY_VALUE_SIZE(&property->value) == sizeof(std::uint32_t) &&
+                        spa_pod_copy_array(&property->value, SPA_TYPE_Id, positions.data(), channels) == channels;
   if (isStated && positions.front() != SPA_AUDIO_CHANNEL_UNKNOWN) return positions;
   if (channels == 1) return {SPA_AUDIO_CHANNEL_MONO};
   if (channels == 2) return {SPA_AUDIO_CHANNEL_FL, SPA_AUDIO_CHANNEL_FR};

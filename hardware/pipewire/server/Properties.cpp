@@ -5,14 +5,17 @@
 #include <spa/utils/defs.h>
 
 #include <charconv>
+#include <cstring>
 
 namespace hardware::pipewire {
+
+constexpr std::size_t LongestText = 1024;
 
 void merge(const spa_dict* dict, Properties& properties) {
   if (!dict) return;
   for (std::uint32_t i = 0; i < dict->n_items; ++i) {
     const spa_dict_item& item = dict->items[i];
-    if (item.key && item.value) properties[item.key] = item.value;
+    if (item.key && item.value && std::strlen(item.value) <= LongestText) properties[item.key] = item.value;
   }
 }
 

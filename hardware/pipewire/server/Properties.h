@@ -15,6 +15,7 @@ namespace hardware::pipewire {
 using Properties = std::map<std::string, std::string, std::less<>>;
 
 /// Adds what `dict` holds, and replaces what it holds otherwise. What it does not mention stays; null mentions nothing.
+/// Texts too long to be a name or a place are left out: any program may write them.
 void merge(const spa_dict* dict, Properties& properties);
 
 /// The value of a key; empty when it is not there.
