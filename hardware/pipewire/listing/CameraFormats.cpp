@@ -114,14 +114,19 @@ std::vector<spa_rectangle> sizes(const Choice<spa_rectangle>& offered) {
     for (const spa_rectangle size : offered.values) add(size);
     return found;
   }
+  const auto isAmong = [](std::uint32_t side, std::uint32_t lowest, std::uint32_t highest, std::uint32_t step) {
+    return side >= lowest && side <= highest && (step == 0 || (side - lowest) % step == 0);
+  };
+  const spa_rectangle low = offered.lowest(), high = offered.highest();
+  const spa_rectangle step = offered.hasStep() ? offered.step() : spa_rectangle{0, 0};
   add(offered.preferred());
   for (const spa_rectangle size : UsualSizes) {
-    if (size.width >= offered.lowest().width && size.width <= offered.highest().width &&
-        size.height >= offered.lowest().height && size.height <= offered.highest().height) {
+    if (isAmong(size.width, low.width, high.width, step.width) &&
+        isAmong(size.height, low.height, high.height, step.height)) {
       add(size);
     }
   }
-  add(offered.highest());  // where it is no camera's limit, it is no size either
+  add(high);  // where it is no camera's limit, it is no size either
   return found;
 }
 

@@ -11,7 +11,8 @@
 
 namespace hardware::pipewire {
 
-/// The values of one of a format's properties, the preferred one first. A range has three: preferred, lowest, highest.
+/// The values of one of a format's properties, the preferred one first. A range has three: preferred, lowest, highest;
+/// and a fourth where only every so many-th counts.
 template <typename T>
 struct Choice {
   std::vector<T> values;
@@ -22,6 +23,8 @@ struct Choice {
   /// Of a range.
   const T& lowest() const { return values[1]; }
   const T& highest() const { return values[2]; }
+  bool hasStep() const { return isRange && values.size() > 3; }
+  const T& step() const { return values[3]; }
 };
 
 /// Empty when the format has no such property, or it is of another type.
@@ -48,7 +51,7 @@ Choice<T> choiceOf(const spa_pod* format, std::uint32_t key, std::uint32_t type)
   if (!values.empty()) std::memcpy(values.data(), SPA_POD_BODY_CONST(value), values.size() * sizeof(T));
   if (kind == SPA_CHOICE_Range || kind == SPA_CHOICE_Step) {
     if (values.size() < 3) return {};
-    values.resize(3);
+    values.resize(kind == SPA_CHOICE_Step && values.size() > 3 ? 4 : 3);
     return {std::move(values), true};
   }
   if (kind == SPA_CHOICE_None && values.size() > 1) values.resize(1);

@@ -189,11 +189,10 @@ std::vector<Source> ServerMirror::sources() const {
     const auto device = _objects.find(objectID(source.properties, PW_KEY_DEVICE_ID));
     if (device != _objects.end() && device->second->kind == Object::Kind::device)
       source.properties.insert(device->second->properties.begin(), device->second->properties.end());
-    // Where a camera does not tell its formats itself, its ports do.
+    // Where a source does not tell its formats itself, its ports do.
     for (auto port = _objects.begin(); port != _objects.end() && source.formats.empty(); ++port) {
-      const bool isOwn = port->second->kind == Object::Kind::port &&
-                         objectID(port->second->properties, PW_KEY_NODE_ID) == id &&
-                         source.kind == Source::Kind::camera;
+      const bool isOwn =
+          port->second->kind == Object::Kind::port && objectID(port->second->properties, PW_KEY_NODE_ID) == id;
       if (isOwn) source.formats = port->second->formats;
     }
     sources.push_back(std::move(source));
