@@ -85,9 +85,11 @@ std::string ownID(const Properties& properties) {
   return withoutDeviceCounter(name, properties) + "@" + serial;
 }
 
-/// In the order of the kernel's numbers; without such, in that of arrival.
+/// In the order of the buses and of the kernel's numbers, or of what programs call themselves; at last, in that of
+/// arrival.
 bool comesBefore(const Source& a, const Source& b) {
-  for (const char* key : {"api.v4l2.path", "api.alsa.path", PW_KEY_NODE_NAME}) {
+  for (const char* key : {PW_KEY_DEVICE_SYSFS_PATH, "api.v4l2.path", "api.alsa.path", PW_KEY_NODE_NAME,
+                          PW_KEY_NODE_DESCRIPTION, PW_KEY_APP_PROCESS_BINARY, PW_KEY_MEDIA_NAME}) {
     const std::string_view first = valueOf(a.properties, key), second = valueOf(b.properties, key);
     if (first != second) return naturallyLess(first, second);
   }
@@ -112,10 +114,10 @@ std::string housingOfBusPath(const std::string& path) {
   return path;
 }
 
-/// ".../0000:00:14.0/usb1/1-2/1-2.1/1-2.1:1.0/video4linux/video0" is the same port.
+/// ".../0000:00:14.0/usb1/1-2/1-2.1/1-2.1:1.0/video4linux/video0" is the same port, of the first bus.
 std::string housingOfSystemPath(const std::string& path) {
   static const auto& usb =
-      pattern(R"(^.*/([^/]+)/usb[0-9]+/(?:.*/)?[0-9]+-([0-9.]+)/[0-9]+-[0-9.]+:[0-9]+\.[0-9]+(?:/.*)?$)");
+      pattern(R"(^.*/([^/]+)/usb[0-9]+/(?:.*/)?([0-9]+-[0-9.]+)/[0-9]+-[0-9.]+:[0-9]+\.[0-9]+(?:/.*)?$)");
   static const auto& pci = pattern(R"(^.*/([0-9a-f]+:[0-9a-f]+:[0-9a-f]+)\.[0-7](?:/(?:sound|video4linux)/.*)?$)");
   std::smatch found;
   if (std::regex_match(path, found, usb)) return "usb " + found.str(1) + " " + found.str(2);
@@ -169,9 +171,9 @@ std::vector<std::string> uniqueIDs(std::span<const Source> sources) {
 std::string housingOf(const Properties& properties) {
   if (valueOf(properties, PW_KEY_DEVICE_API) == "bluez5" || valueOf(properties, PW_KEY_DEVICE_BUS) == "bluetooth")
     return {};
-  if (const std::string path(valueOf(properties, PW_KEY_DEVICE_BUS_PATH)); !path.empty()) return housingOfBusPath(path);
   if (auto housing = housingOfSystemPath(std::string(valueOf(properties, PW_KEY_DEVICE_SYSFS_PATH))); !housing.empty())
     return housing;
+  if (const std::string path(valueOf(properties, PW_KEY_DEVICE_BUS_PATH)); !path.empty()) return housingOfBusPath(path);
   const std::string device(valueOf(properties, PW_KEY_DEVICE_ID));
   return device.empty() ? device : "device " + device;
 }

@@ -19,8 +19,9 @@ std::string displayName(const Properties& properties);
 /// one card do, are numbered in the order in which the kernel numbers them. Those that are known keep their IDs.
 std::vector<std::string> uniqueIDs(std::span<const Source> sources);
 
-/// The piece of hardware that a source is part of, by its place on the bus: the same USB device, the same card. Empty
-/// where the server does not tell, and for Bluetooth.
+/// The piece of hardware that a source is part of, by its place on the bus: the same USB device, the same card. A USB
+/// port is on two buses, of two speeds; only the place in the system's tree tells their devices apart. Empty where the
+/// server does not tell, and for Bluetooth.
 std::string housingOf(const Properties& properties);
 
 /// Whether two cameras are the same one, offered once through V4L2 and once through libcamera.
