@@ -12,6 +12,15 @@ using runtime::NanosecondsPerSecond;
 
 /// A server that has not told what it has after this time keeps it to itself.
 constexpr Nanoseconds LongestSilence = 800'000'000;
+constexpr Nanoseconds LongestWaitForCamera = 300'000'000;
+
+namespace {
+
+bool isSource(const PipeWireDevice& device, const ListedDevice& listed) {
+  return device.listed().serial == listed.serial;
+}
+
+}  // namespace
 
 PipeWireProvider::PipeWireProvider() = default;
 
@@ -27,6 +36,7 @@ void PipeWireProvider::awaitListing() {
       lose();
       connect();
     });
+    _hold.emplace(_loop, [this] { publish(); });
     _patience.emplace(_loop, [this] { giveUpListing("PipeWire does not answer: this program may not use it"); });
     _loop.call([this] { connect(); });
     _loop.begin("devices", weak_from_this(), [this] {
@@ -114,6 +124,23 @@ auto PipeWireProvider::present() -> Devices {
   return _devices;
 }
 
+/// A webcam's sound may come to the server before its pictures do. A source has the name of what came first, by which
+/// hosts know it again: new sound of a USB device waits for a moment whether there is a camera to go before it.
+void PipeWireProvider::holdBackSound(const Devices& before, std::vector<ListedDevice>& fresh) {
+  const Nanoseconds now = runtime::Scheduler::current().now();
+  const auto formerly = std::exchange(_heldBack, {});
+  std::erase_if(fresh, [&](const ListedDevice& listed) {
+    const bool isNew = std::ranges::none_of(before, [&](const auto& device) { return isSource(*device, listed); });
+    if (!listed.awaitsCamera || !isNew) return false;
+    const auto known = formerly.find(listed.serial);
+    const Nanoseconds since = known == formerly.end() ? now : known->second;
+    if (now - since >= LongestWaitForCamera) return false;
+    _heldBack.emplace(listed.serial, since);
+    _hold->set(LongestWaitForCamera);
+    return true;
+  });
+}
+
 /// Lists what the server has now. A device whose formats or links have changed leaves, and comes back with the new; one
 /// that is running does so when it stops, since what it sends can be followed until then.
 void PipeWireProvider::publish() {
@@ -129,16 +156,21 @@ void PipeWireProvider::publish() {
   Catalog catalog = catalogOf(sources);
   for (const auto& device : before) {
     const auto isStill = [&](const ListedDevice& listed) {
-      return isSameDevice(listed, device->listed()) ||
-             (listed.serial == device->listed().serial && device->isRunning());
+      return isSameDevice(listed, device->listed()) || (isSource(*device, listed) && device->isRunning());
     };
-    if (std::erase_if(catalog.devices, isStill) == 0) detach(device);
+    const bool isThere =
+        std::ranges::any_of(sources, [&](const Source& source) { return source.serial == device->listed().serial; });
+    if (std::erase_if(catalog.devices, isStill) == 0 && !(device->isRunning() && isThere)) detach(device);
   }
+  std::ranges::stable_partition(catalog.devices, [](const auto& listed) { return listed.description.hasVideo; });
+  bool isNews;
   {
     std::lock_guard lock(_mutex);
+    isNews = _isListed;
     _isConnected = true;
     _unoffered = std::move(catalog.unoffered);
   }
+  if (isNews) holdBackSound(before, catalog.devices);
   for (ListedDevice& listed : catalog.devices) {
     attach(std::make_shared<PipeWireDevice>(std::move(listed), [provider = weak_from_this()] {
       if (const auto self = provider.lock()) self->_change.raise();

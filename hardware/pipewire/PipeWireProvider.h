@@ -45,6 +45,7 @@ class PipeWireProvider final : public Provider, public std::enable_shared_from_t
   void giveUpListing(std::string_view reason);
   void lose();
   void publish();
+  void holdBackSound(const Devices& before, std::vector<ListedDevice>& fresh);
   void setListed();
   void detach(const std::shared_ptr<PipeWireDevice>& device);
   void attach(const std::shared_ptr<PipeWireDevice>& device);
@@ -58,9 +59,11 @@ class PipeWireProvider final : public Provider, public std::enable_shared_from_t
   // The lane's own.
   std::optional<Timer> _retry;
   std::optional<Timer> _patience;
+  std::optional<Timer> _hold;
   std::optional<Connection> _connection;
   std::optional<ServerMirror> _mirror;
   std::set<std::string> _reasonsGiven;
+  std::map<std::string, runtime::Nanoseconds> _heldBack;  ///< since when, by the sources' serials
 
   std::mutex _mutex;  ///< guards what follows; never held while someone else is called
   bool _isListed = false;

@@ -99,6 +99,7 @@ class Writer {
                                                                   : "it offers no uncompressed sound");
     }
     device.description.hasAudio = true;
+    device.awaitsCamera = _links[index].empty() && housingOf(_sources[index].properties).starts_with("usb ");
     for (const SoundFormat& line : device.soundFormats) device.description.audioFormats.push_back(line.format);
     _catalog.devices.push_back(std::move(device));
   }

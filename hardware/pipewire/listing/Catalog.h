@@ -18,6 +18,7 @@ namespace hardware::pipewire {
 struct ListedDevice {
   DeviceDescription description;
   std::string serial;
+  bool awaitsCamera = false;                ///< sound of a USB device, which may have a camera that is not there yet
   std::vector<CameraFormat> cameraFormats;  ///< one for each of the description's
   std::vector<SoundFormat> soundFormats;    ///< likewise
 };
