@@ -28,8 +28,8 @@ inline std::vector<std::uint8_t> rawPicture(std::size_t bytesPerPixel) {
   return bytes;
 }
 
-/// Motion JPEG, 4:2:2, about half a megabyte.
-inline std::vector<std::uint8_t> compressedPicture() {
+/// Motion JPEG, 4:2:2, about half a megabyte, of luma and chroma in three bytes a pixel.
+inline std::vector<std::uint8_t> compressedPicture(std::vector<std::uint8_t> raw = rawPicture(3)) {
   jpeg_compress_struct info{};
   jpeg_error_mgr errors{};
   info.err = jpeg_std_error(&errors);
@@ -45,7 +45,6 @@ inline std::vector<std::uint8_t> compressedPicture() {
   jpeg_set_quality(&info, 85, TRUE);
   info.comp_info[0].v_samp_factor = 1;
   jpeg_start_compress(&info, TRUE);
-  std::vector<std::uint8_t> raw = rawPicture(3);
   for (std::size_t y = 0; y < CameraHeight; ++y) {
     JSAMPROW row = raw.data() + y * CameraWidth * 3;
     jpeg_write_scanlines(&info, &row, 1);

@@ -3,8 +3,17 @@
 #include <CoreVideo/CVPixelBuffer.h>
 
 #include <cmath>
+#include <cstdio>
 
 namespace test::pipewire {
+
+std::string outputOfHost(const std::string& arguments) {
+  std::FILE* const pipe = popen(("env -u CAPTURE_RIG " AVC_HOST_PATH " " + arguments + " 2>&1").c_str(), "re");
+  std::string output;
+  for (int c; (c = std::getc(pipe)) != EOF;) output += static_cast<char>(c);
+  pclose(pipe);
+  return output;
+}
 
 VideoTake::VideoTake(const Host& host, std::string source, std::vector<Picture> pictures, std::uint64_t modulus)
     : _host(host), _source(std::move(source)), _pictures(std::move(pictures)), _modulus(modulus) {

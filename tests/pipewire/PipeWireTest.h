@@ -34,6 +34,9 @@ class WithServer {
   Server& server = Server::instance();
 };
 
+/// What the command-line host prints on standard output and standard error, given these arguments.
+std::string outputOfHost(const std::string& arguments);
+
 inline constexpr Picture webcamPicture{MotionJPEG, 1920, 1080};
 
 /// What a session manager makes of the preloaded webcam.

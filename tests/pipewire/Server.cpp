@@ -1,13 +1,12 @@
 #include "Server.h"
 
-#include <gtest/gtest.h>
 #include <runtime/Scheduler.h>
 #include <spawn.h>
 #include <sys/wait.h>
 
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
+#include <stdexcept>
 
 #include "Stream.h"
 #include "support/MainLoop.h"
@@ -28,20 +27,13 @@ Process::Process(const std::vector<std::string>& command) {
   std::vector<const char*> arguments{"setpriv", "--pdeathsig", "KILL", "env"};
   for (const std::string& word : command) arguments.push_back(word.c_str());
   arguments.push_back(nullptr);
-  EXPECT_EQ(posix_spawnp(&_id, arguments[0], nullptr, nullptr, const_cast<char**>(arguments.data()), environ), 0);
+  if (posix_spawnp(&_id, arguments[0], nullptr, nullptr, const_cast<char**>(arguments.data()), environ) != 0)
+    throw std::runtime_error("setpriv cannot be run");
 }
 
 Process::~Process() {
   ::kill(_id, SIGKILL);
   waitpid(_id, nullptr, 0);
-}
-
-std::string outputOfHost(const std::string& arguments) {
-  std::FILE* const pipe = popen(("env -u CAPTURE_RIG " AVC_HOST_PATH " " + arguments + " 2>&1").c_str(), "re");
-  std::string output;
-  for (int c; (c = std::getc(pipe)) != EOF;) output += static_cast<char>(c);
-  pclose(pipe);
-  return output;
 }
 
 const TemporaryFolder& Server::folder() {

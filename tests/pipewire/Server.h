@@ -1,7 +1,7 @@
 #pragma once
 
-// A PipeWire of the test's own: a daemon and a session manager in a folder that goes with the test. Nothing of the
-// machine's is used or touched. What is started ends by its process id, at the latest with the test's process.
+// A PipeWire of the process's own: a daemon and a session manager in a folder that goes with it. Nothing of the machine's
+// is used or touched. What is started ends by its process id, at the latest with the process.
 
 #include <sys/types.h>
 
@@ -17,7 +17,7 @@ namespace test::pipewire {
 /// Runs the main loop until `condition` holds; false when it does not within a time that only a fault takes.
 bool until(const std::function<bool()>& condition, double seconds = 30);
 
-/// A program that runs beside the test: its name and arguments, and in front of them what env(1) takes.
+/// A program that runs beside this one: its name and arguments, and in front of them what env(1) takes.
 class Process {
  public:
   explicit Process(const std::vector<std::string>& command);
@@ -29,9 +29,6 @@ class Process {
  private:
   pid_t _id = -1;
 };
-
-/// What the command-line host prints on standard output and standard error, given these arguments.
-std::string outputOfHost(const std::string& arguments);
 
 class Server {
  public:
