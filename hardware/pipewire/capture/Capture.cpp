@@ -161,18 +161,21 @@ void Capture::linkChanged(const NodeWatch::State& state) {
 }
 
 void Capture::checkProgress() {
-  const Nanoseconds time = now();
-  const Nanoseconds silence = time - std::max(_admission.lastSample, _waitingSince);
+  const Nanoseconds silence = now() - std::max(_admission.lastSample, _waitingSince);
   if (_admission.lastSample > _toldAt) _toldReason.clear();
   if (!_admission.problem.empty()) return fail(_admission.problem);
-  if (!_isLinked && silence > PatienceForLink) {
-    return fail("PipeWire does not connect it: this program may not use it, or no session manager is running");
-  }
   const bool hasBegun = _admission.lastSample > _waitingSince;
-  if (_isLinked && silence > (hasBegun ? _handler->longestSilence() : PatienceForFirstSample)) {
-    return fail(hasBegun ? "it has stopped sending: there may be no such device any more" : "it sends nothing");
+  const Nanoseconds patience = !_isLinked ? PatienceForLink
+                               : hasBegun ? _handler->longestSilence()
+                                          : PatienceForFirstSample;
+  if (silence > patience) {
+    return fail(!_isLinked
+                    ? "PipeWire does not connect it: this program may not use it, or no session manager is running"
+                : hasBegun ? "it has stopped sending: there may be no such device any more"
+                           : "it sends nothing");
   }
-  _progress->set(TimeBetweenChecks);
+  // One that sends is looked at when it could have been silent for too long: each look wakes the lane.
+  _progress->set(hasBegun ? std::clamp(patience - silence, TimeBetweenChecks, PatienceForLink) : TimeBetweenChecks);
 }
 
 /// Says so once for each reason, until a sample has come again.
