@@ -53,8 +53,8 @@ std::shared_ptr<Capture> PipeWireDevice::makeCapture(Sink& sink, std::shared_ptr
   auto capture =
       std::make_shared<Capture>(Capture::Target{_listed.description.name, _listed.serial}, sink, std::move(former));
   if (_listed.description.hasVideo) {
-    capture->begin(
-        std::make_unique<PictureStream>(sink, capture->admission(), _listed.cameraFormats[_format], _frameDuration));
+    capture->begin(std::make_unique<PictureStream>(sink, capture->admission(), capture->loop(),
+                                                   _listed.cameraFormats[_format], _frameDuration));
   } else {
     capture->begin(
         std::make_unique<SoundStream>(sink, capture->admission(), capture->loop(), _listed.soundFormats[_format]));

@@ -41,8 +41,13 @@ PictureHeader read(const spa_meta_header* header) {
 
 }  // namespace
 
-PictureStream::PictureStream(Sink& sink, Admission& admission, CameraFormat format, CMTime frameDuration)
-    : _sink(sink), _admission(admission), _wanted(std::move(format)), _wantedDuration(frameDuration) {}
+PictureStream::PictureStream(Sink& sink, Admission& admission, EventLoop& loop, CameraFormat format,
+                             CMTime frameDuration)
+    : _sink(sink),
+      _admission(admission),
+      _arrival(loop, [this] { deliverAll(); }),
+      _wanted(std::move(format)),
+      _wantedDuration(frameDuration) {}
 
 void PictureStream::select(CameraFormat format, CMTime frameDuration) {
   _wanted = std::move(format);
@@ -54,7 +59,8 @@ Properties PictureStream::properties() const {
 }
 
 pw_stream_flags PictureStream::flags() const {
-  return static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS);
+  return static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS |
+                                      PW_STREAM_FLAG_RT_PROCESS);
 }
 
 std::vector<const spa_pod*> PictureStream::request(spa_pod_builder& builder) const {
@@ -70,7 +76,8 @@ void PictureStream::attach(pw_stream* stream) {
     };
     made.add_buffer = [](void*, pw_buffer* buffer) { mapBuffer(*buffer); };
     made.remove_buffer = [](void*, pw_buffer* buffer) { unmapBuffer(*buffer); };
-    made.process = [](void* self) { static_cast<PictureStream*>(self)->process(); };
+    // In the middle of the server's cycle, which is to end before a picture is drawn.
+    made.process = [](void* self) { static_cast<PictureStream*>(self)->_arrival.raise(); };
     return made;
   }();
   _stream = stream;
@@ -112,7 +119,8 @@ void PictureStream::negotiated(const spa_pod* format) {
   pw_stream_update_params(_stream, params, 2);
 }
 
-void PictureStream::process() {
+void PictureStream::deliverAll() {
+  if (!_stream) return;
   while (_admission.admits() && _admission.problem.empty()) {
     pw_buffer* const buffer = pw_stream_dequeue_buffer(_stream);
     if (!buffer) return;

@@ -10,12 +10,13 @@
 #include "capture/StreamHandler.h"
 #include "listing/CameraFormats.h"
 #include "pictures/PictureReader.h"
+#include "server/EventLoop.h"
 
 namespace hardware::pipewire {
 
 class PictureStream final : public StreamHandler {
  public:
-  PictureStream(Sink& sink, Admission& admission, CameraFormat format, CMTime frameDuration);
+  PictureStream(Sink& sink, Admission& admission, EventLoop& loop, CameraFormat format, CMTime frameDuration);
 
   /// What the next request asks for.
   void select(CameraFormat format, CMTime frameDuration);
@@ -30,12 +31,13 @@ class PictureStream final : public StreamHandler {
 
  private:
   void negotiated(const spa_pod* format);
-  void process();
+  void deliverAll();
   void deliver(const spa_buffer& buffer);
   PackedPicture pictureIn(const spa_buffer& buffer) const;
 
   Sink& _sink;
   Admission& _admission;
+  Signal _arrival;  ///< of a buffer
   CameraFormat _wanted;
   CMTime _wantedDuration;
 
