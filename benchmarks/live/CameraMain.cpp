@@ -1,9 +1,9 @@
-// The cameras of the benchmark, in a process of their own: 1920 x 1080 at 30 frames a second in YUYV and in Motion JPEG.
-// Usage: live_camera TIMES, with the file of the pictures' times, which is there once the cameras are; runs until it is
-// ended.
+// The cameras of the benchmark, in a process of their own: 1920 x 1080 at 30 frames a second in YUYV and in Motion
+// JPEG. Usage: live_camera TIMES, with the file of the pictures' times, which is there once the cameras are; runs until
+// it is ended.
 
-#include <pipewire/pipewire.h>
 #include <pipewire/Stream.h>
+#include <pipewire/pipewire.h>
 #include <spa/buffer/meta.h>
 #include <spa/param/video/format-utils.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
-// Captures from a camera with GStreamer. Usage: live_gstreamer CAMERA TIMES FRAMES ELEMENTS [keep], with the elements
-// between the camera and the application's sink, each with a "!" after it. With `keep`, the application copies the
+// Captures from a camera with GStreamer. Usage: live_gstreamer CAMERA TIMES FRAMES ELEMENTS [copy], with the elements
+// between the camera and the application's sink, each with a "!" after it. With `copy`, the application copies the
 // picture into memory of its own, as it must when it needs it for longer than the camera can spare the buffer.
 
 #include <gst/app/gstappsink.h>
@@ -20,14 +20,10 @@ constexpr std::size_t PictureBytes = RowBytes * bench::CameraHeight;
 
 struct Application {
   bench::Take take;
-  bool keeps;
-  /// As many as are on their way at once.
-  std::vector<std::vector<std::uint8_t>> kept{4, std::vector<std::uint8_t>(keeps ? PictureBytes : 0)};
-  std::size_t next = 0;
+  std::vector<std::uint8_t> own;  ///< for one picture, as long as it is in use; empty for none
 
   void receive(const std::uint8_t* pixels, std::int64_t arrival) {
-    if (keeps) {
-      std::vector<std::uint8_t>& own = kept[next++ % kept.size()];
+    if (!own.empty()) {
       std::memcpy(own.data(), pixels, PictureBytes);
       pixels = own.data();
       arrival = bench::now();
@@ -57,7 +53,7 @@ int main(int argc, char** argv) {
                                " appsink name=sink sync=false caps=video/x-raw,format=YUY2";
   GstElement* const pipeline = gst_parse_launch(elements.c_str(), nullptr);
   if (!pipeline) return 1;
-  Application application{bench::Take(argv + 2), argc > 5};
+  Application application{bench::Take(argv + 2), std::vector<std::uint8_t>(argc > 5 ? PictureBytes : 0)};
   GstElement* const sink = gst_bin_get_by_name(GST_BIN(pipeline), "sink");
   GstAppSinkCallbacks callbacks{};
   callbacks.new_sample = receive;

@@ -28,10 +28,9 @@ struct Capture {
 const std::vector<Capture> captures = {
     {"live YUYV/ours", "live_host", "YUYV", ""},
     {"live YUYV/GStreamer", "live_gstreamer", "YUYV", "''"},
-    {"live YUYV/GStreamer, kept", "live_gstreamer", "YUYV", "'' keep"},
+    {"live YUYV/GStreamer, copied", "live_gstreamer", "YUYV", "'' copy"},
     {"live Motion JPEG/ours", "live_host", "Motion JPEG", ""},
-    {"live Motion JPEG/GStreamer", "live_gstreamer", "Motion JPEG",
-     "'jpegdec ! videoconvert !'"},
+    {"live Motion JPEG/GStreamer", "live_gstreamer", "Motion JPEG", "'jpegdec ! videoconvert !'"},
 };
 
 std::string timesFile() {
@@ -42,9 +41,9 @@ std::string timesFile() {
 std::map<std::string, double> figuresOf(const Capture& capture) {
   const char* const wanted = std::getenv("BENCH_SECONDS");
   const int frames = 30 * (wanted ? std::atoi(wanted) : 3);
-  const std::string command = "timeout " + std::to_string(frames / 30 + 20) + " " BENCH_PROGRAMS "/" +
-                              capture.program + " '" + capture.camera + "' " + timesFile() + " " +
-                              std::to_string(frames) + " " + capture.more;
+  const std::string command = "timeout " + std::to_string(frames / 30 + 20) + " " BENCH_PROGRAMS "/" + capture.program +
+                              " '" + capture.camera + "' " + timesFile() + " " + std::to_string(frames) + " " +
+                              capture.more;
   std::FILE* const pipe = popen(command.c_str(), "re");
   if (!pipe) return {};
   std::map<std::string, double> figures;
@@ -70,8 +69,7 @@ void measure(benchmark::State& state, const Capture& capture) {
 
 int main(int argc, char** argv) {
   for (const Capture& capture : captures) {
-    benchmark::RegisterBenchmark(capture.name.c_str(),
-                                 [&capture](benchmark::State& state) { measure(state, capture); })
+    benchmark::RegisterBenchmark(capture.name.c_str(), [&capture](benchmark::State& state) { measure(state, capture); })
         ->UseManualTime()
         ->Iterations(1);
   }

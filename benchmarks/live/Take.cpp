@@ -14,7 +14,7 @@
 namespace bench {
 namespace {
 
-constexpr std::size_t WarmUp = 45;
+constexpr std::size_t WarmUp = 30;
 
 /// The clock of a thread of this process, as pthread_getcpuclockid makes it of a handle.
 clockid_t clockOf(int thread) {

@@ -1,7 +1,7 @@
 #pragma once
 
-// A PipeWire of the process's own: a daemon and a session manager in a folder that goes with it. Nothing of the machine's
-// is used or touched. What is started ends by its process id, at the latest with the process.
+// A PipeWire of the process's own: a daemon and a session manager in a folder that goes with it. Nothing of the
+// machine's is used or touched. What is started ends by its process id, at the latest with the process.
 
 #include <sys/types.h>
 
