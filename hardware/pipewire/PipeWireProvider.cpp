@@ -39,10 +39,11 @@ void PipeWireProvider::awaitListing() {
     _hold.emplace(_loop, [this] { publish(); });
     _patience.emplace(_loop, [this] { giveUpListing("PipeWire does not answer: this program may not use it"); });
     _loop.call([this] { connect(); });
-    _loop.begin("devices", weak_from_this(), [this] {
+    const auto close = [this] {
       _mirror.reset();
       _connection.reset();
-    });
+    };
+    _loop.begin("devices", weak_from_this(), close, [this] { _retry->set(NanosecondsPerSecond); });
   });
   const Nanoseconds deadline = runtime::Scheduler::current().now() + NanosecondsPerSecond;
   const auto isListed = [this] {

@@ -4,6 +4,7 @@
 
 #include <runtime/Scheduler.h>
 
+#include <algorithm>
 #include <atomic>
 #include <string>
 
@@ -16,7 +17,13 @@ struct Admission {
 
   // On the device's lane.
   runtime::Nanoseconds lastSample = 0;  ///< the time of the one that was delivered last; 0 while there is none
+  runtime::Nanoseconds longestGap = 0;  ///< between two of them
   std::string problem;                  ///< why nothing of the stream can be delivered, for display; empty for nothing
+
+  void noteSample(runtime::Nanoseconds time) {
+    if (lastSample > 0) longestGap = std::max(longestGap, time - lastSample);
+    lastSample = time;
+  }
 
   bool admits() const noexcept {
     return isOwnDevice.load(std::memory_order_acquire) && !isOver.load(std::memory_order_acquire);

@@ -6,8 +6,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstdint>
 #include <new>
 #include <span>
 #include <vector>
@@ -37,6 +37,14 @@ void synchronize(const spa_buffer& buffer, std::uint64_t edge) {
 }
 
 }  // namespace
+
+ChunkBounds boundsOf(const spa_data& part) noexcept {
+  const volatile spa_chunk& told = *part.chunk;  // read once
+  ChunkBounds bounds{told.offset, told.size, told.stride, static_cast<std::uint32_t>(told.flags)};
+  bounds.offset = std::min(bounds.offset, part.maxsize);
+  bounds.size = std::min(bounds.size, part.maxsize - bounds.offset);
+  return bounds;
+}
 
 void mapBuffer(pw_buffer& buffer) {
   const auto pageSize = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));

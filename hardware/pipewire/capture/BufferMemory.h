@@ -5,7 +5,17 @@
 
 #include <pipewire/stream.h>
 
+#include <cstdint>
+
 namespace hardware::pipewire {
+
+/// What a part of a buffer holds: within its memory, whatever its sender says, who may go on writing.
+struct ChunkBounds {
+  std::uint32_t offset, size;
+  std::int32_t stride;
+  std::uint32_t flags;
+};
+ChunkBounds boundsOf(const spa_data& part) noexcept;
 
 /// Makes the parts of a buffer readable that are not yet. Those that cannot be stay without memory.
 void mapBuffer(pw_buffer& buffer);

@@ -19,7 +19,8 @@ constexpr Nanoseconds PatienceForLink = 800 * Millisecond;
 /// Cameras may take seconds to begin.
 constexpr Nanoseconds PatienceForFirstSample = 3000 * Millisecond;
 constexpr Nanoseconds TimeBetweenChecks = 100 * Millisecond;
-constexpr Nanoseconds TimeBetweenTries = 1000 * Millisecond;
+/// Closing a device that only takes its time helps nobody.
+constexpr Nanoseconds TimeBeforeClosingASilentOne = 3000 * Millisecond;
 
 Nanoseconds now() {
   return runtime::Scheduler::current().now();
@@ -47,7 +48,12 @@ void Capture::begin(std::unique_ptr<StreamHandler> handler) {
     if (_former) _former->end();
     open();
   });
-  _loop.begin(_target.name, weak_from_this(), [this] { close(); });
+  _loop.begin(
+      _target.name, weak_from_this(), [this] { close(); },
+      [this] {
+        _isConnectionLost = true;
+        fail("there is no memory");
+      });
 }
 
 void Capture::reconfigure(std::function<void(StreamHandler&)> change) {
@@ -95,6 +101,9 @@ void Capture::tryAgain() {
     close();
     return open();
   }
+  const bool hasCome = _admission.lastSample > _failedAt || (_isLinked && !hasBegun() && _waitingSince > _failedAt);
+  if (hasCome && !_hasError && _admission.problem.empty()) return checkProgress();  // it was only slow
+  ++_triesInVain;
   closeStream();
   _connection->afterAnswers([this] {
     if (_admission.isOver) return;
@@ -107,8 +116,11 @@ void Capture::openStream() {
   static const pw_stream_events events = [] {
     pw_stream_events made{};
     made.version = PW_VERSION_STREAM_EVENTS;
-    made.state_changed = [](void* self, pw_stream_state, pw_stream_state state, const char* error) {
-      if (state == PW_STREAM_STATE_ERROR) static_cast<Capture*>(self)->fail(reasonOf(0, error ? error : ""));
+    made.state_changed = [](void* data, pw_stream_state, pw_stream_state state, const char* error) {
+      auto& self = *static_cast<Capture*>(data);
+      if (state != PW_STREAM_STATE_ERROR) return;
+      self._hasError = true;
+      self._loop.guard([&] { self.fail(reasonOf(0, error ? error : "")); });
     };
     return made;
   }();
@@ -144,7 +156,7 @@ void Capture::closeStream() {
   _admission.isOwnDevice = false;
   _admission.lastSample = 0;
   _admission.problem.clear();
-  _isLinked = false;
+  _isLinked = _wasLinked = _hasError = false;
   if (_progress) _progress->stop();
   if (_node) _node->watch(nullptr);
   if (!_stream) return;
@@ -155,37 +167,51 @@ void Capture::closeStream() {
 void Capture::linkChanged(const NodeWatch::State& state) {
   if (state.isLinked && !_isLinked) _waitingSince = now();
   _isLinked = state.isLinked;
+  _wasLinked |= _isLinked;
   _admission.isOwnDevice = state.isLinked;
-  if (!state.error.empty()) return fail(reasonOf(0, state.error));
+  if (!state.error.empty()) {
+    _hasError = true;
+    return fail(reasonOf(0, state.error));
+  }
   if (state.isForeign) fail("another device was offered in its place");
 }
 
+/// How long nothing may happen now.
+Nanoseconds Capture::patience() const {
+  if (!_isLinked) return PatienceForLink;
+  if (!hasBegun()) return PatienceForFirstSample << std::min(_triesInVain, 2);
+  // Some send less often than they say.
+  constexpr Nanoseconds longest = 10'000 * Millisecond;
+  return std::max(_handler->longestSilence(), std::min(_admission.longestGap * 3 / 2, longest));
+}
+
 void Capture::checkProgress() {
-  const Nanoseconds silence = now() - std::max(_admission.lastSample, _waitingSince);
   if (_admission.lastSample > _toldAt) _toldReason.clear();
   if (!_admission.problem.empty()) return fail(_admission.problem);
-  const bool hasBegun = _admission.lastSample > _waitingSince;
-  const Nanoseconds patience = !_isLinked ? PatienceForLink
-                               : hasBegun ? _handler->longestSilence()
-                                          : PatienceForFirstSample;
-  if (silence > patience) {
-    return fail(!_isLinked
-                    ? "PipeWire does not connect it: this program may not use it, or no session manager is running"
-                : hasBegun ? "it has stopped sending: there may be no such device any more"
-                           : "it sends nothing");
+  if (hasBegun()) _triesInVain = 0;
+  const Nanoseconds silence = now() - std::max(_admission.lastSample, _waitingSince);
+  if (silence > patience()) {
+    if (!_isLinked) {
+      return fail(_wasLinked ? "it was disconnected from this program"
+                             : "PipeWire does not connect it: this program may not use it, or no session manager is "
+                               "running");
+    }
+    if (!hasBegun()) return fail("it sends nothing");
+    return fail("it has stopped sending: there may be no such device any more", TimeBeforeClosingASilentOne);
   }
   // One that sends is looked at when it could have been silent for too long: each look wakes the lane.
-  _progress->set(hasBegun ? std::clamp(patience - silence, TimeBetweenChecks, PatienceForLink) : TimeBetweenChecks);
+  _progress->set(hasBegun() ? std::clamp(patience() - silence, TimeBetweenChecks, PatienceForLink) : TimeBetweenChecks);
 }
 
 /// Says so once for each reason, until a sample has come again.
-void Capture::fail(std::string_view reason) {
+void Capture::fail(std::string_view reason, Nanoseconds untilNextTry) {
   if (_admission.isOver) return;
   _progress->stop();
-  _retry->set(TimeBetweenTries);
+  _retry->set(untilNextTry);
+  _failedAt = now();
   if (_toldReason == reason) return;
   _toldReason = reason;
-  _toldAt = now();
+  _toldAt = _failedAt;
   _sink.deviceFailed(reason);
 }
 

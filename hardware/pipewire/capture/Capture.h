@@ -55,9 +55,11 @@ class Capture : public std::enable_shared_from_this<Capture> {
   void tryAgain();
   void openStream();
   void closeStream();
+  bool hasBegun() const { return _admission.lastSample > _waitingSince; }
+  runtime::Nanoseconds patience() const;
   void linkChanged(const NodeWatch::State& state);
   void checkProgress();
-  void fail(std::string_view reason);
+  void fail(std::string_view reason, runtime::Nanoseconds untilNextTry = 1'000'000'000);
 
   const Target _target;
   Sink& _sink;
@@ -77,10 +79,13 @@ class Capture : public std::enable_shared_from_this<Capture> {
   pw_stream* _stream = nullptr;
   spa_hook _streamListener{};
   bool _isConnectionLost = false;
-  bool _isLinked = false;
+  bool _hasError = false;  ///< of the stream or its link, which do not go on after one
+  bool _isLinked = false, _wasLinked = false;
   runtime::Nanoseconds _waitingSince = 0;
   std::string _toldReason;
   runtime::Nanoseconds _toldAt = 0;
+  runtime::Nanoseconds _failedAt = 0;
+  int _triesInVain = 0;  ///< since the last sample
 };
 
 }  // namespace hardware::pipewire

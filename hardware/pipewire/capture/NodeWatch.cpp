@@ -18,15 +18,19 @@ struct NodeWatch::Link {
 };
 
 NodeWatch::NodeWatch(Connection& connection, std::string serial, std::function<void(const State&)> onChange)
-    : _serial(std::move(serial)), _onChange(std::move(onChange)) {
+    : _loop(connection.loop()), _serial(std::move(serial)), _onChange(std::move(onChange)) {
   static const pw_registry_events events = [] {
     pw_registry_events made{};
     made.version = PW_VERSION_REGISTRY_EVENTS;
     made.global = [](void* watch, std::uint32_t id, std::uint32_t, const char* type, std::uint32_t,
                      const spa_dict* properties) {
-      static_cast<NodeWatch*>(watch)->objectAppeared(id, type, properties);
+      auto& self = *static_cast<NodeWatch*>(watch);
+      self._loop.guard([&] { self.objectAppeared(id, type, properties); });
     };
-    made.global_remove = [](void* watch, std::uint32_t id) { static_cast<NodeWatch*>(watch)->objectDisappeared(id); };
+    made.global_remove = [](void* watch, std::uint32_t id) {
+      auto& self = *static_cast<NodeWatch*>(watch);
+      self._loop.guard([&] { self.objectDisappeared(id); });
+    };
     return made;
   }();
   _registry = std::make_unique<Proxy>(connection.makeRegistry(), events, this);
@@ -74,7 +78,7 @@ void NodeWatch::objectAppeared(std::uint32_t id, const char* type, const spa_dic
     made.version = PW_VERSION_LINK_EVENTS;
     made.info = [](void* data, const pw_link_info* info) {
       auto& self = *static_cast<Link*>(data);
-      self.watch.linkChanged(self, *info);
+      self.watch._loop.guard([&] { self.watch.linkChanged(self, *info); });
     };
     return made;
   }();

@@ -45,6 +45,7 @@ class NodeWatch {
   void linkChanged(Link& link, const pw_link_info& info);
   void tell();
 
+  EventLoop& _loop;
   const std::string _serial;
   const std::function<void(const State&)> _onChange;
   std::uint32_t _nodeID = PW_ID_ANY;

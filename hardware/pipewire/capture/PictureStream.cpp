@@ -71,8 +71,9 @@ void PictureStream::attach(pw_stream* stream) {
   static const pw_stream_events events = [] {
     pw_stream_events made{};
     made.version = PW_VERSION_STREAM_EVENTS;
-    made.param_changed = [](void* self, std::uint32_t id, const spa_pod* param) {
-      if (id == SPA_PARAM_Format && param) static_cast<PictureStream*>(self)->negotiated(param);
+    made.param_changed = [](void* data, std::uint32_t id, const spa_pod* param) {
+      auto& self = *static_cast<PictureStream*>(data);
+      if (id == SPA_PARAM_Format && param) self._arrival.loop().guard([&] { self.negotiated(param); });
     };
     made.add_buffer = [](void*, pw_buffer* buffer) { mapBuffer(*buffer); };
     made.remove_buffer = [](void*, pw_buffer* buffer) { unmapBuffer(*buffer); };
@@ -90,8 +91,9 @@ void PictureStream::detach() {
 }
 
 runtime::Nanoseconds PictureStream::longestSilence() const {
+  if (!CMTIME_IS_NUMERIC(_format.frameDuration)) return runtime::Never;
   constexpr runtime::Nanoseconds usual = 800'000'000;
-  const double duration = CMTIME_IS_NUMERIC(_format.frameDuration) ? CMTimeGetSeconds(_format.frameDuration) : 0;
+  const double duration = CMTimeGetSeconds(_format.frameDuration);
   return std::max(usual, static_cast<runtime::Nanoseconds>(3 * duration * runtime::NanosecondsPerSecond));
 }
 
@@ -135,7 +137,7 @@ void PictureStream::deliver(const spa_buffer& buffer) {
   const runtime::Nanoseconds now = runtime::Scheduler::current().now();
   const spa_meta_header* header = headerOf(buffer);
   const PictureClock::Stamp stamp = _clock.stamp(read(header), now, _format.frameDuration);
-  _admission.lastSample = now;
+  _admission.noteSample(now);
   for (std::uint64_t i = 1; i <= stamp.lostBefore && _admission.admits(); ++i) {
     const auto share = static_cast<runtime::Nanoseconds>(i),
                parts = static_cast<runtime::Nanoseconds>(stamp.lostBefore) + 1;
@@ -168,13 +170,12 @@ PackedPicture PictureStream::pictureIn(const spa_buffer& buffer) const {
   const std::size_t count = std::min<std::size_t>(buffer.n_datas, picture.planes.size());
   for (std::size_t i = 0; i < count; ++i) {
     const spa_data& part = buffer.datas[i];
-    const std::uint32_t offset = std::min(part.chunk->offset, part.maxsize);
-    const bool isUnstated = part.chunk->size == 0 && part.type == SPA_DATA_DmaBuf;
-    const std::uint32_t size = isUnstated ? part.maxsize - offset : std::min(part.chunk->size, part.maxsize - offset);
-    if (!part.data || size == 0 || (static_cast<std::uint32_t>(part.chunk->flags) & SPA_CHUNK_FLAG_CORRUPTED))
-      return picture;
-    picture.planes[i] = {static_cast<const std::uint8_t*>(part.data) + offset, size,
-                         static_cast<std::size_t>(std::max(part.chunk->stride, 0))};
+    const ChunkBounds chunk = boundsOf(part);
+    const bool isUnstated = chunk.size == 0 && part.type == SPA_DATA_DmaBuf;
+    const std::uint32_t size = isUnstated ? part.maxsize - chunk.offset : chunk.size;
+    if (!part.data || size == 0 || chunk.stride < 0 || (chunk.flags & SPA_CHUNK_FLAG_CORRUPTED)) return picture;
+    picture.planes[i] = {static_cast<const std::uint8_t*>(part.data) + chunk.offset, size,
+                         static_cast<std::size_t>(chunk.stride)};
   }
   picture.planeCount = static_cast<int>(count);
   return picture;

@@ -1,9 +1,10 @@
 #include "capture/SoundStream.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <utility>
+
+#include "capture/BufferMemory.h"
 
 namespace hardware::pipewire {
 
@@ -86,12 +87,12 @@ void SoundStream::keep(const spa_data& memory, const pw_time& time) {
   const std::size_t kept = _format.format.stream.mBytesPerFrame;
   const std::size_t sample = kept / _format.format.stream.mChannelsPerFrame;
   const std::size_t whole = sample * _format.streamChannels();
-  const std::uint32_t offset = std::min(memory.chunk->offset, memory.maxsize);
-  const auto frames = static_cast<std::uint32_t>(std::min(memory.chunk->size, memory.maxsize - offset) / whole);
+  const ChunkBounds chunk = boundsOf(memory);
+  const auto frames = static_cast<std::uint32_t>(chunk.size / whole);
   if (frames == 0) return;
   std::uint8_t* to = _ring->beginWrite(frames);
   if (!to) return;
-  const std::uint8_t* from = static_cast<const std::uint8_t*>(memory.data) + offset;
+  const std::uint8_t* from = static_cast<const std::uint8_t*>(memory.data) + chunk.offset;
   if (kept == whole) {
     std::memcpy(to, from, frames * whole);
   } else {
@@ -105,7 +106,7 @@ void SoundStream::keep(const spa_data& memory, const pw_time& time) {
 void SoundStream::deliver() {
   ChunkRing::Chunk chunk;
   while (_ring && _admission.admits() && _ring->beginRead(chunk)) {
-    _admission.lastSample = runtime::Scheduler::current().now();
+    _admission.noteSample(runtime::Scheduler::current().now());
     const AudioStreamBasicDescription& stream = _format.format.stream;
     AudioBufferList list{};
     list.mNumberBuffers = 1;

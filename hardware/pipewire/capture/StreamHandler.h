@@ -32,7 +32,7 @@ class StreamHandler {
   /// The stream has been destroyed, and its listeners with it.
   virtual void detach() = 0;
 
-  /// How long a device that works may send nothing.
+  /// How long a device that works may send nothing; runtime::Never where it sends when it has something.
   virtual runtime::Nanoseconds longestSilence() const = 0;
 };
 

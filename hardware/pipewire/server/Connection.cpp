@@ -87,11 +87,12 @@ void Connection::afterAnswers(std::function<void()> done) {
 void Connection::coreDone(void* data, std::uint32_t id, int sequence) {
   auto& self = *static_cast<Connection*>(data);
   const auto awaited = self._awaited.extract(sequence);
-  if (id == PW_ID_CORE && awaited) awaited.mapped()();
+  if (id == PW_ID_CORE && awaited) self._loop.guard(awaited.mapped());
 }
 
 void Connection::coreError(void* data, std::uint32_t id, int, int result, const char* message) {
-  static_cast<Connection*>(data)->_onError(id, result, message ? message : "");
+  auto& self = *static_cast<Connection*>(data);
+  self._loop.guard([&] { self._onError(id, result, message ? message : ""); });
 }
 
 }  // namespace hardware::pipewire

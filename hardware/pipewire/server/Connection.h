@@ -32,6 +32,7 @@ class Connection {
   /// False when there is no server; then it has no core, and none can be asked for.
   bool isOpen() const { return _core != nullptr; }
   pw_core* core() const { return _core; }
+  EventLoop& loop() const { return _loop; }
 
   /// A registry, which the caller destroys before the connection.
   pw_registry* makeRegistry() { return pw_core_get_registry(_core, PW_VERSION_REGISTRY, 0); }

@@ -23,7 +23,10 @@ pw_loop* makeLoop() {
 }  // namespace
 
 EventLoop::EventLoop() : _loop(makeLoop()) {
-  const auto runCalls = [](void* loop, std::uint64_t) { static_cast<EventLoop*>(loop)->runCalls(); };
+  const auto runCalls = [](void* loop, std::uint64_t) {
+    auto& self = *static_cast<EventLoop*>(loop);
+    self.guard([&self] { self.runCalls(); });
+  };
   _wake = pw_loop_add_event(_loop, runCalls, this);
   if (_wake) return;
   pw_loop_destroy(_loop);
@@ -36,9 +39,11 @@ EventLoop::~EventLoop() {
   pw_loop_destroy(_loop);
 }
 
-void EventLoop::begin(std::string_view name, std::weak_ptr<const void> owner, std::function<void()> close) {
+void EventLoop::begin(std::string_view name, std::weak_ptr<const void> owner, std::function<void()> close,
+                      std::function<void()> recover) {
   _owner = std::move(owner);
   _close = std::move(close);
+  _recover = std::move(recover);
   _lane = runtime::Scheduler::current().makeLane(name, *this);
 }
 
@@ -87,10 +92,14 @@ void EventLoop::runNextItem() {
   _thread = std::this_thread::get_id();
   if (!std::exchange(_isEntered, true)) pw_loop_enter(_loop);
   pw_loop_iterate(_loop, -1);
+  if (std::exchange(_hasFailed, false) && !_isClosed) guard(_recover);
 }
 
 Signal::Signal(EventLoop& loop, std::function<void()> action) : _loop(loop), _action(std::move(action)) {
-  const auto run = [](void* signal, std::uint64_t) { static_cast<Signal*>(signal)->_action(); };
+  const auto run = [](void* signal, std::uint64_t) {
+    auto& self = *static_cast<Signal*>(signal);
+    self._loop.guard(self._action);
+  };
   _source = orNoMemory(pw_loop_add_event(_loop.get(), run, this));
 }
 
@@ -103,7 +112,10 @@ void Signal::raise() {
 }
 
 Timer::Timer(EventLoop& loop, std::function<void()> action) : _loop(loop), _action(std::move(action)) {
-  const auto run = [](void* timer, std::uint64_t) { static_cast<Timer*>(timer)->_action(); };
+  const auto run = [](void* timer, std::uint64_t) {
+    auto& self = *static_cast<Timer*>(timer);
+    self._loop.guard(self._action);
+  };
   _source = orNoMemory(pw_loop_add_timer(_loop.get(), run, this));
 }
 

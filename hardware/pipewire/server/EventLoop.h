@@ -28,8 +28,9 @@ class EventLoop final : private runtime::LaneClient {
   pw_loop* get() const { return _loop; }
 
   /// Starts the lane. Each turn holds the owner, which may so be let go of in the middle of one. The lane's last turn
-  /// calls `close`.
-  void begin(std::string_view name, std::weak_ptr<const void> owner, std::function<void()> close);
+  /// calls `close`. `recover` is called after a turn in which something could not be done for want of memory.
+  void begin(std::string_view name, std::weak_ptr<const void> owner, std::function<void()> close,
+             std::function<void()> recover);
 
   /// Ends the lane: afterwards nothing is called on it. Waits for its last turn, except when called from a turn: then
   /// that one is the last. For one thread at a time.
@@ -37,6 +38,16 @@ class EventLoop final : private runtime::LaneClient {
 
   /// True within a turn. Any thread.
   bool isCurrent() const { return _thread.load() == std::this_thread::get_id(); }
+
+  /// Does what the library has called back for. What that throws ends here: the library is not made for it.
+  template <typename Action>
+  void guard(Action&& action) noexcept {
+    try {
+      action();
+    } catch (...) {
+      _hasFailed = true;
+    }
+  }
 
   /// Calls `action` on the lane soon. Any thread.
   void call(std::function<void()> action);
@@ -50,7 +61,7 @@ class EventLoop final : private runtime::LaneClient {
   pw_loop* _loop;
   spa_source* _wake;
   std::weak_ptr<const void> _owner;
-  std::function<void()> _close;
+  std::function<void()> _close, _recover;
   std::atomic<bool> _ends{false};
   std::atomic<std::thread::id> _thread{};  ///< the lane's
 
@@ -60,6 +71,7 @@ class EventLoop final : private runtime::LaneClient {
   // The lane's own.
   bool _isEntered = false;
   bool _isClosed = false;
+  bool _hasFailed = false;
 
   runtime::Event _closed;
   std::unique_ptr<runtime::Lane> _lane;
@@ -73,6 +85,8 @@ class Signal {
 
   Signal(const Signal&) = delete;
   Signal& operator=(const Signal&) = delete;
+
+  EventLoop& loop() const { return _loop; }
 
   /// The action is called soon, once for several of these. Any thread; neither waits nor needs memory.
   void raise();

@@ -26,6 +26,7 @@ struct ServerMirror::Object {
 
   Object(ServerMirror& owner, Kind what, const spa_dict* dict) : mirror(owner), kind(what) { merge(dict, properties); }
 
+  EventLoop& loop() const { return mirror._connection.loop(); }
   bool isSource() const { return kind == Kind::camera || kind == Kind::microphone; }
 
   void bind(pw_registry* registry, std::uint32_t id, const char* type);
@@ -52,7 +53,8 @@ void ServerMirror::Object::bind(pw_registry* registry, std::uint32_t id, const c
       pw_device_events made{};
       made.version = PW_VERSION_DEVICE_EVENTS;
       made.info = [](void* object, const pw_device_info* info) {
-        static_cast<Object*>(object)->infoCame(info->props, nullptr, 0);
+        auto& self = *static_cast<Object*>(object);
+        self.loop().guard([&] { self.infoCame(info->props, nullptr, 0); });
       };
       return made;
     }();
@@ -62,10 +64,12 @@ void ServerMirror::Object::bind(pw_registry* registry, std::uint32_t id, const c
       pw_port_events made{};
       made.version = PW_VERSION_PORT_EVENTS;
       made.info = [](void* object, const pw_port_info* info) {
-        static_cast<Object*>(object)->infoCame(info->props, info->params, info->n_params);
+        auto& self = *static_cast<Object*>(object);
+        self.loop().guard([&] { self.infoCame(info->props, info->params, info->n_params); });
       };
       made.param = [](void* object, int sequence, std::uint32_t, std::uint32_t, std::uint32_t, const spa_pod* pod) {
-        static_cast<Object*>(object)->formatCame(sequence, pod);
+        auto& self = *static_cast<Object*>(object);
+        self.loop().guard([&] { self.formatCame(sequence, pod); });
       };
       return made;
     }();
@@ -75,10 +79,12 @@ void ServerMirror::Object::bind(pw_registry* registry, std::uint32_t id, const c
       pw_node_events made{};
       made.version = PW_VERSION_NODE_EVENTS;
       made.info = [](void* object, const pw_node_info* info) {
-        static_cast<Object*>(object)->infoCame(info->props, info->params, info->n_params);
+        auto& self = *static_cast<Object*>(object);
+        self.loop().guard([&] { self.infoCame(info->props, info->params, info->n_params); });
       };
       made.param = [](void* object, int sequence, std::uint32_t, std::uint32_t, std::uint32_t, const spa_pod* pod) {
-        static_cast<Object*>(object)->formatCame(sequence, pod);
+        auto& self = *static_cast<Object*>(object);
+        self.loop().guard([&] { self.formatCame(sequence, pod); });
       };
       return made;
     }();
@@ -127,10 +133,12 @@ ServerMirror::ServerMirror(Connection& connection, std::function<void()> onSettl
     made.version = PW_VERSION_REGISTRY_EVENTS;
     made.global = [](void* mirror, std::uint32_t id, std::uint32_t, const char* type, std::uint32_t,
                      const spa_dict* properties) {
-      static_cast<ServerMirror*>(mirror)->objectAppeared(id, type, properties);
+      auto& self = *static_cast<ServerMirror*>(mirror);
+      self._connection.loop().guard([&] { self.objectAppeared(id, type, properties); });
     };
     made.global_remove = [](void* mirror, std::uint32_t id) {
-      static_cast<ServerMirror*>(mirror)->objectDisappeared(id);
+      auto& self = *static_cast<ServerMirror*>(mirror);
+      self._connection.loop().guard([&] { self.objectDisappeared(id); });
     };
     return made;
   }();
