@@ -163,7 +163,8 @@ void PipeWireProvider::publish() {
         std::ranges::any_of(sources, [&](const Source& source) { return source.serial == device->listed().serial; });
     if (std::erase_if(catalog.devices, isStill) == 0 && !(device->isRunning() && isThere)) detach(device);
   }
-  std::ranges::stable_partition(catalog.devices, [](const auto& listed) { return listed.description.hasVideo; });
+  std::stable_partition(catalog.devices.begin(), catalog.devices.end(),
+                        [](const ListedDevice& listed) { return listed.description.hasVideo; });
   bool isNews;
   {
     std::lock_guard lock(_mutex);
