@@ -13,8 +13,8 @@ std::int64_t inTicks(double seconds, std::int32_t ticksPerSecond) {
   return std::llround(std::clamp(seconds * ticksPerSecond, -Most, Most));
 }
 
-}  // namespace
-
+/// How many frames are missing between two neighbouring time stamps: the gap in whole frame durations, to the nearest,
+/// less one. 0 for stamps that stand still or go back, and for an unknown duration.
 std::int64_t framesMissing(std::int64_t previousStamp, std::int64_t nextStamp, std::int64_t frameDuration) {
   std::int64_t gap = 0;
   if (frameDuration <= 0 || nextStamp <= previousStamp) return 0;
@@ -23,6 +23,8 @@ std::int64_t framesMissing(std::int64_t previousStamp, std::int64_t nextStamp, s
   const std::int64_t durations = gap / frameDuration + (rest >= frameDuration - rest ? 1 : 0);
   return std::max<std::int64_t>(durations - 1, 0);
 }
+
+}  // namespace
 
 /// Of known timing, as that of the last frame.
 std::int64_t VideoTimeline::lastStampIn(const FrameTiming& timing) const {

@@ -20,10 +20,6 @@ struct FrameTiming {
   friend bool operator==(const FrameTiming&, const FrameTiming&) = default;
 };
 
-/// How many frames are missing between two neighbouring time stamps: the gap in whole frame durations, to the nearest,
-/// less one. 0 for stamps that stand still or go back, and for an unknown duration.
-std::int64_t framesMissing(std::int64_t previousStamp, std::int64_t nextStamp, std::int64_t frameDuration);
-
 /// Follows the frames of one recording. Not locked.
 class VideoTimeline {
  public:

@@ -1,41 +1,11 @@
 #include <gmock/gmock.h>
-#include <png.h>
 
-#include <random>
-
-#include "Failure.h"
-#include "PNGWriter.h"
 #include "RGBImage.h"
-#include "Repack.h"
 
 namespace brvhost {
 namespace {
 
 using testing::ElementsAre;
-
-std::vector<std::uint8_t> randomBytes(std::size_t count) {
-  std::minstd_rand random(20'240'611);
-  std::vector<std::uint8_t> bytes(count);
-  for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random() >> 8);
-  return bytes;
-}
-
-TEST(RepackTest, AgreesWithAPlainLoopAtEveryWidth) {
-  for (std::size_t width = 1; width <= 70; ++width) {
-    const std::size_t rowBytes = yuvsRowBytes(width) + 12;
-    const std::vector<std::uint8_t> pixels = randomBytes(rowBytes * 3);
-    std::vector<std::uint8_t> expected;
-    for (const std::size_t plane : {0U, 1U, 3U}) {
-      for (std::size_t y = 0; y < 3; ++y) {
-        for (std::size_t x = 0; x < width; x += plane == 0 ? 1 : 2)
-          expected.push_back(pixels[y * rowBytes + 2 * x + plane]);
-      }
-    }
-    std::vector<std::uint8_t> planes(planarBytes(width, 3));
-    repackPlanar({pixels.data(), rowBytes, width, 3}, planes.data());
-    ASSERT_EQ(planes, expected) << width;
-  }
-}
 
 TEST(RGBImageTest, TurnsKnownColorsIntoRGB) {
   const struct {
@@ -79,21 +49,6 @@ TEST(RGBImageTest, StretchesTheWidthToSquarePixels) {
   for (const auto& [aspect, width] : cases) {
     EXPECT_EQ(withSquarePixels(wide, aspect).pixels, std::vector<std::uint8_t>(width * 3, 9));
   }
-}
-
-TEST(PNGWriterTest, WritesWhatLibpngReadsBackAndRefusesWhatPNGCannotHold) {
-  const RGBImage image{7, 5, randomBytes(7 * 5 * 3)};
-  const std::vector<std::uint8_t> encoded = encodePNG(image);
-
-  png_image read = {};
-  read.version = PNG_IMAGE_VERSION;
-  ASSERT_NE(png_image_begin_read_from_memory(&read, encoded.data(), encoded.size()), 0) << read.message;
-  EXPECT_EQ(read.width, 7U);
-  std::vector<std::uint8_t> pixels(PNG_IMAGE_SIZE(read));
-  ASSERT_NE(png_image_finish_read(&read, nullptr, pixels.data(), 0, nullptr), 0) << read.message;
-  EXPECT_EQ(pixels, image.pixels);
-  EXPECT_THROW(encodePNG({4, 4, std::vector<std::uint8_t>(5)}), Failure);
-  EXPECT_THROW(encodePNG({2'000'000, 1, std::vector<std::uint8_t>(6'000'000)}), Failure);  // libpng itself objects
 }
 
 }  // namespace

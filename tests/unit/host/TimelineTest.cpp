@@ -16,30 +16,11 @@ constexpr std::int64_t Largest = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t Smallest = std::numeric_limits<std::int64_t>::min();
 constexpr FrameTiming NTSC{30'000, 1'001};
 
-TEST(TimelineTest, ReadsMissingFramesFromGaps) {
-  struct Case {
-    std::int64_t previous, next, duration, missing;
-  };
-  for (const Case& c : {Case{0, 1'001, 1'001, 0},
-                        {5'005, 9'009, 1'001, 3},
-                        {0, 1'501, 1'001, 0},  // late, but nearer to one duration than to two
-                        {0, 1'502, 1'001, 1},
-                        {0, 20, 19, 0},        // stamps rounded to a coarse unit
-                        {0, 3, 2, 1},          // halfway counts as missing
-                        {9'009, 0, 1'001, 0},  // going back
-                        {0, 1'001, 0, 0},
-                        {0, 1'001, -1, 0},
-                        {Smallest, Largest, 1, Largest - 1}}) {
-    EXPECT_EQ(framesMissing(c.previous, c.next, c.duration), c.missing)
-        << c.previous << " to " << c.next << " by " << c.duration;
-  }
-}
-
 TEST(TimelineTest, CountsGapsExceptAroundUnstampedFramesAndWhereTheClockChanges) {
   VideoTimeline timeline;
-  for (const std::int64_t frame : {7, 8, 11, 12, 14}) timeline.add(frame * 1'001, NTSC);
+  for (const std::int64_t frame : {7, 8, 11, 12, 14}) timeline.add(frame * 1'001 + (frame % 2 == 0 ? 400 : 0), NTSC);
   EXPECT_TRUE(timeline.gaps().missing() == 3 && timeline.captured() == 8);
-  EXPECT_NEAR(timeline.gaps().first()[1].position, 6 * 1'001.0 / 30'000, 1e-9);
+  EXPECT_NEAR(timeline.gaps().first()[1].position, (6 * 1'001.0 + 400) / 30'000, 1e-9);
 
   for (const std::int64_t frame : {16, 19}) {
     timeline.add(0, {0, 0});
@@ -49,20 +30,6 @@ TEST(TimelineTest, CountsGapsExceptAroundUnstampedFramesAndWhereTheClockChanges)
   EXPECT_EQ(timeline.gaps().missing(), 4);
   EXPECT_EQ(timeline.firstStamp(), 7'007);
   EXPECT_NEAR(timeline.positionOf(9'003'003, {90'000, 3'003}), 14 * 1'001.0 / 30'000, 1e-9);
-}
-
-TEST(TimelineTest, CountsWhatIsMissingWhereTheUnitOrTheRateChanges) {
-  VideoTimeline timeline;
-  for (const std::int64_t frame : {7, 8}) timeline.add(frame * 1'001, NTSC);
-  timeline.add(10 * 3'003, {90'000, 3'003});
-  EXPECT_EQ(timeline.gaps().missing(), 1);
-  EXPECT_TRUE(timeline.liesBehind(4 * 1'001.0 / 30'000, 11 * 3'003, {90'000, 3'003}));
-
-  for (const std::int64_t frame : {22, 23}) timeline.add(frame * 1'001, {60'000, 1'001});
-  timeline.add(12 * 1'001, NTSC);
-  EXPECT_EQ(timeline.gaps().missing(), 1);
-  EXPECT_EQ(timeline.endAt(0.2, 16 * 3'003, {90'000, 3'003}), 0);
-  EXPECT_EQ(timeline.endAt(1, 16 * 3'003, {90'000, 3'003}), 3);
 }
 
 TEST(TimelineTest, SecondsHoldTheFramesWhoseMiddleLiesInThem) {
@@ -108,22 +75,6 @@ TEST(SoundTimelineTest, FindsTheUnitOfTheStampsAndTheGapsWhicheverComesFirst) {
     EXPECT_EQ(soundTicksPerSecond(c.source, timeline.lastTicksPerSecond()), c.ticks) << c.what;
     EXPECT_NEAR(static_cast<double>(timeline.gaps().missing()), static_cast<double>(c.missing), 0.01 * 441) << c.what;
   }
-}
-
-TEST(SoundTimelineTest, TellsPlacesInTheRecordingAndLosesNothingWhereTheUnitChanges) {
-  SoundTimeline timeline;
-  for (const std::int64_t stamp : {0, 480, 960, 2'400}) timeline.add(stamp, 441, 44'100, stamp == 0);
-  timeline.add(90'000'000, 441, 44'100, true);
-  EXPECT_EQ(timeline.lastTicksPerSecond(), 0);
-  EXPECT_EQ(timeline.positionOf(90'003'600, 441, false), 7 * 441);  // as far as is known
-  for (const std::int64_t stamp : {90'000'900, 90'001'800, 90'003'600}) timeline.add(stamp, 441, 44'100, false);
-
-  EXPECT_EQ(soundTicksPerSecond(600, timeline.firstTicksPerSecond()), 48'000);
-  EXPECT_EQ(soundTicksPerSecond(600, timeline.lastTicksPerSecond()), 90'000);
-  ASSERT_EQ(timeline.gaps().count(), 2U);
-  EXPECT_NEAR(timeline.gaps().first()[0].position, 0.03, 1e-6);
-  EXPECT_NEAR(timeline.gaps().first()[1].position, 0.09, 1e-6);
-  EXPECT_EQ(timeline.positionOf(90'006'300, 441, false), 13 * 441);
 }
 
 TEST(RationalTest, FindsTheSimplestRatioBehindAFloatAndTheShapeOfPixelsFromItOrElseFromTheDisplaySize) {
