@@ -206,14 +206,18 @@ Nanoseconds SimulationScheduler::dueTime(Line& line) {
   return line.deadline;
 }
 
-/// The lines that can go on, now or later.
+/// The lines that can go on, now or later, in the order in which they are due.
 void SimulationScheduler::collectCandidates(const Line* excluded) {
+  const auto isBefore = [](const Candidate& a, const Candidate& b) {
+    return a.due != b.due ? a.due < b.due : a.isLane > b.isLane;
+  };
   _isChoosing = true;
   _candidates.clear();
   for (const auto& line : _lines) {
     if (line.get() == excluded) continue;
     const Nanoseconds due = dueTime(*line);
-    if (due != Never) _candidates.push_back({due, line->client && !line->fiber, line.get()});
+    const Candidate candidate{due, line->client && !line->fiber, line.get()};
+    if (due != Never) _candidates.insert(std::ranges::upper_bound(_candidates, candidate, isBefore), candidate);
   }
   _isChoosing = false;
 }
@@ -223,9 +227,6 @@ SimulationScheduler::Line& SimulationScheduler::pick(const Line* excluded) {
   collectCandidates(excluded);
   if (_candidates.empty()) reportStandstill();
 
-  std::ranges::stable_sort(_candidates, [](const Candidate& a, const Candidate& b) {
-    return a.due != b.due ? a.due < b.due : a.isLane > b.isLane;
-  });
   std::size_t count = _candidates.size();
   if (_time == Time::InOrder) {
     const Nanoseconds time = std::max(_now, _candidates.front().due);

@@ -1,20 +1,14 @@
-// Blocks of memory, pixel buffers and their pools, and what a sample needs of them.
+// Blocks of memory, pixel buffers and their pools.
 
-#include <AudioToolbox/AudioConverter.h>
 #include <CoreVideo/CVPixelBufferPool.h>
 #include <Foundation/NSDictionary.h>
 #include <Foundation/NSValue.h>
-#include <dispatch/dispatch.h>
-#include <support/FailingAllocations.h>
 #include <support/FrameworkTest.h>
 #include <support/Samples.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <optional>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -24,7 +18,6 @@ using Pool = CFRef<CVPixelBufferPoolRef>;
 
 using CMBlockBufferTest = FrameworkTest;
 using CVPixelBufferTest = FrameworkTest;
-using SteadyStateTest = FrameworkTest;
 
 Block makeBlock(void* memory, std::size_t size, std::size_t offset, std::size_t length,
                 const CMBlockBufferCustomBlockSource* source, OSStatus expected = noErr) {
@@ -111,64 +104,6 @@ TEST_F(CVPixelBufferTest, OneThatComesBackToItsPoolIsHandedOutWithItsBytesAloneA
   pool = {};
   CVPixelBufferLockBaseAddress(first, 0);
   EXPECT_EQ(*static_cast<char*>(CVPixelBufferGetBaseAddress(first)), 0x5A);
-}
-
-/// What capture does for each picture, and for each run of sound that the consumer asks to have aligned.
-void passPictureAndSound(const Pool& pool, CMFormatDescriptionRef format) {
-  const Buffer picture = takeBuffer(pool);
-  CVBufferSetAttachment(picture.get(), kCVImageBufferPixelAspectRatioKey, format, 1);
-  EXPECT_TRUE(samples::frame(picture.get(), CMTimeMake(2, 30)));
-
-  const Block block = makeBlock(nullptr, 4104, 2, 4096, nullptr);
-  CMSampleBufferRef sound = nullptr;
-  CMAudioSampleBufferCreateReadyWithPacketDescriptions(nullptr, block.get(), format, 1024, CMTimeMake(7, 48000),
-                                                       nullptr, &sound);
-  AudioBufferList list = {};
-  CMBlockBufferRef backing = nullptr;
-  ASSERT_EQ(CMSampleBufferGetAudioBufferListWithRetainedBlockBuffer(
-                sound, nullptr, &list, sizeof list, nullptr, nullptr,
-                kCMSampleBufferFlag_AudioBufferList_Assure16ByteAlignment, &backing),
-            noErr);
-  EXPECT_NE(backing, block.get());
-  CFRelease(backing);
-  CFRelease(sound);
-}
-
-/// As many frames as are asked for of silence.
-OSStatus supplySilence(AudioConverterRef, UInt32* packets, AudioBufferList* list, AudioStreamPacketDescription**,
-                       void*) {
-  static char silence[4096 * 4];
-  *packets = std::min<UInt32>(*packets, 4096);
-  list->mBuffers[0] = {2, *packets * 4, silence};
-  return noErr;
-}
-
-TEST_F(SteadyStateTest, RunningCaptureDoesNotAllocate) {
-  const auto flags = kAudioFormatFlagIsPacked | kAudioFormatFlagIsSignedInteger;
-  const AudioStreamBasicDescription stream{48000, kAudioFormatLinearPCM, flags, 4, 1, 4, 2, 16, 0};
-  const AudioStreamBasicDescription hosts{44100, kAudioFormatLinearPCM, flags, 4, 1, 4, 2, 16, 0};
-  AudioConverterRef converter = nullptr;
-  AudioConverterNew(&stream, &hosts, &converter);
-  std::vector<char> sound(4096 * 4);
-  CMFormatDescriptionRef format = nullptr;
-  CMAudioFormatDescriptionCreate(nullptr, &stream, 0, nullptr, 0, nullptr, nullptr, &format);
-  const Pool pool = makePool();
-  const auto queue = CFRef<dispatch_queue_t>::adopt(dispatch_queue_create("steady", nullptr));
-  std::optional<test::FailingAllocations> counted;
-  for (int round = 0; round < 100; ++round) {
-    passPictureAndSound(pool, format);
-    dispatch_async_f(queue.get(), nullptr, [](void*) {});
-    dispatch_sync(queue.get(), [] {});
-    UInt32 frames = round % 2 ? 4096 : 100;
-    AudioBufferList list{1, {{2, frames * 4, sound.data()}}};
-    EXPECT_EQ(AudioConverterFillComplexBuffer(converter, supplySilence, nullptr, &frames, &list, nullptr), noErr);
-    if (round % 10 == 9) AudioConverterReset(converter);
-    if (round == 20) counted.emplace();
-  }
-
-  EXPECT_EQ(test::FailingAllocations::count(), 0);
-  AudioConverterDispose(converter);
-  CFRelease(format);
 }
 
 }  // namespace

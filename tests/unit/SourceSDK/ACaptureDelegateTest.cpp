@@ -114,17 +114,6 @@ TEST_F(AudioDelegateTest, FlagsTellTheFirstTimescaleItsChangesAndADirtyFormat) {
   EXPECT_EQ(flagsAt(CMTimeMake(4, 600)), 0);
 }
 
-TEST_F(AudioDelegateTest, SoundOfAMuxedSourceWaitsForTheTimescaleOfItsPictures) {
-  auto video = VCaptureDelegate::initWithDevice(nullptr);
-  delegate->setVideoDelegate(video.get());
-  for (const std::int32_t timescale : {-1, 0, 600}) {
-    EXPECT_THAT(records, IsEmpty());
-    video->setTimescale(timescale);
-    deliver(HostFormat, {Bytes(4)}, CMTimeMake(48000, 48000));
-  }
-  EXPECT_EQ(records.at(0).timeStamp, 600);
-}
-
 TEST_F(AudioDelegateTest, UnusableSoundIsDroppedAndLoggedWhereItSaysSo) {
   auto compressed = HostFormat, noBytes = Float48, noChannels = PlanarFloat44, tooFast = Float48;
   compressed.mFormatID = 0x61616320;
@@ -144,12 +133,6 @@ TEST_F(AudioDelegateTest, UnusableSoundIsDroppedAndLoggedWhereItSaysSo) {
   delegate->setAudioDataArrivedContext(nullptr);
   deliver(HostFormat, {Bytes(4)});
   EXPECT_EQ(records.size(), 1U) << "the next good buffer goes through, but to nobody without a context";
-}
-
-TEST(AudioConverterTextTest, StatusesHaveTheirTexts) {
-  const auto text = ACaptureDelegate::GetAudioConverterErrorString;
-  const std::string texts[] = {text(0), text(-50), text(0x216F7372), text(0x666D743F)};
-  EXPECT_THAT(texts, ElementsAre("", "Unknown Error", "Output Sample Rate out of Range", "Format Not Supported"));
 }
 
 }  // namespace

@@ -45,19 +45,6 @@ class DeviceTest : public SourceTest {
   std::vector<std::int64_t> audioTimes;  ///< written on a capture queue, read once the source has stopped
 };
 
-TEST_F(DeviceTest, SoundFromTheEndsOfTimeIsDelivered) {
-  // One that is converted, so that times are reckoned with.
-  microphone->described.initialAudioFormat = microphone->selectedAudioFormat = 1;
-  run({microphone});
-  using Value = std::numeric_limits<std::int64_t>;
-
-  for (const std::int64_t value : {Value::min(), Value::max()}) {
-    for (int i = 0; i < 3; ++i) captureSound(*microphone, CMTimeMake(value, 1));
-    flush();
-    EXPECT_EQ(std::exchange(audioTimes, {}).front(), value);
-  }
-}
-
 TEST_F(DeviceTest, AMuxedDeviceBringsItsSoundInTheTimescaleOfItsPicturesUntilAMicrophoneTakesOver) {
   auto deck = fake::camcorder("Deck", "d");
   auto lone = fake::microphone("Mic", "m");

@@ -207,16 +207,4 @@ TEST_F(DetectionTest, FireWireCamcordersAreMarkedByTheirUnits) {
               ElementsAre("3 bvDeviceManager_avs::init_controller() - couldnt create controller 0xe00002bd"));
 }
 
-TEST_F(DetectionTest, LookUpsByIdGoByNameOrByPosition) {
-  detect({fake::camera("Zoo", "both"), fake::camera("Ant", "a", {"m"}), fake::microphone("Mic", "m", {"a"}),
-          fake::microphone("Lone", "l")});
-
-  EXPECT_EQ(manager->getDeviceWithID("m"), manager->getDeviceWithName("Ant Video"));
-  EXPECT_EQ(manager->getDeviceWithID("")->getDeviceName(), "Lone Audio") << "first in order of names with an empty ID";
-  EXPECT_EQ(manager->getIndexOfDeviceID(""), 0) << "first in list order";
-  EXPECT_EQ(manager->getDeviceWithID("nobody"), nullptr);
-  manager->_RemoveDevice(manager->getDeviceWithName("Lone Audio"));
-  EXPECT_EQ(manager->getDeviceWithID("")->getDeviceName(), "Zoo Video");
-}
-
 }  // namespace

@@ -72,20 +72,4 @@ TEST_F(EntryPointsTest, WhatKeepsASourceFromDeliveringIsLoggedAndHasAMessage) {
                                        "4 Error Running Source Cam Video: Someone pulled the cable.\n"));
 }
 
-TEST_F(EntryPointsTest, ACopyOfTheOptionsOfASourceThatHasGoneIsEmpty) {
-  int length = 0;
-  BRV_QueryParameterOptions(nullptr, "Cam Video", "Video Settings", nullptr, &length);
-  ASSERT_GT(length, 0);
-  provider->unplug(camera);
-
-  std::string text(static_cast<std::size_t>(length), '?');
-  BRV_QueryParameterOptions(nullptr, "Cam Video", "Video Settings", text.data(), &length);
-  EXPECT_STREQ(text.c_str(), "");
-
-  BRV_QueryParameterOptions(nullptr, "Cam Video", "Video Settings", nullptr, &length);
-  text = "as it was";
-  BRV_QueryParameterOptions(nullptr, "Cam Video", "Video Settings", text.data(), &length);
-  EXPECT_EQ(text, "as it was") << "nothing was asked of the source";
-}
-
 }  // namespace

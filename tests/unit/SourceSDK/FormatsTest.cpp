@@ -76,18 +76,6 @@ TEST_F(FormatsTest, TheAutomaticChoiceRunsAtEveryStartUntilTheHostHasChosen) {
   EXPECT_EQ(slept, 200'000U);
 }
 
-TEST_F(FormatsTest, ADeviceThatCannotBeLockedKeepsWhatItHasAndSaysWhy) {
-  AV::Device& device = cameraWith({fake::videoFormat(640, 480), fake::videoFormat(1280, 720)});
-  camera->configurationError = "Busy elsewhere.";
-  EXPECT_FALSE(device.setSupportedVideoFormat(1));
-  device.startDevice();
-
-  EXPECT_EQ(device.getSelectedVideoFormatIndex(), 0);
-  EXPECT_THAT(traces, ElementsAre("AV::Device::setSupportedVideoFormat Failed to change format, locking of camera "
-                                  "[Cam] for configuration failed"))
-      << "once: the host has chosen, even though in vain";
-}
-
 TEST_F(FormatsTest, AFrameRateIsAppliedAtTheRangesHighestAndComparedByValue) {
   auto format = fake::videoFormat(640, 480);
   format.frameRates = {fake::frameRates(5, 60, CMTimeMake(1, 60)), fake::frameRates(1, 30, CMTimeMake(2, 60)),

@@ -1,15 +1,13 @@
-// WAVE files, PCM samples and tones.
+// WAVE files and PCM samples.
 
 #include <gmock/gmock.h>
 
 #include <cmath>
-#include <numbers>
 #include <random>
 #include <utility>
 #include <vector>
 
 #include "simulated/PCM.h"
-#include "simulated/Tone.h"
 #include "simulated/WAVReader.h"
 #include "support/MediaFiles.h"
 #include "support/TemporaryFolder.h"
@@ -101,16 +99,6 @@ TEST(PCMTest, SamplesAreRoundedAndSaturatedInTheFormatsOrderOfBytes) {
   shape.channels = 2;
   shape.isPlanar = true;
   EXPECT_THAT(written({1, -1, 0, 0.5}, describePCM(shape)), ElementsAre('\xFF', '\x80', 0, '\xC0'));
-}
-
-TEST(ToneTest, IsTheSameAfterDaysAsAtTheStart) {
-  std::vector<double> first(1500), later(1500);
-  Tone(997, -6).samplesFrom(11, 44100, first);
-  Tone(997, -6).samplesFrom(2ull * 86400 * 44100 + 11, 44100, later);
-
-  EXPECT_EQ(first, later);
-  const double last = std::pow(10, -0.3) * std::sin(2 * std::numbers::pi * 997 * 1510 / 44100);
-  EXPECT_NEAR(first[1499], last, 1e-11);
 }
 
 }  // namespace

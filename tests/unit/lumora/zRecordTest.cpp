@@ -35,21 +35,4 @@ TEST(RecordTest, TextsAreReadAsIntegersWhereTheyAreOneAndIntegersAsTexts) {
   EXPECT_STREQ(record.AsCString("high", "no room", nullptr), "no room");
 }
 
-TEST(RecordTest, ChildrenGoToTheirPositionsAndThoseThatWouldBreakTheTreeAreRefused) {
-  zRecord root;
-  auto* const child = new zRecord("b");
-  auto* const grandchild = new zRecord("grandchild");
-  EXPECT_TRUE(root.AddChild(child, zRecord::AtEnd) && child->AddChild(grandchild, zRecord::AtEnd));
-  root.AddChild(new zRecord("d"), 0x7FFFFFFF);
-  root.AddChild(new zRecord("c"), 1);
-  root.AddChild(new zRecord("a"), -5);
-
-  for (zRecord* const refused : {static_cast<zRecord*>(nullptr), &root, child}) {
-    EXPECT_FALSE(root.AddChild(refused, zRecord::AtEnd) || grandchild->AddChild(refused, zRecord::AtEnd));
-  }
-  std::string names;
-  for (unsigned int i = 0; i < root.ChildCount(); ++i) names += root.Child(i)->Name();
-  EXPECT_EQ(names, "abcd");
-}
-
 }  // namespace

@@ -49,17 +49,4 @@ TEST_F(TraceTest, NotesReachTheSinkAsTheyAreAndLongOnesCutBetweenCodePoints) {
   }
 }
 
-TEST_F(TraceTest, ASinkMayThrowTraceAndReplaceItself) {
-  testing::internal::CaptureStderr();
-  _trace.SetSink([this, guard = std::string("alive during the call")](const char* note) {
-    _trace.TraceNote("nested");
-    capture();
-    throw std::runtime_error(guard + note);
-  });
-  _trace.TraceNote("first, with its line end\n");
-  _trace.TraceNote("second");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "nested\nfirst, with its line end\n");
-  EXPECT_EQ(_notes.back(), "second");
-}
-
 }  // namespace
