@@ -46,15 +46,4 @@ TEST_F(DeviceRegistryTest, ADeviceThatComesBackIsTheSameObjectWithItsSettings) {
   EXPECT_EQ(second->selectedVideoFormat, 1U);
 }
 
-TEST_F(DeviceRegistryTest, OneThreadAtATimeHoldsTheConfigurationLock) {
-  fake::install({camera});
-  const auto device = AVCaptureDevice::devices().front();
-
-  ASSERT_TRUE(device->lockForConfiguration(nullptr));
-  std::thread([&] { EXPECT_FALSE(lock(*device)); }).join();
-  EXPECT_THAT(error->localizedDescription(), HasSubstr("another thread"));
-  device->unlockForConfiguration();
-  std::thread([&] { EXPECT_TRUE(lock(*device)); }).join();
-}
-
 }  // namespace

@@ -7,33 +7,6 @@
 
 namespace {
 
-TEST(AudioConverter, RefusesFormatsThatItCannotReadOrWrite) {
-  constexpr auto Format = kAudioConverterErr_FormatNotSupported;
-  constexpr auto InputRate = kAudioConverterErr_InputSampleRateOutOfRange;
-  constexpr auto OutputRate = kAudioConverterErr_OutputSampleRateOutOfRange;
-  constexpr auto PCM = kAudioFormatLinearPCM;
-  const std::tuple<Description, OSStatus, OSStatus> cases[] = {
-      {{48000, 0x61616320, kIntFlags, 4, 1, 4, 2, 16, 0}, Format, Format},
-      {{48000, PCM, kIntFlags, 0, 1, 0, 2, 16, 0}, Format, Format},
-      {{48000, PCM, kIntFlags, 8, 1, 8, 2, 16, 0}, Format, Format},  // packed, it says
-      {{48000, PCM, kFloatFlags, 4, 1, 4, 2, 16, 0}, Format, Format},
-      {of<SInt16>(48000, 9), noErr, Format},
-      {of<SInt16>(48000, 33), Format, Format},
-      {pcm(48000, 2, 64, kIntFlags), Format, Format},
-      {of<SInt16>(7999.9, 2), InputRate, OutputRate},
-      {of<SInt16>(192000.1, 2), InputRate, OutputRate},
-      {of<SInt16>(std::nan(""), 2), InputRate, OutputRate},
-  };
-  const Description good = of<SInt16>(48000, 2);
-  for (const auto& [bad, asInput, asOutput] : cases) {
-    AudioConverterRef converter = nullptr;
-    EXPECT_EQ(AudioConverterNew(&bad, &good, &converter), asInput) << bad.mSampleRate << ' ' << bad.mBitsPerChannel;
-    AudioConverterDispose(converter);
-    EXPECT_EQ(AudioConverterNew(&good, &bad, &converter), asOutput) << bad.mSampleRate << ' ' << bad.mBitsPerChannel;
-    EXPECT_EQ(converter, nullptr);
-  }
-}
-
 // The three kinds of way through the converter: a copy, sample by sample, and a change of rate in both precisions and
 // with interpolated filters.
 TEST(AudioConverter, GivesTheSameBytesHoweverItIsFedAndAskedAndAfterAReset) {

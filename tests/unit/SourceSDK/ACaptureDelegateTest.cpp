@@ -90,20 +90,6 @@ TEST_F(AudioDelegateTest, EveryBufferIsConvertedOnItsOwnToItsLengthAndWhatTheCon
   EXPECT_THAT(std::vector(end + 2, sound.end()), testing::Each(0));
 }
 
-TEST_F(AudioDelegateTest, PlanesAreFoundWhereverTheyLieInTheSamplesPieces) {
-  std::vector<float> planes(2 * 5);
-  for (std::size_t i = 0; i < planes.size(); ++i) planes[i] = static_cast<float>(i) / 16;
-  const Bytes bytes = bytesOf(planes);
-  std::vector<std::int16_t> expected;
-  for (std::int16_t frame = 0; frame < 5; ++frame) {
-    for (const int plane : {0, 5}) expected.push_back(static_cast<std::int16_t>((frame + plane) * 2048));
-  }
-  for (std::ptrdiff_t end = 1; end < std::ssize(bytes); ++end) {
-    deliver(PlanarFloat44, {{bytes.begin(), bytes.begin() + end}, {}, {bytes.begin() + end, bytes.end()}});
-    ASSERT_EQ(samplesOf(sounds.back()), expected) << end;
-  }
-}
-
 TEST_F(AudioDelegateTest, FlagsTellTheFirstTimescaleItsChangesAndADirtyFormat) {
   EXPECT_EQ(flagsAt(CMTimeMake(0, 44100)), 0x20);
   EXPECT_EQ(flagsAt(CMTimeMake(1, 44100)), 0);

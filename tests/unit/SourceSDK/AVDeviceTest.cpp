@@ -1,9 +1,12 @@
 #include "AVDevice.h"
 
 #include <gmock/gmock.h>
+#include <lumora/zThread.h>
 
-#include <limits>
+#include <array>
+#include <system_error>
 
+#include "BRV_AVCapture.h"
 #include "SourceTest.h"
 #include "support/LogCapture.h"
 
@@ -89,6 +92,57 @@ TEST_F(DeviceTest, AMicrophoneThatJoinsARunningCameraIsHeardAtOnceAlsoWhenItCome
 
   EXPECT_THAT(audioTimes, ElementsAre(5, 6));
   EXPECT_EQ(manager->getDeviceCount(), 1);
+}
+
+class FailureTest : public FrameworkTest {
+ protected:
+  FailureTest() {
+    zThread::SetSleepFunction([](unsigned) {});
+  }
+  ~FailureTest() override { zThread::SetSleepFunction(nullptr); }
+
+  void registerVideo() {
+    BRV_RegisterVideoDataArrivedCallback(
+        nullptr, "Cam Video", [](void*, BRV_VideoBuffer*) {}, this);
+  }
+  static std::string errorMessage(int code) {
+    std::array<char, 256> text;
+    int length = 0;
+    BRV_GetErrorMessage(nullptr, nullptr, code, nullptr, &length);
+    BRV_GetErrorMessage(nullptr, nullptr, code, text.data(), &length);
+    return text.data();
+  }
+};
+
+TEST_F(FailureTest, WhatKeepsASourceFromDeliveringIsLoggedAndHasAMessage) {
+  const auto camera = fake::camera("Cam", "c");
+  const auto provider = fake::install({camera});
+  BRV_IntitializeLibrary();
+  AV::DeviceManager::instance()->detectDeviceConnect();
+  const LogCapture log;
+  camera->whileStarting = [] { throw std::system_error(EAGAIN, std::generic_category(), "No thread"); };
+  registerVideo();
+  const std::string reason = errorMessage(0);
+  EXPECT_THAT(reason, testing::HasSubstr("No thread"));
+
+  camera->whileStarting = [] { throw std::bad_alloc(); };
+  EXPECT_EQ(BRV_SetSourceSettings(nullptr, "Cam Video", ""), 0);
+  EXPECT_EQ(errorMessage(0), "Out of memory.");
+
+  camera->whileStarting = {};
+  camera->configurationError = "Busy elsewhere.";
+  registerVideo();
+  EXPECT_TRUE(camera->isRunning());
+  EXPECT_EQ(errorMessage(0), "Busy elsewhere.");
+
+  camera->fail("Someone pulled the cable.");
+  EXPECT_EQ(errorMessage(0), "Someone pulled the cable.");
+
+  EXPECT_THAT(log.lines(), ElementsAre("4 Error Starting Source Cam Video: " + reason + "\n",
+                                       "4 Error Starting Source Cam Video: Out of memory.\n",
+                                       "4 Error Starting Source Cam Video: Busy elsewhere.\n",
+                                       "4 Error Running Source Cam Video: Someone pulled the cable.\n"));
+  BRV_UninitializeLibrary();
 }
 
 }  // namespace

@@ -39,18 +39,9 @@ TEST_F(DetectionTest, DevicesBecomeSourcesAndLinkedOnesJoin) {
         camcorder("Deck", "d2")},
        {"Cam Video: c1, ", "Cam 1 Video: c2, ", "Cam 2 Video: c3, ", "Deck: d1, d1", "Deck 1: d2, d2",
         "Mic Audio: , m"}},
-      {"a microphone joins every camera that it is linked to",
-       {camera("One", "c1", {"m"}), camera("Two", "c2", {"m"}), microphone("Mic", "m", {"c1", "c2"})},
-       {"One Video: c1, m", "Two Video: c2, m"}},
       {"a second linked microphone is refused",
        {camera("Cam", "c", {"m1", "m2"}), microphone("One", "m1", {"c"}), microphone("Two", "m2", {"c"})},
        {"Cam Video: c, m1"}},
-      {"what is linked to its own kind alone becomes no source",
-       {camera("A", "a", {"b"}), camera("B", "b", {"a"}), microphone("X", "x", {"y"}), microphone("Y", "y", {"x"})},
-       {}},
-      {"a microphone whose camera has no source becomes its own",
-       {camera("Intensity Pro", "c", {"m"}), microphone("Mic", "m", {"c"})},
-       {"Mic Audio: , m"}},
       {"other plug-ins' devices are left to them",
        {camera("UltraStudio Decklink 4K", "1"), camera("Blackmagic Design", "2"), camera("Intensity Pro", "3"),
         camera("Brevanta Virtual Camera", "4"), camera("AJA Io 4K", "5"), microphone("Brevanta Microphone", "6"),
@@ -99,10 +90,6 @@ TEST_F(DetectionTest, ADeviceThatCannotBeOpenedIsLoggedOnceAPassAndTriedAgain) {
   } cases[] = {
       {{both}, {}, {"Broken Video: b, b"}, video},
       {{microphone("Broken", "m", {"c"}), camera("Cam", "c", {"m"})}, {"Cam Video: c, "}, {"Cam Video: c, m"}, audio},
-      {{microphone("Broken", "m", {"c", "d"}), camera("Cam", "c", {"m"}), camera("Doc", "d", {"m"})},
-       {"Cam Video: c, ", "Doc Video: d, "},
-       {"Cam Video: c, m", "Doc Video: d, m"},
-       audio},
   };
   std::vector<std::string> lines;
   for (const auto& each : cases) {
@@ -118,20 +105,6 @@ TEST_F(DetectionTest, ADeviceThatCannotBeOpenedIsLoggedOnceAPassAndTriedAgain) {
     manager->detectDeviceConnect();
     EXPECT_EQ(sources(), each.with);
   }
-}
-
-TEST_F(DetectionTest, AVideoDeviceThatCannotBeOpenedLeavesTheSoundAloneUntilItCan) {
-  auto camera = fake::camera("Cam", "c", {"m"});
-  detect({fake::microphone("Mic", "m", {"c"})});
-  camera->openError = "Someone else has it.";
-  provider->plug(camera);
-  EXPECT_THAT(sources(), ElementsAre("Mic Audio: , m"));
-  EXPECT_FALSE(source().hasVideoStream());
-  EXPECT_THAT(log.lines(), ElementsAre("4 Error Loading Video Source Cam: Someone else has it.\n"));
-
-  camera->openError.reset();
-  manager->detectDeviceConnect();
-  EXPECT_THAT(sources(), ElementsAre("Mic Audio: c, m"));
 }
 
 TEST_F(DetectionTest, ChangesNoticedElsewhereWaitForTheMainThread) {

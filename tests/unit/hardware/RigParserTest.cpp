@@ -7,9 +7,7 @@
 
 #include "simulated/RigValues.h"
 #include "simulated/Streams.h"
-#include "support/MediaFiles.h"
 #include "support/Rigs.h"
-#include "support/TemporaryFolder.h"
 
 namespace hardware::simulated {
 namespace {
@@ -20,8 +18,8 @@ const std::string Camera = "[device]\nid = cam\nname = Camera\nmedia = video\n";
 const std::string Microphone = "[device]\nid = mic\nname = Microphone\nmedia = audio\n";
 const std::string Format = "video format = 640x480 2vuy, rates 30";
 
-std::string errorIn(const std::string& text, const std::string& file = "desk.rig") {
-  const auto result = parseRig(text, file);
+std::string errorIn(const std::string& text) {
+  const auto result = parseRig(text, "desk.rig");
   const auto* error = std::get_if<RigError>(&result);
   return error ? error->message() : "none";
 }
@@ -96,22 +94,6 @@ TEST(RigParserTest, RatesAreExactFractionsAndClocksCountInUnitsThatHoldThem) {
     EXPECT_TRUE(parsed && parsed->value == duration.value && parsed->timescale == duration.timescale) << rate;
     EXPECT_EQ(exactTimescale(duration), timescale) << rate;
   }
-}
-
-TEST(RigParserTest, FormatsAreTakenFromClipsOrMustFitThem) {
-  TemporaryFolder folder;
-  folder.write("clip, one.y4m", "YUV4MPEG2 W4 H2 F30000:1001 A8:9 C422\nFRAME\n" + std::string(16, 'x'));
-  folder.write("clip.wav", waveFile(waveFormat(1, 1, 22050, 16), "abcd"));
-  const std::string picture = "picture = media \"clip, one.y4m\"\n", sound = "sound = media clip.wav\n";
-  const std::string file = folder.write("desk.rig", "[device]\nid = a\nname = A\nmedia = muxed\n" + picture + sound);
-
-  const DeviceDescription described = std::get<Rig>(loadRig(file)).devices.at(0).description;
-  const VideoFormat& format = described.videoFormats.at(0);
-  EXPECT_EQ(CMTimeCompare(format.frameRates.at(0).minFrameDuration, CMTimeMake(1001, 30000)), 0);
-  EXPECT_TRUE(format.width == 4 && described.pixelAspectRatio->vertical == 9);
-  EXPECT_EQ(described.audioFormats.at(0).stream.mSampleRate, 22050);
-  EXPECT_THAT(errorIn(Camera + picture + Format, file), HasSubstr("4x2 is not the format's 640x480"));
-  EXPECT_THAT(errorIn(Microphone + "audio format = 48000 Hz\n" + sound, file), HasSubstr("desk.rig:6: "));
 }
 
 }  // namespace

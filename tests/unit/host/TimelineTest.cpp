@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <functional>
-#include <limits>
 
 #include "Rational.h"
 #include "SoundTimeline.h"
@@ -12,8 +11,6 @@
 namespace brvhost {
 namespace {
 
-constexpr std::int64_t Largest = std::numeric_limits<std::int64_t>::max();
-constexpr std::int64_t Smallest = std::numeric_limits<std::int64_t>::min();
 constexpr FrameTiming NTSC{30'000, 1'001};
 
 TEST(TimelineTest, CountsGapsExceptAroundUnstampedFramesAndWhereTheClockChanges) {
@@ -65,10 +62,8 @@ TEST(SoundTimelineTest, FindsTheUnitOfTheStampsAndTheGapsWhicheverComesFirst) {
            {"a run without a time", 600, [](auto run) { return run == 100 ? 0 : 1'000'000 + 480 * run; }, 48'000, 0},
            {"a gap at a run without a time", 600,
             [](auto run) { return run == 100 ? 0 : 1'000'000 + 480 * (run > 99 ? run + 20 : run); }, 48'000, 20 * 441},
-           {"stamps that stand still", 600, [](auto) { return 5; }, 0, 0},
            {"stamps that go back once", 600, [](auto run) { return run < 50 ? run * 480 : run * 480 - 9'000; }, 48'000,
             0},
-           {"absurd stamps", 600, [](auto run) { return run % 2 == 0 ? Smallest : Largest; }, 0, 0},
        }) {
     SoundTimeline timeline;
     for (int run = 0; run < 200; ++run) timeline.add(c.stampOf(run), 441, 44'100, false);

@@ -68,22 +68,6 @@ TEST_F(SocketTest, AConnectionThatFailsTellsWhyAndLeavesNone) {
   }
 }
 
-TEST_F(SocketTest, ATimeoutEndsReceivingInPiecesAndSendingToAPeerThatDoesNotReadWithTheCountSoFar) {
-  const Peer trickle(Peer::Answers, [](int caller) {
-    while (Peer::dawdle(caller, 10)) Peer::say(caller, ".");
-  });
-  std::string bytes(64u << 20, 'x');
-  EXPECT_EQ(connect(trickle), zSocket::Success);
-  EXPECT_EQ(socket->SetRecvTimeout(Brief), zSocket::Success);
-  EXPECT_EQ(socket->SetRecvTimeout(-1), zSocket::InvalidArgument);
-  EXPECT_EQ(socket->Receive(bytes.data(), 10'000, count), zSocket::TimedOut);
-  EXPECT_EQ(bytes.find('x'), count);
-
-  EXPECT_EQ(socket->Send(bytes.data(), 64u << 20, count, Brief), zSocket::TimedOut);
-  EXPECT_TRUE(count > 0 && count < bytes.size());
-  socket.reset();
-}
-
 TEST_F(SocketTest, APeerThatHangsUpIsNoticedByReceivingAndSendingWithoutASignal) {
   const Peer peer(Peer::Answers, [](int caller) { Peer::say(caller, "O"); });
   char answer[2] = {};

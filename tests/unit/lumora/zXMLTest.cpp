@@ -63,30 +63,11 @@ TEST(XMLReaderTest, WhatIsNotExactlyARecordIsRefused) {
   for (std::size_t length = 0; length < Valid.size(); ++length) EXPECT_NE(parse(Valid.substr(0, length)), 0) << length;
 }
 
-// Quadratic work on any of these would take minutes and run into the time limit of the test.
-TEST(XMLReaderTest, LongDocumentsTakeTimeInProportionAndThoseThatWouldCostTooMuchAreRefused) {
-  std::string fields = "<record name=\"r\">", attributes = "<record name=\"r\"", escapes, deep;
-  for (int i = 0; i < 300'000; ++i) {
-    fields += "<int32 name=\"" + std::to_string(i) + "\" value=\"1\"/>";
-    attributes += " a" + std::to_string(i) + "=\"\"";
-    escapes += "&quot;&#13;&quot;&#13;";
-    if (i < 100'000) deep += "<record name=\"r\">";
-  }
-  for (int i = 0; i < 300'000; ++i) fields += "<record name=\"r\"/>\n";
-
-  EXPECT_EQ(parse(fields + "</record>"), 0);
-  EXPECT_EQ(parse("<record name=\"" + escapes + "\"/>"), 0);
-  EXPECT_EQ(parse(attributes + "/>"), zXML::Malformed);
+TEST(XMLReaderTest, WhatIsTooDeepOrTooLongIsRefused) {
+  std::string deep;
+  for (int i = 0; i < 100'000; ++i) deep += "<record name=\"r\">";
   EXPECT_EQ(parse(deep), zXML::TooDeep);
   EXPECT_EQ(parse(std::string(zXML::MaximumLength + 1, ' ')), zXML::TooLong);
-}
-
-TEST(XMLReaderTest, LengthsCountBytesAndArgumentsAreChecked) {
-  zRecord record;
-  EXPECT_EQ(zXML::ParseBuffer(255, &record, (Valid + "tail").c_str(), static_cast<int>(Valid.size())), 0);
-  EXPECT_EQ(zXML::ParseBuffer(255, &record, Valid.c_str(), -2), zXML::InvalidArgument);
-  EXPECT_EQ(zXML::ParseBuffer(255, &record, nullptr, -1), zXML::InvalidArgument);
-  EXPECT_EQ(zXML::ParseBuffer(255, nullptr, Valid.c_str(), -1), zXML::InvalidArgument);
 }
 
 TEST(XMLReaderTest, FilesAreReadWholeAndAnythingElseAtAPathIsRefusedWithoutWaiting) {
@@ -150,22 +131,6 @@ TEST(XMLWriterTest, WhatXMLCannotCarryIsRefusedWhereverItStandsAndLeavesTheBuffe
       EXPECT_EQ(buffer.Length(), 0u);
     }
   }
-}
-
-TEST(XMLWriterTest, WhatIsDeeperOrLongerThanReadersTakeIsNotWritten) {
-  zRecord root, large;
-  large.SetCString("value", std::string(zXML::MaximumLength, 'x').c_str(), 0);
-  zRecord* deepest = &root;
-  for (unsigned int depth = 1; depth <= zXML::MaximumDepth; ++depth) {
-    if (depth == zXML::MaximumDepth) expectRoundTrip(root);
-    auto* const child = new zRecord("level");
-    deepest->AddChild(child, zRecord::AtEnd);
-    deepest = child;
-  }
-
-  zBuffer buffer(0, 0);
-  EXPECT_EQ(write(root, buffer), zXML::TooDeep);
-  EXPECT_EQ(write(large, buffer), zXML::TooLong);
 }
 
 }  // namespace

@@ -48,18 +48,14 @@ TEST(NeighbourTableTest, MessagesAreReadUntilTheEndAndBrokenOnesEndTheAnswer) {
   } cases[] = {
       {"one part of several", good + good, State::Expected, 2},
       {"the last part", good + done + good, State::Complete, 1},
-      {"an InfiniBand address", neighbour(std::string(20, 'x')), State::Expected, 1},
       {"a short address", neighbour("\1\2\3\4\5"), State::Expected, 0},
       {"a multicast group", neighbour(six, NUD_NOARP), State::Expected, 0},
       {"IPv6", neighbour(six, NUD_REACHABLE, AF_INET6), State::Expected, 0},
       {"another's answer", message(NLMSG_ERROR, bytesOf(-1), Sequence - 1) + good, State::Expected, 1},
-      {"a confirmation", message(NLMSG_ERROR, bytesOf(0)) + good, State::Expected, 1},
       {"an error", good + message(NLMSG_ERROR, bytesOf(-EPERM)) + good, State::Failed, 1},
       {"an end in error", message(NLMSG_DONE, bytesOf(-EINTR)), State::Failed, 0},
-      {"half a header", good + done.substr(0, 8), State::Failed, 1},
       {"half a message", good + good.substr(0, good.size() - 4), State::Failed, 1},
       {"a length of 0", std::string(sizeof(nlmsghdr), '\0'), State::Failed, 0},
-      {"half an entry", message(RTM_NEWNEIGH, "1234"), State::Failed, 0},
       {"half an attribute", message(RTM_NEWNEIGH, bytesOf(ndmsg{}) + bytesOf(rtattr{200, NDA_DST})), State::Failed, 0},
       {"an attribute of length 0", message(RTM_NEWNEIGH, bytesOf(ndmsg{}) + std::string(4, 0)), State::Failed, 0}};
   for (const auto& each : cases) {
