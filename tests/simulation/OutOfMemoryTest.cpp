@@ -239,12 +239,7 @@ std::string session(std::int64_t allowed = std::numeric_limits<std::int64_t>::ma
 
 class OutOfMemoryTest : public FrameworkTest {
  protected:
-  OutOfMemoryTest() {
-    zThread::SetSleepFunction([](unsigned microseconds) {
-      auto& scheduler = runtime::Scheduler::current();
-      scheduler.sleepUntil(scheduler.now() + microseconds * runtime::Nanoseconds{1000});
-    });
-  }
+  OutOfMemoryTest() { zThread::SetSleepFunction(SimulationScheduler::sleepFor); }
   ~OutOfMemoryTest() override { zThread::SetSleepFunction(nullptr); }
 };
 

@@ -109,18 +109,6 @@ TEST_F(VideoOutputTest, PicturesCarryTheirColourAndThoseThatCannotBeDecodedAreDr
   EXPECT_EQ(output->statistics().droppedConversion, 1U);
 }
 
-TEST_F(VideoOutputTest, StoppedFromTheDelegateWaitingFramesAreDropped) {
-  delegate.whileDelivering = [&](CVImageBufferRef) {
-    capture(2);
-    session->stopRunning();
-  };
-  capture(1);
-  drain();
-
-  EXPECT_THAT(delegate.events, ElementsAre(1, -2));
-  EXPECT_EQ(output->statistics().droppedStopped, 1U);
-}
-
 TEST_F(VideoOutputTest, ConsumerPacedDevicesWaitForABufferOfAPoolThatIsKept) {
   std::vector<CFRef<CVImageBufferRef>> kept;
   delegate.whileDelivering = [&](CVImageBufferRef image) { kept.push_back(CFRef<CVImageBufferRef>::retain(image)); };

@@ -44,13 +44,10 @@ class AudioDelegateTest : public FrameworkTest {
   std::vector<Bytes> sounds;
 };
 
-Bytes bytesOf(const std::vector<float>& values) {
+Bytes floats(std::size_t frames, float value) {
+  const std::vector values(2 * frames, value);
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(values.data());
   return {bytes, bytes + values.size() * sizeof(float)};
-}
-
-Bytes floats(std::size_t frames, float value) {
-  return bytesOf(std::vector(2 * frames, value));
 }
 
 std::vector<std::int16_t> samplesOf(const Bytes& bytes) {

@@ -103,19 +103,4 @@ TEST_F(VideoDelegateTest, ARecordDescribesItsFrame) {
   EXPECT_EQ(describe(), expected(1919, 1080, 10.0F / 11)) << "sizes are truncated";
 }
 
-TEST_F(VideoDelegateTest, ThePixelAspectIsEachPicturesOwnWhateverCameBefore) {
-  const CFRef<CVPixelBufferRef> pictures[] = {samples::picture(16, 16), samples::picture(16, 16)};
-  for (const int width : {2, 3, 4, 5}) {  // each dictionary may lie where the one before lay
-    for (const auto& picture : pictures) {
-      image = picture;
-      attachRatio(width, 1);
-      deliver(CMTimeMake(width, 30));
-      EXPECT_EQ(record.pixelAspectRatio, static_cast<float>(width));
-    }
-    CVBufferRemoveAllAttachments(image.get());
-    deliver(CMTimeMake(width, 30));
-    EXPECT_EQ(record.pixelAspectRatio, 1.0F);
-  }
-}
-
 }  // namespace
