@@ -1,29 +1,15 @@
 #include <AVFoundation/AVFoundation.h>
 #include <gmock/gmock.h>
 
-#include <thread>
-
 #include "support/FakeHardware.h"
 #include "support/FrameworkTest.h"
 
 namespace {
 
-using testing::HasSubstr;
-
-class DeviceRegistryTest : public FrameworkTest {
- protected:
-  /// Whether the thread could lock the device, which is unlocked again; `error` tells why not.
-  bool lock(AVCaptureDevice& device) {
-    const bool isLocked = device.lockForConfiguration(&error);
-    if (isLocked) device.unlockForConfiguration();
-    return isLocked;
-  }
-
-  std::shared_ptr<fake::Device> camera = fake::camera("Cam", "c");
-  Ref<NSError> error;
-};
+using DeviceRegistryTest = FrameworkTest;
 
 TEST_F(DeviceRegistryTest, ADeviceThatComesBackIsTheSameObjectWithItsSettings) {
+  auto camera = fake::camera("Cam", "c");
   camera->described.videoFormats.push_back(fake::videoFormat(128, 96));
   auto second = std::make_shared<fake::Device>(camera->described);
   auto provider = fake::install({camera, fake::microphone("Mic", "m")});
@@ -34,8 +20,9 @@ TEST_F(DeviceRegistryTest, ADeviceThatComesBackIsTheSameObjectWithItsSettings) {
 
   provider->unplug(camera);
   EXPECT_FALSE(device->isConnected());
-  ASSERT_FALSE(lock(*device));
-  EXPECT_THAT(error->localizedDescription(), HasSubstr("not connected"));
+  Ref<NSError> error;
+  ASSERT_FALSE(device->lockForConfiguration(&error));
+  EXPECT_THAT(error->localizedDescription(), testing::HasSubstr("not connected"));
   EXPECT_FALSE(AVCaptureDeviceInput::initWithDevice(device.get(), &error));
   bool wasListedTooSoon = false;
   second->whileSelecting = [&] { wasListedTooSoon = AVCaptureDevice::devices().size() > 1; };

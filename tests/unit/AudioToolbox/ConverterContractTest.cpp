@@ -1,6 +1,5 @@
 #include <limits>
 #include <random>
-#include <tuple>
 #include <utility>
 
 #include "Conversion.h"

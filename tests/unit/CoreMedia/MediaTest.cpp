@@ -12,20 +12,11 @@
 
 namespace {
 
-using Block = CFRef<CMBlockBufferRef>;
 using Buffer = CFRef<CVPixelBufferRef>;
 using Pool = CFRef<CVPixelBufferPoolRef>;
 
 using CMBlockBufferTest = FrameworkTest;
 using CVPixelBufferTest = FrameworkTest;
-
-Block makeBlock(void* memory, std::size_t size, std::size_t offset, std::size_t length,
-                const CMBlockBufferCustomBlockSource* source) {
-  CMBlockBufferRef block = nullptr;
-  EXPECT_EQ(CMBlockBufferCreateWithMemoryBlock(nullptr, memory, size, nullptr, source, offset, length, 0, &block),
-            noErr);
-  return Block::adopt(block);
-}
 
 Pool makePool() {
   const auto attributes = makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{
@@ -50,17 +41,15 @@ TEST_F(CMBlockBufferTest, MemoryIsGivenBackOnceAndNotReadPastItsEnd) {
     std::free(memory);
   };
   const CMBlockBufferCustomBlockSource source{0, nullptr, free, &freedBytes};
-  const auto append = [&](const Block& block, void* memory, std::size_t size, std::size_t length) {
-    return CMBlockBufferAppendMemoryBlock(block.get(), memory, size, nullptr, &source, 0, length, 0);
-  };
-  Block block = makeBlock(std::malloc(100), 100, 10, 20, &source);
-  EXPECT_EQ(append(block, std::malloc(7), 7, 0), noErr) << "an empty run of data still owns its memory";
+  CMBlockBufferRef made = nullptr;
+  CMBlockBufferCreateWithMemoryBlock(nullptr, std::malloc(100), 100, nullptr, &source, 10, 20, 0, &made);
+  auto block = CFRef<CMBlockBufferRef>::adopt(made);
+  EXPECT_EQ(CMBlockBufferAppendMemoryBlock(made, std::malloc(7), 7, nullptr, &source, 0, 0, 0), noErr)
+      << "an empty run of data still owns its memory";
+  char bytes[20];
+  EXPECT_EQ(CMBlockBufferCopyDataBytes(made, 2, SIZE_MAX, bytes), kCMBlockBufferBadLengthParameterErr);
   block = {};
   EXPECT_EQ(freedBytes, 107u);
-
-  char memory[16];
-  block = makeBlock(memory, 16, 0, 4, nullptr);
-  EXPECT_EQ(CMBlockBufferCopyDataBytes(block.get(), 2, SIZE_MAX, memory), kCMBlockBufferBadLengthParameterErr);
 }
 
 TEST_F(CVPixelBufferTest, RowsAreAlignedAndWritableToTheirLastByte) {
