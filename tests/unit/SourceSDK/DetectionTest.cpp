@@ -90,15 +90,16 @@ TEST_F(DetectionTest, ADeviceThatCannotBeOpenedIsLoggedOnceAPassAndTriedAgain) {
   } cases[] = {
       {{both}, {}, {"Broken Video: b, b"}, video},
       {{microphone("Broken", "m", {"c"}), camera("Cam", "c", {"m"})}, {"Cam Video: c, "}, {"Cam Video: c, m"}, audio},
+      {{camera("Broken", "c", {"m"}), microphone("Mic", "m", {"c"})}, {"Mic Audio: , m"}, {"Mic Audio: c, m"}, video},
   };
   std::vector<std::string> lines;
   for (const auto& each : cases) {
     each.devices.front()->openError = "Someone else has it.";
     detect(each.devices);
-    for (int i = 0; i < manager->getDeviceCount(); ++i) EXPECT_FALSE(source(i).hasAudioStream());
+    manager->detectDeviceConnect();
     EXPECT_EQ(sources(), each.without);
     EXPECT_EQ(manager->getLastErrorMessage(), "Someone else has it.");
-    lines.emplace_back(each.line);
+    lines.insert(lines.end(), 2, each.line);
     EXPECT_EQ(log.lines(), lines);
 
     each.devices.front()->openError.reset();

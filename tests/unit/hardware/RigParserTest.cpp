@@ -7,7 +7,9 @@
 
 #include "simulated/RigValues.h"
 #include "simulated/Streams.h"
+#include "support/MediaFiles.h"
 #include "support/Rigs.h"
+#include "support/TemporaryFolder.h"
 
 namespace hardware::simulated {
 namespace {
@@ -18,8 +20,8 @@ const std::string Camera = "[device]\nid = cam\nname = Camera\nmedia = video\n";
 const std::string Microphone = "[device]\nid = mic\nname = Microphone\nmedia = audio\n";
 const std::string Format = "video format = 640x480 2vuy, rates 30";
 
-std::string errorIn(const std::string& text) {
-  const auto result = parseRig(text, "desk.rig");
+std::string errorIn(const std::string& text, const std::string& file = "desk.rig") {
+  const auto result = parseRig(text, file);
   const auto* error = std::get_if<RigError>(&result);
   return error ? error->message() : "none";
 }
@@ -94,6 +96,13 @@ TEST(RigParserTest, RatesAreExactFractionsAndClocksCountInUnitsThatHoldThem) {
     EXPECT_TRUE(parsed && parsed->value == duration.value && parsed->timescale == duration.timescale) << rate;
     EXPECT_EQ(exactTimescale(duration), timescale) << rate;
   }
+}
+
+TEST(RigParserTest, AClipFitsTheFormatThatIsGiven) {
+  const TemporaryFolder folder;
+  folder.write("clip, one.y4m", smallClip(1));
+  EXPECT_THAT(errorIn(Camera + "picture = media \"clip, one.y4m\"\n" + Format, folder.file("desk.rig")),
+              HasSubstr("4x2 is not the format's 640x480"));
 }
 
 }  // namespace
