@@ -100,9 +100,7 @@ void Camera::process() {
   *memory.chunk = {0, static_cast<std::uint32_t>(bytes.size()), static_cast<std::int32_t>(stride), 0};
   if (auto* header = static_cast<spa_meta_header*>(
           spa_buffer_find_meta_data(buffer->buffer, SPA_META_Header, sizeof(spa_meta_header)))) {
-    const bool isExact = _settings.stamp == CameraSettings::Stamp::Exact;
-    const std::int64_t times[] = {timeOf(number), 0, -1, now() + 5'000'000'000};
-    *header = {0, 0, times[static_cast<int>(_settings.stamp)], 0, isExact ? number : 0};
+    *header = {0, 0, timeOf(number), 0, number};
   }
   pw_stream_queue_buffer(stream(), buffer);
   ++_sent;

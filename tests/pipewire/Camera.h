@@ -18,8 +18,6 @@ struct CameraSettings {
   Properties properties{};
   /// Every so many-th picture: lost, its number used up; not what it should be.
   std::uint64_t loseEvery = 0, corruptEvery = 0;
-  /// What headers say of the time.
-  enum class Stamp { Exact, Zero, None, Future } stamp = Stamp::Exact;
 };
 
 class Camera final : public Stream {

@@ -9,8 +9,6 @@
 namespace test::pipewire {
 namespace {
 
-using Stamp = CameraSettings::Stamp;
-
 class VideoTest : public PipeWireTest {
  protected:
   static std::uint64_t drops(const Host& host) { return static_cast<std::uint64_t>(host.logged("Dropped a Frame!\n")); }
@@ -48,41 +46,21 @@ TEST_F(VideoTest, EveryPackingAndSizeArrives) {
   }
 }
 
-TEST_F(VideoTest, StampsAreWhenPicturesWereTakenAndLossesAreThoseOfTheCamera) {
-  const Camera camera({.rate = {60'000, 1001}, .loseEvery = 10});
+TEST_F(VideoTest, StampsAreWhenPicturesWereTakenAndWhatIsLostOrCannotBeDecodedIsADrop) {
+  const Picture picture{MotionJPEG, 320, 180};
+  const Camera camera({.pictures = {picture}, .rate = {60'000, 1001}, .loseEvery = 10, .corruptEvery = 7});
   Host host;
   ASSERT_TRUE(hasSources(host, {"Camera Video"}));
-  const VideoTake take(host, "Camera Video");
+  const VideoTake take(host, "Camera Video", {picture});
   ASSERT_TRUE(take.waitForMore(45));
   expectEveryPictureCounted(host, take);
 
   for (const auto& frame : take.frames()) {
     EXPECT_NEAR(static_cast<double>(frame.time), static_cast<double>(camera.timeOf(frame.number)), 12'000) << "a tick";
-    EXPECT_NE(frame.number % 10, 9U);
+    EXPECT_TRUE(frame.number % 10 != 9 && frame.number % 7 != 6);
   }
   EXPECT_GE(host.timescale("Camera Video"), 90'000);
-  EXPECT_GE(take.missing(), 4U);
-}
-
-TEST_F(VideoTest, HeadersWithoutAUsefulTimeStandForNow) {
-  Host host;
-  const std::pair<const char*, Stamp> stamps[] = {
-      {"Zero", Stamp::Zero}, {"None", Stamp::None}, {"Future", Stamp::Future}};
-  for (const auto& [name, stamp] : stamps) {
-    SCOPED_TRACE(name);
-    const Camera camera({.name = name, .description = name, .rate = {100, 1}, .stamp = stamp});
-    ASSERT_TRUE(hasSources(host, {std::string(name) + " Video"}));
-    const std::uint64_t before = drops(host);
-    const VideoTake take(host, std::string(name) + " Video");
-    ASSERT_TRUE(take.waitForMore(20));
-    const std::uint64_t dropped = drops(host) - before;
-    EXPECT_TRUE(take.waitForMore(1));
-    EXPECT_LE(dropped, take.missing()) << "no losses are made up";
-    for (const auto& frame : take.frames()) {
-      EXPECT_LE(frame.time, frame.arrived);
-      EXPECT_GT(frame.time, frame.arrived - 1'000'000'000);
-    }
-  }
+  EXPECT_GE(take.missing(), 8U);
 }
 
 // Its buffers are DmaBufs.
@@ -95,17 +73,6 @@ TEST_F(VideoTest, TheServersV4L2CameraLosesWhatItLosesAndNothingElse) {
   ASSERT_TRUE(take.waitForMore(35));
   expectEveryPictureCounted(host, take);
   for (const auto& frame : take.frames()) EXPECT_NE(frame.number % 10, 9U);
-}
-
-TEST_F(VideoTest, AJPEGThatCannotBeDecodedIsADrop) {
-  const Picture picture{MotionJPEG, 320, 180};
-  const Camera camera({.pictures = {picture}, .rate = {60, 1}, .corruptEvery = 5});
-  Host host;
-  ASSERT_TRUE(hasSources(host, {"Camera Video"}));
-  const VideoTake take(host, "Camera Video", {picture});
-  ASSERT_TRUE(take.waitForMore(20));
-  expectEveryPictureCounted(host, take);
-  for (const auto& frame : take.frames()) EXPECT_NE(frame.number % 5, 4U);
 }
 
 TEST_F(VideoTest, FormatsMayChangeFromEitherSideWhileItRuns) {
