@@ -99,6 +99,7 @@ struct AVCaptureDevice::State {
   std::vector<Ref<AVCaptureDeviceFormat>> formats;
 
   mutable std::mutex lock;
+  std::vector<std::string> linkedIDs;  ///< of the hardware now, or last
   std::size_t activeFormat = 0;
   CMTime minFrameDuration = kCMTimeInvalid;
   std::thread::id configurationHolder;
@@ -145,8 +146,16 @@ bool AVCaptureDevice::hasMediaType(AVMediaType mediaType) const {
          (mediaType == AVMediaTypeMuxed && description.isMuxed);
 }
 
-const std::vector<std::string>& AVCaptureDevice::linkedIDs() const {
-  return _state->description.linkedDevices;
+std::vector<std::string> AVCaptureDevice::linkedIDs() const {
+  std::lock_guard lock(_state->lock);
+  return _state->linkedIDs;
+}
+
+bool AVCaptureDevice::isDescribedBy(const hardware::DeviceDescription& description) const {
+  if (description.uniqueID != uniqueID()) return false;
+  auto alsoLinked = description;
+  alsoLinked.linkedDevices = _state->description.linkedDevices;
+  return alsoLinked == _state->description;
 }
 
 const std::vector<Ref<AVCaptureDeviceFormat>>& AVCaptureDevice::formats() const {
@@ -243,6 +252,10 @@ std::optional<std::string> AVCaptureDevice::openFailure() const {
 }
 
 void AVCaptureDevice::attach(const std::shared_ptr<hardware::Device>& device) {
+  {
+    std::lock_guard lock(_state->lock);
+    _state->linkedIDs = device->description().linkedDevices;
+  }
   select(*device);
   _stream->setHardware(device);
 }

@@ -1,7 +1,8 @@
 #pragma once
 
-// The capture devices of this machine. One object stands for one unique ID as long as anyone holds it: a
-// device that is unplugged and comes back is the same object, and sessions that run on it go on.
+// The capture devices of this machine. A device that is unplugged and comes back is the same object as long as anyone
+// holds it, and sessions that run on it go on. Another device that comes under the same unique ID, or the same one with
+// other formats, is another object; the former stays disconnected.
 
 #include <AVFoundation/AVCaptureDeviceFormat.h>
 #include <AVFoundation/AVMediaFormat.h>
@@ -100,7 +101,9 @@ class AVCaptureDevice final : public NSObject {
   explicit AVCaptureDevice(const hardware::DeviceDescription& description);
   ~AVCaptureDevice() override;
 
-  const std::vector<std::string>& linkedIDs() const;
+  std::vector<std::string> linkedIDs() const;
+  /// Whether a device of this description is the one that this object stands for; what it is linked to may change.
+  bool isDescribedBy(const hardware::DeviceDescription& description) const;
   void attach(const std::shared_ptr<hardware::Device>& device);
   bool holdsConfigurationLock() const;
   void applySelection();

@@ -15,6 +15,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 namespace hardware {
@@ -39,6 +40,8 @@ struct VideoFormat {
   double presentationWidth = 0;     ///< display size where it differs from the coded one, else 0
   double presentationHeight = 0;
   std::vector<FrameRateRange> frameRates;
+
+  friend bool operator==(const VideoFormat&, const VideoFormat&) = default;
 };
 
 struct AudioFormat {
@@ -48,11 +51,23 @@ struct AudioFormat {
   /// Where these are some of an interface's inputs, which have nothing to do with the others: the place of the first of
   /// them, from 0.
   std::optional<std::uint32_t> firstInput{};
+
+  friend bool operator==(const AudioFormat& a, const AudioFormat& b) {
+    const auto values = [](const AudioFormat& format) {
+      const auto& s = format.stream;
+      return std::tie(s.mSampleRate, s.mFormatID, s.mFormatFlags, s.mBytesPerPacket, s.mFramesPerPacket,
+                      s.mBytesPerFrame, s.mChannelsPerFrame, s.mBitsPerChannel, format.layout, format.name,
+                      format.firstInput);
+    };
+    return values(a) == values(b);
+  }
 };
 
 struct PixelAspectRatio {
   std::int32_t horizontal = 1;
   std::int32_t vertical = 1;
+
+  friend bool operator==(const PixelAspectRatio&, const PixelAspectRatio&) = default;
 };
 
 /// What never changes about a device while it is plugged in.
@@ -71,6 +86,8 @@ struct DeviceDescription {
   std::size_t initialVideoFormat = 0;  ///< what the device runs at when it is plugged in
   std::size_t initialAudioFormat = 0;
   std::optional<PixelAspectRatio> pixelAspectRatio;
+
+  friend bool operator==(const DeviceDescription&, const DeviceDescription&) = default;
 };
 
 /// How the numbers of a picture stand for colours, in the terms of CoreVideo's attachments. What nobody states is

@@ -459,7 +459,7 @@ bool Device::hasVideoOrAudioID(const std::string& id) const {
 
 bool Device::hasAudioStream() const {
   std::lock_guard lock(_graphLock);
-  return hasSound();
+  return _pAudioDevice || (_pVideoDevice && _pVideoDevice->hasMediaType(AVMediaTypeMuxed));
 }
 
 bool Device::hasVideoStream() const {

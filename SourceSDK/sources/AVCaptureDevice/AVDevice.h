@@ -16,6 +16,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "AVCaptureDelegate.h"
@@ -87,12 +88,12 @@ class Device : public std::enable_shared_from_this<Device> {
   /// Unique IDs of the capture devices; empty for a side that is absent. Equal for a muxed device.
   std::string getAudioDeviceID() const;
   std::string getVideoDeviceID() const;
-  /// Calls `look` with the unique ID of each side that is there, in place: without memory, and with the lock held.
+  /// Calls `look` with the capture device of each side that is there, in place: without memory, and with the lock held.
   template <typename Look>
-  void forEachDeviceID(Look look) const {
+  void forEachCaptureDevice(Look look) const {
     std::lock_guard lock(_graphLock);
-    if (_pVideoDevice) look(_videoDeviceID);
-    if (hasSound()) look(_audioDeviceID);
+    if (_pVideoDevice) look(std::as_const(*_pVideoDevice));
+    if (_pAudioDevice) look(std::as_const(*_pAudioDevice));
   }
   bool hasVideoOrAudioID(const std::string& id) const;
   bool isHDV() const { return _isHDV.load(std::memory_order_relaxed); }
@@ -183,8 +184,6 @@ class Device : public std::enable_shared_from_this<Device> {
   struct AudioGraph;
   void exchangeAudioGraph(AudioGraph& graph) noexcept;
   AudioCallback releaseAudioGraph(AudioGraph former) noexcept;
-  /// With the graph's lock held.
-  bool hasSound() const { return _pAudioDevice || (_pVideoDevice && _pVideoDevice->hasMediaType(AVMediaTypeMuxed)); }
 
   std::string _name;
   std::string _audioDeviceID;

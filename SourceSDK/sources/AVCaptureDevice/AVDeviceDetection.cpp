@@ -69,6 +69,7 @@ void DeviceManager::detectDeviceConnect() {
     std::lock_guard lock(_tableLock);
     unofferedReasons.clear();
   }
+  removeReplaced();
   detectVideoDevices();
   detectAudioDevices();
 }
@@ -189,8 +190,25 @@ void DeviceManager::_DetectDeviceDisconnect() {
   for (const auto& device : AVCaptureDevice::devices()) presentIDs.insert(device->uniqueID());
   for (const auto& source : sourcesInOrder()) {
     bool isPresent = false;
-    source->forEachDeviceID([&](const std::string& id) { isPresent |= presentIDs.contains(id); });
+    source->forEachCaptureDevice(
+        [&](const AVCaptureDevice& device) { isPresent |= presentIDs.contains(device.uniqueID()); });
     if (!isPresent) _RemoveDevice(source);
+  }
+  removeReplaced();
+}
+
+/// Removes the sources that hold a capture device in whose place another one has come: another camera in the same port,
+/// or the same one with other formats. What is there now is new to the next detection.
+void DeviceManager::removeReplaced() {
+  const auto present = AVCaptureDevice::devices();
+  for (const auto& source : sourcesInOrder()) {
+    bool isReplaced = false;
+    source->forEachCaptureDevice([&](const AVCaptureDevice& own) {
+      isReplaced |= std::ranges::any_of(present, [&](const Ref<AVCaptureDevice>& device) {
+        return device->uniqueID() == own.uniqueID() && device.get() != &own;
+      });
+    });
+    if (isReplaced) _RemoveDevice(source);
   }
 }
 

@@ -168,7 +168,8 @@ void DeviceManager::_addToTotalDeviceTable(Device* device) {
   if (!device) return;
   std::lock_guard lock(_tableLock);
   std::multimap<std::string, Device*, std::less<>> added;
-  device->forEachDeviceID([&](const std::string& id) {
+  device->forEachCaptureDevice([&](const AVCaptureDevice& used) {
+    const std::string& id = used.uniqueID();
     const auto users = totalDeviceTable.equal_range(id);
     const bool isEntered =
         std::any_of(users.first, users.second, [&](const auto& entry) { return entry.second == device; });
@@ -180,8 +181,8 @@ void DeviceManager::_addToTotalDeviceTable(Device* device) {
 void DeviceManager::_removeFromTotalDeviceTable(Device* device) noexcept {
   if (!device) return;
   std::lock_guard lock(_tableLock);
-  device->forEachDeviceID([&](const std::string& id) {
-    auto [entry, end] = totalDeviceTable.equal_range(id);
+  device->forEachCaptureDevice([&](const AVCaptureDevice& used) {
+    auto [entry, end] = totalDeviceTable.equal_range(used.uniqueID());
     while (entry != end) entry = entry->second == device ? totalDeviceTable.erase(entry) : std::next(entry);
   });
 }

@@ -87,9 +87,10 @@ class DeviceManager {
 
   // Detection
 
-  /// Makes a source of every capture device that is new, and pairs linked ones.
+  /// Makes a source of every capture device that is new, and pairs linked ones. What stands in the place of another
+  /// device, under its unique ID, is new.
   void detectDeviceConnect();
-  /// Removes the sources of which no capture device is present any more.
+  /// Removes the sources of which no capture device is present any more, or one has given its place to another.
   void _DetectDeviceDisconnect();
   /// False for devices that other plug-ins, or this very host, provide.
   bool _AllowDevice(const std::string& name) const;
@@ -108,6 +109,7 @@ class DeviceManager {
   void observeHotPlug();
   void removeObservers() noexcept;
   void tellHost(int state);
+  void removeReplaced();
   void detectVideoDevices();
   void detectAudioDevices();
   bool isNew(const AVCaptureDevice& device);

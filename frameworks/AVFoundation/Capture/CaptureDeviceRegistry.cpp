@@ -109,7 +109,7 @@ std::vector<Ref<AVCaptureDevice>> CaptureDeviceRegistry::devices() {
 Ref<AVCaptureDevice> CaptureDeviceRegistry::device(std::string_view uniqueID) {
   prepare();
   std::lock_guard lock(_lock);
-  const auto entry = find(uniqueID);
+  const auto entry = findConnected(uniqueID);
   return entry != _entries.end() && isListed(*entry) ? entry->device : Ref<AVCaptureDevice>();
 }
 
@@ -155,16 +155,23 @@ void CaptureDeviceRegistry::handle(const hardware::Provider* provider, hardware:
 /// A device is listed only once it can be opened, after those that were connected before. Null when it is not listed.
 Ref<AVCaptureDevice> CaptureDeviceRegistry::attach(const std::shared_ptr<hardware::Device>& device,
                                                    const hardware::Provider* provider) {
-  Ref<AVCaptureDevice> object;
+  Ref<AVCaptureDevice> object, replaced;
   {
     std::lock_guard lock(_lock);
     if (_provider.get() != provider) return {};
     object = objectFor(device->description());
+    // The event of the one that had the ID may be late.
+    const auto former = findConnected(object->uniqueID());
+    if (former != _entries.end() && former->device != object) {
+      former->isConnected = false;
+      replaced = former->device;
+    }
   }
+  if (replaced) replaced->stream().setHardware(nullptr);
   object->attach(device);
   {
     std::lock_guard lock(_lock);
-    if (const auto entry = find(object->uniqueID()); entry != _entries.end() && entry->device == object) {
+    if (const auto entry = std::ranges::find(_entries, object, &Entry::device); entry != _entries.end()) {
       entry->isConnected = true;
       std::rotate(entry, entry + 1, _entries.end());
       if (!isListed(_entries.back())) return {};
@@ -181,7 +188,7 @@ Ref<AVCaptureDevice> CaptureDeviceRegistry::detach(const hardware::Device& devic
   bool wasListed;
   {
     std::lock_guard lock(_lock);
-    const auto entry = find(device.description().uniqueID);
+    const auto entry = findConnected(device.description().uniqueID);
     if (_provider.get() != provider || entry == _entries.end()) return {};
     // What left may have come back already, as another piece of hardware.
     const auto present = entry->device->stream().hardware();
@@ -196,13 +203,16 @@ Ref<AVCaptureDevice> CaptureDeviceRegistry::detach(const hardware::Device& devic
 }
 
 /// With the lock held.
-CaptureDeviceRegistry::Entries::iterator CaptureDeviceRegistry::find(std::string_view uniqueID) {
-  return std::ranges::find_if(_entries, [&](const Entry& entry) { return entry.device->uniqueID() == uniqueID; });
+CaptureDeviceRegistry::Entries::iterator CaptureDeviceRegistry::findConnected(std::string_view uniqueID) {
+  return std::ranges::find_if(
+      _entries, [&](const Entry& entry) { return entry.isConnected && entry.device->uniqueID() == uniqueID; });
 }
 
 /// With the lock held.
 Ref<AVCaptureDevice> CaptureDeviceRegistry::objectFor(const hardware::DeviceDescription& description) {
-  if (const auto known = find(description.uniqueID); known != _entries.end()) return known->device;
+  const auto known =
+      std::ranges::find_if(_entries, [&](const Entry& entry) { return entry.device->isDescribedBy(description); });
+  if (known != _entries.end()) return known->device;
   _entries.push_back({makeRef<AVCaptureDevice>(description), description.isScreenCapture, false});
   return _entries.back().device;
 }

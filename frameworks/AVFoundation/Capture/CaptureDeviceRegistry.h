@@ -1,7 +1,8 @@
 #pragma once
 
 // The capture devices of the process, kept in step with the hardware. Private to the capture frameworks; any
-// thread. Keeps an object for each device that is plugged in, and for one that is not as long as someone else holds it.
+// thread. Keeps an object for each device that is plugged in, and for one that is not as long as someone else holds it:
+// a device that comes back as it was gets its object again.
 
 #include <AVFoundation/AVCaptureDevice.h>
 #include <Hardware.h>
@@ -46,7 +47,7 @@ class CaptureDeviceRegistry {
   bool isListed(const Entry& entry) const {
     return entry.isConnected && (!entry.isScreenCapture || _allowsScreenCapture);
   }
-  Entries::iterator find(std::string_view uniqueID);
+  Entries::iterator findConnected(std::string_view uniqueID);
   Ref<AVCaptureDevice> objectFor(const hardware::DeviceDescription& description);
   void dropUnused();
   static void post(NSNotificationName name, AVCaptureDevice& device);

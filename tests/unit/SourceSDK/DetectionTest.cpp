@@ -122,6 +122,38 @@ TEST_F(DetectionTest, ChangesNoticedElsewhereWaitForTheMainThread) {
   EXPECT_THAT(sources(), ElementsAre("Cam 2 Video: c3, ", "Cam Video: c4, ", "Cam 1 Video: c5, "));
 }
 
+TEST_F(DetectionTest, AnotherDeviceUnderTheSameIdIsAnotherSource) {
+  const struct {
+    Devices former;
+    std::shared_ptr<fake::Device> next;
+    std::vector<std::string> sources;
+  } cases[] = {
+      {{fake::camera("Cam", "c")}, fake::camera("Other", "c"), {"Other Video: c, "}},
+      {{fake::camera("Cam", "c", {"m"}), fake::microphone("Mic", "m", {"c"})},
+       fake::camera("Cam", "c", {"m"}),
+       {"Cam Video: c, m"}},
+  };
+  for (const auto& each : cases) {
+    each.next->described.videoFormats.push_back(fake::videoFormat(128, 96));
+    for (const auto& [hasPassBetween, comesFirst] : {std::pair(false, false), {true, false}, {false, true}}) {
+      detect(each.former);
+      const auto former = manager->getDeviceWithIndex(0);
+      const auto& leaving = each.former.front();
+      std::thread([&] {
+        if (comesFirst) provider->plug(each.next);
+        provider->unplug(leaving);
+      }).join();
+      if (hasPassBetween) runMainLoopUntilIdle();
+      if (!comesFirst) std::thread([&] { provider->plug(each.next); }).join();
+      runMainLoopUntilIdle();
+
+      EXPECT_EQ(sources(), each.sources);
+      EXPECT_NE(manager->getDeviceWithIndex(0), former);
+      EXPECT_EQ(source().supportedVideoFormatListCount(), 2);
+    }
+  }
+}
+
 TEST_F(DetectionTest, TheHostMayEndTheLibraryWhenItHearsOfAChange) {
   detect({});
   manager->setStateChangeCallback([](void* test, int) { static_cast<DetectionTest*>(test)->end(); }, this);
