@@ -25,6 +25,10 @@ inline constexpr NSNotificationName AVCaptureDeviceWasDisconnectedNotification =
 inline constexpr NSNotificationName AVCaptureDeviceRuntimeErrorNotification = "AVCaptureDeviceRuntimeErrorNotification";
 extern const CFStringRef AVCaptureDeviceErrorKey;
 
+/// Posted with the first sample after such an error, with the device as object, on the device's lane.
+inline constexpr NSNotificationName AVCaptureDeviceRuntimeErrorEndedNotification =
+    "AVCaptureDeviceRuntimeErrorEndedNotification";
+
 inline constexpr const char* AVFoundationErrorDomain = "AVFoundationErrorDomain";
 enum AVError : std::int64_t {
   AVErrorUnknown = -11800,

@@ -118,20 +118,32 @@ void Device::build(AVCaptureDevice& device) {
 
 /// Of a camera or microphone that cannot go on while it runs.
 void Device::observeFailures() {
-  const auto note = [this](NSNotification& notification) {
-    const auto isOwn = [&](const auto& device) { return device && device.get() == notification.object(); };
-    if (!isOwn(videoDevice()) && !isOwn(audioDevice())) return;
-    const auto* error = dynamic_cast<NSError*>(notification.userInfo()->objectForKey(AVCaptureDeviceErrorKey));
-    guarded([&] { noteFailure("Running", error->localizedDescription().c_str()); });
+  const auto isOwn = [this](const NSObject* object) {
+    bool isFound = false;
+    forEachCaptureDevice([&](const AVCaptureDevice& device) { isFound |= &device == object; });
+    return isFound;
   };
-  _pFailureObserver = NSNotificationCenter::defaultCenter().addObserverForName(AVCaptureDeviceRuntimeErrorNotification,
-                                                                               nullptr, nullptr, note);
+  const auto note = [this, isOwn](NSNotification& notification) {
+    if (!isOwn(notification.object())) return;
+    const auto* error = dynamic_cast<NSError*>(notification.userInfo()->objectForKey(AVCaptureDeviceErrorKey));
+    guarded([&] { noteFailure("Running", error->localizedDescription().c_str(), notification.object()); });
+  };
+  const auto takeBack = [this, isOwn](NSNotification& notification) {
+    if (!isOwn(notification.object())) return;
+    guarded([&] { noteRecovery(notification.object()); });
+  };
+  auto& center = NSNotificationCenter::defaultCenter();
+  _pFailureObserver = center.addObserverForName(AVCaptureDeviceRuntimeErrorNotification, nullptr, nullptr, note);
+  _pRecoveryObserver =
+      center.addObserverForName(AVCaptureDeviceRuntimeErrorEndedNotification, nullptr, nullptr, takeBack);
 }
 
 void Device::dismantle() noexcept {
   stopDevice();
-  NSNotificationCenter::defaultCenter().removeObserver(_pFailureObserver.get());
-  _pFailureObserver = {};
+  for (auto* observer : {&_pFailureObserver, &_pRecoveryObserver}) {
+    NSNotificationCenter::defaultCenter().removeObserver(observer->get());
+    *observer = {};
+  }
   _pSession = {};
   _pVideoDevice = {};
   _pAudioDevice = {};
@@ -432,14 +444,23 @@ bool Device::getErrorString(std::string& text) {
   return true;
 }
 
-void Device::setError(Ref<NSError> error) {
+void Device::setError(Ref<NSError> error, const NSObject* failedDevice) {
   std::lock_guard lock(_graphLock);
   std::swap(_pError, error);
+  _pFailedDevice = failedDevice;
 }
 
-void Device::noteFailure(const char* what, const char* reason) {
+void Device::noteFailure(const char* what, const char* reason, const NSObject* failedDevice) {
   AV_LOG(LevelOther, "Error %s Source %s: %s\n", what, _name.c_str(), reason);
-  setError(NSError::errorWithDomain(AVFoundationErrorDomain, AVErrorSessionNotRunning, reason));
+  setError(NSError::errorWithDomain(AVFoundationErrorDomain, AVErrorSessionNotRunning, reason), failedDevice);
+}
+
+/// The error of a device that sends again is over, unless another one has taken its place.
+void Device::noteRecovery(const NSObject* device) {
+  AV_LOG(LevelOther, "Source %s runs again\n", _name.c_str());
+  Ref<NSError> error;
+  std::lock_guard lock(_graphLock);
+  if (_pFailedDevice == device) std::swap(_pError, error);
 }
 
 std::string Device::getAudioDeviceID() const {

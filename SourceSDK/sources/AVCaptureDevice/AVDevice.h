@@ -81,8 +81,9 @@ class Device : public std::enable_shared_from_this<Device> {
 
   /// Hands out the last error once: false, and `text` as it was, when there is none.
   bool getErrorString(std::string& text);
-  /// Logs what failed in "Starting" or "Running" the source, and keeps it for getErrorString.
-  void noteFailure(const char* what, const char* reason);
+  /// Logs what failed in "Starting" or "Running" the source, and keeps it for getErrorString; the failure of a capture
+  /// device, until that sends again.
+  void noteFailure(const char* what, const char* reason, const NSObject* failedDevice = nullptr);
 
   const std::string& getDeviceName() const { return _name; }
   /// Unique IDs of the capture devices; empty for a side that is absent. Equal for a muxed device.
@@ -179,7 +180,8 @@ class Device : public std::enable_shared_from_this<Device> {
   Ref<AVCaptureDevice> audioDevice() const;
   Ref<VCaptureDelegate> videoDelegate() const;
   Ref<ACaptureDelegate> audioDelegate() const;
-  void setError(Ref<NSError> error);
+  void setError(Ref<NSError> error, const NSObject* failedDevice = nullptr);
+  void noteRecovery(const NSObject* device);
   void reconnectAudioOutput();
   struct AudioGraph;
   void exchangeAudioGraph(AudioGraph& graph) noexcept;
@@ -192,6 +194,7 @@ class Device : public std::enable_shared_from_this<Device> {
   BRV_SourceChangedCallback _pSourceChangeCallback = nullptr;
   void* _pSourceChangeContext = nullptr;
   Ref<NSError> _pError;
+  const NSObject* _pFailedDevice = nullptr;  ///< the capture device whose failure the error is; compared alone
   DeviceManager* _pDeviceManager;
   Ref<AVCaptureSession> _pSession;
   Ref<AVCaptureVideoDataOutput> _pVideoOutput;
@@ -203,6 +206,7 @@ class Device : public std::enable_shared_from_this<Device> {
   Ref<VCaptureDelegate> _pVideoDelegate;
   Ref<ACaptureDelegate> _pAudioDelegate;
   Ref<NSObject> _pFailureObserver;
+  Ref<NSObject> _pRecoveryObserver;
   CFRef<dispatch_queue_t> _audioQueue;
   CFRef<dispatch_queue_t> _videoQueue;
   std::atomic<bool> _isHDV{false};

@@ -290,9 +290,10 @@ typedef int (*BRV_GetSourceState_Function)(void);
 /*
  * The message for an error code of BRV_SetSourceSettings; with 0 - index, why the source at that index delivers
  * nothing: what kept it from starting, or what its camera or microphone says while it cannot go on (another program
- * holds it, say; capture resumes by itself). The length call fetches the source's pending error, once; without one the
- * previous message stays. The copy call hands out what the last length call left. What the camera said to a failed
- * "Video Settings" is in the log instead, and a value that names no choice has no message.
+ * holds it, say; capture resumes by itself, and the message goes with the reason). The length call fetches the source's
+ * pending error, once; without one the previous message stays. The copy call hands out what the last length call left.
+ * What the camera said to a failed "Video Settings" is in the log instead, and a value that names no choice has no
+ * message.
  */
 BRV_EXPORT void BRV_GetErrorMessage(void* unread0, void* unread1, int errorCode, char* buffer, int* length);
 typedef void (*BRV_GetErrorMessage_Function)(void* unread0, void* unread1, int errorCode, char* buffer, int* length);

@@ -87,6 +87,7 @@ void CaptureStream::handOut(AVMediaType mediaType, Receive receive) {
 }
 
 void CaptureStream::videoFrameCaptured(const hardware::VideoFrame& frame) noexcept {
+  noteThatItRuns();
   handOut(AVMediaTypeVideo, [&](hardware::Sink& sink) { sink.videoFrameCaptured(frame); });
 }
 
@@ -95,10 +96,12 @@ void CaptureStream::videoFrameLost(CMTime presentationTime, CMTime duration) noe
 }
 
 void CaptureStream::audioChunkCaptured(const hardware::AudioChunk& chunk) noexcept {
+  noteThatItRuns();
   handOut(AVMediaTypeAudio, [&](hardware::Sink& sink) { sink.audioChunkCaptured(chunk); });
 }
 
 void CaptureStream::deviceFailed(std::string_view reason) noexcept try {
+  _hasFailed.store(true, std::memory_order_relaxed);
   auto error = NSError::errorWithDomain(AVFoundationErrorDomain, AVErrorUnknown, std::string(reason));
   auto userInfo =
       makeRef<NSDictionary>(std::initializer_list<NSDictionary::Entry>{{AVCaptureDeviceErrorKey, std::move(error)}});
@@ -106,6 +109,12 @@ void CaptureStream::deviceFailed(std::string_view reason) noexcept try {
                                                              std::move(userInfo));
 } catch (const std::bad_alloc&) {
   // It is told next time.
+}
+
+void CaptureStream::noteThatItRuns() noexcept {
+  if (!_hasFailed.load(std::memory_order_relaxed)) return;
+  _hasFailed.store(false, std::memory_order_relaxed);
+  NSNotificationCenter::defaultCenter().postNotificationName(AVCaptureDeviceRuntimeErrorEndedNotification, &_device);
 }
 
 template <typename Ask>

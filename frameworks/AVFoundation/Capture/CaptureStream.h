@@ -59,6 +59,8 @@ class CaptureStream final : public hardware::Sink {
   template <typename Ask>
   bool hasRoom(AVMediaType mediaType, Ask ask);
 
+  void noteThatItRuns() noexcept;
+
   AVCaptureDevice& _device;
   const CFRef<CFDictionaryRef> _pixelAspectRatio;
 
@@ -75,4 +77,7 @@ class CaptureStream final : public hardware::Sink {
 
   /// The hardware was told that there is no room and waits to hear otherwise.
   std::atomic<bool> _waitsForRoom{false};
+
+  /// The hardware said that it cannot go on, and no sample has come since. Changed on the lane.
+  std::atomic<bool> _hasFailed{false};
 };

@@ -138,10 +138,23 @@ TEST_F(FailureTest, WhatKeepsASourceFromDeliveringIsLoggedAndHasAMessage) {
   camera->fail("Someone pulled the cable.");
   EXPECT_EQ(errorMessage(0), "Someone pulled the cable.");
 
-  EXPECT_THAT(log.lines(), ElementsAre("4 Error Starting Source Cam Video: " + reason + "\n",
-                                       "4 Error Starting Source Cam Video: Out of memory.\n",
-                                       "4 Error Starting Source Cam Video: Busy elsewhere.\n",
-                                       "4 Error Running Source Cam Video: Someone pulled the cable.\n"));
+  camera->fail("Someone else has it.");
+  camera->captureFrame(CMTimeMake(1, 30));
+  EXPECT_EQ(errorMessage(0), "Someone pulled the cable.") << "the message before: what is over is no error any more";
+
+  camera->fail("Someone else has it.");
+  registerVideo();
+  camera->captureFrame(CMTimeMake(2, 30));
+  EXPECT_EQ(errorMessage(0), "Busy elsewhere.") << "which is not over";
+
+  EXPECT_THAT(log.lines(),
+              ElementsAre("4 Error Starting Source Cam Video: " + reason + "\n",
+                          "4 Error Starting Source Cam Video: Out of memory.\n",
+                          "4 Error Starting Source Cam Video: Busy elsewhere.\n",
+                          "4 Error Running Source Cam Video: Someone pulled the cable.\n",
+                          "4 Error Running Source Cam Video: Someone else has it.\n", "4 Source Cam Video runs again\n",
+                          "4 Error Running Source Cam Video: Someone else has it.\n",
+                          "4 Error Starting Source Cam Video: Busy elsewhere.\n", "4 Source Cam Video runs again\n"));
   BRV_UninitializeLibrary();
 }
 
