@@ -123,7 +123,7 @@ void takeSnapshot(Session& session, const Options& options, std::ostream& out) {
   const PictureView& view = picture.view();
   const Rational aspect = pixelAspect(frame->pixelAspectRatio, frame->displayWidth, frame->displayHeight,
                                       static_cast<std::int64_t>(view.width), static_cast<std::int64_t>(view.height));
-  const RGBImage image = withSquarePixels(convertToRGB(view, customaryMatrix(view.height)), aspect);
+  const RGBImage image = withSquarePixels(convertToRGB(view, colorMatrix(frame->picture.get())), aspect);
   writePNG(options.output, image);
   out << formatted("%s: %zu x %zu", options.output.c_str(), image.width, image.height) << "\n";
 }

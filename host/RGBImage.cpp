@@ -30,8 +30,9 @@ constexpr Factors makeFactors(double red, double blue) {
           fixed(-2 * (1 - red) * red / green * HalfChromaRange), fixed(2 * (1 - blue) * HalfChromaRange)};
 }
 
-constexpr Factors BT601 = makeFactors(0.299, 0.114);
-constexpr Factors BT709 = makeFactors(0.2126, 0.0722);
+/// In the order of ColorMatrix.
+constexpr Factors FactorsOf[] = {makeFactors(0.299, 0.114), makeFactors(0.2126, 0.0722), makeFactors(0.212, 0.087),
+                                 makeFactors(0.2627, 0.0593)};
 
 std::uint8_t rounded(std::int32_t value) {
   return static_cast<std::uint8_t>(std::clamp((value + (1 << (FractionBits - 1))) >> FractionBits, 0, 255));
@@ -48,12 +49,22 @@ void writePixel(const Factors& factors, int y, int twiceCb, int twiceCr, std::ui
 
 }  // namespace
 
-ColorMatrix customaryMatrix(std::size_t height) {
-  return height >= 720 ? ColorMatrix::bt709 : ColorMatrix::bt601;
+ColorMatrix colorMatrix(CVPixelBufferRef picture) {
+  const std::pair<CFStringRef, ColorMatrix> names[] = {
+      {kCVImageBufferYCbCrMatrix_ITU_R_601_4, ColorMatrix::bt601},
+      {kCVImageBufferYCbCrMatrix_ITU_R_709_2, ColorMatrix::bt709},
+      {kCVImageBufferYCbCrMatrix_SMPTE_240M_1995, ColorMatrix::smpte240m},
+      {kCVImageBufferYCbCrMatrix_ITU_R_2020, ColorMatrix::bt2020},
+  };
+  const CFTypeRef attached = CVBufferGetAttachment(picture, kCVImageBufferYCbCrMatrixKey, nullptr);
+  for (const auto& [name, matrix] : names) {
+    if (attached == name) return matrix;
+  }
+  return CVPixelBufferGetHeight(picture) >= 720 ? ColorMatrix::bt709 : ColorMatrix::bt601;
 }
 
 RGBImage convertToRGB(const PictureView& picture, ColorMatrix matrix) {
-  const Factors& factors = matrix == ColorMatrix::bt709 ? BT709 : BT601;
+  const Factors& factors = FactorsOf[static_cast<std::size_t>(matrix)];
   RGBImage image{picture.width, picture.height, std::vector<std::uint8_t>(picture.width * picture.height * 3)};
   const std::size_t pairs = chromaWidth(picture.width);
   std::uint8_t* out = image.pixels.data();

@@ -2,6 +2,8 @@
 
 // Pictures for the screen: 'yuvs' turned into RGB with square pixels.
 
+#include <CoreVideo/CVPixelBuffer.h>
+
 #include <cstdint>
 #include <vector>
 
@@ -18,10 +20,10 @@ struct RGBImage {
 };
 
 /// Which matrix made Y, Cb and Cr from red, green and blue.
-enum class ColorMatrix { bt601, bt709 };
+enum class ColorMatrix { bt601, bt709, smpte240m, bt2020 };
 
-/// BT.709 from 720 lines on, BT.601 below, as broadcast has it.
-ColorMatrix customaryMatrix(std::size_t height);
+/// What is attached to the picture; without that BT.709 from 720 lines on, BT.601 below, as broadcast has it.
+ColorMatrix colorMatrix(CVPixelBufferRef picture);
 
 /// Reads `picture` as video range (black 16, white 235). A chroma sample lies on the first pixel of its pair; the
 /// second pixel gets the mean of its neighbours.

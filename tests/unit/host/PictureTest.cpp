@@ -10,21 +10,31 @@ using testing::ElementsAre;
 TEST(RGBImageTest, TurnsKnownColorsIntoRGB) {
   const struct {
     const char* name;
-    ColorMatrix matrix;
+    CFStringRef attached;
+    std::size_t height;
     std::uint8_t y, cb, cr;
     int red, green, blue;
   } colors[] = {
-      {"below black", ColorMatrix::bt709, 0, 128, 128, 0, 0, 0},
-      {"above white", ColorMatrix::bt709, 255, 128, 128, 255, 255, 255},
-      {"mid grey", customaryMatrix(576), 126, 128, 128, 128, 128, 128},
-      {"red", customaryMatrix(720), 63, 102, 240, 255, 0, 0},
-      {"green", ColorMatrix::bt709, 173, 42, 26, 0, 255, 0},
-      {"blue", ColorMatrix::bt709, 32, 240, 118, 0, 0, 255},
-      {"red, old matrix", customaryMatrix(576), 81, 90, 240, 255, 0, 0},
-      {"green, old matrix", ColorMatrix::bt601, 145, 54, 34, 0, 255, 0},
-      {"blue, old matrix", ColorMatrix::bt601, 41, 240, 110, 0, 0, 255},
+      {"below black", kCVImageBufferYCbCrMatrix_ITU_R_709_2, 480, 0, 128, 128, 0, 0, 0},
+      {"above white", kCVImageBufferYCbCrMatrix_ITU_R_709_2, 480, 255, 128, 128, 255, 255, 255},
+      {"mid grey", nullptr, 576, 126, 128, 128, 128, 128, 128},
+      {"red", nullptr, 720, 63, 102, 240, 255, 0, 0},
+      {"green", kCVImageBufferYCbCrMatrix_ITU_R_709_2, 480, 173, 42, 26, 0, 255, 0},
+      {"blue", kCVImageBufferYCbCrMatrix_ITU_R_709_2, 480, 32, 240, 118, 0, 0, 255},
+      {"red, old matrix", nullptr, 576, 81, 90, 240, 255, 0, 0},
+      {"green, old matrix", kCVImageBufferYCbCrMatrix_ITU_R_601_4, 1080, 145, 54, 34, 0, 255, 0},
+      {"blue, old matrix", kCVImageBufferYCbCrMatrix_ITU_R_601_4, 1080, 41, 240, 110, 0, 0, 255},
+      {"red, SMPTE 240M", kCVImageBufferYCbCrMatrix_SMPTE_240M_1995, 1080, 62, 102, 240, 255, 0, 0},
+      {"red, BT.2020", kCVImageBufferYCbCrMatrix_ITU_R_2020, 1080, 74, 97, 240, 255, 0, 0},
   };
-  for (const auto& [name, matrix, y, cb, cr, red, green, blue] : colors) {
+  for (const auto& [name, attached, height, y, cb, cr, red, green, blue] : colors) {
+    CVPixelBufferRef buffer = nullptr;
+    CVPixelBufferCreate(kCFAllocatorDefault, 2, height, kCVPixelFormatType_422YpCbCr8_yuvs, nullptr, &buffer);
+    if (attached) {
+      CVBufferSetAttachment(buffer, kCVImageBufferYCbCrMatrixKey, attached, kCVAttachmentMode_ShouldPropagate);
+    }
+    const ColorMatrix matrix = colorMatrix(buffer);
+    CVPixelBufferRelease(buffer);
     const std::uint8_t pixels[] = {y, cb, y, cr};
     const auto is = [](int value) { return testing::AllOf(testing::Ge(value - 2), testing::Le(value + 2)); };
     EXPECT_THAT(convertToRGB({pixels, sizeof pixels, 2, 1}, matrix).pixels,  // 8-bit codes of colours are that far off
