@@ -31,19 +31,25 @@ SystemState& state() {
   return *state;
 }
 
-/// A machine of which nothing can be found out. Standard error has been told why.
+/// A machine of which nothing can be found out, which has been reported on standard error.
 class UnknownMachine final : public Provider {
  public:
+  explicit UnknownMachine(std::string origin) : _origin(std::move(origin)) {}
+
   bool canListDevices() override { return false; }
   std::vector<std::shared_ptr<Device>> devices() override { return {}; }
   void setEventHandler(EventHandler) override {}
   FireWireBus fireWireBus() override { return {0, std::vector<FireWireUnit>()}; }
+  std::string origin() override { return _origin; }
+
+ private:
+  const std::string _origin;
 };
 
 std::shared_ptr<Provider> simulatedProvider(std::variant<simulated::Rig, simulated::RigError> rig, std::string origin) {
   if (const auto* error = std::get_if<simulated::RigError>(&rig)) {
     std::fprintf(stderr, "%s\n", error->message().c_str());
-    return std::make_shared<UnknownMachine>();
+    return std::make_shared<UnknownMachine>(origin + ", which has an error");
   }
   return std::make_shared<simulated::Provider>(std::get<simulated::Rig>(std::move(rig)), std::move(origin));
 }
@@ -56,17 +62,23 @@ std::string libraryFolder() {
   return std::string(path.substr(0, path.rfind('/') + 1));
 }
 
+/// Why the library with PipeWire's provider is not there, for people.
+std::string reasonWithoutPipeWire(const std::string& file, const char* loadError) {
+  if (access(file.c_str(), F_OK) == 0) return loadError ? loadError : file + " cannot be used";
+  return HAS_PIPEWIRE ? file + " is missing" : "this build has no support for PipeWire";
+}
+
 /// Whoever captures nothing real does without PipeWire's libraries.
 std::shared_ptr<Provider> pipeWireProvider() {
   const std::string file = libraryFolder() + pipewire::LibraryName;
   void* const library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
   void* const found = library ? dlsym(library, pipewire::MakeProviderName) : nullptr;
   if (!found) {
-    const bool isBuilt = access(file.c_str(), F_OK) == 0;
+    const std::string reason = reasonWithoutPipeWire(file, dlerror());
     std::fprintf(stderr,
                  "No cameras or microphones: %s. CAPTURE_RIG=demo (brvhost --rig demo) shows the demonstration.\n",
-                 isBuilt ? dlerror() : "this build does not include PipeWire");
-    return std::make_shared<UnknownMachine>();
+                 reason.c_str());
+    return std::make_shared<UnknownMachine>("nowhere: " + reason + " (--rig demo shows the demonstration)");
   }
   std::shared_ptr<Provider> provider;
   reinterpret_cast<pipewire::MakeProvider*>(found)(provider);
