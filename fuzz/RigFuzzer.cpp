@@ -34,6 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     void videoFrameCaptured(const hardware::VideoFrame&) override { ++samples; }
     void videoFrameLost(CMTime, CMTime) override { ++samples; }
     void audioChunkCaptured(const hardware::AudioChunk&) override { ++samples; }
+    void audioChunkLost(CMTime, std::uint32_t) override { ++samples; }
     bool hasRoomForVideo() override { return samples < 100; }
     bool hasRoomForAudio() override { return samples < 100; }
     int samples = 0;

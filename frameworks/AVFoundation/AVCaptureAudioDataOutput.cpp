@@ -93,10 +93,12 @@ struct AVCaptureAudioDataOutput::Implementation final : hardware::Sink {
   void videoFrameCaptured(const hardware::VideoFrame&) override {}
   void videoFrameLost(CMTime, CMTime) override {}
   void audioChunkCaptured(const hardware::AudioChunk& chunk) override;
+  void audioChunkLost(CMTime presentationTime, std::uint32_t frameCount) override;
   bool hasRoomForVideo() override { return true; }
   bool hasRoomForAudio() override { return line.outlook(1) != SampleFate::late; }
 
   CapturedSample convert(const hardware::AudioChunk& chunk);
+  void send(CapturedSample sample, std::uint32_t frameCount);
   void reportRefusal(const AudioStreamBasicDescription& format);
 
   SampleLine line;
@@ -157,7 +159,17 @@ void AVCaptureAudioDataOutput::Implementation::audioChunkCaptured(const hardware
   std::lock_guard guard(lock);
   const SampleFate fate = line.outlook(PlacesInLine);
   CapturedSample sample = fate == SampleFate::delivered ? convert(chunk) : CapturedSample{.fate = fate, .buffer = {}};
-  sample.framesIn = chunk.frameCount;
+  send(std::move(sample), chunk.frameCount);
+}
+
+/// The conversion finds the gap in the times of what comes next.
+void AVCaptureAudioDataOutput::Implementation::audioChunkLost(CMTime, std::uint32_t frameCount) {
+  std::lock_guard guard(lock);
+  send({.fate = SampleFate::lostByDevice, .buffer = {}}, frameCount);
+}
+
+void AVCaptureAudioDataOutput::Implementation::send(CapturedSample sample, std::uint32_t frameCount) {
+  sample.framesIn = frameCount;
   if (converter) sample.owed = converter->framesOwed();
   line.add(std::move(sample), *connection);
 }

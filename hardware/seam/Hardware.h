@@ -141,6 +141,11 @@ class Sink {
   /// The device itself lost a frame; it counts as captured and dropped.
   virtual void videoFrameLost(CMTime presentationTime, CMTime duration) = 0;
   virtual void audioChunkCaptured(const AudioChunk& chunk) = 0;
+  /// The device itself lost a run of sound, in an overrun; its frames count as captured and dropped. The time stamps of
+  /// what comes next leave a gap for it.
+  virtual void audioChunkLost(CMTime presentationTime, std::uint32_t frameCount) {
+    static_cast<void>(presentationTime), static_cast<void>(frameCount);
+  }
 
   /// Capture cannot go on for now: another program holds the device, or it is broken. The reason is for display. The
   /// device goes on trying by itself; the next sample says that it is over.

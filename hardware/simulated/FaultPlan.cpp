@@ -42,7 +42,7 @@ SampleFaults faultsAt(const SamplePlace& place, std::span<const Fault> faults) {
   SampleFaults result;
   for (const Fault& fault : faults) {
     switch (fault.kind) {
-      case Fault::Kind::lostFrame:
+      case Fault::Kind::lost:
         result.isLost |= strikes(fault, place);
         break;
       case Fault::Kind::noImage:

@@ -39,7 +39,7 @@ enum class Pacing {
 /// Something that goes wrong with single samples: video frames, or buffers of sound.
 struct Fault {
   enum class Kind {
-    lostFrame,    ///< reported as lost; pictures only
+    lost,         ///< reported as lost
     noImage,      ///< delivered without a picture; pictures only
     invalidTime,  ///< delivered with kCMTimeInvalid
     timescale,    ///< time stamps in another timescale from here on; with everySamples, by turns
@@ -50,7 +50,7 @@ struct Fault {
     everySamples,  ///< each sample that ends a run of this many
   };
 
-  Kind kind = Kind::lostFrame;
+  Kind kind = Kind::lost;
   Trigger trigger = Trigger::atSample;
   std::uint64_t samples = 0;   ///< index or count
   double seconds = 0;          ///< for atTime

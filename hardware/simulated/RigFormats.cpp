@@ -165,8 +165,8 @@ Result<MediaSource> parseMedia(std::string_view text, const std::string& folder)
 
 std::optional<Failure> readFaultKind(std::string_view clause, FaultyMedium medium, Fault& fault) {
   std::string_view rest = clause;
-  if (clause == "lost frame" && medium == FaultyMedium::pictures) {
-    fault.kind = Fault::Kind::lostFrame;
+  if (clause == (medium == FaultyMedium::pictures ? "lost frame" : "lost buffer")) {
+    fault.kind = Fault::Kind::lost;
   } else if (clause == "no image" && medium == FaultyMedium::pictures) {
     fault.kind = Fault::Kind::noImage;
   } else if (clause == "invalid time") {

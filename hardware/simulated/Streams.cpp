@@ -202,12 +202,17 @@ bool AudioStream::deliver(Sink& sink) {
   }
   writeSamples(std::span(_samples).first(frames * format.stream.mChannelsPerFrame), format.stream, list);
 
+  const SampleFaults faults = faultsAt(_place, _device.audioFaults);
   AudioChunk chunk;
-  chunk.presentationTime = stampWith(faultsAt(_place, _device.audioFaults), _clock.stamp());
+  chunk.presentationTime = stampWith(faults, _clock.stamp());
   chunk.frameCount = static_cast<std::uint32_t>(frames);
   chunk.format = &format;
   chunk.buffers = &list;
-  sink.audioChunkCaptured(chunk);
+  if (faults.isLost) {
+    sink.audioChunkLost(chunk.presentationTime, chunk.frameCount);
+  } else {
+    sink.audioChunkCaptured(chunk);
+  }
 
   _clock.advance(frames);
   goOn(_place, _clock.elapsed());

@@ -112,6 +112,11 @@ class Device final : public hardware::Device {
     if (_sink) _sink->audioChunkCaptured(chunk);
   }
 
+  void loseSound(CMTime time, std::uint32_t frames) {
+    std::lock_guard lock(_lock);
+    if (_sink) _sink->audioChunkLost(time, frames);
+  }
+
   hardware::DeviceDescription described;  ///< to be changed only while it is not plugged in
   std::optional<std::string> openError;
   std::optional<std::string> configurationError;

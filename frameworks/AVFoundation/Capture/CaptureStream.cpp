@@ -100,6 +100,10 @@ void CaptureStream::audioChunkCaptured(const hardware::AudioChunk& chunk) noexce
   handOut(AVMediaTypeAudio, [&](hardware::Sink& sink) { sink.audioChunkCaptured(chunk); });
 }
 
+void CaptureStream::audioChunkLost(CMTime presentationTime, std::uint32_t frameCount) noexcept {
+  handOut(AVMediaTypeAudio, [&](hardware::Sink& sink) { sink.audioChunkLost(presentationTime, frameCount); });
+}
+
 void CaptureStream::deviceFailed(std::string_view reason) noexcept try {
   _hasFailed.store(true, std::memory_order_relaxed);
   auto error = NSError::errorWithDomain(AVFoundationErrorDomain, AVErrorUnknown, std::string(reason));

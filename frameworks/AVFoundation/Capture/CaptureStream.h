@@ -44,6 +44,7 @@ class CaptureStream final : public hardware::Sink {
   void videoFrameCaptured(const hardware::VideoFrame& frame) noexcept override;
   void videoFrameLost(CMTime presentationTime, CMTime duration) noexcept override;
   void audioChunkCaptured(const hardware::AudioChunk& chunk) noexcept override;
+  void audioChunkLost(CMTime presentationTime, std::uint32_t frameCount) noexcept override;
   void deviceFailed(std::string_view reason) noexcept override;
   bool hasRoomForVideo() override;
   bool hasRoomForAudio() override;

@@ -46,10 +46,14 @@ TEST_F(AudioOutputTest, EveryFrameThatGoesIntoTheConversionComesOutOrIsOwed) {
     microphone->captureSound(CMTimeMake(i * 4800 + (i < 50 ? 0 : 3600 * 48000), 48000), silence.data(), 4800);
   }
   const double owed = output->statistics().frames.owed;
+  microphone->loseSound(CMTimeMake(0, 48000), 4800);
+  EXPECT_EQ(output->statistics().frames.owed, owed);
   session->stopRunning();
   const auto counts = output->statistics();
 
-  EXPECT_EQ(counts.frames.captured, 480'000U);
+  EXPECT_EQ(counts.droppedByDevice, 1U);
+  EXPECT_EQ(counts.frames.dropped, 4800U);
+  EXPECT_EQ(counts.frames.captured, 484'800U);
   EXPECT_EQ(counts.frames.converted, 480'000U);
   EXPECT_EQ(counts.frames.delivered, received);
   EXPECT_GT(owed, 0);
