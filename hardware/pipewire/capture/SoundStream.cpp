@@ -82,7 +82,7 @@ void SoundStream::process() {
   pw_stream_queue_buffer(_stream, buffer);
 }
 
-/// Copies the channels that are wanted. Sound for which there is no room is missing, which the times of the rest tell.
+/// Copies the channels that are wanted. Sound for which there is no room is lost, which the times of the rest tell.
 void SoundStream::keep(const spa_data& memory, const pw_time& time) {
   const std::size_t kept = _format.format.stream.mBytesPerFrame;
   const std::size_t sample = kept / _format.format.stream.mChannelsPerFrame;
@@ -112,8 +112,10 @@ void SoundStream::deliver() {
     list.mNumberBuffers = 1;
     list.mBuffers[0] = {stream.mChannelsPerFrame, chunk.frames * stream.mBytesPerFrame,
                         const_cast<std::uint8_t*>(chunk.bytes)};
+    const SoundClock::Stamp stamp = _clock->stamp(chunk.time, chunk.frames);
+    if (stamp.lostBefore > 0) _sink.audioChunkLost(timeOf(stamp.previous, rate()), stamp.lostBefore);
     AudioChunk captured;
-    captured.presentationTime = timeOf(_clock->stamp(chunk.time, chunk.frames), rate());
+    captured.presentationTime = timeOf(stamp.time, rate());
     captured.frameCount = chunk.frames;
     captured.format = &_format.format;
     captured.buffers = &list;

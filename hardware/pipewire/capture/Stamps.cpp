@@ -43,11 +43,12 @@ PictureClock::Stamp PictureClock::stamp(const PictureHeader& header, Nanoseconds
   return stamp;
 }
 
-Nanoseconds SoundClock::stamp(const ChunkTime& told, std::uint32_t frames) {
+SoundClock::Stamp SoundClock::stamp(const ChunkTime& told, std::uint32_t frames) {
   constexpr double farthestOff = 0.2 * NanosecondsPerSecond;  // another driver's clock, or a machine that slept
   const double length = static_cast<double>(frames) * NanosecondsPerSecond / _rate;
   const double toldBegin = static_cast<double>(told.end) - length;
   double begin = toldBegin;
+  Stamp stamp;
   if (_length > 0) {
     const bool isCounted = told.position > _position && _position >= 0;
     const double missing = static_cast<double>(told.position - _position) - _length;
@@ -57,11 +58,16 @@ Nanoseconds SoundClock::stamp(const ChunkTime& told, std::uint32_t frames) {
     const double step = std::clamp(off < 0 ? off / 4 : off / 256, -largestStep, largestStep);
     const bool isInterrupted = std::abs(off) > farthestOff || (!isCounted && std::abs(off) > length);
     if (!isInterrupted) begin = expected + step;
+    stamp.previous = static_cast<Nanoseconds>(_end);
+    const double gap = begin - _end;
+    if (gap > _length / 2)
+      stamp.lostBefore = static_cast<std::uint32_t>(std::min(gap * _rate / NanosecondsPerSecond, 1e9));
   }
   _end = begin + length;
   _length = length;
   _position = told.position;
-  return static_cast<Nanoseconds>(std::llround(begin));
+  stamp.time = std::llround(begin);
+  return stamp;
 }
 
 }  // namespace hardware::pipewire

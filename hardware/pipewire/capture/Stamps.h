@@ -56,10 +56,16 @@ struct ChunkTime {
 /// early.
 class SoundClock {
  public:
+  struct Stamp {
+    runtime::Nanoseconds time = 0;      ///< of the first frame
+    std::uint32_t lostBefore = 0;       ///< frames that are missing between the chunk before and this one
+    runtime::Nanoseconds previous = 0;  ///< when the chunk before ended, where there was one
+  };
+
   explicit SoundClock(std::int32_t rate) : _rate(rate) {}
 
-  /// The time of the first of `frames` frames.
-  runtime::Nanoseconds stamp(const ChunkTime& told, std::uint32_t frames);
+  /// The times of a chunk of `frames` frames.
+  Stamp stamp(const ChunkTime& told, std::uint32_t frames);
 
  private:
   const std::int32_t _rate;

@@ -24,7 +24,6 @@ struct RecordingSink final : hardware::Sink {
   }
   void videoFrameLost(CMTime time, CMTime) override { video.push_back({time, false, true}); }
   void audioChunkCaptured(const hardware::AudioChunk&) override {}
-  void audioChunkLost(CMTime, std::uint32_t) override {}
   bool hasRoomForVideo() override { return true; }
   bool hasRoomForAudio() override { return true; }
 

@@ -68,7 +68,12 @@ TEST(StampsTest, SoundFollowsWithoutAGapThroughLateCyclesAndHasOneWhereSoundIsMi
   constexpr Nanoseconds length = 10 * Millisecond;
   SoundClock clock(48000);
   Nanoseconds end = 100 * Second, position = Second, previous = end - length;
-  const auto stamp = [&](Nanoseconds late) { return clock.stamp({end + late, position}, frames); };
+  std::uint32_t lost = 0;
+  const auto stamp = [&](Nanoseconds late) {
+    const auto all = clock.stamp({end + late, position}, frames);
+    lost += all.lostBefore;
+    return all.time;
+  };
   stamp(8 * Millisecond);
   Nanoseconds farthestOff = 0, longestStep = 0;
   for (int i = 1; i <= 2000; ++i) {
@@ -81,15 +86,17 @@ TEST(StampsTest, SoundFollowsWithoutAGapThroughLateCyclesAndHasOneWhereSoundIsMi
   }
   EXPECT_LT(longestStep, Millisecond / 3);
   EXPECT_LT(farthestOff, Millisecond);
+  EXPECT_EQ(lost, 0U);
   end += 4 * length;
   position += 4 * length;
   EXPECT_LT(std::llabs(stamp(0) - previous - 4 * length), Millisecond);
+  EXPECT_NEAR(lost, 3 * frames, 48);
 
   // Without a count, a jump of more than a chunk is a gap.
   SoundClock uncounted(48000);
-  EXPECT_EQ(uncounted.stamp({Second, -1}, frames), Second - length);
-  EXPECT_LT(uncounted.stamp({Second + length + 4 * Millisecond, -1}, frames) - Second, Millisecond);
-  EXPECT_EQ(uncounted.stamp({2 * Second, -1}, frames), 2 * Second - length);
+  EXPECT_EQ(uncounted.stamp({Second, -1}, frames).time, Second - length);
+  EXPECT_LT(uncounted.stamp({Second + length + 4 * Millisecond, -1}, frames).time - Second, Millisecond);
+  EXPECT_EQ(uncounted.stamp({2 * Second, -1}, frames).time, 2 * Second - length);
 }
 
 TEST(ChunkRingTest, KeepsWholeChunksInOrderAndRefusesWhatThereIsNoRoomFor) {
