@@ -45,7 +45,9 @@ class LiveCamera final : public test::pipewire::Stream {
     plug({{PW_KEY_MEDIA_CLASS, "Video/Source"},
           {PW_KEY_MEDIA_ROLE, "Camera"},
           {PW_KEY_NODE_NAME, name},
-          {PW_KEY_NODE_DESCRIPTION, name}},
+          {PW_KEY_NODE_DESCRIPTION, name},
+          // While the other one is captured from, a session manager would let it sleep, and all programs hear of that.
+          {"session.suspend-timeout-seconds", "0"}},
          PW_STREAM_FLAG_DRIVER,
          {isCompressed ? spa_format_video_mjpg_build(&builder, SPA_PARAM_EnumFormat, &compressed)
                        : spa_format_video_raw_build(&builder, SPA_PARAM_EnumFormat, &raw)});
