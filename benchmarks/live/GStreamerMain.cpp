@@ -5,6 +5,7 @@
 #include <gst/app/gstappsink.h>
 #include <gst/gst.h>
 
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -51,8 +52,12 @@ int main(int argc, char** argv) {
   gst_init(nullptr, nullptr);
   const std::string elements = "pipewiresrc target-object=\"" + std::string(argv[1]) + "\" ! " + argv[4] +
                                " appsink name=sink sync=false caps=video/x-raw,format=YUY2";
-  GstElement* const pipeline = gst_parse_launch(elements.c_str(), nullptr);
-  if (!pipeline) return 1;
+  GError* error = nullptr;
+  GstElement* const pipeline = gst_parse_launch(elements.c_str(), &error);
+  if (error) {
+    std::fprintf(stderr, "%s\n", error->message);
+    return 1;
+  }
   Application application{bench::Take(argv + 2), std::vector<std::uint8_t>(argc > 5 ? PictureBytes : 0)};
   GstElement* const sink = gst_bin_get_by_name(GST_BIN(pipeline), "sink");
   GstAppSinkCallbacks callbacks{};
