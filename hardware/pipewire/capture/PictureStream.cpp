@@ -43,11 +43,7 @@ PictureHeader read(const spa_meta_header* header) {
 
 PictureStream::PictureStream(Sink& sink, Admission& admission, EventLoop& loop, CameraFormat format,
                              CMTime frameDuration)
-    : _sink(sink),
-      _admission(admission),
-      _arrival(loop, [this] { deliverAll(); }),
-      _wanted(std::move(format)),
-      _wantedDuration(frameDuration) {}
+    : _sink(sink), _admission(admission), _loop(loop), _wanted(std::move(format)), _wantedDuration(frameDuration) {}
 
 void PictureStream::select(CameraFormat format, CMTime frameDuration) {
   _wanted = std::move(format);
@@ -59,8 +55,7 @@ Properties PictureStream::properties() const {
 }
 
 pw_stream_flags PictureStream::flags() const {
-  return static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS |
-                                      PW_STREAM_FLAG_RT_PROCESS);
+  return static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS);
 }
 
 std::vector<const spa_pod*> PictureStream::request(spa_pod_builder& builder) const {
@@ -73,12 +68,11 @@ void PictureStream::attach(pw_stream* stream) {
     made.version = PW_VERSION_STREAM_EVENTS;
     made.param_changed = [](void* data, std::uint32_t id, const spa_pod* param) {
       auto& self = *static_cast<PictureStream*>(data);
-      if (id == SPA_PARAM_Format && param) self._arrival.loop().guard([&] { self.negotiated(param); });
+      if (id == SPA_PARAM_Format && param) self._loop.guard([&] { self.negotiated(param); });
     };
     made.add_buffer = [](void*, pw_buffer* buffer) { mapBuffer(*buffer); };
     made.remove_buffer = [](void*, pw_buffer* buffer) { unmapBuffer(*buffer); };
-    // In the middle of the server's cycle, which is to end before a picture is drawn.
-    made.process = [](void* self) { static_cast<PictureStream*>(self)->_arrival.raise(); };
+    made.process = [](void* self) { static_cast<PictureStream*>(self)->process(); };
     return made;
   }();
   _stream = stream;
@@ -121,8 +115,7 @@ void PictureStream::negotiated(const spa_pod* format) {
   pw_stream_update_params(_stream, params, 2);
 }
 
-void PictureStream::deliverAll() {
-  if (!_stream) return;
+void PictureStream::process() {
   while (_admission.admits() && _admission.problem.empty()) {
     pw_buffer* const buffer = pw_stream_dequeue_buffer(_stream);
     if (!buffer) return;

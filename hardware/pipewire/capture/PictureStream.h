@@ -10,7 +10,6 @@
 #include "capture/StreamHandler.h"
 #include "listing/CameraFormats.h"
 #include "pictures/PictureReader.h"
-#include "server/EventLoop.h"
 
 namespace hardware::pipewire {
 
@@ -31,13 +30,13 @@ class PictureStream final : public StreamHandler {
 
  private:
   void negotiated(const spa_pod* format);
-  void deliverAll();
+  void process();
   void deliver(const spa_buffer& buffer);
   PackedPicture pictureIn(const spa_buffer& buffer) const;
 
   Sink& _sink;
   Admission& _admission;
-  Signal _arrival;  ///< of a buffer
+  EventLoop& _loop;
   CameraFormat _wanted;
   CMTime _wantedDuration;
 

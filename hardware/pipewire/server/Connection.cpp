@@ -1,6 +1,5 @@
 #include "server/Connection.h"
 
-#include <pipewire/data-loop.h>
 #include <pthread.h>
 #include <signal.h>
 
@@ -38,7 +37,6 @@ Connection::Connection(EventLoop& loop, Use use, ErrorHandler onError) : _loop(l
   const char* const configuration = use == Use::sound ? "client-rt.conf" : "client.conf";
   _context = pw_context_new(loop.get(), pw_properties_new(PW_KEY_CONFIG_NAME, configuration, nullptr), 0);
   if (!_context) return;
-  if (use == Use::pictures) takeDataLoop();
   _core = pw_context_connect(_context, nullptr, 0);
   if (!_core) return;
   static const pw_core_events events = [] {
@@ -56,28 +54,7 @@ Connection::~Connection() {
     spa_hook_remove(&_listener);
     pw_core_disconnect(_core);
   }
-  if (_data) pw_loop_destroy_source(_loop.get(), _data);
   if (_context) pw_context_destroy(_context);
-}
-
-/// Ends the library's data thread, and lets the lane run its loop.
-void Connection::takeDataLoop() {
-  pw_data_loop* const dataLoop = pw_context_get_data_loop(_context);
-  if (pw_data_loop_stop(dataLoop) < 0) return;
-  const int descriptor = pw_loop_get_fd(pw_data_loop_get_loop(dataLoop));
-  _data = pw_loop_add_io(_loop.get(), descriptor, SPA_IO_IN, false, &Connection::dataArrived, this);
-  if (!_data) pw_data_loop_start(dataLoop);
-}
-
-void Connection::dataArrived(void* data, int, std::uint32_t) {
-  auto& self = *static_cast<Connection*>(data);
-  pw_data_loop* const dataLoop = pw_context_get_data_loop(self._context);
-  if (pw_data_loop_get_thread(dataLoop)) {
-    // Started again, as versions of the library do that start it late.
-    pw_loop_update_io(self._loop.get(), self._data, 0);
-    return;
-  }
-  pw_loop_iterate(pw_data_loop_get_loop(dataLoop), 0);
 }
 
 void Connection::afterAnswers(std::function<void()> done) {

@@ -19,8 +19,7 @@ class Connection {
   /// gone. Must not destroy the connection.
   using ErrorHandler = std::function<void(std::uint32_t object, int result, std::string_view message)>;
 
-  /// For sound, the library's data thread is one that the system schedules in real time, where that may be had. For
-  /// pictures there is none: the lane does its work as well, so that a picture wakes one thread less.
+  /// For sound, the library's data thread is one that the system schedules in real time, where that may be had.
   enum class Use { control, pictures, sound };
 
   Connection(EventLoop& loop, Use use, ErrorHandler onError);
@@ -41,15 +40,12 @@ class Connection {
   void afterAnswers(std::function<void()> done);
 
  private:
-  void takeDataLoop();
-  static void dataArrived(void* data, int descriptor, std::uint32_t events);
   static void coreDone(void* data, std::uint32_t id, int sequence);
   static void coreError(void* data, std::uint32_t id, int sequence, int result, const char* message);
 
   EventLoop& _loop;
   ErrorHandler _onError;
   pw_context* _context = nullptr;
-  spa_source* _data = nullptr;  ///< there is something for the library's data thread to do
   pw_core* _core = nullptr;
   spa_hook _listener{};
   std::map<int, std::function<void()>> _awaited;

@@ -86,8 +86,6 @@ class Signal {
   Signal(const Signal&) = delete;
   Signal& operator=(const Signal&) = delete;
 
-  EventLoop& loop() const { return _loop; }
-
   /// The action is called soon, once for several of these. Any thread; neither waits nor needs memory.
   void raise();
 
