@@ -51,10 +51,11 @@ Choice<T> choiceOf(const spa_pod* format, std::uint32_t key, std::uint32_t type)
   if (!values.empty()) std::memcpy(values.data(), SPA_POD_BODY_CONST(value), values.size() * sizeof(T));
   if (kind == SPA_CHOICE_Range || kind == SPA_CHOICE_Step) {
     if (values.size() < 3) return {};
-    values.resize(kind == SPA_CHOICE_Step && values.size() > 3 ? 4 : 3);
+    const std::ptrdiff_t most = kind == SPA_CHOICE_Step ? 4 : 3;
+    if (std::ssize(values) > most) values.erase(values.begin() + most, values.end());
     return {std::move(values), true};
   }
-  if (kind == SPA_CHOICE_None && values.size() > 1) values.resize(1);
+  if (kind == SPA_CHOICE_None && values.size() > 1) values.erase(values.begin() + 1, values.end());
   // An enumeration begins with what is preferred, and repeats it among the others.
   if (kind == SPA_CHOICE_Enum && values.size() > 1) {
     for (std::size_t i = 1; i < values.size(); ++i) {
