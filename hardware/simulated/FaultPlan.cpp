@@ -6,8 +6,8 @@ namespace {
 using runtime::Nanoseconds;
 using runtime::NanosecondsPerSecond;
 
-Nanoseconds timeOf(const Fault& fault) {
-  return static_cast<Nanoseconds>(fault.seconds * static_cast<double>(NanosecondsPerSecond));
+Nanoseconds timeOf(double seconds) {
+  return static_cast<Nanoseconds>(seconds * static_cast<double>(NanosecondsPerSecond));
 }
 
 // Whether a fault of single samples strikes this one.
@@ -16,7 +16,8 @@ bool strikes(const Fault& fault, const SamplePlace& place) {
     case Fault::Trigger::atSample:
       return place.index == fault.samples;
     case Fault::Trigger::atTime:
-      return place.elapsed >= timeOf(fault) && (!place.previousElapsed || *place.previousElapsed < timeOf(fault));
+      return place.elapsed >= timeOf(fault.seconds) &&
+             (!place.previousElapsed || *place.previousElapsed < timeOf(fault.seconds));
     case Fault::Trigger::everySamples:
       return fault.samples > 0 && place.index % fault.samples == fault.samples - 1;
   }
@@ -29,7 +30,7 @@ bool isInForce(const Fault& fault, const SamplePlace& place) {
     case Fault::Trigger::atSample:
       return place.index >= fault.samples;
     case Fault::Trigger::atTime:
-      return place.elapsed >= timeOf(fault);
+      return place.elapsed >= timeOf(fault.seconds);
     case Fault::Trigger::everySamples:
       return fault.samples > 0 && place.index / fault.samples % 2 == 1;
   }
@@ -48,6 +49,9 @@ SampleFaults faultsAt(const SamplePlace& place, std::span<const Fault> faults) {
       case Fault::Kind::noImage:
         result.hasNoImage |= strikes(fault, place);
         break;
+      case Fault::Kind::undecodable:
+        result.isUndecodable |= strikes(fault, place);
+        break;
       case Fault::Kind::invalidTime:
         result.hasInvalidTime |= strikes(fault, place);
         break;
@@ -57,6 +61,14 @@ SampleFaults faultsAt(const SamplePlace& place, std::span<const Fault> faults) {
     }
   }
   return result;
+}
+
+const RunningFailure* failureAt(Nanoseconds elapsed, std::span<const RunningFailure> failures) {
+  for (const RunningFailure& failure : failures) {
+    const Nanoseconds sinceThen = elapsed - timeOf(failure.from);
+    if (sinceThen >= 0 && sinceThen < timeOf(failure.duration)) return &failure;
+  }
+  return nullptr;
 }
 
 CMTime stampWith(const SampleFaults& faults, CMTime stamp) {

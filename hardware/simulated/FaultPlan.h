@@ -21,11 +21,15 @@ struct SamplePlace {
 struct SampleFaults {
   bool isLost = false;
   bool hasNoImage = false;
+  bool isUndecodable = false;
   bool hasInvalidTime = false;
   std::optional<std::int32_t> timescale;  ///< the one in force, if a fault has changed it
 };
 
 SampleFaults faultsAt(const SamplePlace& place, std::span<const Fault> faults);
+
+/// The failure that is in force so long after the start, if there is one.
+const RunningFailure* failureAt(runtime::Nanoseconds elapsed, std::span<const RunningFailure> failures);
 
 /// What a time stamp becomes under the faults.
 CMTime stampWith(const SampleFaults& faults, CMTime stamp);

@@ -41,6 +41,7 @@ struct Fault {
   enum class Kind {
     lost,         ///< reported as lost
     noImage,      ///< delivered without a picture; pictures only
+    undecodable,  ///< cannot be drawn; pictures only
     invalidTime,  ///< delivered with kCMTimeInvalid
     timescale,    ///< time stamps in another timescale from here on; with everySamples, by turns
   };
@@ -55,6 +56,13 @@ struct Fault {
   std::uint64_t samples = 0;   ///< index or count
   double seconds = 0;          ///< for atTime
   std::int32_t timescale = 0;  ///< for Kind::timescale
+};
+
+/// A time in which a running device cannot go on: it says why, and sends nothing.
+struct RunningFailure {
+  std::string reason;
+  double from = 0;  ///< seconds since the start
+  double duration = 0;
 };
 
 /// What the pictures of a video format are really like, beyond what the format tells of itself.
@@ -80,6 +88,7 @@ struct RigDevice {
 
   std::optional<std::string> openFailure;
   std::optional<std::string> configurationFailure;
+  std::vector<RunningFailure> runningFailures;
   std::vector<Fault> videoFaults;
   std::vector<Fault> audioFaults;
 

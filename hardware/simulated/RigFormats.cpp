@@ -169,6 +169,8 @@ std::optional<Failure> readFaultKind(std::string_view clause, FaultyMedium mediu
     fault.kind = Fault::Kind::lost;
   } else if (clause == "no image" && medium == FaultyMedium::pictures) {
     fault.kind = Fault::Kind::noImage;
+  } else if (clause == "undecodable" && medium == FaultyMedium::pictures) {
+    fault.kind = Fault::Kind::undecodable;
   } else if (clause == "invalid time") {
     fault.kind = Fault::Kind::invalidTime;
   } else if (takeWord(rest, "timescale")) {
@@ -279,6 +281,22 @@ Result<Fault> parseFault(std::string_view text, FaultyMedium medium) {
   if (auto failure = readFaultKind(clauses->front(), medium, fault)) return *failure;
   if (auto failure = readFaultTrigger(clauses->back(), medium, fault)) return *failure;
   return fault;
+}
+
+Result<RunningFailure> parseRunningFailure(std::string_view text) {
+  const auto clauses = parseClauses(text);
+  if (!clauses) return clauses.failure();
+  if (clauses->size() == 3) {
+    std::string_view from = (*clauses)[1], duration = (*clauses)[2];
+    if (takeWord(from, "at") && takeWord(duration, "for")) {
+      const auto start = parseDecimal(from, "s", 0, LongestTime);
+      if (!start) return start.failure();
+      const auto length = parseDecimal(duration, "s", 0, LongestTime);
+      if (!length) return length.failure();
+      return RunningFailure{std::string(unquoted(clauses->front())), *start, *length};
+    }
+  }
+  return Failure{"a failure says why, when and how long, like The cable is loose., at 5 s, for 2 s"};
 }
 
 Result<FireWireUnit> parseFireWireUnit(std::string_view text) {

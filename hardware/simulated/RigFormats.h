@@ -38,6 +38,9 @@ Result<SoundSource> parseSoundSource(std::string_view text, const std::string& f
 /// "lost frame, every 10", "timescale 600, at 2.5 s", "invalid time, at frame 12".
 Result<Fault> parseFault(std::string_view text, FaultyMedium medium);
 
+/// "Another program has it., at 5 s, for 2 s".
+Result<RunningFailure> parseRunningFailure(std::string_view text);
+
 /// "0x0080880303480cd1, mpeg".
 Result<FireWireUnit> parseFireWireUnit(std::string_view text);
 

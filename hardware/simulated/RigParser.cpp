@@ -221,6 +221,10 @@ constexpr DeviceKey DeviceKeys[] = {
      [](DeviceDraft& draft, const Entry& entry, const std::string&) {
        draft.device.configurationFailure = entry.value;
      }},
+    {"running failure", true,
+     [](DeviceDraft& draft, const Entry& entry, const std::string&) {
+       draft.device.runningFailures.push_back(require(parseRunningFailure(entry.value), entry.line));
+     }},
     {"video fault", true,
      [](DeviceDraft& draft, const Entry& entry, const std::string&) {
        draft.device.videoFaults.push_back(require(parseFault(entry.value, FaultyMedium::pictures), entry.line));
@@ -274,6 +278,9 @@ void finish(DeviceDraft& draft) {
   if (!draft.has("name")) fail(draft.line, "the device has no name");
   if (!draft.has("media")) fail(draft.line, "the device has no media");
   checkMediaKeys(draft);
+  if (draft.has("running failure") && draft.device.pacing == Pacing::consumer) {
+    fail(draft.lineOf("running failure"), "a device that is paced by its consumer does not fail at a time");
+  }
   adoptClips(draft);
   if ((described.hasVideo || described.isMuxed) && described.videoFormats.empty()) {
     fail(draft.line, "the device has no video format");

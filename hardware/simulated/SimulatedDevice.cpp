@@ -152,13 +152,14 @@ void SimulatedDevice::endLane() {
 
 // Called with _mutex held, by the lane or before there is one.
 void SimulatedDevice::makeStreams() {
-  const Nanoseconds begin = _rig.pacing == Pacing::realTime ? runtime::Scheduler::current().now() : 0;
+  _begin = _rig.pacing == Pacing::realTime ? runtime::Scheduler::current().now() : 0;
   _running = _selection;
   _selectionChanged = false;
   _video.reset();
   _audio.reset();
-  if (hasPictures()) _video.emplace(_rig, begin, _running.videoFormat, _running.frameDuration);
-  if (hasSound()) _audio.emplace(_rig, begin, _running.audioFormat);
+  if (hasPictures()) _video.emplace(_rig, _begin, _running.videoFormat, _running.frameDuration);
+  if (hasSound()) _audio.emplace(_rig, _begin, _running.audioFormat);
+  _saidFailure = nullptr;
   _needsAttention = true;  // the first item finds out when the first sample is due
   _nextItem = Never;
 }
@@ -228,8 +229,15 @@ void SimulatedDevice::deliverNext() {
   const bool isVideo = videoDue <= audioDue;
   const bool hasRoom = !waitsForRoom || (isVideo ? sink->hasRoomForVideo() : sink->hasRoomForAudio());
   if (hasRoom) {
-    const bool wasCaptured = isVideo ? _video->deliver(*sink) : _audio->deliver(*sink);
-    if (isVideo && wasCaptured) _capturedVideo.fetch_add(1, std::memory_order_relaxed);
+    const RunningFailure* const failure = failureAt(std::min(videoDue, audioDue) - _begin, _rig.runningFailures);
+    if (failure && failure != _saidFailure) sink->deviceFailed(failure->reason);
+    _saidFailure = failure;
+    if (failure) sink = nullptr;
+    if (!isVideo) {
+      _audio->deliver(sink);
+    } else if (_video->deliver(sink)) {
+      _capturedVideo.fetch_add(1, std::memory_order_relaxed);
+    }
     if (waitsForRoom) _needsAttention = true;
   }
   _threadInSinkCall = std::thread::id();

@@ -84,8 +84,10 @@ class SimulatedDevice final : public Device,
 
   // The lane's own; made before it or on it.
   Selection _running;
+  runtime::Nanoseconds _begin = 0;
   std::optional<VideoStream> _video;
   std::optional<AudioStream> _audio;
+  const RunningFailure* _saidFailure = nullptr;  ///< of the rig; that the sink has heard of
   runtime::Nanoseconds _nextItem = runtime::Never;
 };
 

@@ -91,11 +91,13 @@ struct VideoStream::Frame final : VideoFrame {
   explicit Frame(VideoSource& videoSource) : source(videoSource) {}
 
   bool drawInto(CVPixelBufferRef pixelBuffer) const override {
+    if (isUndecodable) return false;
     source.drawInto(pixelBuffer);
     return true;
   }
 
   VideoSource& source;
+  bool isUndecodable = false;
 };
 
 VideoStream::VideoStream(const RigDevice& device, Nanoseconds start, std::size_t format, CMTime frameDuration)
@@ -130,9 +132,9 @@ bool VideoStream::isSilent() const {
   return _format < _device.pictures.size() && _device.pictures[_format].neverDelivers;
 }
 
-bool VideoStream::deliver(Sink& sink) {
+bool VideoStream::deliver(Sink* sink) {
   const SampleFaults faults = faultsAt(_place, _device.videoFaults);
-  const bool isSeen = !isSilent();
+  const bool isSeen = sink && !isSilent();
   if (isSeen) {
     Frame frame(*_source);
     frame.presentationTime = stampWith(faults, _clock.stamp());
@@ -140,10 +142,11 @@ bool VideoStream::deliver(Sink& sink) {
     frame.width = _width;
     frame.height = _height;
     frame.hasImage = !faults.hasNoImage;
+    frame.isUndecodable = faults.isUndecodable;
     if (faults.isLost) {
-      sink.videoFrameLost(frame.presentationTime, frame.duration);
+      sink->videoFrameLost(frame.presentationTime, frame.duration);
     } else {
-      sink.videoFrameCaptured(frame);
+      sink->videoFrameCaptured(frame);
     }
   }
   _clock.advance();
@@ -190,10 +193,10 @@ Nanoseconds AudioStream::due() const {
   return _source->hasEnded() ? runtime::Never : _clock.due(_device.audioBufferLength);
 }
 
-bool AudioStream::deliver(Sink& sink) {
+void AudioStream::deliver(Sink* sink) {
   const AudioFormat& format = audioFormatOf(_device, _format);
   const std::size_t frames = _source->render(_samples, format.stream.mChannelsPerFrame, format.stream.mSampleRate);
-  if (frames == 0) return false;
+  if (frames == 0) return;
 
   auto& list = *reinterpret_cast<AudioBufferList*>(_list.data());
   AudioBuffer* buffers = list.mBuffers;
@@ -208,15 +211,14 @@ bool AudioStream::deliver(Sink& sink) {
   chunk.frameCount = static_cast<std::uint32_t>(frames);
   chunk.format = &format;
   chunk.buffers = &list;
-  if (faults.isLost) {
-    sink.audioChunkLost(chunk.presentationTime, chunk.frameCount);
-  } else {
-    sink.audioChunkCaptured(chunk);
+  if (sink && faults.isLost) {
+    sink->audioChunkLost(chunk.presentationTime, chunk.frameCount);
+  } else if (sink) {
+    sink->audioChunkCaptured(chunk);
   }
 
   _clock.advance(frames);
   goOn(_place, _clock.elapsed());
-  return true;
 }
 
 }  // namespace hardware::simulated

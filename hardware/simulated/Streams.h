@@ -39,8 +39,8 @@ class VideoStream {
   /// Whether the format in use never delivers: its frames pass without a word.
   bool isSilent() const;
 
-  /// Hands over the next frame; false when it passed without the sink's notice.
-  bool deliver(Sink& sink);
+  /// Hands over the next frame; false when it passed without the sink's notice, as without a sink.
+  bool deliver(Sink* sink);
 
  private:
   struct Frame;
@@ -67,8 +67,8 @@ class AudioStream {
   /// When the next buffer is full; Never after the last.
   runtime::Nanoseconds due() const;
 
-  /// Hands over the next buffer; false when there is none.
-  bool deliver(Sink& sink);
+  /// Hands over the next buffer; without a sink it passes without a word.
+  void deliver(Sink* sink);
 
  private:
   void prepareBuffers();

@@ -39,6 +39,8 @@ TEST(RigParserTest, ErrorsNameTheLineAndTheReason) {
       {Camera + Format + "\npicture = media nowhere.y4m\n", 6, "No such file"},
       {Camera + Format + "\n" + Camera + Format, 7, "another device has the id 'cam'"},
       {Microphone + "audio format = 48000 Hz\naudio fault = lost frame, every 2\n", 6, "unknown: 'lost frame'"},
+      {Camera + Format + "\nrunning failure = \"Loose, again\", for 5 s, at 2 s\n", 6, "why, when and how long"},
+      {Camera + Format + "\npacing = consumer\nrunning failure = Loose, at 5 s, for 2 s\n", 7, "paced by its consumer"},
       {"[script]\nat 5 s = plug cam\n", 2, "there is no device 'cam'"},
       {"[firewire bus]\nlist = absent\nunit = 1\n", 3, "has no units"},
       {Camera + "video format = 640x480 2vuy, rates nan", 5, ""},

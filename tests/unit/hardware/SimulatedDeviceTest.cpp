@@ -4,6 +4,7 @@
 
 #include "simulated/SimulatedProvider.h"
 #include "support/Rigs.h"
+#include "support/Samples.h"
 #include "support/SimulationScheduler.h"
 
 namespace hardware::simulated {
@@ -16,18 +17,23 @@ using runtime::NanosecondsPerSecond;
 struct RecordingSink final : hardware::Sink {
   struct Frame {
     CMTime time;
-    bool hasImage = false, isLost = false;
+    bool hasImage = false, isLost = false, isDrawn = true;
   };
 
   void videoFrameCaptured(const hardware::VideoFrame& frame) override {
-    video.push_back({frame.presentationTime, frame.hasImage, false});
+    CVPixelBufferLockBaseAddress(picture.get(), 0);
+    video.push_back({frame.presentationTime, frame.hasImage, false, frame.hasImage && frame.drawInto(picture.get())});
+    CVPixelBufferUnlockBaseAddress(picture.get(), 0);
   }
   void videoFrameLost(CMTime time, CMTime) override { video.push_back({time, false, true}); }
   void audioChunkCaptured(const hardware::AudioChunk&) override {}
+  void deviceFailed(std::string_view reason) override { failures.emplace_back(reason); }
   bool hasRoomForVideo() override { return true; }
   bool hasRoomForAudio() override { return true; }
 
   std::vector<Frame> video;
+  std::vector<std::string> failures;
+  const CFRef<CVPixelBufferRef> picture = samples::picture(160, 120);
 };
 
 class SimulatedDeviceTest : public testing::Test {
@@ -60,29 +66,46 @@ TEST_F(SimulatedDeviceTest, FramesComeOnTimeAndALateLaneMakesUpForEveryOneThatWa
 }
 
 TEST_F(SimulatedDeviceTest, FaultsStrikeWhenTheRigSaysSo) {
-  // Of ten frames: lost, without an image, with an invalid time or another timescale, or as it should be.
+  // Of ten frames: lost, without an image, undecodable, with an invalid time or another timescale, or as it should be.
   const std::pair<std::string, const char*> cases[] = {
       {"lost frame, at frame 0", "l........."},   {"lost frame, at frame 3", "...l......"},
       {"lost frame, every 4", "...l...l.."},      {"lost frame, at 0.45 s", ".....l...."},
       {"no image, at frame 3", "...n......"},     {"invalid time, every 3", "..i..i..i."},
       {"timescale 600, at 0.45 s", ".....ttttt"}, {"timescale 600, every 2", "..tt..tt.."},
+      {"undecodable, at frame 3", "...u......"},
   };
   for (const auto& [fault, expected] : cases) {
     RecordingSink faulty;
-    plugIn("[device]\nid = cam\nname = Camera\nmedia = video\nvideo format = 16x16 2vuy, rates 10\nvideo fault = " +
+    plugIn("[device]\nid = cam\nname = Camera\nmedia = video\nvideo format = 160x120 2vuy, rates 10\nvideo fault = " +
            fault + "\n");
     const double begin = static_cast<double>(runtime::Scheduler::current().now()) / 1e9;
     device->start(faulty);
     runFor(0.95);
 
     std::string frames;
-    for (const auto& [time, hasImage, isLost] : faulty.video) {
+    for (const auto& [time, hasImage, isLost, isDrawn] : faulty.video) {
       const double expectedTime = begin + static_cast<double>(frames.size()) / 10;
       EXPECT_TRUE(!CMTIME_IS_VALID(time) || std::abs(CMTimeGetSeconds(time) - expectedTime) < 1.0 / 600) << fault;
-      frames += isLost ? 'l' : !hasImage ? 'n' : !CMTIME_IS_VALID(time) ? 'i' : time.timescale == 600 ? 't' : '.';
+      frames += isLost                   ? 'l'
+                : !hasImage              ? 'n'
+                : !isDrawn               ? 'u'
+                : !CMTIME_IS_VALID(time) ? 'i'
+                : time.timescale == 600  ? 't'
+                                         : '.';
     }
     EXPECT_EQ(frames, expected) << fault;
   }
+}
+
+TEST_F(SimulatedDeviceTest, ADeviceThatCannotGoOnSaysWhyOnceAndSendsNothingMeanwhile) {
+  plugIn(
+      "[device]\nid = cam\nname = Camera\nmedia = video\nvideo format = 160x120 2vuy, rates 25\n"
+      "running failure = \"Loose, it seems\", at 0.05 s, for 0.07 s\n");
+  device->start(sink);
+  runFor(0.199);
+  EXPECT_EQ(sink.failures, std::vector<std::string>{"Loose, it seems"});
+  ASSERT_EQ(sink.video.size(), 4U);
+  EXPECT_EQ(sink.video[2].time.value, 3600) << "its clock goes on";
 }
 
 TEST_F(SimulatedDeviceTest, AnUnpluggedDeviceStopsThenLeavesTheListAndTheBusThenIsReported) {
