@@ -1,7 +1,7 @@
 #include <runtime/ThreadScheduler.h>
 
 #include <pthread.h>
-#include <signal.h>
+#include <runtime/SignalsBlocked.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -86,24 +86,6 @@ void nameThisThread(std::string name) {
   }
   if (!name.empty()) pthread_setname_np(pthread_self(), name.c_str());
 }
-
-/// Keeps asynchronous signals away from the threads that are started in its scope.
-class SignalsBlocked {
- public:
-  SignalsBlocked() noexcept {
-    sigset_t blocked;
-    sigfillset(&blocked);
-    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS}) sigdelset(&blocked, fault);
-    pthread_sigmask(SIG_SETMASK, &blocked, &_before);
-  }
-  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &_before, nullptr); }
-
-  SignalsBlocked(const SignalsBlocked&) = delete;
-  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
- private:
-  sigset_t _before;
-};
 
 class ThreadLane final : public Lane {
  public:

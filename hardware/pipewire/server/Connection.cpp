@@ -1,36 +1,14 @@
 #include "server/Connection.h"
 
-#include <pthread.h>
-#include <signal.h>
+#include <runtime/SignalsBlocked.h>
 
 #include <mutex>
 #include <utility>
 
 namespace hardware::pipewire {
-namespace {
-
-/// Keeps asynchronous signals away from the thread that the library starts for each connection: they are the host's.
-class SignalsBlocked {
- public:
-  SignalsBlocked() noexcept {
-    sigset_t blocked;
-    sigfillset(&blocked);
-    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS}) sigdelset(&blocked, fault);
-    pthread_sigmask(SIG_SETMASK, &blocked, &_before);
-  }
-  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &_before, nullptr); }
-
-  SignalsBlocked(const SignalsBlocked&) = delete;
-  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
- private:
-  sigset_t _before;
-};
-
-}  // namespace
 
 Connection::Connection(EventLoop& loop, Use use, ErrorHandler onError) : _loop(loop), _onError(std::move(onError)) {
-  const SignalsBlocked signalsBlocked;
+  const runtime::SignalsBlocked signalsBlocked;  // the library starts a thread for each connection
   // The library asks for the user's name with a function that is not made for several threads.
   static std::mutex oneAtATime;
   const std::lock_guard lock(oneAtATime);

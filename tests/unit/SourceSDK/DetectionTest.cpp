@@ -135,7 +135,8 @@ TEST_F(DetectionTest, AnotherDeviceUnderTheSameIdIsAnotherSource) {
   };
   for (const auto& each : cases) {
     each.next->described.videoFormats.push_back(fake::videoFormat(128, 96));
-    for (const auto& [hasPassBetween, comesFirst] : {std::pair(false, false), {true, false}, {false, true}}) {
+    for (const auto& [passBetween, first] : {std::pair(false, false), {true, false}, {false, true}}) {
+      const bool hasPassBetween = passBetween, comesFirst = first;
       detect(each.former);
       const auto former = manager->getDeviceWithIndex(0);
       const auto& leaving = each.former.front();
