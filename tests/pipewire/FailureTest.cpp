@@ -20,15 +20,16 @@ TEST_F(FailureTest, TheReasonIsReportedAndCaptureResumesOnceItHasGone) {
   Host host;
   ASSERT_TRUE(hasSources(host, {"Webcam Video"}));
   const VideoTake take(host, "Webcam Video", {webcamPicture}, 10);
-  const std::pair<const char*, const char*> states[] = {
-      {"busy", "busy"}, {"denied", "permission"}, {"", ""}, {"gone", "no such device"}, {"", ""}};
-  for (const auto& [state, reason] : states) {
-    SCOPED_TRACE(state);
-    server.setWebcam(state);
-    if (*state == 0)
+  const struct {
+    const char *state, *reason;
+  } steps[] = {{"busy", "busy"}, {"denied", "permission"}, {"", ""}, {"gone", "no such device"}, {"", ""}};
+  for (const auto& step : steps) {
+    SCOPED_TRACE(step.state);
+    server.setWebcam(step.state);
+    if (*step.state == 0)
       EXPECT_TRUE(take.waitForMore(3));
     else
-      EXPECT_TRUE(until([&] { return host.errorMessage(0).find(reason) != std::string::npos; }, 10))
+      EXPECT_TRUE(until([&] { return host.errorMessage(0).find(step.reason) != std::string::npos; }, 10))
           << host.errorMessage(0);
   }
 }

@@ -86,13 +86,14 @@ TEST_F(SoundTest, ArrivesBitForBitInTheFormatAndAtTheRateOfTheDevice) {
   } cases[] = {{SPA_AUDIO_FORMAT_S16_LE, 48'000, 2}, {SPA_AUDIO_FORMAT_S24_LE, 48'000, 2},
                {SPA_AUDIO_FORMAT_F32_LE, 48'000, 1}, {SPA_AUDIO_FORMAT_S16_LE, 44'100, 2},
                {SPA_AUDIO_FORMAT_S24_LE, 96'000, 2}, {SPA_AUDIO_FORMAT_S24_LE, 48'000, 6, 1, 2}};
-  for (const auto& [format, rate, channels, chosen, firstChannel] : cases) {
+  for (const auto& each : cases) {
+    const auto& [format, rate, channels, chosen, firstChannel] = each;
     const std::string name = std::to_string(format) + " " + std::to_string(rate) + " " + std::to_string(channels);
     SCOPED_TRACE(name);
     const Microphone microphone(
         {.name = name, .description = name, .format = format, .rate = rate, .channels = channels});
     const Ear ear(name, chosen, firstChannel);
-    EXPECT_TRUE(until([&] { return ear.heard > rate / 3; }, 10));
+    EXPECT_TRUE(until([&] { return ear.heard > each.rate / 3; }, 10));
     EXPECT_EQ(ear.breaks, 0);
   }
 }

@@ -93,7 +93,7 @@ TEST_F(VideoTest, FormatsMayChangeFromEitherSideWhileItRuns) {
   (nullptr, source.c_str(), R"(<record name="settings"><record name="parameter">
       <text name="name" value="Video Settings"/><int32 name="value" value="1"/></record></record>)");
   EXPECT_TRUE(changesTo(2)) << "the host asks for another";
-  for (const std::size_t offered : {3, 1, 0}) {
+  for (const std::size_t offered : {3U, 1U, 0U}) {
     camera.offer({pictures[offered]});
     EXPECT_TRUE(changesTo(offered)) << "the camera offers only " << offered;
   }
