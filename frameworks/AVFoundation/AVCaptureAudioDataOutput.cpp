@@ -135,6 +135,10 @@ AVCaptureOutputStatistics AVCaptureAudioDataOutput::statistics() const {
   return _implementation->line.statistics();
 }
 
+std::uint32_t AVCaptureAudioDataOutput::samplesInDelivery() const {
+  return _implementation->line.samplesInDelivery();
+}
+
 hardware::Sink& AVCaptureAudioDataOutput::sink() {
   return *_implementation;
 }

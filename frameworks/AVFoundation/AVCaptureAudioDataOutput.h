@@ -27,6 +27,7 @@ class AVCaptureAudioDataOutput final : public AVCaptureOutput {
                                dispatch_queue_t queue);
 
   AVCaptureOutputStatistics statistics() const override;
+  std::uint32_t samplesInDelivery() const override;
   AVMediaType mediaType() const override { return AVMediaTypeAudio; }
 
  private:

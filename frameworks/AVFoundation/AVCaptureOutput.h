@@ -63,6 +63,10 @@ class AVCaptureOutput : public NSObject {
   /// Any thread; the figures of one moment, balanced at each.
   virtual AVCaptureOutputStatistics statistics() const = 0;
 
+  /// How many of the captured samples the one stands for that the delegate is being given: short runs of sound are
+  /// joined. Within the delegate's call only.
+  virtual std::uint32_t samplesInDelivery() const = 0;
+
   virtual AVMediaType mediaType() const = 0;
 
  private:

@@ -83,6 +83,10 @@ AVCaptureOutputStatistics AVCaptureVideoDataOutput::statistics() const {
   return _implementation->line.statistics();
 }
 
+std::uint32_t AVCaptureVideoDataOutput::samplesInDelivery() const {
+  return _implementation->line.samplesInDelivery();
+}
+
 hardware::Sink& AVCaptureVideoDataOutput::sink() {
   return *_implementation;
 }

@@ -30,6 +30,7 @@ class AVCaptureVideoDataOutput final : public AVCaptureOutput {
                                dispatch_queue_t queue);
 
   AVCaptureOutputStatistics statistics() const override;
+  std::uint32_t samplesInDelivery() const override;
   AVMediaType mediaType() const override { return AVMediaTypeVideo; }
 
  private:

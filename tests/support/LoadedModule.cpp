@@ -1,11 +1,14 @@
 #include "support/LoadedModule.h"
 
 #include <dlfcn.h>
+#include <lumora/zRecord.h>
 #include <lumora/zThread.h>
 #include <lumora/zTrace.h>
+#include <lumora/zXML.h>
 
 #include <cstdarg>
 #include <cstdlib>
+#include <string_view>
 
 LoadedModule::LoadedModule() : _handle(dlopen(AVC_MODULE_PATH, RTLD_NOW | RTLD_LOCAL)) {
   setenv("CAPTURE_RIG", "demo", 1);
@@ -82,8 +85,39 @@ Host::Property Host::property(const std::string& source, const char* name) const
     if (type == BRV_PROPERTY_STRING) received.text = static_cast<const char*>(value);
   };
   const int result = BRV_CALL(module, BRV_GetProperty)(&property, receive, name, "", source.c_str());
-  EXPECT_EQ(result, property.number == -77 ? 0 : 1) << "a text is handed over with 0, a number with 1";
+  const bool hasCome = property.number != -77 || property.text != "none";
+  EXPECT_EQ(result, hasCome && std::string_view(name) != "device_id" ? 1 : 0);
   return property;
+}
+
+std::map<std::string, std::int64_t> Host::account(const std::string& source, const char* medium) const {
+  const auto written = property(source, (std::string(medium) + "_account").c_str()).text;
+  zRecord record;
+  const int result = zXML::ParseBuffer(zXML::Mode, &record, written.c_str(), -1);
+  std::map<std::string, std::int64_t> counts;
+  const auto read = [&counts](const zRecord& from, const std::string& prefix) {
+    for (const char* name :
+         {"captured", "delivered", "late", "no_buffer", "lost_by_device", "not_converted", "invalid_time", "stopped",
+          "unheard", "pending", "dropped", "converted", "produced", "undelivered"}) {
+      char scratch[64];
+      counts[prefix + name] = std::atoll(from.AsCString(name, "0", &scratch));
+    }
+  };
+  if (result != zXML::Success) return counts;
+  read(record, "");
+  if (record.ChildCount() > 0) read(*record.Child(0), "frames ");
+  std::int64_t ended = 0;
+  for (const char* name : {"delivered", "late", "no_buffer", "lost_by_device", "not_converted", "invalid_time",
+                           "stopped", "unheard", "pending"}) {
+    ended += counts[name];
+    EXPECT_GE(counts[name], 0) << name;
+  }
+  EXPECT_EQ(counts["captured"], ended) << written;
+  EXPECT_EQ(counts["frames captured"], counts["frames dropped"] + counts["frames converted"]) << written;
+  EXPECT_EQ(counts["frames produced"],
+            counts["frames delivered"] + counts["frames undelivered"] + counts["frames pending"])
+      << written;
+  return counts;
 }
 
 std::string Host::errorMessage(int code) const {

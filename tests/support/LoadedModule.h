@@ -58,6 +58,9 @@ class Host {
   int timescale(const std::string& source) const;
   std::int64_t frameDuration(const std::string& source) const { return property(source, "frame_duration").number; }
   std::string deviceId(const std::string& source) const { return property(source, "device_id").text; }
+  /// A medium's counts by their names, those of sound frames after "frames "; none without it. Also from a data
+  /// callback. Expects them to be balanced.
+  std::map<std::string, std::int64_t> account(const std::string& source, const char* medium) const;
   std::string errorMessage(int code) const;
   void registerVideo(const std::string& source, BRV_VideoDataArrivedCallback callback, void* context) const;
   void registerAudio(const std::string& source, BRV_AudioDataArrivedCallback callback, void* context) const;

@@ -108,17 +108,19 @@ inline void VCaptureDelegate::markFormatChange() {
   if (_dirty.take()) _videoBuffer.flags |= BRV_FLAG_FORMAT_CHANGED;
 }
 
-void VCaptureDelegate::captureOutputDidOutputSampleBuffer(AVCaptureOutput*, CMSampleBufferRef sampleBuffer,
+void VCaptureDelegate::captureOutputDidOutputSampleBuffer(AVCaptureOutput* output, CMSampleBufferRef sampleBuffer,
                                                           AVCaptureConnection*) {
   const CMTime time = CMSampleBufferGetPresentationTimeStamp(sampleBuffer);
   setTimescale(time.timescale);
   CVImageBufferRef image = CMSampleBufferGetImageBuffer(sampleBuffer);
-  if (!image) return;
+  if (!image) return _withheld.note(AV::Withheld::Reason::noPicture, output);
 
   fillRecord(image, time.value);
   markFormatChange();
   if (_pVideoDataArriveCallback && _pVideoDataArriveContext) {
     _pVideoDataArriveCallback(_pVideoDataArriveContext, &_videoBuffer);
+  } else {
+    _withheld.note(AV::Withheld::Reason::unheard, output);
   }
   _videoBuffer.flags = BRV_FLAG_NOT_FIRST;
 }
@@ -142,10 +144,17 @@ ACaptureDelegate::~ACaptureDelegate() {
   setVideoDelegate(nullptr);
 }
 
-void ACaptureDelegate::captureOutputDidOutputSampleBuffer(AVCaptureOutput*, CMSampleBufferRef sampleBuffer,
+void ACaptureDelegate::captureOutputDidOutputSampleBuffer(AVCaptureOutput* output, CMSampleBufferRef sampleBuffer,
                                                           AVCaptureConnection*) {
   CMTime time = CMSampleBufferGetPresentationTimeStamp(sampleBuffer);
-  if (!takeTime(time)) return;
+  auto reason = prepare(sampleBuffer, time);
+  if (!reason && !deliver(time.value)) reason = AV::Withheld::Reason::unheard;
+  if (reason) _withheld.note(*reason, output, static_cast<std::uint64_t>(CMSampleBufferGetNumSamples(sampleBuffer)));
+}
+
+std::optional<AV::Withheld::Reason> ACaptureDelegate::prepare(CMSampleBufferRef sampleBuffer, CMTime& time) {
+  using Reason = AV::Withheld::Reason;
+  if (!takeTime(time)) return Reason::invalidTime;
 
   CMBlockBufferRef block = CMSampleBufferGetDataBuffer(sampleBuffer);
   const CMFormatDescriptionRef format = CMSampleBufferGetFormatDescription(sampleBuffer);
@@ -153,28 +162,27 @@ void ACaptureDelegate::captureOutputDidOutputSampleBuffer(AVCaptureOutput*, CMSa
       format ? CMAudioFormatDescriptionGetStreamBasicDescription(format) : nullptr;
   if (!input || input->mFormatID != kAudioFormatLinearPCM) {
     AV_LOG(AV::LevelOther, "Bad format or bogus ASBD!");
-    return;
+    return Reason::notConverted;
   }
 
   std::size_t lengthAtStart = 0;
   std::size_t totalLength = 0;
   char* bytes = nullptr;
   if (!block || CMBlockBufferGetDataPointer(block, 0, &lengthAtStart, &totalLength, &bytes) != kCMBlockBufferNoErr) {
-    return;
+    return Reason::notConverted;
   }
 
   // Sound that needs no conversion needs a converter all the same: one that cannot be had stops it too.
   AudioConverterRef converter = GetAudioConverter(*input, _destinationDescription);
-  if (!converter) return;
+  if (!converter) return Reason::notConverted;
 
   const std::uint32_t frames = frameCount(*input, totalLength);
-  if (frames == 0) return;
-  if (isSameStream(*input, _destinationDescription)) {
-    if (!passThrough(block, bytes, lengthAtStart, totalLength)) return;
-  } else if (!convert(converter, sampleBuffer, frames)) {
-    return;
-  }
-  deliver(time.value);
+  if (frames == 0) return Reason::notConverted;
+  const bool isReady = isSameStream(*input, _destinationDescription)
+                           ? passThrough(block, bytes, lengthAtStart, totalLength)
+                           : convert(converter, sampleBuffer, frames);
+  if (!isReady) return Reason::notConverted;
+  return std::nullopt;
 }
 
 /// Brings the time into the source's timescale; false when there is none yet, or none any more.
@@ -281,7 +289,8 @@ void ACaptureDelegate::setData(void* data, std::uint32_t length) {
   _audioBuffer.dataLength = static_cast<std::int32_t>(length);
 }
 
-void ACaptureDelegate::deliver(std::int64_t timeStamp) {
+/// False when nobody hears it.
+bool ACaptureDelegate::deliver(std::int64_t timeStamp) {
   _audioBuffer.timeStamp = timeStamp;
   _audioBuffer.format = BRV_FORMAT_PCM;
   _audioBuffer.sampleRate = HostSampleRate;
@@ -292,10 +301,10 @@ void ACaptureDelegate::deliver(std::int64_t timeStamp) {
     _oldTimescale = timescale();
   }
   if (_dirty.take()) _audioBuffer.flags |= BRV_FLAG_FORMAT_CHANGED;
-  if (_pAudioDataArriveCallback && _pAudioDataArriveContext) {
-    _pAudioDataArriveCallback(_pAudioDataArriveContext, &_audioBuffer);
-  }
+  const bool isHeard = _pAudioDataArriveCallback && _pAudioDataArriveContext;
+  if (isHeard) _pAudioDataArriveCallback(_pAudioDataArriveContext, &_audioBuffer);
   _audioBuffer.flags = 0;
+  return isHeard;
 }
 
 AudioConverterRef ACaptureDelegate::GetAudioConverter(AudioStreamBasicDescription inputASDB,

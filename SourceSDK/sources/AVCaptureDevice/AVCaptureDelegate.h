@@ -5,7 +5,7 @@
 // neither pixels nor samples in the host's format are copied.
 //
 // Callbacks and contexts are read by deliveries, so they are set on the delegate's queue, or before it has one.
-// `timescale` and `dirtyFormat` may be used on any thread.
+// `timescale`, `dirtyFormat` and `withheld` may be used on any thread.
 
 #include <AVFoundation/AVFoundation.h>
 #include <AudioToolbox/AudioConverter.h>
@@ -16,7 +16,9 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 
+#include "AVAccount.h"
 #include "BRV_AVCapture.h"
 
 namespace AV {
@@ -67,6 +69,8 @@ class VCaptureDelegate final : public NSObject, public AVCaptureVideoDataOutputS
   std::int32_t timescale() const noexcept { return _timescale.load(std::memory_order_relaxed); }
   void setTimescale(std::int32_t timescale) noexcept { _timescale.store(timescale, std::memory_order_relaxed); }
 
+  const AV::Withheld& withheld() const noexcept { return _withheld; }
+
   AV::Device* device() const noexcept { return _pDevice; }
   void setDevice(AV::Device* device) noexcept { _pDevice = device; }
   /// Not retained.
@@ -103,6 +107,7 @@ class VCaptureDelegate final : public NSObject, public AVCaptureVideoDataOutputS
   BRV_VideoBuffer _videoBuffer{};
   PixelAspectRatio _pixelAspectRatio;
   DirtyMark _dirty;
+  AV::Withheld _withheld;
 };
 
 class ACaptureDelegate final : public NSObject, public AVCaptureAudioDataOutputSampleBufferDelegate {
@@ -118,6 +123,8 @@ class ACaptureDelegate final : public NSObject, public AVCaptureAudioDataOutputS
   /// Ticks per second of the most recent buffer's time, or of the paired video; -1 before the first.
   std::int32_t timescale() const noexcept { return _timescale.load(std::memory_order_relaxed); }
   void setTimescale(std::int32_t timescale) noexcept { _timescale.store(timescale, std::memory_order_relaxed); }
+
+  const AV::Withheld& withheld() const noexcept { return _withheld; }
 
   /// The delegate of the same muxed source's pictures, in whose timescale the sound is then stamped; sound is dropped
   /// while that has no valid one, which is logged once. Set before the delegate has a queue.
@@ -149,13 +156,15 @@ class ACaptureDelegate final : public NSObject, public AVCaptureAudioDataOutputS
   ACaptureDelegate();
   ~ACaptureDelegate() override;
 
+  /// Fills the record; otherwise says why the sound is not handed on.
+  std::optional<AV::Withheld::Reason> prepare(CMSampleBufferRef sampleBuffer, CMTime& time);
   bool takeTime(CMTime& time);
   bool passThrough(CMBlockBufferRef block, char* bytes, std::size_t lengthAtStart, std::size_t totalLength);
   bool convert(AudioConverterRef converter, CMSampleBufferRef sampleBuffer, std::uint32_t frames);
   bool fillOutputBuffer(AudioConverterRef converter, AudioBufferList* input, std::uint32_t frames);
   bool reserveOutputBuffer(std::uint32_t size);
   void setData(void* data, std::uint32_t length);
-  void deliver(std::int64_t timeStamp);
+  bool deliver(std::int64_t timeStamp);
 
   std::atomic<std::int32_t> _timescale{-1};
   std::int32_t _oldTimescale = 0;
@@ -173,6 +182,7 @@ class ACaptureDelegate final : public NSObject, public AVCaptureAudioDataOutputS
   AudioStreamBasicDescription fLastInputASDB{};
   Ref<VCaptureDelegate> _videoDelegate;
   DirtyMark _dirty;
+  AV::Withheld _withheld;
   bool _saidThatSoundWaits = false;
 };
 

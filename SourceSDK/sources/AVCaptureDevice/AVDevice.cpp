@@ -287,6 +287,8 @@ void Device::exchangeAudioGraph(AudioGraph& graph) noexcept {
   std::swap(_pAudioOutput, graph.output);
   std::swap(_audioQueue, graph.queue);
   std::swap(_pAudioDelegate, graph.delegate);
+  _pFormerAudioOutput = graph.output;
+  _pFormerAudioDelegate = graph.delegate;
 }
 
 /// Takes an audio branch that is not the source's any more down, and hands out the callback that the host had in it.
@@ -297,8 +299,46 @@ Device::AudioCallback Device::releaseAudioGraph(AudioGraph former) noexcept {
   onQueue(former.queue, [&] {
     callback = {former.delegate->audioDataArrivedCallback(), former.delegate->audioDataArrivedContext()};
   });
+  const Account account = former.delegate->withheld().accountOf(*former.output);
+  {
+    std::lock_guard lock(_graphLock);
+    _formerAudio += account;
+    _pFormerAudioOutput = {};
+    _pFormerAudioDelegate = {};
+  }
   releaseOnQueue(former.queue, former.delegate);
   return callback;
+}
+
+Account Device::videoAccount() const {
+  Ref<AVCaptureVideoDataOutput> output;
+  Ref<VCaptureDelegate> delegate;
+  {
+    std::lock_guard lock(_graphLock);
+    output = _pVideoOutput;
+    delegate = _pVideoDelegate;
+  }
+  return output && delegate ? delegate->withheld().accountOf(*output) : Account();
+}
+
+Account Device::audioAccount() const {
+  std::pair<Ref<AVCaptureAudioDataOutput>, Ref<ACaptureDelegate>> branches[2];
+  Account account;
+  {
+    std::lock_guard lock(_graphLock);
+    branches[0] = {_pFormerAudioOutput, _pFormerAudioDelegate};
+    branches[1] = {_pAudioOutput, _pAudioDelegate};
+    account = _formerAudio;
+  }
+  for (const auto& [output, delegate] : branches) {
+    if (output && delegate) account += delegate->withheld().accountOf(*output);
+  }
+  return account;
+}
+
+std::int32_t Device::getAudioTimescale() const {
+  const auto delegate = audioDelegate();
+  return delegate ? delegate->timescale() : 0;
 }
 
 Ref<NSError> Device::setAudioTrackDevice(AVCaptureDevice* device) {

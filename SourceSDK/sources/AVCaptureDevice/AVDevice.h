@@ -154,6 +154,13 @@ class Device : public std::enable_shared_from_this<Device> {
   int getDeviceWidth() const;
   int getDeviceHeight() const;
 
+  /// What became of the samples of a medium since the source was made; of another microphone before this one, too. All
+  /// 0 for a medium that it lacks. Any thread.
+  Account videoAccount() const;
+  Account audioAccount() const;
+  /// Ticks per second of the sound's time stamps; -1 before the first, 0 without sound.
+  std::int32_t getAudioTimescale() const;
+
   /// Whether CoreMediaIO says that a video digitizer backs the camera; false without video.
   bool _HasVideoDigitizerComponents() const;
 
@@ -205,6 +212,10 @@ class Device : public std::enable_shared_from_this<Device> {
   Ref<AVCaptureDeviceInput> _pAudioInput;
   Ref<VCaptureDelegate> _pVideoDelegate;
   Ref<ACaptureDelegate> _pAudioDelegate;
+  // The branch that was the source's before, until its last sample is counted.
+  Ref<AVCaptureAudioDataOutput> _pFormerAudioOutput;
+  Ref<ACaptureDelegate> _pFormerAudioDelegate;
+  Account _formerAudio;  ///< of those before
   Ref<NSObject> _pFailureObserver;
   Ref<NSObject> _pRecoveryObserver;
   CFRef<dispatch_queue_t> _audioQueue;

@@ -108,11 +108,24 @@ Verdict decide(AV_LogCount& record) {
   return count >= g_minLogCount ? Verdict::suppress : Verdict::emit;
 }
 
+/// Until no other thread is in a call of that registration.
+void awaitCalls(std::size_t registration) noexcept {
+  const auto& running = g_runningCalls[registration % 2];
+  for (int calls = running; calls > callsOnThisThread[registration % 2]; calls = running) running.wait(calls);
+}
+
 }  // namespace
 
 void setLog(BRV_LogCallback callback, void* context, std::int32_t maximumCount, std::int32_t minimumCount) noexcept {
   auto* const table = context ? new (std::nothrow) LogTable : nullptr;
   std::unique_lock lock(g_logLock);
+  if (callsOnThisThread == std::array<int, 2>{}) {
+    // The call in which the registration before this one was replaced may still be running.
+    const std::size_t beforeFormer = g_registration + 1;
+    lock.unlock();
+    awaitCalls(beforeFormer);
+    lock.lock();
+  }
   delete std::exchange(g_pLogTable, table);
   if (table) {
     _log = callback;
@@ -125,10 +138,9 @@ void setLog(BRV_LogCallback callback, void* context, std::int32_t maximumCount, 
     pLogContext = nullptr;
     g_maxLogCount = g_minLogCount = g_netLogCount = 0;
   }
-  const std::size_t former = g_registration++ % 2;
+  const std::size_t former = g_registration++;
   lock.unlock();
-  const auto& formerCalls = g_runningCalls[former];
-  for (int calls = formerCalls; calls > callsOnThisThread[former]; calls = formerCalls) formerCalls.wait(calls);
+  awaitCalls(former);
 }
 
 void _aux_log(std::int32_t level, std::int32_t line, const char* file, const char* format, ...) {

@@ -129,6 +129,34 @@ std::unique_ptr<zRecord> makeUnofferedRecord(const DeviceManager& manager) {
   return devices;
 }
 
+std::unique_ptr<zRecord> makeAccountRecord(const Account& account, bool isSound) {
+  const AVCaptureOutputStatistics& counts = account.counts;
+  const auto set = [](zRecord& record, const char* name, std::uint64_t count) {
+    record.SetCString(name, std::to_string(count).c_str(), 0);
+  };
+  auto record = std::make_unique<zRecord>("account");
+  set(*record, "captured", counts.captured);
+  set(*record, "delivered", counts.delivered);
+  set(*record, "late", counts.droppedLate);
+  set(*record, "no_buffer", counts.droppedNoBuffer);
+  set(*record, "lost_by_device", counts.droppedByDevice);
+  set(*record, "not_converted", counts.droppedConversion);
+  set(*record, "invalid_time", account.invalidTime);
+  set(*record, "stopped", counts.droppedStopped);
+  set(*record, "unheard", account.unheard);
+  set(*record, "pending", counts.pending);
+  if (!isSound) return record;
+  zRecord& frames = addChild(*record, "frames");
+  set(frames, "captured", counts.frames.captured);
+  set(frames, "dropped", counts.frames.dropped);
+  set(frames, "converted", counts.frames.converted);
+  set(frames, "produced", counts.frames.produced);
+  set(frames, "delivered", counts.frames.delivered);
+  set(frames, "undelivered", counts.frames.undelivered);
+  set(frames, "pending", counts.frames.pending);
+  return record;
+}
+
 int failureOf(const DeviceManager& manager, const Device& source) {
   return -manager.getIndexOfDeviceWithName(source.getDeviceName());
 }

@@ -27,6 +27,9 @@ std::unique_ptr<zRecord> makeValidValuesRecord(Device& source);
 /// Devices without a source, each with its name and the reason.
 std::unique_ptr<zRecord> makeUnofferedRecord(const DeviceManager& manager);
 
+/// The counts of a medium, as decimal texts: they outgrow 32 bits.
+std::unique_ptr<zRecord> makeAccountRecord(const Account& account, bool isSound);
+
 /// What stands for a failed setting of a source: 0 minus its position in the manager's list.
 int failureOf(const DeviceManager& manager, const Device& source);
 

@@ -75,18 +75,49 @@ Source sourceOfError(int errorCode) {
   return g_pDeviceManager && isIndex ? g_pDeviceManager->getDeviceWithIndex(-errorCode) : nullptr;
 }
 
-/// The properties of the device group; 1 when there is one of that name.
-int tellOfGroup(const char* propertyName, BRV_PropertyCallback callback, void* context) {
-  if (zString::string_equal(propertyName, "provider")) {
-    const std::string origin = AVCaptureDevice::devicesOrigin();
-    if (callback) callback(context, BRV_PROPERTY_STRING, origin.c_str());
+/// Hands a property's value to the host: 1 when there is one.
+class Teller {
+ public:
+  Teller(BRV_PropertyCallback callback, void* context) : _callback(callback), _context(context) {}
+
+  int tell(std::int64_t value) const { return tell(BRV_PROPERTY_INT64, &value); }
+  int tell(const std::string& text) const { return tell(BRV_PROPERTY_STRING, text.c_str()); }
+  int tell(const zRecord& record) const {
+    AV::RecordText written;
+    return written.write(record) ? tell(BRV_PROPERTY_STRING, written.text()) : 0;
+  }
+
+ private:
+  int tell(int type, const void* value) const {
+    if (_callback) _callback(_context, type, value);
     return 1;
   }
-  if (zString::string_equal(propertyName, "unoffered_devices")) {
-    AV::RecordText record;
-    if (!record.write(*AV::makeUnofferedRecord(*g_pDeviceManager))) return 0;
-    if (callback) callback(context, BRV_PROPERTY_STRING, record.text());
-    return 1;
+
+  const BRV_PropertyCallback _callback;
+  void* const _context;
+};
+
+/// The properties of the device group; 1 when there is one of that name.
+int tellOfGroup(const char* propertyName, const Teller& teller) {
+  if (zString::string_equal(propertyName, "provider")) return teller.tell(AVCaptureDevice::devicesOrigin());
+  if (zString::string_equal(propertyName, "unoffered_devices"))
+    return teller.tell(*AV::makeUnofferedRecord(*g_pDeviceManager));
+  return 0;
+}
+
+/// The properties of a source that return 1 when they have a value.
+int tellOfSource(const AV::Device& source, const char* propertyName, const Teller& teller) {
+  const auto asks = [&](const char* name) { return zString::string_equal(propertyName, name); };
+  if (asks("frame_duration")) return teller.tell(source.getDeviceFrameDuration());
+  if (asks("provider")) return teller.tell(AVCaptureDevice::devicesOrigin());
+  if (source.hasVideoStream()) {
+    if (asks("video_device_id")) return teller.tell(source.getVideoDeviceID());
+    if (asks("video_account")) return teller.tell(*AV::makeAccountRecord(source.videoAccount(), false));
+  }
+  if (source.hasAudioStream()) {
+    if (asks("audio_device_id")) return teller.tell(source.getAudioDeviceID());
+    if (asks("audio_timescale")) return teller.tell(std::int64_t{source.getAudioTimescale()});
+    if (asks("audio_account")) return teller.tell(*AV::makeAccountRecord(source.audioAccount(), true));
   }
   return 0;
 }
@@ -267,21 +298,15 @@ int BRV_GetProperty(void* context, BRV_PropertyCallback callback, const char* pr
                     const char* sourceId) {
   return guarded(0, [=] {
     if (!required || !sourceId) return 0;
-    if (g_pDeviceManager && zString::string_equal(sourceId, groupText())) {
-      return tellOfGroup(propertyName, callback, context);
-    }
+    const Teller teller(callback, context);
+    if (g_pDeviceManager && zString::string_equal(sourceId, groupText())) return tellOfGroup(propertyName, teller);
     const Source source = findSource(sourceId);
     if (!source) return 0;
-    if (zString::string_equal(propertyName, "frame_duration")) {
-      const std::int64_t duration = source->getDeviceFrameDuration();
-      if (callback) callback(context, BRV_PROPERTY_INT64, &duration);
-      return 1;
-    }
     if (zString::string_equal(propertyName, "device_id")) {
-      const std::string id = source->hasAudioStream() ? source->getAudioDeviceID() : source->getVideoDeviceID();
-      if (callback) callback(context, BRV_PROPERTY_STRING, id.c_str());
+      teller.tell(source->hasAudioStream() ? source->getAudioDeviceID() : source->getVideoDeviceID());
+      return 0;
     }
-    return 0;
+    return tellOfSource(*source, propertyName, teller);
   });
 }
 

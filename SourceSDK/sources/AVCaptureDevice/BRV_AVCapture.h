@@ -72,9 +72,23 @@ enum {
 /* ---- Media records ---- */
 
 /*
+ * Time stamps are the host's monotonic clock (CLOCK_MONOTONIC), counted in ticks: those of two sources can be compared,
+ * and a frame's age in seconds is that clock's present time less timeStamp / ticks per second. Sources that play a clip
+ * at the host's pace count from 0 instead. Before the first sample there are no ticks per second (-1), and a source
+ * without media has 0: look before you divide.
+ */
+
+/*
  * One video frame. The record and its pixel buffer are valid during the callback only; to keep the picture,
  * CVPixelBufferRetain it. The pixel buffer is neither locked nor retained for the host; its pixels are
  * 'yuvs' (8-bit 4:2:2, Y0 Cb Y1 Cr).
+ *
+ * At most 16 pictures of a source can be out at once. A host that keeps that many gets no more until it releases one:
+ * they are dropped, and counted as "no_buffer". Keep a few, and copy what you need for longer.
+ *
+ * Luma is from 16 to 235 and chroma from 16 to 240, unless a camera sends something else and says so. The buffer's
+ * attachments kCVImageBufferYCbCrMatrixKey, ...ColorPrimariesKey and ...TransferFunctionKey (CoreVideo/CVImageBuffer.h)
+ * tell the colours where they are known. Without them BT.601 is customary up to 576 rows, and BT.709 above.
  */
 typedef struct BRV_VideoBuffer {
   int32_t format;         /* BRV_FORMAT_PIXEL_BUFFER */
@@ -101,10 +115,8 @@ BRV_STATIC_ASSERT(offsetof(BRV_VideoBuffer, data) == 40);
 
 /*
  * One run of sound: 44,100 Hz, 16-bit signed little-endian, left and right interleaved, 4 bytes a frame. The
- * record and its samples are valid during the callback only. Time stamps count ticks of BRV_GetTimescaleTicksPerSec;
- * but where a camera is paired with a microphone of its own, those of the microphone. These usually number as many a
- * second as the samples that it takes, 48,000 say; no entry point tells: hold the stamps of neighbouring records
- * against the sound between them.
+ * record and its samples are valid during the callback only. Time stamps count ticks of the property "audio_timescale",
+ * which is not that of BRV_GetTimescaleTicksPerSec where a camera is paired with a microphone of its own.
  */
 typedef struct BRV_AudioBuffer {
   int32_t format;        /* BRV_FORMAT_PCM */
@@ -332,15 +344,41 @@ BRV_EXPORT int BRV_SourceSupportsProperty(void* unread, const char* sourceId, co
 typedef int (*BRV_SourceSupportsProperty_Function)(void* unread, const char* sourceId, const char* propertyName);
 
 /*
- * Calls back with a property's value before it returns. "frame_duration": BRV_PROPERTY_INT64, the duration of a frame
- * in ticks of the source's timescale (0 before the first sample, -1 for a source without media); returns 1.
- * "device_id": BRV_PROPERTY_STRING, the capture device's unique identifier, the audio device's where there is sound;
- * returns 0. Anything else, or a null `required` (which is not otherwise read): no call, 0. A null callback is not
- * called; the result is the same. Read-only.
+ * Calls back with a property's value before it returns, and returns 1 when it has one; but 0 for "device_id". Anything
+ * else, a medium that the source lacks, or a null `required` (which is not otherwise read): no call, 0. A null callback
+ * is not called; the result is the same. Read-only.
  *
- * With the identifier of the device group (BRV_GetDeviceId) as `sourceId`, two more texts, and 1: "provider", where the
- * devices come from, for display; and "unoffered_devices", what is plugged in and has no source: a record "devices"
- * with a child "device" for each, of the texts "name" and "reason".
+ *   "frame_duration"   integer: of a frame, in ticks of the source's timescale; 0 before the first sample, -1 for a
+ *                      source without media
+ *   "audio_timescale"  integer: ticks per second of the sound's time stamps; -1 before the first
+ *   "video_device_id", "audio_device_id"
+ *                      text: the unique identifier of the camera or the microphone, the same after a replug
+ *   "device_id"        text: the audio device's identifier where there is sound, otherwise the video device's
+ *   "provider"         text: where the devices come from, for display
+ *   "video_account", "audio_account"
+ *                      text: a record, see below
+ *
+ * An account tells what became of the samples of a medium since the source was made, through stops, changes of format
+ * and another microphone. It is a record "account" of texts, each a decimal number. "captured" is always the sum of the
+ * others:
+ *
+ *   "delivered"       to the host's callback
+ *   "late"            the callback was still busy with an earlier one
+ *   "no_buffer"       the host keeps too many pictures, or memory is short
+ *   "lost_by_device"  it never came, or without a picture
+ *   "not_converted"   or not decoded
+ *   "invalid_time"    sound of a camcorder before its first picture
+ *   "stopped"         it was waiting when the source stopped
+ *   "unheard"         there was no callback
+ *   "pending"         it waits for the callback, or for the rest of a buffer
+ *
+ * Sound is counted in buffers as they come from the device, of which several may make one of the host's; and in a child
+ * "frames" in sample frames: "captured" at the device's rate is "dropped" and "converted"; "produced" at 44,100 Hz is
+ * "delivered", "undelivered" and "pending". To read an account delays no delivery.
+ *
+ * With the identifier of the device group (BRV_GetDeviceId) as `sourceId`, two texts: "provider", and
+ * "unoffered_devices", what is plugged in and has no source: a record "devices" with a child "device" for each, of the
+ * texts "name" and "reason".
  */
 BRV_EXPORT int BRV_GetProperty(void* context, BRV_PropertyCallback callback, const char* propertyName,
                                const void* required, const char* sourceId);

@@ -156,6 +156,7 @@ void SampleLine::deliverNext() {
   }
   if (item.isReport) return report(*delegate, item);
   item.connection->stream().outputHasRoom();
+  _inDelivery = item.count;
   delegate->captureOutputDidOutputSampleBuffer(&_output, item.buffer.get(), item.connection.get());
 }
 

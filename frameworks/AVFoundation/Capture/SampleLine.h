@@ -37,6 +37,9 @@ class SampleLine {
 
   AVCaptureOutputStatistics statistics() const;
 
+  /// See AVCaptureOutput.
+  std::uint32_t samplesInDelivery() const { return _inDelivery; }
+
  private:
   struct Item {
     CFRef<CMSampleBufferRef> buffer;
@@ -67,6 +70,7 @@ class SampleLine {
   std::size_t _first = 0;
   std::size_t _length = 0;
   std::size_t _waiting = 0;       ///< those that are no reports
+  std::uint32_t _inDelivery = 0;  ///< the queue's own
   std::uint32_t _incomplete = 0;  ///< runs of sound that have not filled a buffer yet
   AVCaptureOutputStatistics _statistics;
 };
