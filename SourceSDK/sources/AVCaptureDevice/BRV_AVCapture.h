@@ -167,6 +167,10 @@ typedef void (*BRV_SetPreferenceCallback)(void* context, const char* key, const 
  * usually with its own line end. Levels: 2 banners, 3 refusals and set-up failures, 4 everything else. Called on
  * any thread, capture threads included, possibly several at once; it must not call the module back with
  * anything but read-only entry points, and must not wait for the main thread or for the thread that drives the module.
+ *
+ * Only the log tells that a source refused a second camera or microphone, what a camera said to a failed "Video
+ * Settings", that a FireWire bus cannot be opened, and that a settings record could not be written. Devices that cannot
+ * be opened are among the "unoffered_devices", and every sample that is dropped is in an account (BRV_GetProperty).
  */
 typedef void (*BRV_LogCallback)(void* context, int level, const char* format, ...);
 
