@@ -1,8 +1,8 @@
 /*
  * The C interface of the capture-source plug-in: everything that a host needs to drive the module.
  *
- * The host loads the module, looks the entry points up by name (the BRV_..._Function types below give each
- * its pointer type), and calls them from one thread at a time. It may also call the entry points marked
+ * The host loads the module, looks the entry points up by name (BRV_AVCaptureLoader.h does both; the BRV_..._Function
+ * types give each its pointer type), and calls them from one thread at a time. It may also call the entry points marked
  * "read-only" from inside a data callback. Callbacks and contexts belong to the host; the module stores them
  * and never frees them. Nothing throws.
  *
@@ -44,6 +44,18 @@ extern "C" {
 #define BRV_EXPORT __attribute__((visibility("default")))
 #else
 #define BRV_EXPORT
+#endif
+
+/*
+ * An entry point: its prototype, and the type of a pointer to it, BRV_..._Function. A host that names its pointers like
+ * the entry points defines BRV_NO_PROTOTYPES before it includes this header, and gets the types alone.
+ */
+#if defined(BRV_NO_PROTOTYPES)
+#define BRV_ENTRY_POINT(result, name, arguments) typedef result(*name##_Function) arguments
+#else
+#define BRV_ENTRY_POINT(result, name, arguments) \
+  BRV_EXPORT result name arguments;              \
+  typedef result(*name##_Function) arguments
 #endif
 
 /* ---- Four-character codes: first character in the most significant byte ---- */
@@ -209,81 +221,63 @@ typedef void (*BRV_PropertyCallback)(void* context, int valueType, const void* v
  */
 
 /* Starts the library: creates the device manager and the state behind the host's services. Always 1. */
-BRV_EXPORT int BRV_IntitializeLibrary(void);
-typedef int (*BRV_IntitializeLibrary_Function)(void);
+BRV_ENTRY_POINT(int, BRV_IntitializeLibrary, (void));
 
 /*
  * Stops and removes every source, forgets every callback. Afterwards no callback of the host is running or will
  * be called. The library can be initialised again. Frames that the host retained stay readable.
  */
-BRV_EXPORT void BRV_UninitializeLibrary(void);
-typedef void (*BRV_UninitializeLibrary_Function)(void);
+BRV_ENTRY_POINT(void, BRV_UninitializeLibrary, (void));
 
 /* Replaces the translation callback; null: keys are used as they are. Allowed before initialisation. */
-BRV_EXPORT void BRV_RegisterLocalizeStringCallback(BRV_LocalizeStringCallback callback);
-typedef void (*BRV_RegisterLocalizeStringCallback_Function)(BRV_LocalizeStringCallback callback);
+BRV_ENTRY_POINT(void, BRV_RegisterLocalizeStringCallback, (BRV_LocalizeStringCallback callback));
 
 /*
  * Replaces the preference callbacks. They count as registered only when both and the context are non-null.
  * Allowed before initialisation.
  */
-BRV_EXPORT void BRV_RegisterPreferenceCallback(BRV_GetPreferenceCallback get, BRV_SetPreferenceCallback set,
-                                               void* context);
-typedef void (*BRV_RegisterPreferenceCallback_Function)(BRV_GetPreferenceCallback get, BRV_SetPreferenceCallback set,
-                                                        void* context);
+BRV_ENTRY_POINT(void, BRV_RegisterPreferenceCallback,
+                (BRV_GetPreferenceCallback get, BRV_SetPreferenceCallback set, void* context));
 
 /*
  * Installs the log callback (a null context switches logging off; the rate limits of every line start
  * again) and looks for devices: the first call is what fills the list of sources, a later one adds new devices.
  */
-BRV_EXPORT void BRV_RegisterLogCallback(void* unread, BRV_LogCallback callback, void* context);
-typedef void (*BRV_RegisterLogCallback_Function)(void* unread, BRV_LogCallback callback, void* context);
+BRV_ENTRY_POINT(void, BRV_RegisterLogCallback, (void* unread, BRV_LogCallback callback, void* context));
 
 /* Replaces the device-state callback; null removes it. */
-BRV_EXPORT void BRV_RegisterDeviceStateChangedCallback(void* unread, BRV_DeviceStateChangedCallback callback,
-                                                       void* context);
-typedef void (*BRV_RegisterDeviceStateChangedCallback_Function)(void* unread, BRV_DeviceStateChangedCallback callback,
-                                                                void* context);
+BRV_ENTRY_POINT(void, BRV_RegisterDeviceStateChangedCallback,
+                (void* unread, BRV_DeviceStateChangedCallback callback, void* context));
 
 /* Replaces a source's change callback. An unknown source is ignored. */
-BRV_EXPORT void BRV_RegisterSourceChangedCallback(void* unread, const char* sourceId,
-                                                  BRV_SourceChangedCallback callback, void* context);
-typedef void (*BRV_RegisterSourceChangedCallback_Function)(void* unread, const char* sourceId,
-                                                           BRV_SourceChangedCallback callback, void* context);
+BRV_ENTRY_POINT(void, BRV_RegisterSourceChangedCallback,
+                (void* unread, const char* sourceId, BRV_SourceChangedCallback callback, void* context));
 
 /* ---- The device group and its sources ---- */
 
 /* The model text. Stores the length in `*length` in both calls: `length` must not be null. Read-only. */
-BRV_EXPORT void BRV_GetModelInfo(void* unread, char* buffer, int* length);
-typedef void (*BRV_GetModelInfo_Function)(void* unread, char* buffer, int* length);
+BRV_ENTRY_POINT(void, BRV_GetModelInfo, (void* unread, char* buffer, int* length));
 
 /* Does nothing; 1. */
-BRV_EXPORT int BRV_ConnectDevice(void);
-typedef int (*BRV_ConnectDevice_Function)(void);
+BRV_ENTRY_POINT(int, BRV_ConnectDevice, (void));
 
 /* Stops every source; their callbacks stay registered. */
-BRV_EXPORT void BRV_DisconnectDevice(void);
-typedef void (*BRV_DisconnectDevice_Function)(void);
+BRV_ENTRY_POINT(void, BRV_DisconnectDevice, (void));
 
 /* Always BRV_DEVICE_STATE. Read-only. */
-BRV_EXPORT int BRV_GetDeviceState(void);
-typedef int (*BRV_GetDeviceState_Function)(void);
+BRV_ENTRY_POINT(int, BRV_GetDeviceState, (void));
 
 /* The group's name. The copy call also makes `languageCode` the language of the titles of parameter options. */
-BRV_EXPORT void BRV_GetDeviceGroupDisplayName(const char* languageCode, char* buffer, int* length);
-typedef void (*BRV_GetDeviceGroupDisplayName_Function)(const char* languageCode, char* buffer, int* length);
+BRV_ENTRY_POINT(void, BRV_GetDeviceGroupDisplayName, (const char* languageCode, char* buffer, int* length));
 
 /* The number of device groups: 1. Read-only. */
-BRV_EXPORT int BRV_GetDeviceCount(void);
-typedef int (*BRV_GetDeviceCount_Function)(void);
+BRV_ENTRY_POINT(int, BRV_GetDeviceCount, (void));
 
 /* The group's identifier. Read-only. */
-BRV_EXPORT void BRV_GetDeviceId(void* unread, char* buffer, int* length);
-typedef void (*BRV_GetDeviceId_Function)(void* unread, char* buffer, int* length);
+BRV_ENTRY_POINT(void, BRV_GetDeviceId, (void* unread, char* buffer, int* length));
 
 /* The number of sources. Read-only. */
-BRV_EXPORT int BRV_GetSourceCount(void);
-typedef int (*BRV_GetSourceCount_Function)(void);
+BRV_ENTRY_POINT(int, BRV_GetSourceCount, (void));
 
 /*
  * The identifier of the source at `index`, 0 to count - 1: what all entry points below take as `sourceId`. It stays the
@@ -291,17 +285,14 @@ typedef int (*BRV_GetSourceCount_Function)(void);
  * 0 and the text empty. Between the two calls no source may come or go, so make both on the main thread, or on a thread
  * that the main thread waits for.
  */
-BRV_EXPORT void BRV_GetSourceId(void* unread, int index, char* buffer, int* length);
-typedef void (*BRV_GetSourceId_Function)(void* unread, int index, char* buffer, int* length);
+BRV_ENTRY_POINT(void, BRV_GetSourceId, (void* unread, int index, char* buffer, int* length));
 
 /* The source's name for display: its identifier; no look-up is made. Read-only. */
-BRV_EXPORT void BRV_GetSourceDisplayName(void* unread0, const char* sourceId, void* unread1, char* buffer, int* length);
-typedef void (*BRV_GetSourceDisplayName_Function)(void* unread0, const char* sourceId, void* unread1, char* buffer,
-                                                  int* length);
+BRV_ENTRY_POINT(void, BRV_GetSourceDisplayName,
+                (void* unread0, const char* sourceId, void* unread1, char* buffer, int* length));
 
 /* Always BRV_SOURCE_STATE. Read-only. */
-BRV_EXPORT int BRV_GetSourceState(void);
-typedef int (*BRV_GetSourceState_Function)(void);
+BRV_ENTRY_POINT(int, BRV_GetSourceState, (void));
 
 /*
  * The message for an error code of BRV_SetSourceSettings; with 0 - index, why the source at that index delivers
@@ -311,16 +302,13 @@ typedef int (*BRV_GetSourceState_Function)(void);
  * What the camera said to a failed "Video Settings" is in the log instead, and a value that names no choice has no
  * message.
  */
-BRV_EXPORT void BRV_GetErrorMessage(void* unread0, void* unread1, int errorCode, char* buffer, int* length);
-typedef void (*BRV_GetErrorMessage_Function)(void* unread0, void* unread1, int errorCode, char* buffer, int* length);
+BRV_ENTRY_POINT(void, BRV_GetErrorMessage, (void* unread0, void* unread1, int errorCode, char* buffer, int* length));
 
 /* Frees a string that the module allocated with new char[]. Null is ignored. None is handed out at present. */
-BRV_EXPORT void BRV_DeleteString(char* string);
-typedef void (*BRV_DeleteString_Function)(char* string);
+BRV_ENTRY_POINT(void, BRV_DeleteString, (char* string));
 
 /* There is no dialog; 0. */
-BRV_EXPORT int BRV_ShowCustomConfigDialog(void);
-typedef int (*BRV_ShowCustomConfigDialog_Function)(void);
+BRV_ENTRY_POINT(int, BRV_ShowCustomConfigDialog, (void));
 
 /* ---- Media, properties and timing of one source ---- */
 
@@ -332,20 +320,15 @@ typedef int (*BRV_ShowCustomConfigDialog_Function)(void);
  * then. A source without video ignores the pair but is stopped and started all the same. What keeps the source from
  * starting, or its format from being chosen, is in the log, and BRV_GetErrorMessage has it under 0 - index.
  */
-BRV_EXPORT void BRV_RegisterVideoDataArrivedCallback(void* unread, const char* sourceId,
-                                                     BRV_VideoDataArrivedCallback callback, void* context);
-typedef void (*BRV_RegisterVideoDataArrivedCallback_Function)(void* unread, const char* sourceId,
-                                                              BRV_VideoDataArrivedCallback callback, void* context);
+BRV_ENTRY_POINT(void, BRV_RegisterVideoDataArrivedCallback,
+                (void* unread, const char* sourceId, BRV_VideoDataArrivedCallback callback, void* context));
 
 /* The same for the source's audio callback. */
-BRV_EXPORT void BRV_RegisterAudioDataArrivedCallback(void* unread, const char* sourceId,
-                                                     BRV_AudioDataArrivedCallback callback, void* context);
-typedef void (*BRV_RegisterAudioDataArrivedCallback_Function)(void* unread, const char* sourceId,
-                                                              BRV_AudioDataArrivedCallback callback, void* context);
+BRV_ENTRY_POINT(void, BRV_RegisterAudioDataArrivedCallback,
+                (void* unread, const char* sourceId, BRV_AudioDataArrivedCallback callback, void* context));
 
 /* 1 or 0 for "ProvidesVideo", "ProvidesAudio" and "HDV"; 0 for any other name or source. Read-only. */
-BRV_EXPORT int BRV_SourceSupportsProperty(void* unread, const char* sourceId, const char* propertyName);
-typedef int (*BRV_SourceSupportsProperty_Function)(void* unread, const char* sourceId, const char* propertyName);
+BRV_ENTRY_POINT(int, BRV_SourceSupportsProperty, (void* unread, const char* sourceId, const char* propertyName));
 
 /*
  * Calls back with a property's value before it returns, and returns 1 when it has one; but 0 for "device_id". Anything
@@ -384,17 +367,15 @@ typedef int (*BRV_SourceSupportsProperty_Function)(void* unread, const char* sou
  * "unoffered_devices", what is plugged in and has no source: a record "devices" with a child "device" for each, of the
  * texts "name" and "reason".
  */
-BRV_EXPORT int BRV_GetProperty(void* context, BRV_PropertyCallback callback, const char* propertyName,
-                               const void* required, const char* sourceId);
-typedef int (*BRV_GetProperty_Function)(void* context, BRV_PropertyCallback callback, const char* propertyName,
-                                        const void* required, const char* sourceId);
+BRV_ENTRY_POINT(int, BRV_GetProperty,
+                (void* context, BRV_PropertyCallback callback, const char* propertyName, const void* required,
+                 const char* sourceId));
 
 /*
  * Ticks per second of the source's time stamps. -1 before its first sample and for an unknown source, 0 for a source
  * without media. Read-only.
  */
-BRV_EXPORT int BRV_GetTimescaleTicksPerSec(void* unread, const char* sourceId);
-typedef int (*BRV_GetTimescaleTicksPerSec_Function)(void* unread, const char* sourceId);
+BRV_ENTRY_POINT(int, BRV_GetTimescaleTicksPerSec, (void* unread, const char* sourceId));
 
 /* ---- Settings of one source ---- */
 
@@ -425,18 +406,15 @@ typedef int (*BRV_GetTimescaleTicksPerSec_Function)(void* unread, const char* so
  * source leaves `*length` as it was: set it to 0 before. When the source goes between the two calls, the copy call
  * fills `buffer` with zero bytes: an empty text, which is no record.
  */
-BRV_EXPORT void BRV_QueryParameterOptions(void* unread, const char* sourceId, const char* parameterName, char* buffer,
-                                          int* length);
-typedef void (*BRV_QueryParameterOptions_Function)(void* unread, const char* sourceId, const char* parameterName,
-                                                   char* buffer, int* length);
+BRV_ENTRY_POINT(void, BRV_QueryParameterOptions,
+                (void* unread, const char* sourceId, const char* parameterName, char* buffer, int* length));
 
 /*
  * What is selected: record "settings" with a child "parameter" for each parameter, of the text "name" and the 32-bit
  * "value". A parameter of a medium that the source lacks has 0; one whose selection is not known is left out. The
  * length is 0 for an unknown source.
  */
-BRV_EXPORT void BRV_GetSourceSettings(void* unread, const char* sourceId, char* buffer, int* length);
-typedef void (*BRV_GetSourceSettings_Function)(void* unread, const char* sourceId, char* buffer, int* length);
+BRV_ENTRY_POINT(void, BRV_GetSourceSettings, (void* unread, const char* sourceId, char* buffer, int* length));
 
 /*
  * Starts the source, which runs from then on, then applies the parameters of a settings record in the order in which
@@ -445,16 +423,14 @@ typedef void (*BRV_GetSourceSettings_Function)(void* unread, const char* sourceI
  * choice fails and changes nothing. Blocks for 100 ms for each video format or frame rate, and for the start, see
  * BRV_RegisterVideoDataArrivedCallback: a frame rate set alone is one of the format that the start has chosen.
  */
-BRV_EXPORT int BRV_SetSourceSettings(void* unread, const char* sourceId, const char* settingsText);
-typedef int (*BRV_SetSourceSettings_Function)(void* unread, const char* sourceId, const char* settingsText);
+BRV_ENTRY_POINT(int, BRV_SetSourceSettings, (void* unread, const char* sourceId, const char* settingsText));
 
 /*
  * What each parameter accepts: record "source" with a child "parameter" for each parameter of the source's media, of
  * the text "name", and below it a child "option" with the 32-bit "value" for each choice. Always 0. A length call for
  * an unknown source, or of a record that cannot be written, leaves `*length` as it was.
  */
-BRV_EXPORT int BRV_GetValidParameterValues(void* unread, const char* sourceId, char* buffer, int* length);
-typedef int (*BRV_GetValidParameterValues_Function)(void* unread, const char* sourceId, char* buffer, int* length);
+BRV_ENTRY_POINT(int, BRV_GetValidParameterValues, (void* unread, const char* sourceId, char* buffer, int* length));
 
 #if defined(__cplusplus)
 }
