@@ -1,10 +1,10 @@
 # Nothing in the build tree or installed looks for libraries in the current folder, which an empty entry stands for.
-# Installs into a folder of its own and builds a host against that, once through the CMake package and once through
+# Installs into a folder of its own and builds the examples against that, once through the CMake package and once through
 # pkg-config.
 set(prefix ${BUILD}/installation)
-set(consumer ${BUILD}/consumer)
+set(examples ${BUILD}/installed-examples)
 set(ENV{CAPTURE_RIG} demo)
-file(REMOVE_RECURSE ${prefix} ${consumer})
+file(REMOVE_RECURSE ${prefix} ${examples})
 
 macro(run)
   execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY)
@@ -20,12 +20,15 @@ foreach(place ${BUILD} ${prefix})
   endforeach()
 endforeach()
 
-run(${CMAKE_COMMAND} -S ${CONSUMER} -B ${consumer} -G Ninja -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_C_COMPILER=${C_COMPILER})
-run(${CMAKE_COMMAND} --build ${consumer})
-run(${consumer}/consumer)
+set(sources ${prefix}/${DOCDIR}/examples)
+run(${CMAKE_COMMAND} -S ${sources} -B ${examples} -G Ninja -DCMAKE_PREFIX_PATH=${prefix}
+    -DCMAKE_C_COMPILER=${C_COMPILER} -DCMAKE_CXX_COMPILER=${CXX_COMPILER})
+run(${CMAKE_COMMAND} --build ${examples})
+set(EXAMPLES ${examples})
+set(PICTURES ${examples})
+include(${CMAKE_CURRENT_LIST_DIR}/examples.cmake)
 
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
-set(ENV{LD_LIBRARY_PATH} ${prefix}/${LIBDIR})
 function(ask_pkg_config result)
   execute_process(COMMAND pkg-config ${ARGN} avcapturedevice
     OUTPUT_VARIABLE answer OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
@@ -33,12 +36,18 @@ function(ask_pkg_config result)
   set(${result} ${answer} PARENT_SCOPE)
 endfunction()
 ask_pkg_config(flags --cflags --libs)
-ask_pkg_config(module --variable=module)
-run(${C_COMPILER} -std=c11 ${CONSUMER}/host.c -o ${consumer}/with-pkg-config ${flags} -ldl "-DMODULE=\"${module}\"")
-run(${consumer}/with-pkg-config)
+ask_pkg_config(libraries --variable=libdir)
+run(${C_COMPILER} -std=c11 ${sources}/list_and_save.c -o ${examples}/list_and_save ${flags} -Wl,-rpath,${libraries})
+run(${CXX_COMPILER} -std=c++20 ${sources}/two_cameras.cpp -o ${examples}/two_cameras ${flags} -Wl,-rpath,${libraries})
+include(${CMAKE_CURRENT_LIST_DIR}/examples.cmake)
+
+# The C headers are C11, for every compiler that is here.
+file(GLOB headers RELATIVE ${prefix}/include ${prefix}/include/*.h ${prefix}/include/captureframeworks/*/*.h)
+list(TRANSFORM headers REPLACE "(captureframeworks/)?(.+)" "#include <\\2>\n")
+file(WRITE ${examples}/headers.c ${headers})
 find_program(OTHER_C_COMPILER clang)
-if(OTHER_C_COMPILER)
-  run(${OTHER_C_COMPILER} -std=c11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only ${CONSUMER}/host.c ${flags}
-      -Wno-unused-command-line-argument "-DMODULE=\"${module}\"")
-endif()
+foreach(compiler ${C_COMPILER} ${OTHER_C_COMPILER})
+  run(${compiler} -std=c11 -Wall -Wextra -Wpedantic -Werror -Wno-unused-command-line-argument -fsyntax-only
+      ${examples}/headers.c ${flags})
+endforeach()
 run(${prefix}/bin/brvhost list)
