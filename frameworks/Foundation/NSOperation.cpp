@@ -1,6 +1,6 @@
 #include <Foundation/NSOperation.h>
 
-#include <runtime/Scheduler.h>
+#include <runtime/MainLoop.h>
 
 NSOperationQueue& NSOperationQueue::mainQueue() {
   static NSOperationQueue queue;
@@ -8,5 +8,5 @@ NSOperationQueue& NSOperationQueue::mainQueue() {
 }
 
 bool NSThread::isMainThread() noexcept {
-  return runtime::Scheduler::current().isMainThread();
+  return MainLoop::isCurrent();
 }

@@ -3,7 +3,7 @@
 // The main operation queue, and which thread runs it.
 
 /// Says of a notification's block that it is to run on the main thread. Only the main queue exists here; what waits
-/// for it runs while the main thread runs its loop (CFRunLoop.h).
+/// for it runs while the main thread runs its loop, or a thread does in its place (CFRunLoop.h).
 class NSOperationQueue {
  public:
   static NSOperationQueue& mainQueue();
@@ -17,6 +17,6 @@ class NSOperationQueue {
 
 class NSThread {
  public:
-  /// True on the thread that entered `main`.
+  /// True on the thread that entered `main`, or on the one that runs the main queue's blocks in its place.
   static bool isMainThread() noexcept;
 };

@@ -26,6 +26,7 @@ void MainLoop::add(std::function<void()> block, const void* owner) {
   {
     const std::lock_guard lock(_mutex);
     _entries.push_back({std::move(block), owner});
+    if (_lane) _lane->wake();
   }
   _changed.signal();
 }
@@ -42,6 +43,19 @@ void MainLoop::cancel(const void* owner) noexcept {
 }
 
 MainLoop::RunResult MainLoop::run(double seconds, bool returnAfterBlock) {
+  if (!runtime::Scheduler::current().isMainThread()) return RunResult::NotHere;
+  {
+    const std::lock_guard lock(_mutex);
+    if (_hasThread) return RunResult::NotHere;
+    ++_runsUnderWay;
+  }
+  const RunResult result = runBlocks(seconds, returnAfterBlock);
+  const std::lock_guard lock(_mutex);
+  --_runsUnderWay;
+  return result;
+}
+
+MainLoop::RunResult MainLoop::runBlocks(double seconds, bool returnAfterBlock) {
   const runtime::Nanoseconds deadline = deadlineAfter(seconds);
   // Counted beforehand, so that a block which adds itself again cannot hold a run without time for ever.
   std::size_t due = waitingCount();
@@ -69,6 +83,47 @@ void MainLoop::stop() {
 std::size_t MainLoop::waitingCount() const {
   const std::lock_guard lock(_mutex);
   return _entries.size();
+}
+
+bool MainLoop::startThread() {
+  if (runtime::isWithin(this)) return false;
+  const std::lock_guard threadLock(_threadLock);
+  if (_threadUsers == 0) {
+    const std::lock_guard lock(_mutex);
+    if (_runsUnderWay > 0) return false;
+    _lane = runtime::Scheduler::current().makeLane("main queue", *this);
+    _hasThread = true;
+  }
+  ++_threadUsers;
+  return true;
+}
+
+void MainLoop::endThread() {
+  if (runtime::isWithin(this)) return;
+  const std::lock_guard threadLock(_threadLock);
+  if (_threadUsers == 0 || --_threadUsers > 0) return;
+  std::unique_ptr<runtime::Lane> ending;
+  {
+    const std::lock_guard lock(_mutex);
+    ending = std::move(_lane);
+  }
+  ending.reset();
+  _hasThread = false;
+}
+
+bool MainLoop::isCurrent() noexcept {
+  return _hasThread ? runtime::isWithin(&instance()) : runtime::Scheduler::current().isMainThread();
+}
+
+runtime::Nanoseconds MainLoop::nextItemTime() {
+  return waitingCount() > 0 ? 0 : runtime::Never;
+}
+
+void MainLoop::runNextItem() {
+  const runtime::Activity activity{this, nullptr};
+  runtime::innermostActivity() = &activity;
+  runNext();
+  runtime::innermostActivity() = nullptr;
 }
 
 bool MainLoop::runNext() {

@@ -96,6 +96,7 @@ const Bound Bounds[] = {
     {"TwoSamples", {.hostActions = 1, .cameraActions = 2, .plugActions = 1}},
     {"TwoPlugs", {.hostActions = 1, .cameraActions = 1, .plugActions = 2}},
     {"HostOnTheMainThread", {.hostActions = 3, .cameraActions = 1, .plugActions = 1, .hostIsMainThread = true}},
+    {"MainQueueThread", {.hostActions = 2, .cameraActions = 1, .plugActions = 1, .hasMainQueueThread = true}},
     {"OneInterruption", {.hostActions = 1, .cameraActions = 1, .plugActions = 1}, 1},
     {"CallbackAsks", {.hostActions = 1, .plugActions = 1, .callbackAction = CallbackAction::Asks}},
     {"CallbackUnregistersItself", {.hostActions = 1, .callbackAction = CallbackAction::UnregistersItself}},
@@ -129,6 +130,7 @@ TEST(RandomOrderTest, KeepsWhatMustHold) {
     RandomOrder chooser(seed);
     Plan plan{.hostActions = 8, .cameraActions = 8, .plugActions = 6};
     plan.hostIsMainThread = chooser.choose(2) == 0;
+    plan.hasMainQueueThread = chooser.choose(2) == 0;
     plan.hasCamcorder = chooser.choose(2) == 0;
     plan.callbackAction = static_cast<CallbackAction>(chooser.choose(6));
     const auto describe = [seed] { return "repeat with SIMULATION_RUNS=1 SIMULATION_SEED=" + std::to_string(seed); };

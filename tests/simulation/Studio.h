@@ -54,7 +54,8 @@ struct Plan {
   int cameraActions = 1;  ///< frames taken, frames lost, sound
   int plugActions = 1;
   bool hostIsMainThread = false;
-  bool hasCamcorder = false;  ///< beside the camera and the microphone that is linked with it
+  bool hasMainQueueThread = false;  ///< in the main thread's place
+  bool hasCamcorder = false;        ///< beside the camera and the microphone that is linked with it
   CallbackAction callbackAction = CallbackAction::Nothing;
 };
 
@@ -76,6 +77,7 @@ class Studio {
 
   /// One run, from initialisation to the end of the library; returns what tells it from other runs.
   std::uint64_t run() {
+    if (_plan.hasMainQueueThread) require(CFRunLoopStartThread(CFRunLoopGetMain()), "a thread serves the main queue");
     begin();
     const auto first = sources().front();
     registerData(first, true, true);
@@ -94,10 +96,12 @@ class Studio {
     // The rest, down to the signal of a loop that has not been waited for.
     _scheduler.setTime(Time::InOrder);
     _scheduler.setInterruptible(false);
+    if (_plan.hasMainQueueThread) _scheduler.sleepUntil(_scheduler.now() + runtime::NanosecondsPerSecond);
     runMainLoop(1);
     check();
     checkEverybodyIsThere();
     end();
+    if (_plan.hasMainQueueThread) CFRunLoopEndThread(CFRunLoopGetMain());
     for (const AVMediaType medium : {AVMediaTypeVideo, AVMediaTypeAudio}) {
       const auto sums = SampleLedger::of(medium).ended;
       require(sums.isBalanced() && sums.pending == 0, "outputs that are gone have given every sample an end");
@@ -187,7 +191,9 @@ class Studio {
 
   void mainThread() {
     const auto hasToRun = [](void* studio) {
-      return MainLoop::instance().waitingCount() > 0 || static_cast<Studio*>(studio)->_linesLeft == 0;
+      const auto& self = *static_cast<Studio*>(studio);
+      const bool hasBlock = !self._plan.hasMainQueueThread && MainLoop::instance().waitingCount() > 0;
+      return hasBlock || self._linesLeft == 0;
     };
     while (_linesLeft > 0) {
       _scheduler.waitUntil(hasToRun, this);
@@ -226,7 +232,7 @@ class Studio {
         [](Studio& self) { self.disconnect(); },
         [](Studio& self) { self.registerLog(); },
         [](Studio& self) { self.end(), self.begin(); },
-        [](Studio& self) { self.ask(); },
+        [](Studio& self) { self._plan.hasMainQueueThread ? self.askOnTheMainThread() : self.ask(); },
         [](Studio&) { runOneBlock(); },  // of a host on the main thread
     };
     actions[action](*this);
@@ -297,6 +303,16 @@ class Studio {
           nullptr, [](void*, int, const void*) {}, "frame_duration", "", source.c_str());
     }
     --_asking;
+  }
+
+  void askOnTheMainThread() {
+    const auto askForAll = [](void* studio) {
+      auto& self = *static_cast<Studio*>(studio);
+      self.ask();
+      const auto present = self.sources();
+      require(std::ranges::find(present, "") == present.end(), "no source goes between calls on the main thread");
+    };
+    require(CFRunLoopPerformAndWait(CFRunLoopGetMain(), askForAll, this), "a call is made on the main thread");
   }
 
   std::vector<std::string> sources() const {

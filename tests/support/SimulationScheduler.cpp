@@ -148,6 +148,8 @@ bool SimulationScheduler::waitUntil(bool (*holds)(void*), void* subject, Nanosec
 }
 
 bool SimulationScheduler::isMainThreadIdle() const {
+  const auto isInBlock = [](const auto& line) { return line->name == "main queue" && line->fiber; };
+  if (std::ranges::any_of(_lines, isInBlock)) return false;
   return (_current == _main ? runtime::innermostActivity() : _main->activity) == nullptr;
 }
 

@@ -73,7 +73,7 @@ class SimulationScheduler final : public runtime::Scheduler {
   /// Suspends the calling line until the condition has held, once; false when the deadline passed before.
   bool waitUntil(bool (*holds)(void*), void* subject, runtime::Nanoseconds deadline = runtime::Never);
 
-  /// True while the main thread is in no block.
+  /// True while the main thread, or the main queue's own, is in no block.
   bool isMainThreadIdle() const;
 
   /// Identity of the running line; null for the main thread's.

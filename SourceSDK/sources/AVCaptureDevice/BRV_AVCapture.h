@@ -19,7 +19,10 @@
  * Order of use: translation and preference callbacks may be registered first; then BRV_IntitializeLibrary,
  * BRV_RegisterLogCallback (which enumerates the devices), BRV_RegisterDeviceStateChangedCallback, enumeration,
  * registrations and queries per source, BRV_DisconnectDevice, BRV_UninitializeLibrary. Device changes are
- * noticed while the process's main thread runs its main loop (CFRunLoopRunInMode).
+ * noticed while the process's main thread runs its main loop (CFRunLoopRunInMode). A host that has no main loop, or
+ * another one, calls CFRunLoopStartThread before BRV_IntitializeLibrary: a thread of the frameworks then is what is
+ * called the main thread here, until CFRunLoopEndThread after BRV_UninitializeLibrary. CFRunLoopPerformAndWait makes
+ * calls there: none of the module's meets another, and no source comes or goes between them.
  *
  * The library may be initialised again after it was uninitialised, and twice in a row, which keeps its sources. Outside
  * that time the entry points find no source and do nothing.

@@ -1,6 +1,7 @@
 // The loop that runs what waits for the main thread. These tests run on the main thread, as gtest_main does.
 
 #include <CoreFoundation/CFRunLoop.h>
+#include <Foundation/NSOperation.h>
 #include <gtest/gtest.h>
 #include <runtime/MainLoop.h>
 
@@ -42,6 +43,40 @@ TEST(RunLoopTest, AWaitingRunIsWokenByABlockOrAStopAndAnEarlierStopEndsTheNextRu
   CFRunLoopStop(CFRunLoopGetMain());
   EXPECT_EQ(run(Forever), kCFRunLoopRunStopped);
   EXPECT_EQ(run(0), kCFRunLoopRunTimedOut);
+}
+
+TEST(RunLoopTest, AThreadRunsTheBlocksInTheMainThreadsPlaceUntilItsLastUserEndsIt) {
+  const CFRunLoopRef loop = CFRunLoopGetMain();
+  std::string order;
+  const auto add = [&](char letter) {
+    MainLoop::instance().add([&order, letter] {
+      const bool isRefused = !CFRunLoopStartThread(CFRunLoopGetMain()) && run(0) == kCFRunLoopRunFinished;
+      order += NSThread::isMainThread() && isRefused ? letter : '?';
+    });
+  };
+  const auto performed = [](void* text) {
+    CFRunLoopPerformAndWait(
+        CFRunLoopGetMain(), [](void* inner) { *static_cast<std::string*>(inner) += '('; }, text);
+    *static_cast<std::string*>(text) += ')';
+  };
+  add('a');
+  ASSERT_TRUE(CFRunLoopStartThread(loop));
+  std::thread([&] { ASSERT_TRUE(CFRunLoopStartThread(loop)); }).join();
+  CFRunLoopEndThread(loop);
+  add('b');
+  EXPECT_FALSE(NSThread::isMainThread());
+  EXPECT_EQ(run(1), kCFRunLoopRunFinished);
+  EXPECT_TRUE(CFRunLoopPerformAndWait(loop, performed, &order));
+  EXPECT_EQ(order, "ab()");
+
+  CFRunLoopEndThread(loop);
+  CFRunLoopEndThread(loop);
+  EXPECT_TRUE(NSThread::isMainThread());
+  EXPECT_TRUE(CFRunLoopPerformAndWait(loop, performed, &order));
+  MainLoop::instance().add([&] { order += CFRunLoopStartThread(loop) ? '?' : 'c'; });
+  EXPECT_EQ(order, "ab()()");
+  EXPECT_EQ(run(0), kCFRunLoopRunTimedOut);
+  EXPECT_EQ(order, "ab()()c");
 }
 
 }  // namespace
