@@ -90,8 +90,9 @@ read from the gaps between time stamps, a gap being worth its length in frame du
 sets where a later one still came). Captured is the sum of the two. "Not
 written" are frames that were delivered but are not in the file, because the disk did not keep up. "Missing"
 sound is read from the time stamps likewise. Gaps are not filled in the files; the first few are listed, each at
-its time in the recording, where it also lies in a file in which those before it have been filled. A last line
-tells when the picture or the sound is the shorter of the two. A picture whose size changes ends BASE.y4m there,
+its time in the recording, where it also lies in a file in which those before it have been filled. A line
+tells when the picture or the sound is the shorter of the two, and the last ones why the module dropped what it
+dropped from the beginning to the end. A picture whose size changes ends BASE.y4m there,
 while the sound goes on. "Waiting" ones, while it runs, are on their way to the file. Callbacks are the module's
 calls, each of which brings one frame of picture or a run of sound: recorded, before the recording began or after
 its end, or unusable, when it brought no picture or sound of no known kind. Why a source dropped a frame is not

@@ -149,17 +149,25 @@ void recordSource(Session& session, const Options& options, std::ostream& out, C
   std::optional<Take> take;
   End end = End::complete;
   std::int32_t ticksPerSecond = 0;
+  std::string drops;
   {
     const RunningSource running(session, source);
-    session.start(source, Recorder::videoArrived, Recorder::audioArrived, &recorder, [&] { recorder.arm(); });
+    Session::Drops picturesBefore, soundBefore;
+    session.start(source, Recorder::videoArrived, Recorder::audioArrived, &recorder, [&] {
+      picturesBefore = session.drops(source, "video");
+      soundBefore = session.drops(source, "audio");
+      recorder.arm();
+    });
     end = take.emplace(session, source, recorder, options, console).run();
     ticksPerSecond = session.timing(source.identifier).ticksPerSecond;
+    drops = dropsText("pictures", picturesBefore, session.drops(source, "video")) +
+            dropsText("runs of sound", soundBefore, session.drops(source, "audio"));
   }
   recorder.finish();
   console.endProgress();
 
   if (Interrupt::requested()) console.line("interrupted");
-  out << reportText(recorder, ticksPerSecond) << std::flush;
+  out << reportText(recorder, ticksPerSecond) << drops << std::flush;
   if (end == End::unplugged && !recorder.failure()) throw Failure(unpluggedText(source));
   if (const auto shortfall = shortfallOf(recorder, session.takeError(source))) throw Failure(*shortfall);
   if (const auto shortfall = take->shortfallAt(end)) throw Failure(*shortfall);

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 #include "Failure.h"
 
@@ -149,6 +150,24 @@ std::string reportText(const Recorder& recorder, std::int32_t ticksPerSecond) {
     text += differenceText(*recorder.video(), *recorder.audio());
   }
   return text;
+}
+
+std::string dropsText(const char* medium, const Session::Drops& before, const Session::Drops& after) {
+  static const std::pair<const char*, const char*> words[] = {
+      {"late", "because the disk or the machine was behind"},
+      {"no_buffer", "for want of buffers or memory"},
+      {"lost_by_device", "lost by the device"},
+      {"not_converted", "that could not be decoded or converted"},
+      {"invalid_time", "without a valid time"},
+      {"stopped", "that were waiting at a stop"}};
+  std::string text;
+  for (const auto& [reason, why] : words) {
+    const auto first = before.find(reason), last = after.find(reason);
+    if (first == before.end() || last == after.end() || last->second == first->second) continue;
+    text +=
+        (text.empty() ? medium + std::string(" dropped: ") : ", ") + count(last->second - first->second) + " " + why;
+  }
+  return text.empty() ? text : text + "\n";
 }
 
 std::optional<std::string> shortfallOf(const Recorder& recorder, const std::string& sourceError) {

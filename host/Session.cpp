@@ -157,6 +157,19 @@ FrameTiming Session::timing(const std::string& identifier) const {
   return timing;
 }
 
+Session::Drops Session::drops(const Source& source, const char* medium) const {
+  std::string text;
+  const std::string name = std::string(medium) + "_account";
+  _module->getProperty(&text, storeString, name.c_str(), &Required, source.identifier.c_str());
+  zRecord account;
+  Drops drops;
+  if (zXML::ParseBuffer(zXML::Mode, &account, text.c_str(), -1) != zXML::Success) return drops;
+  for (const char* reason : {"late", "no_buffer", "lost_by_device", "not_converted", "invalid_time", "stopped"}) {
+    drops[reason] = std::atoll(account.AsCString(reason, "0", nullptr));
+  }
+  return drops;
+}
+
 std::string Session::provider() const {
   std::string provider;
   _module->getProperty(&provider, storeString, "provider", &Required, _groupName.c_str());

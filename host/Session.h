@@ -3,6 +3,8 @@
 // The module in use: initialised, its services registered, its sources known. Made, called and destroyed by the main
 // thread, but for what is marked otherwise.
 
+#include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -70,6 +72,11 @@ class Session {
   /// What the module has to say of the source, such as why a device of it cannot be opened; once, then empty. An error
   /// in the very words of the last one that the module told, of whichever source, cannot be told from none.
   std::string takeError(const Source& source) const;
+
+  /// How many samples of a medium ("video" or "audio") the module has dropped since it has the source, by the names
+  /// that its account gives to the reasons. Empty for a medium that the source lacks.
+  using Drops = std::map<std::string, std::int64_t>;
+  Drops drops(const Source& source, const char* medium) const;
 
   /// Where the devices come from, for display.
   std::string provider() const;

@@ -146,7 +146,8 @@ TEST_F(HostTest, RecordsExactlyWhatWasAskedForFromTheFirstFrameOfTheFinalStart) 
                 "  sound       1.000 s (44100 frames), missing 0.000 s, not written 0\n"
                 "  callbacks   ?: recorded 87, before or after ?, unusable 0\n"
                 "  time stamps first 0 (0.000 s), last 44032 (0.998 s), 44100 ticks a second\n"
-                "the picture is 2 frames (0.066 s) shorter than the sound\n");
+                "the picture is 2 frames (0.066 s) shorter than the sound\n"
+                "pictures dropped: 2 lost by the device\n");
 }
 
 TEST_F(HostTest, RecordsSoundOfAnotherRateWithoutASeam) {
