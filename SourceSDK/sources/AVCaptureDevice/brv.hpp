@@ -34,6 +34,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -239,7 +240,7 @@ class OnlyOne {
 struct Options {
   std::string module = {};                         ///< its path; empty: see BRV_OpenModule
   std::string language = "en";                     ///< of the titles of choices
-  BRV_LocalizeStringCallback translate = nullptr;  ///< null: the keys that it lists stand for themselves
+  BRV_LocalizeStringCallback translate = nullptr;  ///< null: its keys stand for themselves
   /// A line of the log and its level. Any thread, perhaps several at once.
   std::function<void(int level, std::string_view line)> log = {};
 };
@@ -255,12 +256,9 @@ struct Core {
     module.BRV_RegisterDeviceStateChangedCallback(
         nullptr, [](void* core, int) { static_cast<Core*>(core)->isChanged = true; }, this);
     module.BRV_RegisterLogCallback(nullptr, logLine, options.log ? this : nullptr);
-    std::array<char, 256> name{};
-    int length = 0;
-    module.BRV_GetDeviceGroupDisplayName(nullptr, nullptr, &length);
-    if (length < std::ssize(name)) {
-      module.BRV_GetDeviceGroupDisplayName(options.language.c_str(), name.data(), &length);  // sets the language
-    }
+    detail::textOf([&](char* buffer, int* length) {  // which sets the language
+      module.BRV_GetDeviceGroupDisplayName(options.language.c_str(), buffer, length);
+    });
   }
   ~Core() {
     module.BRV_UninitializeLibrary();
@@ -544,7 +542,9 @@ class Library {
   }
   static std::vector<std::string> idsOf(const detail::Core& core) {
     std::vector<std::string> ids;
-    for (int index = 0; index < core.module.BRV_GetSourceCount(); ++index) {
+    const int count = core.module.BRV_GetSourceCount();
+    ids.reserve(static_cast<std::size_t>(count));
+    for (int index = 0; index < count; ++index) {
       ids.push_back(detail::textOf(
           [&](char* buffer, int* length) { core.module.BRV_GetSourceId(nullptr, index, buffer, length); }));
     }
