@@ -48,6 +48,10 @@ AudioCallback = CFUNCTYPE(None, c_void_p, POINTER(AudioBuffer))
 PropertyCallback = CFUNCTYPE(None, c_void_p, c_int, c_void_p)
 Work = CFUNCTYPE(None, c_void_p)
 
+# Takes a data callback back.
+NO_VIDEO_CALLBACK = VideoCallback(0)
+NO_AUDIO_CALLBACK = AudioCallback(0)
+
 # A context that is no null pointer: with that one, a callback does not count.
 CONTEXT = c_void_p(1)
 

@@ -277,7 +277,7 @@ class Source:
             reason = code <= 0 and (library._message(code) or (library._lines and library._lines[-1]) or "refused")
             if not any(identifier == self.name for identifier, _ in library._streams):
                 # The setting has started it, and nobody hears it.
-                library._abi.BRV_RegisterVideoDataArrivedCallback(None, self._id, _abi.VideoCallback(), None)
+                library._abi.BRV_RegisterVideoDataArrivedCallback(None, self._id, _abi.NO_VIDEO_CALLBACK, None)
             if reason:
                 self._fail(reason)
 
@@ -297,10 +297,10 @@ class _Capture:
         abi = self._library._abi
         # Kept as long as the module may call it.
         if medium == "video":
-            self._function = _abi.VideoCallback(self._on_frame)
+            self._function, self._none = _abi.VideoCallback(self._on_frame), _abi.NO_VIDEO_CALLBACK
             self._register = abi.BRV_RegisterVideoDataArrivedCallback
         else:
-            self._function = _abi.AudioCallback(self._on_sound)
+            self._function, self._none = _abi.AudioCallback(self._on_sound), _abi.NO_AUDIO_CALLBACK
             self._register = abi.BRV_RegisterAudioDataArrivedCallback
         self.stream = stream
         stream._close = self.close
@@ -347,7 +347,7 @@ class _Capture:
 
     def _unregister(self) -> None:
         """Which stops the whole source: the other medium's stream is registered again."""
-        self._register(None, self._source._id, type(self._function)(), None)
+        self._register(None, self._source._id, self._none, None)
         for (identifier, _), capture in self._library._streams.items():
             if identifier == self._source.name:
                 capture._register(None, self._source._id, capture._function, _abi.CONTEXT)

@@ -62,9 +62,7 @@ class Frame(_Stamped):
         """The pixels as a numpy array, height x width x 2: [..., 0] is Y, [:, 0::2, 1] is Cb, [:, 1::2, 1] is Cr."""
         import numpy
 
-        pixels = numpy.ndarray((self.height, self.width, 2), numpy.uint8, self._pixels, strides=(self.row_bytes, 2, 1))
-        pixels.flags.writeable = False
-        return pixels
+        return numpy.ndarray((self.height, self.width, 2), numpy.uint8, self.data, strides=(self.row_bytes, 2, 1))
 
 
 def _give_back(abi: Any, buffer: int) -> None:
