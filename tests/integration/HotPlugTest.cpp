@@ -12,16 +12,35 @@
 
 namespace {
 
-class HotPlugTest : public FrameworkTest {
+/// Whether a thread of the frameworks runs the main queue's blocks, in the main thread's place.
+class HotPlugTest : public FrameworkTest, public testing::WithParamInterface<bool> {
  protected:
+  struct MainQueueThread {
+    explicit MainQueueThread(bool isWanted) : isStarted(isWanted && CFRunLoopStartThread(CFRunLoopGetMain())) {}
+    ~MainQueueThread() {
+      if (isStarted) CFRunLoopEndThread(CFRunLoopGetMain());
+    }
+    const bool isStarted;
+  };
+
+  /// Returns when what has been posted so far has run.
+  void letBlocksRun() {
+    runMainLoop(0.001);
+    if (thread.isStarted)
+      CFRunLoopPerformAndWait(
+          CFRunLoopGetMain(), [](void*) {}, nullptr);
+  }
+
   static void receiveAudio(void* context, BRV_AudioBuffer*) { ++*static_cast<std::atomic<int>*>(context); }
 
+  const MainQueueThread thread{GetParam()};
   const std::shared_ptr<hardware::simulated::Provider> provider =
       rigs::install(std::string(hardware::simulated::demoRigText()));
   Host host;
 };
 
-TEST_F(HotPlugTest, TheHostsThreadItsCallbacksAndTheMainThreadMayMeetUntilTheLibraryEnds) {
+TEST_P(HotPlugTest, TheHostsThreadItsCallbacksAndTheMainThreadMayMeetUntilTheLibraryEnds) {
+  ASSERT_EQ(thread.isStarted, GetParam());
   const auto sources = host.sources();
   const auto ask = [](void* context, BRV_VideoBuffer*) {
     static_cast<const Host*>(context)->has("HD Webcam Video", "ProvidesVideo");
@@ -45,7 +64,7 @@ TEST_F(HotPlugTest, TheHostsThreadItsCallbacksAndTheMainThreadMayMeetUntilTheLib
   for (int i = 0; !isDone; ++i) {
     const char* id = i % 2 == 0 ? "webcam-hd" : "webcam-hd-microphone";
     if (!provider->unplug(id)) provider->plug(id);
-    runMainLoop(0.001);
+    letBlocksRun();
   }
   hostThread.join();
 
@@ -55,5 +74,7 @@ TEST_F(HotPlugTest, TheHostsThreadItsCallbacksAndTheMainThreadMayMeetUntilTheLib
   runMainLoop(0.02);
   EXPECT_EQ(sounds, seen);
 }
+
+INSTANTIATE_TEST_SUITE_P(MainQueueThread, HotPlugTest, testing::Bool());
 
 }  // namespace
