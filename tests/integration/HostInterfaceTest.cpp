@@ -57,8 +57,12 @@ TEST_F(HostInterfaceTest, LoadingSaysWhatIsMissing) {
 
 TEST_F(HostInterfaceTest, EitherMediumGoesOnWhenTheOtherIsTakenBack) {
   std::atomic<int> pictures = 0, sounds = 0;
-  brv::Subscription video = source.onVideo([&](const brv::Frame&) { ++pictures; });
-  brv::Subscription audio = source.onAudio([&](const brv::Sound& sound) { sounds += sound.samples.empty() ? 0 : 1; });
+  const auto isOfNow = [start = brv::Time::clock::now()](brv::Time time) {
+    return time >= start && time <= brv::Time::clock::now();
+  };
+  brv::Subscription video = source.onVideo([&](const brv::Frame& frame) { pictures += isOfNow(frame.time()); });
+  brv::Subscription audio = source.onAudio(
+      [&](const brv::Sound& sound) { sounds += !sound.samples.empty() && sound.time && isOfNow(*sound.time); });
   EXPECT_TRUE(grows(pictures) && grows(sounds));
 
   video.reset();
