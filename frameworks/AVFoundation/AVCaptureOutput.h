@@ -45,10 +45,35 @@ struct AVCaptureOutputStatistics {
     double owed = 0;
     double forgone = 0;
 
+    Frames& operator+=(const Frames& more) noexcept {
+      captured += more.captured;
+      dropped += more.dropped;
+      converted += more.converted;
+      produced += more.produced;
+      delivered += more.delivered;
+      undelivered += more.undelivered;
+      pending += more.pending;
+      owed += more.owed;
+      forgone += more.forgone;
+      return *this;
+    }
     bool isBalanced() const noexcept {
       return captured == dropped + converted && produced == delivered + undelivered + pending;
     }
   } frames;
+
+  AVCaptureOutputStatistics& operator+=(const AVCaptureOutputStatistics& more) noexcept {
+    captured += more.captured;
+    delivered += more.delivered;
+    droppedLate += more.droppedLate;
+    droppedNoBuffer += more.droppedNoBuffer;
+    droppedByDevice += more.droppedByDevice;
+    droppedConversion += more.droppedConversion;
+    droppedStopped += more.droppedStopped;
+    pending += more.pending;
+    frames += more.frames;
+    return *this;
+  }
 
   std::uint64_t dropped() const noexcept {
     return droppedLate + droppedNoBuffer + droppedByDevice + droppedConversion + droppedStopped;

@@ -3,22 +3,7 @@
 namespace AV {
 
 Account& Account::operator+=(const Account& other) {
-  const AVCaptureOutputStatistics& from = other.counts;
-  counts.captured += from.captured;
-  counts.delivered += from.delivered;
-  counts.droppedLate += from.droppedLate;
-  counts.droppedNoBuffer += from.droppedNoBuffer;
-  counts.droppedByDevice += from.droppedByDevice;
-  counts.droppedConversion += from.droppedConversion;
-  counts.droppedStopped += from.droppedStopped;
-  counts.pending += from.pending;
-  counts.frames.captured += from.frames.captured;
-  counts.frames.dropped += from.frames.dropped;
-  counts.frames.converted += from.frames.converted;
-  counts.frames.produced += from.frames.produced;
-  counts.frames.delivered += from.frames.delivered;
-  counts.frames.undelivered += from.frames.undelivered;
-  counts.frames.pending += from.frames.pending;
+  counts += other.counts;
   invalidTime += other.invalidTime;
   unheard += other.unheard;
   return *this;
