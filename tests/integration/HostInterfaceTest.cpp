@@ -40,7 +40,9 @@ class HostInterfaceTest : public FrameworkTest {
       "[device]\nid = p\nname = Pair\nmedia = video\nlinks = pm\nvideo format = 64x48 yuvs, rates 30\n"
       "video format = 32x24 yuvs, rates 30 60, name \"Small \t<&amp;> \"\n"
       "[device]\nid = pm\nname = Mic\nmedia = audio\naudio format = 48000 Hz\nsound = tone 440 -20\n");
-  brv::Library library{{.module = AVC_MODULE_PATH}};
+  std::vector<brv::Change> changes;
+  brv::Library library{
+      {.module = AVC_MODULE_PATH, .changed = [this](brv::Change change) { changes.push_back(change); }}};
   brv::Source source = library.source("Pair Video");
 };
 
@@ -75,6 +77,21 @@ TEST_F(HostInterfaceTest, EitherMediumGoesOnWhenTheOtherIsTakenBack) {
   EXPECT_TRUE(grows(pictures));
 }
 
+TEST_F(HostInterfaceTest, BothMediaBeginTogetherAndNothingComesFromBefore) {
+  std::atomic<int> pictures = 0, sounds = 0, early = 0;
+  brv::Time start{};
+  brv::Subscription both =
+      source.listen({.video = [&](const brv::Frame& f) { ++(f.time() < start ? early : pictures); },
+                     .audio = [&](const brv::Sound& s) { ++(s.time < start ? early : sounds); },
+                     .starting = [&] { start = brv::Time::clock::now(); }});
+  EXPECT_TRUE(grows(pictures) && grows(sounds));
+  const brv::Subscription video = source.onVideo([&](const brv::Frame&) { ++early; });
+  EXPECT_TRUE(grows(early) && grows(sounds));
+  both.reset();
+  EXPECT_TRUE(grows(early));
+  EXPECT_EQ(source.frameDuration() * 30, source.ticksPerSecond());
+}
+
 TEST_F(HostInterfaceTest, ALaterSubscriptionTakesThePlaceOfAnEarlierOne) {
   std::atomic<int> pictures = 0;
   brv::Subscription subscription = source.onVideo([](const brv::Frame&) {});
@@ -93,6 +110,7 @@ TEST_F(HostInterfaceTest, APictureStaysWhenItsSourceHasGone) {
   provider->unplug("pm");
   for (int i = 0; i < 1000 && source.isPluggedIn(); ++i) library.poll(10ms);
 
+  EXPECT_THAT(changes, testing::Contains(brv::Change::Removed));
   EXPECT_FALSE(kept);
   EXPECT_EQ(copy.pixels().row(47).size(), copy.pixels().width() * 2);
   EXPECT_GE(copy.time(), before - 1s);

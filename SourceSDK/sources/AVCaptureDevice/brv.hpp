@@ -214,6 +214,15 @@ struct Sound {
 
 // ---- Behind the interface ----
 
+/// What hears a source, on its capture queues. What is empty hears nothing.
+struct Handlers {
+  std::function<void(const Frame&)> video = {};
+  std::function<void(const Sound&)> audio = {};
+  /// Called once, on the thread that subscribes, when the source has chosen its format and stands still: everything
+  /// before is over, and the next sample is the first.
+  std::function<void()> starting = {};
+};
+
 namespace detail {
 
 enum Medium : std::size_t { Video, Audio };
@@ -236,6 +245,9 @@ class OnlyOne {
 
 }  // namespace detail
 
+/// What the module noticed on the machine; it may have changed no source.
+enum class Change { Attached, Removed };
+
 /// How a Library is opened.
 struct Options {
   std::string module = {};                         ///< its path; empty: see BRV_OpenModule
@@ -243,6 +255,8 @@ struct Options {
   BRV_LocalizeStringCallback translate = nullptr;  ///< null: its keys stand for themselves
   /// A line of the log and its level. Any thread, perhaps several at once.
   std::function<void(int level, std::string_view line)> log = {};
+  /// Ask for the sources again. On the main thread, while it polls.
+  std::function<void(Change change)> changed = {};
 };
 
 namespace detail {
@@ -253,12 +267,12 @@ struct Core {
     if (!BRV_OpenModule(&module, options.module.empty() ? nullptr : options.module.c_str())) throw Error(module.error);
     if (options.translate) module.BRV_RegisterLocalizeStringCallback(options.translate);
     module.BRV_IntitializeLibrary();
-    module.BRV_RegisterDeviceStateChangedCallback(
-        nullptr, [](void* core, int) { static_cast<Core*>(core)->isChanged = true; }, this);
+    module.BRV_RegisterDeviceStateChangedCallback(nullptr, stateChanged, this);
     module.BRV_RegisterLogCallback(nullptr, logLine, options.log ? this : nullptr);
-    detail::textOf([&](char* buffer, int* length) {  // which sets the language
+    groupName = textOf([&](char* buffer, int* length) {  // which sets the language
       module.BRV_GetDeviceGroupDisplayName(options.language.c_str(), buffer, length);
     });
+    groupId = textOf([&](char* buffer, int* length) { module.BRV_GetDeviceId(nullptr, buffer, length); });
   }
   ~Core() {
     module.BRV_UninitializeLibrary();
@@ -268,6 +282,7 @@ struct Core {
   Core& operator=(const Core&) = delete;
 
   void listen(const std::string& source, Medium medium, Listener* listener);
+  void start(Listener& listener);
   void end(Listener& listener);
 
   std::optional<std::string> property(const std::string& source, const char* name) const {
@@ -279,6 +294,14 @@ struct Core {
     };
     module.BRV_GetProperty(&value, receive, name, "", source.c_str());
     return value;
+  }
+
+  static void stateChanged(void* context, int state) {
+    auto& self = *static_cast<Core*>(context);
+    self.isChanged = true;
+    if (self.options.changed) {
+      self.options.changed(state == BRV_DEVICE_STATE_ATTACHED ? Change::Attached : Change::Removed);
+    }
   }
 
   static void logLine(void* context, int level, const char* format, ...) {
@@ -293,17 +316,20 @@ struct Core {
   OnlyOne only;
   Options options;
   BRV_Module module;
+  std::string groupName, groupId;
   std::atomic<bool> isChanged = false;
   std::map<std::string, std::array<Listener*, 2>, std::less<>> listeners;
 };
 
-/// A callback of the host, registered for a medium of a source until it goes.
+/// The handlers of the host, registered for the media of a source that they hear, until they go.
 struct Listener {
-  Listener(std::shared_ptr<Core> library, std::string id, Medium which)
-      : core(std::move(library)), source(std::move(id)), medium(which) {}
+  Listener(std::shared_ptr<Core> library, std::string id, Handlers hearing)
+      : core(std::move(library)), source(std::move(id)), handlers(std::move(hearing)) {}
   ~Listener() { core->end(*this); }
   Listener(const Listener&) = delete;
   Listener& operator=(const Listener&) = delete;
+
+  bool hears(Medium medium) const { return medium == Video ? bool(handlers.video) : bool(handlers.audio); }
 
   static Time timeOf(std::int64_t ticks, std::int64_t perSecond) {
     const std::chrono::seconds seconds(ticks / perSecond);
@@ -313,28 +339,28 @@ struct Listener {
 
   static void videoArrived(void* context, BRV_VideoBuffer* record) noexcept {
     const auto& self = *static_cast<Listener*>(context);
+    if (!self.isOn) return;
     const int perSecond = self.core->module.BRV_GetTimescaleTicksPerSec(nullptr, self.source.c_str());
     if (record->format == BRV_FORMAT_PIXEL_BUFFER && perSecond > 0) {
-      self.onVideo(Frame(*record, timeOf(record->timeStamp, perSecond)));
+      self.handlers.video(Frame(*record, timeOf(record->timeStamp, perSecond)));
     }
   }
 
   static void audioArrived(void* context, BRV_AudioBuffer* record) noexcept {
     const auto& self = *static_cast<Listener*>(context);
-    if (record->format != BRV_FORMAT_PCM) return;
+    if (!self.isOn || record->format != BRV_FORMAT_PCM) return;
     const std::span samples(static_cast<const std::int16_t*>(record->data),
                             static_cast<std::size_t>(record->dataLength) / sizeof(std::int16_t));
     const long long perSecond = std::stoll(self.core->property(self.source, "audio_timescale").value_or("0"));
     std::optional<Time> time;
     if (perSecond > 0) time = timeOf(record->timeStamp, perSecond);
-    self.onAudio(Sound(*record, samples, time));
+    self.handlers.audio(Sound(*record, samples, time));
   }
 
   const std::shared_ptr<Core> core;
   const std::string source;
-  const Medium medium;
-  std::function<void(const Frame&)> onVideo;
-  std::function<void(const Sound&)> onAudio;
+  const Handlers handlers;
+  std::atomic<bool> isOn = false;  ///< whether samples are the listener's by now
 };
 
 /// Stops the source, and starts it with the listener unless there is none.
@@ -348,23 +374,45 @@ inline void Core::listen(const std::string& source, Medium medium, Listener* lis
   }
 }
 
-/// Takes the listener back, unless another took its place. What listens to the other medium goes on.
+/// In the place of those that heard its media before.
+inline void Core::start(Listener& listener) {
+  for (const Medium medium : {Video, Audio}) {
+    if (listener.hears(medium)) listeners[listener.source][medium] = &listener;
+  }
+  const Medium first = listener.hears(Audio) ? Audio : Video, last = listener.hears(Video) ? Video : Audio;
+  if (first != last || listener.handlers.starting) {
+    listen(listener.source, first, &listener);
+    listen(listener.source, last, nullptr);
+  }
+  if (listener.handlers.starting) listener.handlers.starting();
+  listener.isOn = true;
+  listen(listener.source, last, &listener);
+}
+
+/// Takes the listener back where no other took its place. What else listens to the source goes on.
 inline void Core::end(Listener& listener) {
   const auto found = listeners.find(listener.source);
-  if (found == listeners.end() || found->second[listener.medium] != &listener) return;
-  found->second[listener.medium] = nullptr;
-  listen(listener.source, listener.medium, nullptr);
-  const Medium other = listener.medium == Video ? Audio : Video;
-  if (Listener* const remaining = found->second[other]) listen(listener.source, other, remaining);
+  if (found == listeners.end()) return;
+  auto& heard = found->second;
+  bool wasHeard = false;
+  for (const Medium medium : {Video, Audio}) {
+    if (heard[medium] != &listener) continue;
+    heard[medium] = nullptr;
+    listen(listener.source, medium, nullptr);
+    wasHeard = true;
+  }
+  for (const Medium medium : {Video, Audio}) {
+    if (wasHeard && heard[medium]) listen(listener.source, medium, heard[medium]);
+  }
 }
 
 }  // namespace detail
 
 // ---- The library and its sources ----
 
-/// A callback that is registered, as long as this exists: it is not running when this has ended, and is not called
-/// afterwards. A source runs while there is a subscription to it. Keep it after what the callback uses, so that it ends
-/// first. It may outlive the Library, whose module it keeps open.
+/// Handlers that are registered, as long as this exists: none is running when this has ended, or is called afterwards.
+/// A source runs while there is a subscription to it. Keep it after what the handlers use, so that it ends first. It
+/// may outlive the Library, whose module it keeps open.
 class Subscription {
  public:
   Subscription() = default;
@@ -388,6 +436,22 @@ struct Option {
   std::string title;
 };
 
+/// A parameter of a source, and the index of the choice that it shall have.
+struct Setting {
+  std::string parameter;
+  int index = 0;
+
+  bool operator==(const Setting&) const = default;
+};
+
+/// What the module says to settings: above 0 done, else with its message, if it has one.
+struct Answer {
+  int code = 0;
+  std::string message = {};
+
+  explicit operator bool() const { return code > 0; }
+};
+
 /// A camera, a microphone, or the two together, by its name. It may be unplugged at any time: questions to it have no
 /// answer then, and attempts to use it throw. One that comes back under its name is to be subscribed to again.
 class Source {
@@ -395,10 +459,16 @@ class Source {
   const std::string& id() const { return _id; }
   bool hasVideo() const { return supports("ProvidesVideo"); }
   bool hasAudio() const { return supports("ProvidesAudio"); }
+  bool isHDV() const { return supports("HDV"); }
   bool isPluggedIn() const { return index() >= 0; }
 
   /// A property as text, such as "device_id", and in records what fieldsOf reads. Callbacks may call it too.
   std::optional<std::string> property(const char* name) const { return _core->property(_id, name); }
+
+  /// How time stamps count, and how many ticks a frame lasts: not above 0 before the first sample, and for sound alone
+  /// the latter never. Callbacks may ask too.
+  int ticksPerSecond() const { return module().BRV_GetTimescaleTicksPerSec(nullptr, _id.c_str()); }
+  std::int64_t frameDuration() const { return std::stoll(property("frame_duration").value_or("0")); }
 
   /// Why the source delivers nothing, once; empty when nothing new is known.
   std::string error() const {
@@ -409,19 +479,25 @@ class Source {
     return latest == former ? std::string() : latest;
   }
 
-  /// Starts the source and has its pictures handed to the callback, on its capture queue. It takes the place of an
-  /// earlier one, whose Subscription then has no effect. Sound goes on, after a restart.
-  [[nodiscard]] Subscription onVideo(std::function<void(const Frame&)> callback) const {
-    auto listener = std::make_unique<detail::Listener>(_core, _id, detail::Video);
-    listener->onVideo = std::move(callback);
-    return subscribed(std::move(listener), hasVideo());
+  /// Starts the source for the handlers. They take the place of those that heard the same media, whose Subscription has
+  /// no effect on these any more; another's medium goes on, after a restart. Blocks for some 100 ms for each start, and
+  /// starts twice where there are handlers of both media, so that both begin together, or of `starting`.
+  [[nodiscard]] Subscription listen(Handlers handlers) const {
+    requirePluggedIn();
+    if (handlers.video && !hasVideo()) throw Error(_id + " has no pictures");
+    if (handlers.audio && !hasAudio()) throw Error(_id + " has no sound");
+    if (!handlers.video && !handlers.audio) throw Error("nothing is to hear " + _id);
+    auto listener = std::make_unique<detail::Listener>(_core, _id, std::move(handlers));
+    _core->start(*listener);
+    return Subscription(std::move(listener));
   }
 
-  /// The same for its sound.
-  [[nodiscard]] Subscription onAudio(std::function<void(const Sound&)> callback) const {
-    auto listener = std::make_unique<detail::Listener>(_core, _id, detail::Audio);
-    listener->onAudio = std::move(callback);
-    return subscribed(std::move(listener), hasAudio());
+  /// The same for pictures, or for sound, alone.
+  [[nodiscard]] Subscription onVideo(std::function<void(const Frame&)> handler) const {
+    return listen({.video = std::move(handler)});
+  }
+  [[nodiscard]] Subscription onAudio(std::function<void(const Sound&)> handler) const {
+    return listen({.audio = std::move(handler)});
   }
 
   /// One picture, taken now. Throws when none comes in time, and when there is a subscription to the pictures already.
@@ -452,19 +528,27 @@ class Source {
     return std::nullopt;
   }
 
-  /// Chooses, while the source runs or for its next start. A frame rate lasts over a start only when the format was
-  /// chosen before. Blocks for some 100 ms.
-  void select(const char* parameter, int index) const {
-    const std::string record = "<record name=\"settings\"><record name=\"parameter\"><text name=\"name\" value=\"" +
-                               detail::escaped(parameter) + "\"/><int32 name=\"value\" value=\"" +
-                               std::to_string(index) + "\"/></record></record>";
+  /// Applies settings in their order, while the source runs or for its next start; the answer is for the last one that
+  /// applies. A frame rate lasts over a start only when the format was chosen before. Blocks for some 100 ms.
+  Answer apply(const std::vector<Setting>& settings) const {
+    std::string record = "<record name=\"settings\">";
+    for (const Setting& setting : settings) {
+      record += "<record name=\"parameter\"><text name=\"name\" value=\"" + detail::escaped(setting.parameter) +
+                "\"/><int32 name=\"value\" value=\"" + std::to_string(setting.index) + "\"/></record>";
+    }
     requirePluggedIn();
-    const int answer = module().BRV_SetSourceSettings(nullptr, _id.c_str(), record.c_str());
-    const std::string reason = answer > 0 ? "" : message(answer);
+    Answer answer{module().BRV_SetSourceSettings(nullptr, _id.c_str(), (record + "</record>").c_str())};
+    if (!answer) answer.message = message(answer.code);
     const auto found = _core->listeners.find(_id);
     const bool isHeard = found != _core->listeners.end() && (found->second[0] || found->second[1]);
     if (!isHeard) _core->listen(_id, detail::Video, nullptr);  // stops what the call has started
-    if (answer <= 0) throw Error(_id + " refused " + parameter + " " + std::to_string(index) + ": " + reason);
+    return answer;
+  }
+
+  /// The same for one, which throws when it is refused.
+  void select(const char* parameter, int index) const {
+    const Answer answer = apply({{parameter, index}});
+    if (!answer) throw Error(_id + " refused " + parameter + " " + std::to_string(index) + ": " + answer.message);
   }
 
   /// The same by the title of the choice.
@@ -491,13 +575,6 @@ class Source {
     return detail::textOf(
         [&](char* buffer, int* length) { module().BRV_GetErrorMessage(nullptr, nullptr, code, buffer, length); });
   }
-  Subscription subscribed(std::unique_ptr<detail::Listener> listener, bool hasMedium) const {
-    requirePluggedIn();
-    if (!hasMedium) throw Error(_id + (listener->medium == detail::Video ? " has no pictures" : " has no sound"));
-    _core->listeners[_id][listener->medium] = listener.get();
-    _core->listen(_id, listener->medium, listener.get());
-    return Subscription(std::move(listener));
-  }
 
   std::shared_ptr<detail::Core> _core;
   std::string _id;
@@ -508,6 +585,11 @@ class Source {
 class Library {
  public:
   explicit Library(Options options = {}) : _core(std::make_shared<detail::Core>(std::move(options))) {}
+
+  /// The name of the group that all sources are in.
+  const std::string& name() const { return _core->groupName; }
+  /// A property of it: "provider", or "unoffered_devices", a record.
+  std::optional<std::string> property(const char* name) const { return _core->property(_core->groupId, name); }
 
   /// The sources as of now.
   std::vector<Source> sources() const {
