@@ -24,7 +24,8 @@ AudioTrack::~AudioTrack() {
   finish();
 }
 
-void AudioTrack::soundArrived(const BRV_AudioBuffer& record) noexcept {
+void AudioTrack::soundArrived(const brv::Sound& sound) noexcept {
+  const BRV_AudioBuffer& record = sound.record;
   if (!isRecording()) return;
   try {
     const PCMFormat format{record.sampleRate, record.channels, record.bitsPerSample};
@@ -42,11 +43,6 @@ void AudioTrack::soundArrived(const BRV_AudioBuffer& record) noexcept {
 
 /// Counts the run; returns how many of its bytes belong to the recording.
 std::size_t AudioTrack::accept(const BRV_AudioBuffer& record, const PCMFormat& format) {
-  if (record.format != BRV_FORMAT_PCM || record.data == nullptr || record.dataLength <= 0 ||
-      format.bytesPerFrame() <= 0) {
-    count(&TrackStatistics::unusable);
-    return 0;
-  }
   const std::lock_guard lock(_mutex);
   AudioStatistics& statistics = _statistics;
   std::int64_t frames = record.dataLength / format.bytesPerFrame();
@@ -63,7 +59,7 @@ std::size_t AudioTrack::accept(const BRV_AudioBuffer& record, const PCMFormat& f
     frames = std::min(frames, room);
   }
   if (frames <= 0) {
-    ++(_seconds && isComplete() ? statistics.outside : statistics.unusable);
+    ++statistics.late;
     return 0;
   }
 

@@ -2,7 +2,7 @@
 
 // The sound of a recording: runs of samples in on the capture thread, a WAV file out on a writer thread.
 
-#include <AVCaptureDevice/BRV_AVCapture.h>
+#include <brv.hpp>
 
 #include <cstdint>
 #include <optional>
@@ -43,7 +43,7 @@ class AudioTrack final : public Track<AudioStatistics, AudioRun, WAVWriter> {
 
   /// The capture thread's side: copies the samples and hands them on; waits for a moment when the writer's queue is
   /// full.
-  void soundArrived(const BRV_AudioBuffer& record) noexcept;
+  void soundArrived(const brv::Sound& sound) noexcept;
 
  private:
   std::size_t accept(const BRV_AudioBuffer& record, const PCMFormat& format);

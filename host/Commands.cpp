@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "Failure.h"
@@ -16,6 +17,8 @@
 #include "PNGWriter.h"
 #include "RGBImage.h"
 #include "SourceSettings.h"
+#include "Sources.h"
+#include "Translations.h"
 
 namespace brvhost {
 
@@ -26,46 +29,61 @@ constexpr double ProbeTimeoutSeconds = 2;
 constexpr int SnapshotFrame = 5;  // cameras settle their exposure meanwhile
 constexpr double WatchPollSeconds = 0.1;
 
-std::string describe(const FrameTiming& timing) {
+std::string rateText(const FrameTiming& timing) {
   if (!timing.isKnown()) return "frame rate unknown";
   const Rational rate = timing.frameRate();
   std::string text = formatted("%.5g frames/s", rate.value());
   return text + formatted(" (%lld of %d ticks)", static_cast<long long>(timing.frameDuration), timing.ticksPerSecond);
 }
 
-std::string describe(const Source& source) {
-  return source.identifier + "  (" + source.kind() + (source.isHDV ? ", HDV" : "") + ")";
+/// The identifier of the capture device, the microphone's where there is sound; nothing where it is not known.
+std::string deviceLine(const brv::Source& source) {
+  const std::string id = source.property("device_id").value_or("");
+  return id.empty() ? id : "     device   " + id + "\n";
 }
 
-void listPicture(Session& session, const Source& source, bool probe, std::ostream& out) {
+void listPicture(const brv::Library& library, const brv::Source& source, bool probe, std::ostream& out) {
   if (!probe) {
-    const FrameTiming timing = session.timing(source.identifier);
-    if (timing.isKnown()) out << "     picture  " << describe(timing) << "\n";
-  } else if (const auto frame = grabFrame(session, source, 1, ProbeTimeoutSeconds)) {
-    out << formatted("     picture  %d x %d, ", frame->displayWidth, frame->displayHeight) << describe(frame->timing)
-        << "\n";
+    const FrameTiming timing = timingOf(source);
+    if (timing.isKnown()) out << "     picture  " << rateText(timing) << "\n";
+  } else if (const brv::Frame frame = grabFrame(library, source, 1, ProbeTimeoutSeconds)) {
+    out << formatted("     picture  %d x %d, ", frame.record().width, frame.record().height)
+        << rateText(timingOf(source)) << "\n";
   } else if (!Interrupt::requested()) {
     out << "     picture  none came\n";
   }
 }
 
-void listSource(Session& session, const Source& source, std::size_t index, bool probe, std::ostream& out) {
-  out << index << "  " << describe(source) << "\n";
-  if (!source.deviceId.empty()) out << "     device   " << source.deviceId << "\n";
-  if (source.providesVideo) listPicture(session, source, probe, out);
-  if (const std::string error = session.takeError(source); !error.empty()) out << "     error    " << error << "\n";
+void listSource(const brv::Library& library, const brv::Source& source, std::size_t index, bool probe,
+                std::ostream& out) {
+  out << index << "  " << describe(source) << "\n" << deviceLine(source);
+  if (source.hasVideo()) listPicture(library, source, probe, out);
+  if (const std::string error = source.error(); !error.empty()) out << "     error    " << error << "\n";
 }
 
-bool contains(const std::vector<Source>& sources, const Source& source) {
-  return std::find(sources.begin(), sources.end(), source) != sources.end();
+/// A source as `watch` tells it from others.
+struct Known {
+  std::string text;
+  std::string deviceLine;
+
+  bool operator==(const Known&) const = default;
+};
+
+std::vector<Known> knownOf(const brv::Library& library) {
+  std::vector<Known> known;
+  for (const brv::Source& source : library.sources()) known.push_back({describe(source), deviceLine(source)});
+  return known;
 }
 
-void showChanges(const std::vector<Source>& before, const std::vector<Source>& now, std::ostream& out) {
-  for (const Source& source : before) {
-    if (!contains(now, source)) out << "- " << describe(source) << std::endl;
+void showChanges(const std::vector<Known>& before, const std::vector<Known>& now, std::ostream& out) {
+  const auto contains = [](const auto& all, const Known& one) {
+    return std::find(all.begin(), all.end(), one) != all.end();
+  };
+  for (const Known& source : before) {
+    if (!contains(now, source)) out << "- " << source.text << std::endl;
   }
-  for (const Source& source : now) {
-    if (!contains(before, source)) out << "+ " << describe(source) << std::endl;
+  for (const Known& source : now) {
+    if (!contains(before, source)) out << "+ " << source.text << std::endl;
   }
 }
 
@@ -93,44 +111,44 @@ void requireReadableRig() {
 
 }  // namespace
 
-void listSources(Session& session, const Options& options, std::ostream& out) {
-  const std::vector<Source> sources = session.sources();
-  out << session.groupName() << ": " << sources.size() << (sources.size() == 1 ? " source" : " sources") << " from "
-      << session.provider() << "\n";
+void listSources(const brv::Library& library, const Options& options, std::ostream& out) {
+  const std::vector<brv::Source> sources = library.sources();
+  out << library.name() << ": " << sources.size() << (sources.size() == 1 ? " source" : " sources") << " from "
+      << library.property("provider").value_or("") << "\n";
   for (std::size_t i = 0; i < sources.size(); ++i) {
-    listSource(session, sources[i], i, options.probe, out);
+    listSource(library, sources[i], i, options.probe, out);
     if (Interrupt::requested()) throw Failure("interrupted");
   }
-  for (const auto& [name, reason] : session.unofferedDevices()) out << "-  " << name << "  (" << reason << ")\n";
+  for (const brv::Field& field : brv::fieldsOf(library.property("unoffered_devices").value_or(""))) {
+    if (field.name == "name") out << "-  " << field.value;
+    if (field.name == "reason") out << "  (" << field.value << ")\n";
+  }
 }
 
-void takeSnapshot(Session& session, const Options& options, std::ostream& out) {
-  const Source source = session.find(options.source);
-  if (!source.providesVideo) throw Failure(source.identifier + " has no picture");
-  requireSettings(session, source, options.settings);
-  const auto frame = grabFrame(session, source, SnapshotFrame, FrameTimeoutSeconds);
+void takeSnapshot(const brv::Library& library, const Options& options, std::ostream& out) {
+  const brv::Source source = findSource(library, options.source);
+  if (!source.hasVideo()) throw Failure(source.id() + " has no picture");
+  requireSettings(library, source, options.settings);
+  const brv::Frame frame = grabFrame(library, source, SnapshotFrame, FrameTimeoutSeconds);
   if (!frame) {
     if (Interrupt::requested()) throw Failure("interrupted");
-    session.requirePluggedIn(source);
-    const std::string error = session.takeError(source);
-    throw Failure(
-        formatted("no picture came from %s within %g seconds", source.identifier.c_str(), FrameTimeoutSeconds) +
-        (error.empty() ? "" : ": " + error));
+    requirePluggedIn(source);
+    const std::string error = source.error();
+    throw Failure(formatted("no picture came from %s within %g seconds", source.id().c_str(), FrameTimeoutSeconds) +
+                  (error.empty() ? "" : ": " + error));
   }
 
-  const LockedPicture picture(frame->picture.get());
-  if (!picture.isReadable()) throw Failure(source.identifier + " delivers pictures that this host cannot read");
-  const PictureView& view = picture.view();
-  const Rational aspect = pixelAspect(frame->pixelAspectRatio, frame->displayWidth, frame->displayHeight,
-                                      static_cast<std::int64_t>(view.width), static_cast<std::int64_t>(view.height));
-  const RGBImage image = withSquarePixels(convertToRGB(view, colorMatrix(frame->picture.get())), aspect);
+  const brv::Pixels pixels = frame.pixels();
+  const RGBImage image =
+      withSquarePixels(convertToRGB(viewOf(pixels), colorMatrix(frame.pixelBuffer())), pixelAspectOf(frame));
   writePNG(options.output, image);
   out << formatted("%s: %zu x %zu", options.output.c_str(), image.width, image.height) << "\n";
 }
 
-void watchDevices(Session& session, const Options& options, std::ostream& out) {
-  std::vector<Source> known = session.sources();
-  for (const Source& source : known) out << "  " << describe(source) << "\n";
+void watchDevices(const brv::Library& library, std::vector<brv::Change>& changes, const Options& options,
+                  std::ostream& out) {
+  std::vector<Known> known = knownOf(library);
+  for (const Known& source : known) out << "  " << source.text << "\n";
   out.flush();
 
   const auto start = std::chrono::steady_clock::now();
@@ -139,10 +157,10 @@ void watchDevices(Session& session, const Options& options, std::ostream& out) {
     return Interrupt::requested() || (options.seconds && elapsed.count() >= *options.seconds);
   };
   while (!isOver()) {
-    Session::pump(options.seconds ? std::min(WatchPollSeconds, *options.seconds) : WatchPollSeconds);
-    std::vector<Source> now = session.sources();
-    for (const int change : session.takeDeviceChanges()) {
-      out << (change == BRV_DEVICE_STATE_ATTACHED ? "a device was plugged in" : "a device was removed")
+    library.poll(brv::Seconds(options.seconds ? std::min(WatchPollSeconds, *options.seconds) : WatchPollSeconds));
+    std::vector<Known> now = knownOf(library);
+    for (const brv::Change change : std::exchange(changes, {})) {
+      out << (change == brv::Change::Attached ? "a device was plugged in" : "a device was removed")
           << (now == known ? "; every source stays as it is" : "") << std::endl;
     }
     showChanges(known, now, out);
@@ -163,25 +181,31 @@ int run(const Options& options, std::ostream& out, Console& console) {
   useRig(options.rig);
   requireReadableRig();
   const Interrupt interrupt;
-  Module module(Module::locate(options.module, std::getenv("BRV_MODULE")));
-  Session session(module, options.quiet ? nullptr : &console, options.language);
+  std::vector<brv::Change> changes;
+  brv::Options opened{.module = options.module,
+                      .language = options.language,
+                      .translate = translated,
+                      .changed = [&](brv::Change change) { changes.push_back(change); }};
+  if (!opened.module.empty() && opened.module.find('/') == opened.module.npos) opened.module.insert(0, "./");
+  if (!options.quiet) opened.log = [&](int, std::string_view line) { console.line(line); };
+  const brv::Library library(std::move(opened));
   switch (options.command) {
     case Command::list:
-      listSources(session, options, out);
+      listSources(library, options, out);
       break;
     case Command::record:
-      recordSource(session, options, out, console);
+      recordSource(library, options, out, console);
       break;
     case Command::snapshot:
-      takeSnapshot(session, options, out);
+      takeSnapshot(library, options, out);
       break;
     case Command::show:
-      showSource(session, options, out);
+      showSource(library, options, out);
       break;
     case Command::set:
-      return setSource(session, options, out);
+      return setSource(library, options, out);
     case Command::watch:
-      watchDevices(session, options, out);
+      watchDevices(library, changes, options, out);
       break;
     case Command::none:
       break;

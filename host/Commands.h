@@ -2,11 +2,12 @@
 
 // What brvhost can be told to do. Results go to `out`, everything else to the console. Main thread. All throw Failure.
 
+#include <brv.hpp>
 #include <ostream>
+#include <vector>
 
 #include "Console.h"
 #include "Options.h"
-#include "Session.h"
 
 namespace brvhost {
 
@@ -14,13 +15,15 @@ namespace brvhost {
 /// code.
 int run(const Options& options, std::ostream& out, Console& console);
 
-void listSources(Session& session, const Options& options, std::ostream& out);
-void takeSnapshot(Session& session, const Options& options, std::ostream& out);
-void showSource(Session& session, const Options& options, std::ostream& out);
+void listSources(const brv::Library& library, const Options& options, std::ostream& out);
+void takeSnapshot(const brv::Library& library, const Options& options, std::ostream& out);
+void showSource(const brv::Library& library, const Options& options, std::ostream& out);
 /// Returns the exit code, ExitFailed when the settings do not hold.
-int setSource(Session& session, const Options& options, std::ostream& out);
-void watchDevices(Session& session, const Options& options, std::ostream& out);
+int setSource(const brv::Library& library, const Options& options, std::ostream& out);
+/// `changes` has what was noticed since the last poll.
+void watchDevices(const brv::Library& library, std::vector<brv::Change>& changes, const Options& options,
+                  std::ostream& out);
 /// Throws Failure, after the report, when what is on the disk is not the whole recording.
-void recordSource(Session& session, const Options& options, std::ostream& out, Console& console);
+void recordSource(const brv::Library& library, const Options& options, std::ostream& out, Console& console);
 
 }  // namespace brvhost

@@ -16,7 +16,7 @@ usage: brvhost [options] COMMAND ...
   snapshot SOURCE FILE.png     save one picture
   watch                        follow devices being plugged in and removed
 
-  --module PATH    the module; otherwise what BRV_MODULE names, otherwise the one beside this program
+  --module PATH    the module; otherwise what BRV_MODULE names, otherwise the one installed with this program
   --rig FILE       simulated devices instead of this machine's own: those that FILE describes, or with demo
                    those of a demonstration; CAPTURE_RIG=FILE does the same
   --language CODE  language of the module's texts, "en" for example; otherwise as LANG says
@@ -94,9 +94,7 @@ its time in the recording, where it also lies in a file in which those before it
 tells when the picture or the sound is the shorter of the two, and the last ones why the module dropped what it
 dropped from the beginning to the end. A picture whose size changes ends BASE.y4m there,
 while the sound goes on. "Waiting" ones, while it runs, are on their way to the file. Callbacks are the module's
-calls, each of which brings one frame of picture or a run of sound: recorded, before the recording began or after
-its end, or unusable, when it brought no picture or sound of no known kind. Why a source dropped a frame is not
-known; the module's log says that it did, where it knows.
+calls, each of which brings one frame of picture or a run of sound: recorded, or after the recording's end.
 )";
 
 constexpr const char* SnapshotHelp =

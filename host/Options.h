@@ -21,12 +21,12 @@ struct Options {
   std::string rig;     ///< path; empty: leave the environment alone
   std::string language;
 
-  std::string source;             ///< show, set, record, snapshot
-  std::string output;             ///< record: base of the files' names; snapshot: the file
-  std::optional<double> seconds;  ///< record, watch; absent: until interrupted
-  std::vector<Setting> settings;  ///< set, record, snapshot: in the order given
-  bool untilIdle = false;         ///< record
-  bool probe = false;             ///< list
+  std::string source;                  ///< show, set, record, snapshot
+  std::string output;                  ///< record: base of the files' names; snapshot: the file
+  std::optional<double> seconds;       ///< record, watch; absent: until interrupted
+  std::vector<brv::Setting> settings;  ///< set, record, snapshot: in the order given
+  bool untilIdle = false;              ///< record
+  bool probe = false;                  ///< list
 };
 
 /// Reads the arguments behind the program's name. `localeName` is what LANG says, the default language, null for none.

@@ -11,6 +11,7 @@
 #include "RecordReport.h"
 #include "Recorder.h"
 #include "SourceSettings.h"
+#include "Sources.h"
 
 namespace brvhost {
 
@@ -18,7 +19,7 @@ namespace {
 
 using Clock = MediumWatch::Clock;
 
-constexpr double PollSeconds = 0.02;
+constexpr brv::Seconds PollTime(0.02);
 constexpr double ProgressSeconds = 1;
 /// How much longer than asked a recording may take by the clock: a camera may be slow to begin, and frames may be
 /// missing.
@@ -36,8 +37,9 @@ enum class End { complete, failed, interrupted, idle, overdue, unplugged };
 /// One recording while it runs.
 class Take {
  public:
-  Take(Session& session, const Source& source, const Recorder& recorder, const Options& options, Console& console)
-      : _session(session), _source(source), _recorder(recorder), _options(options), _console(console) {
+  Take(const brv::Library& library, const brv::Source& source, const Recorder& recorder, const Options& options,
+       Console& console)
+      : _library(library), _source(source), _recorder(recorder), _options(options), _console(console) {
     if (const auto* video = recorder.video()) watch("picture", *video);
     if (const auto* audio = recorder.audio()) watch("sound", *audio);
   }
@@ -46,15 +48,15 @@ class Take {
   End run() {
     Clock::time_point nextProgress = _start + std::chrono::seconds(1);
     while (!_recorder.isComplete() && !isAllComplete()) {
-      Session::pump(PollSeconds);
+      _library.poll(PollTime);
       const Clock::time_point now = Clock::now();
       const auto progress = [&] { return progressText(secondsBetween(_start, now), _recorder); };
       if (Interrupt::requested()) return End::interrupted;
       if (Interrupt::takeInquiry()) {
-        _console.line(progress() + "\n" + reportText(_recorder, _session.timing(_source.identifier).ticksPerSecond));
+        _console.line(progress() + "\n" + reportText(_recorder, timingOf(_source).ticksPerSecond));
       }
       if (_recorder.failure()) return End::failed;  // what is left of the recording would hardly fare better
-      if (!_session.isPluggedIn(_source)) return End::unplugged;
+      if (!_source.isPluggedIn()) return End::unplugged;
       for (MediumWatch& medium : _media) medium.look(now);
       if (_options.untilIdle && allThatCameIsIdle()) return End::idle;
       tellNews();
@@ -128,8 +130,8 @@ class Take {
     return elapsedSeconds >= *_options.seconds + (isAnyToCome ? GraceSeconds : 0);
   }
 
-  Session& _session;
-  const Source& _source;
+  const brv::Library& _library;
+  const brv::Source& _source;
   const Recorder& _recorder;
   const Options& _options;
   Console& _console;
@@ -139,29 +141,29 @@ class Take {
 
 }  // namespace
 
-void recordSource(Session& session, const Options& options, std::ostream& out, Console& console) {
-  const Source source = session.find(options.source);
-  if (!source.providesVideo && !source.providesAudio) throw Failure(source.identifier + " has nothing to record");
-  requireSettings(session, source, options.settings);  // before the files of an earlier recording are replaced
+void recordSource(const brv::Library& library, const Options& options, std::ostream& out, Console& console) {
+  const brv::Source source = findSource(library, options.source);
+  const bool hasVideo = source.hasVideo(), hasAudio = source.hasAudio();
+  if (!hasVideo && !hasAudio) throw Failure(source.id() + " has nothing to record");
+  requireSettings(library, source, options.settings);  // before the files of an earlier recording are replaced
 
-  Recorder recorder(options.output, {source.providesVideo, source.providesAudio}, options.seconds,
-                    [&session, &source] { return session.timing(source.identifier); });
+  Recorder recorder(options.output, {hasVideo, hasAudio}, options.seconds, [&source] { return timingOf(source); });
   std::optional<Take> take;
   End end = End::complete;
   std::int32_t ticksPerSecond = 0;
   std::string drops;
   {
-    const RunningSource running(session, source);
-    Session::Drops picturesBefore, soundBefore;
-    session.start(source, Recorder::videoArrived, Recorder::audioArrived, &recorder, [&] {
-      picturesBefore = session.drops(source, "video");
-      soundBefore = session.drops(source, "audio");
-      recorder.arm();
-    });
-    end = take.emplace(session, source, recorder, options, console).run();
-    ticksPerSecond = session.timing(source.identifier).ticksPerSecond;
-    drops = dropsText("pictures", picturesBefore, session.drops(source, "video")) +
-            dropsText("runs of sound", soundBefore, session.drops(source, "audio"));
+    Drops picturesBefore, soundBefore;
+    brv::Handlers handlers = recorder.handlers();
+    handlers.starting = [&] {
+      picturesBefore = dropsOf(source, "video");
+      soundBefore = dropsOf(source, "audio");
+    };
+    const brv::Subscription running = source.listen(std::move(handlers));
+    end = take.emplace(library, source, recorder, options, console).run();
+    ticksPerSecond = source.ticksPerSecond();
+    drops = dropsText("pictures", picturesBefore, dropsOf(source, "video")) +
+            dropsText("runs of sound", soundBefore, dropsOf(source, "audio"));
   }
   recorder.finish();
   console.endProgress();
@@ -169,7 +171,7 @@ void recordSource(Session& session, const Options& options, std::ostream& out, C
   if (Interrupt::requested()) console.line("interrupted");
   out << reportText(recorder, ticksPerSecond) << drops << std::flush;
   if (end == End::unplugged && !recorder.failure()) throw Failure(unpluggedText(source));
-  if (const auto shortfall = shortfallOf(recorder, session.takeError(source))) throw Failure(*shortfall);
+  if (const auto shortfall = shortfallOf(recorder, source.error())) throw Failure(*shortfall);
   if (const auto shortfall = take->shortfallAt(end)) throw Failure(*shortfall);
 }
 

@@ -52,7 +52,7 @@ std::string balanceText(const TrackStatistics& statistics) {
   std::string text = ", not written " + count(statistics.notWritten);
   if (statistics.waiting() > 0) text += ", waiting " + count(statistics.waiting());
   text += "\n  callbacks   " + count(statistics.callbacks()) + ": recorded " + count(statistics.recorded) +
-          ", before or after " + count(statistics.outside) + ", unusable " + count(statistics.unusable) + "\n";
+          ", after the end " + count(statistics.late) + "\n";
   return text;
 }
 
@@ -152,7 +152,7 @@ std::string reportText(const Recorder& recorder, std::int32_t ticksPerSecond) {
   return text;
 }
 
-std::string dropsText(const char* medium, const Session::Drops& before, const Session::Drops& after) {
+std::string dropsText(const char* medium, const Drops& before, const Drops& after) {
   static const std::pair<const char*, const char*> words[] = {
       {"late", "because the disk or the machine was behind"},
       {"no_buffer", "for want of buffers or memory"},

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "Recorder.h"
-#include "Session.h"
+#include "Sources.h"
 
 namespace brvhost {
 
@@ -18,7 +18,7 @@ std::string reportText(const Recorder& recorder, std::int32_t ticksPerSecond);
 
 /// Why samples of a medium were dropped, of which the counts were these before the recording and after: a line, or
 /// nothing where none was.
-std::string dropsText(const char* medium, const Session::Drops& before, const Session::Drops& after);
+std::string dropsText(const char* medium, const Drops& before, const Drops& after);
 
 /// Why a finished recording is not whole; none when it is. `sourceError` is what the source says of a medium that never
 /// came, empty for nothing.

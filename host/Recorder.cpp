@@ -28,19 +28,11 @@ Recorder::Recorder(const std::string& base, Media media, std::optional<double> s
   if (media.audio) _audio = std::make_unique<AudioTrack>(base + ".wav", seconds);
 }
 
-void Recorder::arm() noexcept {
-  if (_video) _video->arm();
-  if (_audio) _audio->arm();
-}
-
-void Recorder::videoArrived(void* context, BRV_VideoBuffer* buffer) {
-  const auto* const recorder = static_cast<Recorder*>(context);
-  if (recorder->_video) recorder->_video->frameArrived(*buffer);
-}
-
-void Recorder::audioArrived(void* context, BRV_AudioBuffer* buffer) {
-  const auto* const recorder = static_cast<Recorder*>(context);
-  if (recorder->_audio) recorder->_audio->soundArrived(*buffer);
+brv::Handlers Recorder::handlers() {
+  brv::Handlers handlers;
+  if (_video) handlers.video = [track = _video.get()](const brv::Frame& frame) { track->frameArrived(frame); };
+  if (_audio) handlers.audio = [track = _audio.get()](const brv::Sound& sound) { track->soundArrived(sound); };
+  return handlers;
 }
 
 void Recorder::finish() noexcept {

@@ -3,7 +3,7 @@
 // One recording of one source: takes the samples on the module's capture threads, keeps account of them, and
 // writes them on threads of its own, one a medium.
 
-#include <AVCaptureDevice/BRV_AVCapture.h>
+#include <brv.hpp>
 
 #include <functional>
 #include <memory>
@@ -26,12 +26,8 @@ class Recorder {
   /// `timing` tells how the source counts; it is called on the video capture thread. Throws Failure.
   Recorder(const std::string& base, Media media, std::optional<double> seconds, std::function<FrameTiming()> timing);
 
-  /// From here on samples are recorded; those before were none of the recording's. Call while nothing flows.
-  void arm() noexcept;
-
-  /// For the module; the context is the Recorder. Samples must have stopped before it goes.
-  static void videoArrived(void* context, BRV_VideoBuffer* buffer);
-  static void audioArrived(void* context, BRV_AudioBuffer* buffer);
+  /// What takes the samples. They must have stopped before the Recorder goes.
+  brv::Handlers handlers();
 
   /// Writes out what is waiting and completes the files. Samples must have stopped.
   void finish() noexcept;

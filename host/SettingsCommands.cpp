@@ -2,6 +2,7 @@
 #include "Failure.h"
 #include "FrameGrabber.h"
 #include "SourceSettings.h"
+#include "Sources.h"
 
 namespace brvhost {
 
@@ -16,10 +17,10 @@ struct Glimpse {
   FrameTiming timing;
 };
 
-Glimpse glimpseOf(Session& session, const Source& source) {
-  if (!source.providesVideo) return {0, 0, awaitTiming(session, source, FirstSampleSeconds)};
-  const auto frame = grabFrame(session, source, 1, FirstSampleSeconds);
-  return frame ? Glimpse{frame->displayWidth, frame->displayHeight, frame->timing} : Glimpse{};
+Glimpse glimpseOf(const brv::Library& library, const brv::Source& source) {
+  if (!source.hasVideo()) return {0, 0, awaitTiming(library, source, FirstSampleSeconds)};
+  const brv::Frame frame = grabFrame(library, source, 1, FirstSampleSeconds);
+  return frame ? Glimpse{frame.record().width, frame.record().height, timingOf(source)} : Glimpse{};
 }
 
 std::string describe(const Glimpse& glimpse) {
@@ -38,26 +39,27 @@ std::string describe(const Glimpse& glimpse) {
 
 }  // namespace
 
-void showSource(Session& session, const Options& options, std::ostream& out) {
-  const Source source = session.find(options.source);
+void showSource(const brv::Library& library, const Options& options, std::ostream& out) {
+  const brv::Source source = findSource(library, options.source);
   // First of all a start: it is when the module chooses a format, and with it the frame rates.
-  const Glimpse glimpse = glimpseOf(session, source);
-  session.requirePluggedIn(source);
-  out << source.identifier << "  (" << source.kind() << (source.isHDV ? ", HDV" : "") << ")\n";
-  for (const Parameter& parameter : parametersOf(session, source)) {
+  const Glimpse glimpse = glimpseOf(library, source);
+  requirePluggedIn(source);
+  out << describe(source) << "\n";
+  for (const Parameter& parameter : parametersOf(source)) {
     out << "  " << parameter.name << "\n" << optionsTable(parameter);
   }
   out << describe(glimpse);
-  if (const std::string error = session.takeError(source); !error.empty()) out << "  error           " << error << "\n";
+  if (const std::string error = source.error(); !error.empty()) out << "  error           " << error << "\n";
 }
 
-int setSource(Session& session, const Options& options, std::ostream& out) {
-  const Source source = session.find(options.source);
-  const SettingsOutcome outcome = applySettings(session, source, options.settings);
-  out << source.identifier << ": " << settingsText(options.settings) << "\n";
-  out << formatted("  answer          %d (%s)\n", outcome.answer, outcome.answer > 0 ? "done" : "failed");
-  if (outcome.answer <= 0) {
-    out << "  message         " << (outcome.message.empty() ? "the module has none" : outcome.message) << "\n";
+int setSource(const brv::Library& library, const Options& options, std::ostream& out) {
+  const brv::Source source = findSource(library, options.source);
+  const SettingsOutcome outcome = applySettings(library, source, options.settings);
+  out << source.id() << ": " << settingsText(options.settings) << "\n";
+  out << formatted("  answer          %d (%s)\n", outcome.answer.code, outcome.answer ? "done" : "failed");
+  if (!outcome.answer) {
+    out << "  message         " << (outcome.answer.message.empty() ? "the module has none" : outcome.answer.message)
+        << "\n";
   }
   if (outcome.unmet) out << "  not taken       " << *outcome.unmet << "\n";
   out << selectionTable(outcome.now);

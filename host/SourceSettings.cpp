@@ -1,57 +1,47 @@
 #include "SourceSettings.h"
 
-#include <algorithm>
-
 #include "Failure.h"
+#include "Sources.h"
 
 namespace brvhost {
 
 namespace {
 
-std::optional<std::int32_t> selectionOf(const std::vector<Setting>& selections, const std::string& parameter) {
-  for (const Setting& selection : selections) {
-    if (selection.parameter == parameter) return selection.index;
-  }
-  return std::nullopt;
-}
-
-std::string refusalText(const Source& source, const SettingsOutcome& outcome) {
-  std::string text = source.identifier;
-  if (outcome.answer > 0) {
+std::string refusalText(const brv::Source& source, const SettingsOutcome& outcome) {
+  std::string text = source.id();
+  if (outcome.answer) {
     text += " did not take a setting";
   } else {
-    text += formatted(" refused a setting (code %d): ", outcome.answer);
-    text += outcome.message.empty() ? "the module has no message for it" : outcome.message;
+    text += formatted(" refused a setting (code %d): ", outcome.answer.code);
+    text += outcome.answer.message.empty() ? "the module has no message for it" : outcome.answer.message;
   }
   return outcome.unmet ? text + "; " + *outcome.unmet : text;
 }
 
 }  // namespace
 
-std::vector<Parameter> parametersOf(const Session& session, const Source& source) {
-  session.requirePluggedIn(source);
-  const std::vector<Setting> selections = settingsInRecord(session.settings(source));
+std::vector<Parameter> parametersOf(const brv::Source& source) {
+  requirePluggedIn(source);
   std::vector<Parameter> parameters;
-  parameters.reserve(std::size(ParameterNames));
-  for (const char* name : ParameterNames) {
-    parameters.push_back(
-        {name, optionsInRecord(session.parameterOptions(source, name)), selectionOf(selections, name)});
-  }
+  parameters.reserve(ParameterNames.size());
+  for (const char* name : ParameterNames) parameters.push_back({name, source.options(name), source.selected(name)});
   return parameters;
 }
 
-SettingsOutcome applySettings(Session& session, const Source& source, const std::vector<Setting>& settings) {
+SettingsOutcome applySettings(const brv::Library& library, const brv::Source& source,
+                              const std::vector<brv::Setting>& settings) {
   SettingsOutcome outcome;
-  outcome.answer = session.setSettings(source, settingsRecord(settings));
-  if (outcome.answer <= 0) outcome.message = session.errorMessage(outcome.answer);
-  outcome.now = parametersOf(session, source);
+  outcome.answer = source.apply(settings);
+  library.poll();  // or a camera that has gone meanwhile would pass for one that refuses
+  outcome.now = parametersOf(source);
   outcome.unmet = unmetSetting(settings, outcome.now);
   return outcome;
 }
 
-void requireSettings(Session& session, const Source& source, const std::vector<Setting>& settings) {
+void requireSettings(const brv::Library& library, const brv::Source& source,
+                     const std::vector<brv::Setting>& settings) {
   if (settings.empty()) return;
-  const SettingsOutcome outcome = applySettings(session, source, settings);
+  const SettingsOutcome outcome = applySettings(library, source, settings);
   if (!outcome.isDone()) throw Failure(refusalText(source, outcome));
 }
 

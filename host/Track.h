@@ -20,19 +20,18 @@
 
 namespace brvhost {
 
-/// Every callback ends in one of three counts; of a recorded one's frames (of picture or sound), each is written,
+/// Every callback ends in one of two counts; of a recorded one's frames (of picture or sound), each is written,
 /// waiting or not written.
 struct TrackStatistics {
   std::int64_t recorded = 0;          ///< callbacks that brought something for the recording
-  std::int64_t outside = 0;           ///< callbacks before it began or after its end
-  std::int64_t unusable = 0;          ///< callbacks without a picture, or with sound of no known kind
+  std::int64_t late = 0;              ///< callbacks after its end
   std::int64_t frames = 0;            ///< delivered for the recording
   std::int64_t written = 0;           ///< in the file
   std::int64_t notWritten = 0;        ///< delivered, but not in the file; exact once the track is finished
   std::optional<std::string> ending;  ///< why the medium ended before the recording did
   std::optional<std::string> failure;
 
-  std::int64_t callbacks() const { return recorded + outside + unusable; }
+  std::int64_t callbacks() const { return recorded + late; }
   std::int64_t waiting() const { return frames - written - notWritten; }
 };
 
@@ -43,9 +42,6 @@ class Track {
  public:
   Track(const Track&) = delete;
   Track& operator=(const Track&) = delete;
-
-  /// Samples count from now on.
-  void arm() noexcept { _isArmed.store(true, std::memory_order_release); }
 
   /// Writes what is waiting and completes the file, or takes it away when nothing came. No sample may arrive any more.
   void finish() noexcept {
@@ -88,8 +84,8 @@ class Track {
 
   /// Whether the recording is on; counts the sample when it is not.
   bool isRecording() {
-    if (_isArmed.load(std::memory_order_acquire) && !isComplete()) return true;
-    count(&TrackStatistics::outside);
+    if (!isComplete()) return true;
+    count(&TrackStatistics::late);
     return false;
   }
 
@@ -145,7 +141,6 @@ class Track {
   }
 
   BoundedQueue<Item> _queue;
-  std::atomic<bool> _isArmed{false};
   std::atomic<bool> _isComplete{false};
   std::thread _thread;
 };

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Failure.h"
+#include "Sources.h"
 
 namespace brvhost {
 
@@ -24,16 +25,13 @@ VideoTrack::~VideoTrack() {
   finish();
 }
 
-void VideoTrack::frameArrived(const BRV_VideoBuffer& record) noexcept {
+void VideoTrack::frameArrived(const brv::Frame& frame) noexcept {
   if (!isRecording()) return;
   try {
-    if (!accept(record)) return;
-    queue(1, [&](VideoFrame& frame) {
-      frame.picture = PixelBuffer::retain(static_cast<CVPixelBufferRef>(record.data));
-      frame.displayWidth = record.width;
-      frame.displayHeight = record.height;
-      frame.pixelAspectRatio = record.pixelAspectRatio;
-      frame.frameRate = _timing.frameRate();
+    if (!accept(frame.record())) return;
+    queue(1, [&](VideoFrame& next) {
+      next.picture = frame;
+      next.frameRate = _timing.frameRate();
     });
   } catch (const std::exception& exception) {
     end(&TrackStatistics::failure, exception.what());
@@ -41,17 +39,13 @@ void VideoTrack::frameArrived(const BRV_VideoBuffer& record) noexcept {
 }
 
 bool VideoTrack::accept(const BRV_VideoBuffer& record) {
-  if (record.format != BRV_FORMAT_PIXEL_BUFFER || record.data == nullptr) {
-    count(&TrackStatistics::unusable);
-    return false;
-  }
   if (!_timing.isKnown() || (record.flags & BRV_FLAG_FORMAT_CHANGED) != 0) _timing = _askForTiming();
 
   const std::lock_guard lock(_mutex);
   VideoTimeline& timeline = _statistics.timeline;
   if (_seconds && timeline.liesBehind(*_seconds, record.timeStamp, _timing)) {
     if (timeline.endAt(*_seconds, record.timeStamp, _timing) > 0) endShort("picture", timeline.endSeconds());
-    ++_statistics.outside;
+    ++_statistics.late;
     setComplete();
     return false;
   }
@@ -62,12 +56,10 @@ bool VideoTrack::accept(const BRV_VideoBuffer& record) {
 }
 
 bool VideoTrack::write(const VideoFrame& frame) {
-  const LockedPicture picture(frame.picture.get());
-  if (!picture.isReadable()) throw Failure("the source delivers pictures that this host cannot read");
-  const PictureView& view = picture.view();
+  const brv::Pixels pixels = frame.picture.pixels();
+  const PictureView view = viewOf(pixels);
   if (!_writer) {
-    const Rational aspect = pixelAspect(frame.pixelAspectRatio, frame.displayWidth, frame.displayHeight,
-                                        static_cast<std::int64_t>(view.width), static_cast<std::int64_t>(view.height));
+    const Rational aspect = pixelAspectOf(frame.picture);
     _writer.emplace(std::move(_file), Y4MFormat{view.width, view.height, frame.frameRate, aspect});
   }
   const Y4MFormat& format = _writer->format();

@@ -2,13 +2,12 @@
 
 // The picture of a recording: frames in on the capture thread, a Y4M file out on a writer thread.
 
-#include <AVCaptureDevice/BRV_AVCapture.h>
+#include <brv.hpp>
 
 #include <functional>
 #include <optional>
 #include <string>
 
-#include "PixelBuffer.h"
 #include "Timeline.h"
 #include "Track.h"
 #include "Y4MWriter.h"
@@ -29,14 +28,11 @@ struct VideoStatistics : TrackStatistics {
 
 /// A frame on its way to the writer.
 struct VideoFrame {
-  PixelBuffer picture;
-  std::int32_t displayWidth = 0;
-  std::int32_t displayHeight = 0;
-  float pixelAspectRatio = 1;
+  brv::Frame picture;
   Rational frameRate;
 
   /// At once, not when the next frame comes: the source's pool is only so large.
-  void letGo() { picture.reset(); }
+  void letGo() { picture = {}; }
 };
 
 class VideoTrack final : public Track<VideoStatistics, VideoFrame, Y4MWriter> {
@@ -48,7 +44,7 @@ class VideoTrack final : public Track<VideoStatistics, VideoFrame, Y4MWriter> {
 
   /// The capture thread's side: retains the picture and hands it on. Returns at once while the writer keeps up; when
   /// its queue is full it waits for a place for a moment, as a source that is read as fast as it is taken needs it to.
-  void frameArrived(const BRV_VideoBuffer& record) noexcept;
+  void frameArrived(const brv::Frame& frame) noexcept;
 
  private:
   bool accept(const BRV_VideoBuffer& record);

@@ -8,7 +8,8 @@
 namespace test::pipewire {
 
 std::string outputOfHost(const std::string& arguments) {
-  std::FILE* const pipe = popen(("env -u CAPTURE_RIG " AVC_HOST_PATH " " + arguments + " 2>&1").c_str(), "re");
+  std::FILE* const pipe = popen(
+      ("env -u CAPTURE_RIG BRV_MODULE=" AVC_MODULE_PATH " " AVC_HOST_PATH " " + arguments + " 2>&1").c_str(), "re");
   std::string output;
   for (int c; (c = std::getc(pipe)) != EOF;) output += static_cast<char>(c);
   pclose(pipe);

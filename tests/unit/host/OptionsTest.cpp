@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "Failure.h"
-#include "SourceMatch.h"
+#include "Sources.h"
 
 namespace brvhost {
 namespace {
@@ -11,7 +11,7 @@ namespace {
 using Arguments = std::vector<std::string>;
 
 TEST(OptionsTest, ReadsOptionsAndSettingsInWhateverOrderTheyAreGiven) {
-  const std::vector<Setting> expected = {{VideoFPS, 1}, {VideoSettings, 2}, {VideoFPS, 0}};
+  const std::vector<brv::Setting> expected = {{brv::VideoFPS, 1}, {brv::VideoSettings, 2}, {brv::VideoFPS, 0}};
   for (const Arguments& arguments :
        {Arguments{"set", "--", "-odd-", "Video FPS=1", "Video Settings=2", "Video FPS=0"},
         {"--quiet", "record", "--set", "fps=1", "--seconds", "2.5", "--set=video=2", "--output=--a", "--set", "FPS=00",
