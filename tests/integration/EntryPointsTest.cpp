@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <brv.hpp>
 
 #include <atomic>
 #include <climits>
@@ -53,11 +54,14 @@ TEST_F(EntryPointsTest, TheAccountsAreWhatTheHostReceivedWhateverHappens) {
   struct Heard {
     Host host;
     std::atomic<std::int64_t> pictures{0}, soundFrames{0};
+    std::atomic<bool> keeps{false};
+    std::vector<brv::Frame> kept;
   } heard;
   const std::string source = heard.host.sources().at(0);
-  const auto see = [](void* context, BRV_VideoBuffer*) {
+  const auto see = [](void* context, BRV_VideoBuffer* buffer) {
     auto& self = *static_cast<Heard*>(context);
     ++self.pictures;
+    if (self.keeps) self.kept.emplace_back(*buffer, brv::Time());
     self.host.account("Cam Video", "video");
   };
   const auto hear = [](void* context, BRV_AudioBuffer* buffer) {
@@ -76,7 +80,12 @@ TEST_F(EntryPointsTest, TheAccountsAreWhatTheHostReceivedWhateverHappens) {
   waitForMore(10);
   provider->plug("mic");
   waitForMore(30);
+  heard.keeps = true;  // until there are no more
+  while (heard.host.account(source, "video")["no_buffer"] < 5) runMainLoop(0.005);
   heard.host.disconnect();
+  EXPECT_EQ(heard.kept.size(), 16U);
+  heard.keeps = false;
+  heard.kept.clear();
 
   auto video = heard.host.account(source, "video"), audio = heard.host.account(source, "audio");
   EXPECT_EQ(video["delivered"], heard.pictures);

@@ -62,6 +62,8 @@ TEST_F(VideoTest, StampsAreWhenPicturesWereTakenAndWhatIsLostOrCannotBeDecodedIs
     EXPECT_TRUE(frame.number % 10 != 9 && frame.number % 7 != 6);
   }
   EXPECT_GE(host.timescale("Camera Video"), 90'000);
+  host.disconnect();
+  EXPECT_EQ(host.account("Camera Video", "video")["delivered"], std::ssize(take.frames()));
   EXPECT_GE(take.missing(), 8U);
 }
 
