@@ -13,6 +13,7 @@ from collections import deque
 from collections.abc import Callable
 from types import TracebackType
 from typing import Any, NamedTuple, TypeVar
+from xml.etree import ElementTree
 
 from brv import _abi
 from brv._abi import CaptureError
@@ -241,6 +242,19 @@ class Source:
     def sound(self, capacity: int = 256, callback: Callable[[Sound], object] | None = None) -> Stream[Sound]:
         """The same for its sound: runs of some 500 samples."""
         return _Capture(self, "audio", Stream(capacity), callback).open()
+
+    def picture(self, timeout: float = 5.0) -> Frame:
+        """One picture, taken now. Raises CaptureError when none comes in time."""
+        with self.frames() as frames:
+            frame = frames.get(timeout)
+        return frame or self._fail(f"no picture in {timeout:g} s" + (f": {error}" if (error := self.error) else ""))
+
+    def account(self, medium: str) -> dict[str, int]:
+        """What became of the samples of "video" or "audio" since the source is there: "captured" is the sum of the
+        others, "delivered", "late", "no_buffer" and so on. Empty for a medium that it lacks. Callbacks may ask too."""
+        text = self._property(f"{medium}_account".encode())
+        record = ElementTree.fromstring(str(text)) if text else ()
+        return {field.get("name", ""): int(field.get("value", "0")) for field in record if field.tag != "record"}
 
     def _supports(self, name: bytes) -> bool:
         return bool(self._library._abi.BRV_SourceSupportsProperty(None, self._id, name))

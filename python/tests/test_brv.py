@@ -56,6 +56,9 @@ class DemonstrationTest(unittest.TestCase):
             self.assertAlmostEqual(level.peak, -20, delta=0.5)
         if numpy:
             self.assertEqual((sound.array().shape, sound.array().dtype), ((len(sound), 2), "int16"))
+        account = self.webcam.account("audio")
+        self.assertEqual(account["captured"], sum(account.values()) - account["captured"])
+        self.assertGreaterEqual(account["delivered"], 30)
         self.library.close()
         self.assertFalse(sounds.is_lost)
         with self.assertRaises(RuntimeError):
