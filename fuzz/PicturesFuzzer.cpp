@@ -8,8 +8,8 @@
 
 #include "AVCaptureDelegate.h"
 #include "FuzzInput.h"
-#include "SoundTimeline.h"
-#include "Timeline.h"
+#include "record/SoundTimeline.h"
+#include "record/Timeline.h"
 #include "support/Samples.h"
 
 namespace {

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "Commands.h"
-#include "Failure.h"
+#include "commands/Commands.h"
+#include "common/Failure.h"
 
 namespace {
 

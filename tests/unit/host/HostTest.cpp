@@ -10,10 +10,10 @@
 #include <sstream>
 #include <thread>
 
-#include "Commands.h"
-#include "Failure.h"
-#include "RGBImage.h"
-#include "WAVWriter.h"
+#include "commands/Commands.h"
+#include "common/Failure.h"
+#include "picture/RGBImage.h"
+#include "record/WAVWriter.h"
 #include "support/FrameworkTest.h"
 #include "support/MediaFiles.h"
 #include "support/Rigs.h"

@@ -1,9 +1,9 @@
-#include "Options.h"
+#include "commands/Options.h"
 
 #include <gmock/gmock.h>
 
-#include "Failure.h"
-#include "Sources.h"
+#include "capture/Sources.h"
+#include "common/Failure.h"
 
 namespace brvhost {
 namespace {

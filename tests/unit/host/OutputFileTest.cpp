@@ -1,8 +1,8 @@
-#include "OutputFile.h"
+#include "record/OutputFile.h"
 
 #include <gtest/gtest.h>
 
-#include "Failure.h"
+#include "common/Failure.h"
 #include "support/TemporaryFolder.h"
 
 namespace brvhost {

@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "RGBImage.h"
+#include "picture/RGBImage.h"
 
 namespace brvhost {
 namespace {

@@ -1,8 +1,8 @@
-#include "Settings.h"
+#include "capture/Settings.h"
 
 #include <gtest/gtest.h>
 
-#include "Failure.h"
+#include "common/Failure.h"
 
 namespace brvhost {
 namespace {

@@ -1,12 +1,12 @@
-#include "Timeline.h"
+#include "record/Timeline.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <functional>
 
-#include "Rational.h"
-#include "SoundTimeline.h"
+#include "picture/Rational.h"
+#include "record/SoundTimeline.h"
 
 namespace brvhost {
 namespace {

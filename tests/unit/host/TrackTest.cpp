@@ -1,9 +1,9 @@
 #include <gmock/gmock.h>
 
-#include "AudioTrack.h"
-#include "MediumWatch.h"
-#include "VideoTrack.h"
-#include "WAVWriter.h"
+#include "capture/MediumWatch.h"
+#include "record/AudioTrack.h"
+#include "record/VideoTrack.h"
+#include "record/WAVWriter.h"
 #include "support/MediaFiles.h"
 #include "support/Samples.h"
 #include "support/TemporaryFolder.h"

@@ -1,0 +1,49 @@
+#pragma once
+
+// The module's sources, as people name them on the command line and read of them. Main thread, but for what is marked
+// otherwise.
+
+#include <brv.hpp>
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "picture/Repack.h"
+#include "record/Timeline.h"
+
+namespace brvhost {
+
+/// The indexes of the identifiers that `wanted` can mean; one when it is clear. In this order, the first that finds
+/// any: the identifier itself; the index, in decimal; the identifier but for the case of ASCII letters; a beginning of
+/// it, likewise.
+std::vector<std::size_t> matchSource(const std::vector<std::string>& identifiers, std::string_view wanted);
+
+/// The source that `wanted` means. Throws UsageError, with those that it can mean, or else all that there are, unless
+/// that is exactly one.
+brv::Source findSource(const brv::Library& library, const std::string& wanted);
+
+/// Throws Failure when the source is there no more; it is as long as one of its devices is.
+void requirePluggedIn(const brv::Source& source);
+
+/// What is said of a source that has gone.
+std::string unpluggedText(const brv::Source& source);
+
+/// Its identifier and kind, and that it is HDV.
+std::string describe(const brv::Source& source);
+
+/// How a source counts time. Any thread, data callbacks included.
+FrameTiming timingOf(const brv::Source& source);
+
+/// The bytes of a picture, for as long as `pixels` exists, and the shape of its pixels.
+PictureView viewOf(const brv::Pixels& pixels);
+Rational pixelAspectOf(const brv::Frame& frame);
+
+/// How many samples of a medium ("video" or "audio") the module has dropped since it has the source, by the names
+/// that its account gives to the reasons. Empty for a medium that the source lacks.
+using Drops = std::map<std::string, std::int64_t>;
+Drops dropsOf(const brv::Source& source, const char* medium);
+
+}  // namespace brvhost
