@@ -93,7 +93,8 @@ def find_module(module: str | os.PathLike[str] | None) -> Path:
     if named:
         return Path(named).absolute()
     multiarch = sysconfig.get_config_var("MULTIARCH") or ""
-    roots = [Path(sysconfig.get_config_var("prefix")), Path("/usr/local"), Path("/usr")]
+    here = Path(__file__).resolve().parents[4:5]  # the prefix, for a package in lib/python3/dist-packages
+    roots = [*here, Path(sysconfig.get_config_var("prefix")), Path("/usr/local"), Path("/usr")]
     candidates = [root / "lib" / below / MODULE_NAME for root in roots for below in (multiarch, "")]
     for candidate in candidates:
         if candidate.exists():
