@@ -1,16 +1,17 @@
 # Nothing in the build tree or installed looks for libraries in the current folder, which an empty entry stands for.
-# Installs into a folder of its own and builds the examples against that, once through the CMake package and once through
+# Installs into a folder of its own, moves that, and builds the examples against that, once through the CMake package and once through
 # pkg-config.
 set(prefix ${BUILD}/installation)
 set(examples ${BUILD}/installed-examples)
 set(ENV{CAPTURE_RIG} demo)
-file(REMOVE_RECURSE ${prefix} ${examples})
+file(REMOVE_RECURSE ${prefix} ${prefix}-first ${examples})
 
 macro(run)
   execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY)
 endmacro()
 
-run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix})
+run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix}-first)
+file(RENAME ${prefix}-first ${prefix})
 foreach(place ${BUILD} ${prefix})
   foreach(file ${LIBDIR}/AVCaptureDevice.so ${LIBDIR}/libcaptureframeworks.so ${LIBDIR}/liblumora.so bin/brvhost)
     execute_process(COMMAND ${READELF} -d ${place}/${file} OUTPUT_VARIABLE dynamic COMMAND_ERROR_IS_FATAL ANY)
@@ -51,3 +52,13 @@ foreach(compiler ${C_COMPILER} ${OTHER_C_COMPILER})
       ${examples}/headers.c ${flags})
 endforeach()
 run(${prefix}/bin/brvhost list)
+
+# The completion and the manual page are of the program as it is.
+execute_process(COMMAND bash -c "source ${prefix}/share/bash-completion/completions/brvhost
+COMP_WORDS=(${prefix}/bin/brvhost --quiet show desk) COMP_CWORD=3; _brvhost; printf '%s,' \"\${COMPREPLY[@]}\"
+COMP_WORDS=(${prefix}/bin/brvhost list --pr) COMP_CWORD=2; _brvhost; printf '%s,' \"\${COMPREPLY[@]}\""
+  OUTPUT_VARIABLE completed COMMAND_ERROR_IS_FATAL ANY)
+file(READ ${prefix}/share/man/man1/brvhost.1 page)
+if(NOT completed STREQUAL [[Desk\ Camera\ Video,Desk\ Camera\ 1\ Video,--probe,]] OR NOT page MATCHES [[\\-\\-until\\-idle]])
+  message(FATAL_ERROR "completed: ${completed}\n${page}")
+endif()
