@@ -1,6 +1,6 @@
 # Nothing in the build tree or installed looks for libraries in the current folder, which an empty entry stands for.
-# Installs into a folder of its own, moves that, and builds the examples against that, once through the CMake package and once through
-# pkg-config.
+# Installs into a folder of its own, moves that, and builds the examples against it, once through the CMake package and
+# once through pkg-config.
 set(prefix ${BUILD}/installation)
 set(examples ${BUILD}/installed-examples)
 set(ENV{CAPTURE_RIG} demo)
@@ -59,6 +59,7 @@ COMP_WORDS=(${prefix}/bin/brvhost --quiet show desk) COMP_CWORD=3; _brvhost; pri
 COMP_WORDS=(${prefix}/bin/brvhost list --pr) COMP_CWORD=2; _brvhost; printf '%s,' \"\${COMPREPLY[@]}\""
   OUTPUT_VARIABLE completed COMMAND_ERROR_IS_FATAL ANY)
 file(READ ${prefix}/share/man/man1/brvhost.1 page)
-if(NOT completed STREQUAL [[Desk\ Camera\ Video,Desk\ Camera\ 1\ Video,--probe,]] OR NOT page MATCHES [[\\-\\-until\\-idle]])
+if(NOT completed STREQUAL [[Desk\ Camera\ Video,Desk\ Camera\ 1\ Video,--probe,]]
+   OR NOT page MATCHES [[\\-\\-until\\-idle]])
   message(FATAL_ERROR "completed: ${completed}\n${page}")
 endif()
