@@ -2,108 +2,82 @@
 
 #include <algorithm>
 #include <charconv>
-#include <string_view>
-#include <system_error>
+#include <cmath>
+#include <regex>
 
-#include "common/ASCIICase.h"
+#include "common/Choice.h"
 #include "common/Failure.h"
 
 namespace brvhost {
 
 namespace {
 
-struct Alias {
-  std::string_view name;
-  const char* parameter;
-};
+constexpr double RateTolerance = 0.005;
 
-constexpr Alias Aliases[] = {{"video", brv::VideoSettings}, {"fps", brv::VideoFPS}, {"audio", brv::AudioSettings}};
-
-const char* parameterNamed(std::string_view name) {
-  for (const char* parameter : ParameterNames) {
-    if (equalsAnyCase(name, parameter)) return parameter;
-  }
-  for (const Alias& alias : Aliases) {
-    if (equalsAnyCase(name, alias.name)) return alias.parameter;
-  }
-  throw UsageError("there is no setting \"" + std::string(name) + "\"; there are video, fps and audio");
+std::vector<Choice> choicesOf(const std::vector<brv::Option>& options) {
+  std::vector<Choice> choices;
+  choices.reserve(options.size());
+  for (const brv::Option& option : options) choices.push_back({option.title});
+  return choices;
 }
 
-bool isOverridden(const brv::Setting& earlier, const brv::Setting& later) {
-  return later.parameter == earlier.parameter ||
-         (earlier.parameter == brv::VideoFPS && later.parameter == brv::VideoSettings);
-}
-
-bool isSelected(const Parameter& parameter, int index) {
-  if (index == *parameter.selected) return true;
-  const std::string title = parameter.titleOf(index);
-  return !title.empty() && title == parameter.titleOf(*parameter.selected);
-}
-
-std::string shownTitle(const std::string& title) {
-  return title.empty() ? "(no title)" : title;
+/// How far the rate in `title` is from `wanted`, as a part of it; 1 where there is none.
+double distance(const std::string& title, double wanted) {
+  double rate = 0;
+  std::from_chars(title.data(), title.data() + title.size(), rate);
+  return std::abs(rate - wanted) / wanted;
 }
 
 }  // namespace
 
-std::string Parameter::titleOf(int index) const {
-  const auto option = std::find_if(options.begin(), options.end(), [=](auto& each) { return each.index == index; });
-  return option == options.end() ? std::string() : option->title;
-}
-
-brv::Setting parseSetting(const std::string& text) {
+WantedSetting settingNamed(const std::string& text) {
   const std::size_t equals = text.find('=');
-  if (equals == std::string::npos) throw UsageError("a setting is NAME=INDEX, not \"" + text + "\"");
-
-  const char* const parameter = parameterNamed(std::string_view(text).substr(0, equals));
-  int index = -1;
-  const char* const end = text.data() + text.size();
-  const auto [parsedEnd, error] = std::from_chars(text.data() + equals + 1, end, index);
-  if (error != std::errc() || parsedEnd != end || index < 0) {
-    throw UsageError("\"" + text + "\" wants an index behind the \"=\", 0 or above");
-  }
-  return {parameter, index};
+  if (equals == std::string::npos) throw UsageError("a setting is NAME=CHOICE, not \"" + text + "\"");
+  const std::vector<Choice> parameters = {{brv::VideoSettings, {"video"}}, {brv::VideoFPS}, {brv::AudioSettings}};
+  const std::string parameter = ParameterNames[choose("setting", parameters, text.substr(0, equals))];
+  return {parameter, [parameter, wanted = text.substr(equals + 1)](const std::vector<brv::Option>& options) {
+            return options[choose("choice of " + parameter, choicesOf(options), wanted)].index;
+          }};
 }
 
-std::string settingsText(const std::vector<brv::Setting>& settings) {
-  std::string text;
-  for (const brv::Setting& setting : settings) {
-    text += (text.empty() ? "" : ", ") + setting.parameter + "=" + std::to_string(setting.index);
+WantedSetting settingOfSize(const std::string& text) {
+  std::smatch sides;
+  if (!std::regex_match(text, sides, std::regex("([0-9]+) *x *([0-9]+)"))) {
+    throw UsageError("a size is WIDTHxHEIGHT, not \"" + text + "\"");
   }
-  return text;
+  const std::string size = sides.str(1) + " x " + sides.str(2);
+  return {brv::VideoSettings, [size](const std::vector<brv::Option>& options) {
+            for (const brv::Option& option : options) {
+              if (hasPart(option.title, size)) return option.index;
+            }
+            refuse("no format has " + size, choicesOf(options));
+          }};
 }
 
-std::optional<std::string> unmetSetting(const std::vector<brv::Setting>& settings, const std::vector<Parameter>& now) {
-  for (auto setting = settings.begin(); setting != settings.end(); ++setting) {
-    if (std::any_of(setting + 1, settings.end(), [&](auto& later) { return isOverridden(*setting, later); })) continue;
-    const auto parameter =
-        std::find_if(now.begin(), now.end(), [&](auto& each) { return each.name == setting->parameter; });
-    if (parameter == now.end() || !parameter->selected || isSelected(*parameter, setting->index)) continue;
-    return formatted("%s is %d (%s), not %d", setting->parameter.c_str(), *parameter->selected,
-                     shownTitle(parameter->titleOf(*parameter->selected)).c_str(), setting->index);
-  }
-  return std::nullopt;
+WantedSetting settingOfRate(double framesPerSecond) {
+  return {brv::VideoFPS, [framesPerSecond](const std::vector<brv::Option>& options) {
+            const auto nearest = std::min_element(options.begin(), options.end(), [&](const auto& a, const auto& b) {
+              return distance(a.title, framesPerSecond) < distance(b.title, framesPerSecond);
+            });
+            if (nearest != options.end() && distance(nearest->title, framesPerSecond) <= RateTolerance) {
+              return nearest->index;
+            }
+            refuse(formatted("the format has no rate of %g frames a second", framesPerSecond), choicesOf(options));
+          }};
 }
 
-std::string optionsTable(const Parameter& parameter) {
-  std::string text;
-  for (const brv::Option& option : parameter.options) {
-    const bool isMarked = parameter.selected == option.index;
-    text += formatted("    %c %d  ", isMarked ? '*' : ' ', option.index) + shownTitle(option.title) + "\n";
+std::vector<WantedSetting> inOrder(std::vector<WantedSetting> settings) {
+  std::vector<WantedSetting> ordered;
+  for (const char* parameter : ParameterNames) {
+    for (WantedSetting& setting : settings) {
+      if (setting.parameter != parameter) continue;
+      if (!ordered.empty() && ordered.back().parameter == parameter) {
+        throw UsageError(setting.parameter + " is set twice");
+      }
+      ordered.push_back(std::move(setting));
+    }
   }
-  return text;
-}
-
-std::string selectionTable(const std::vector<Parameter>& parameters) {
-  std::string text;
-  for (const Parameter& parameter : parameters) {
-    text += formatted("  %-14s  ", parameter.name.c_str());
-    text += parameter.selected
-                ? formatted("%d  ", *parameter.selected) + shownTitle(parameter.titleOf(*parameter.selected))
-                : "not known";
-    text += "\n";
-  }
-  return text;
+  return ordered;
 }
 
 }  // namespace brvhost

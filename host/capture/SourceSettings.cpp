@@ -5,44 +5,44 @@
 
 namespace brvhost {
 
-namespace {
-
-std::string refusalText(const brv::Source& source, const SettingsOutcome& outcome) {
-  std::string text = source.id();
-  if (outcome.answer) {
-    text += " did not take a setting";
-  } else {
-    text += formatted(" refused a setting (code %d): ", outcome.answer.code);
-    text += outcome.answer.message.empty() ? "the module has no message for it" : outcome.answer.message;
-  }
-  return outcome.unmet ? text + "; " + *outcome.unmet : text;
-}
-
-}  // namespace
-
-std::vector<Parameter> parametersOf(const brv::Source& source) {
-  requirePluggedIn(source);
-  std::vector<Parameter> parameters;
-  parameters.reserve(ParameterNames.size());
-  for (const char* name : ParameterNames) parameters.push_back({name, source.options(name), source.selected(name)});
-  return parameters;
-}
-
 SettingsOutcome applySettings(const brv::Library& library, const brv::Source& source,
-                              const std::vector<brv::Setting>& settings) {
+                              const std::vector<WantedSetting>& settings) {
+  const auto apply = [&](const std::vector<brv::Setting>& one) {
+    brv::Answer answer = source.apply(one);
+    library.poll();  // or a camera that has gone meanwhile would pass for one that refuses
+    requirePluggedIn(source);
+    return answer;
+  };
+  apply({});  // a start, in which the module chooses a format where none is set, and with it the rates
+  const std::string reason = source.error();  // a format that is refused has no message, but the start's choice had one
+
   SettingsOutcome outcome;
-  outcome.answer = source.apply(settings);
-  library.poll();  // or a camera that has gone meanwhile would pass for one that refuses
-  outcome.now = parametersOf(source);
-  outcome.unmet = unmetSetting(settings, outcome.now);
+  for (const WantedSetting& setting : settings) {
+    const int index = setting.indexAmong(source.options(setting.parameter.c_str()));
+    outcome.tried.push_back({setting.parameter, index});
+    outcome.answer = apply({outcome.tried.back()});
+    if (!outcome.answer && outcome.answer.message.empty()) outcome.answer.message = reason;
+    if (!outcome.answer) break;
+  }
   return outcome;
 }
 
 void requireSettings(const brv::Library& library, const brv::Source& source,
-                     const std::vector<brv::Setting>& settings) {
+                     const std::vector<WantedSetting>& settings) {
   if (settings.empty()) return;
   const SettingsOutcome outcome = applySettings(library, source, settings);
-  if (!outcome.isDone()) throw Failure(refusalText(source, outcome));
+  if (outcome.answer) return;
+  throw Failure(source.id() + " refused " + settingsText({outcome.tried.back()}) +
+                formatted(" (code %d): ", outcome.answer.code) +
+                (outcome.answer.message.empty() ? "the module has no message for it" : outcome.answer.message));
+}
+
+std::string settingsText(const std::vector<brv::Setting>& settings) {
+  std::string text;
+  for (const brv::Setting& setting : settings) {
+    text += (text.empty() ? "" : ", ") + setting.parameter + "=" + std::to_string(setting.index);
+  }
+  return text;
 }
 
 }  // namespace brvhost

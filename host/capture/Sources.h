@@ -8,31 +8,24 @@
 #include <cstdint>
 #include <map>
 #include <string>
-#include <string_view>
-#include <vector>
 
 #include "picture/Repack.h"
 #include "record/Timeline.h"
 
 namespace brvhost {
 
-/// The indexes of the identifiers that `wanted` can mean; one when it is clear. In this order, the first that finds
-/// any: the identifier itself; the index, in decimal; the identifier but for the case of ASCII letters; a beginning of
-/// it, likewise.
-std::vector<std::size_t> matchSource(const std::vector<std::string>& identifiers, std::string_view wanted);
-
-/// The source that `wanted` means. Throws UsageError, with those that it can mean, or else all that there are, unless
-/// that is exactly one.
+/// The source that `wanted` means: its identifier, the unique identifier of its camera or microphone, its position, or
+/// a part of its identifier, as choose has it. Throws UsageError.
 brv::Source findSource(const brv::Library& library, const std::string& wanted);
+
+/// The unique identifier of the camera ("video") or microphone ("audio") of a source; empty where it has none.
+std::string deviceId(const brv::Source& source, const char* medium);
 
 /// Throws Failure when the source is there no more; it is as long as one of its devices is.
 void requirePluggedIn(const brv::Source& source);
 
 /// What is said of a source that has gone.
 std::string unpluggedText(const brv::Source& source);
-
-/// Its identifier and kind, and that it is HDV.
-std::string describe(const brv::Source& source);
 
 /// How a source counts time. Any thread, data callbacks included.
 FrameTiming timingOf(const brv::Source& source);

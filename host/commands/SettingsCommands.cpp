@@ -1,7 +1,9 @@
-#include "capture/FrameGrabber.h"
+#include <nlohmann/json.hpp>
+
 #include "capture/SourceSettings.h"
 #include "capture/Sources.h"
 #include "commands/Commands.h"
+#include "commands/Facts.h"
 #include "common/Failure.h"
 
 namespace brvhost {
@@ -10,60 +12,57 @@ namespace {
 
 constexpr double FirstSampleSeconds = 2;
 
-/// What the first samples of a source tell.
-struct Glimpse {
-  std::int32_t width = 0;
-  std::int32_t height = 0;
-  FrameTiming timing;
-};
-
-Glimpse glimpseOf(const brv::Library& library, const brv::Source& source) {
-  if (!source.hasVideo()) return {0, 0, awaitTiming(library, source, FirstSampleSeconds)};
-  const brv::Frame frame = grabFrame(library, source, 1, FirstSampleSeconds);
-  return frame ? Glimpse{frame.record().width, frame.record().height, timingOf(source)} : Glimpse{};
-}
-
-std::string describe(const Glimpse& glimpse) {
-  const FrameTiming& timing = glimpse.timing;
-  std::string text;
-  if (glimpse.width > 0 && glimpse.height > 0) {
-    text += formatted("  frame size      %d x %d\n", glimpse.width, glimpse.height);
+std::string selectionLine(const Json& setting) {
+  std::string selected = "not known";
+  for (const Json& choice : setting["choices"]) {
+    if (choice["index"] == setting["selected"]) selected = choice["index"].dump() + "  " + choiceText(choice);
   }
-  if (timing.isKnown()) {
-    text += formatted("  frame rate      %.5g frames a second\n", timing.frameRate().value());
-    text += formatted("  frame duration  %lld ticks\n", static_cast<long long>(timing.frameDuration));
-  }
-  if (timing.ticksPerSecond > 0) text += formatted("  timescale       %d ticks a second\n", timing.ticksPerSecond);
-  return text;
+  return formatted("  %-14s  %s\n", setting["name"].get<std::string>().c_str(), selected.c_str());
 }
 
 }  // namespace
 
 void showSource(const brv::Library& library, const Options& options, std::ostream& out) {
   const brv::Source source = findSource(library, options.source);
+  Json facts = factsOf(source);
   // First of all a start: it is when the module chooses a format, and with it the frame rates.
-  const Glimpse glimpse = glimpseOf(library, source);
-  requirePluggedIn(source);
-  out << describe(source) << "\n";
-  for (const Parameter& parameter : parametersOf(source)) {
-    out << "  " << parameter.name << "\n" << optionsTable(parameter);
+  addSamples(facts, library, source, FirstSampleSeconds);
+  facts["settings"] = settingsOf(source);
+  addError(facts, source);
+  if (options.json) return writeJSON(out, facts);
+
+  out << textOf(facts);
+  for (const Json& setting : facts["settings"]) {
+    out << "  " << setting["name"].get<std::string>() << "\n";
+    for (const Json& choice : setting["choices"]) {
+      const char mark = choice["index"] == setting["selected"] ? '*' : ' ';
+      out << "    " << mark << " " << choice["index"] << "  " << choiceText(choice) << "\n";
+    }
   }
-  out << describe(glimpse);
-  if (const std::string error = source.error(); !error.empty()) out << "  error           " << error << "\n";
 }
 
 int setSource(const brv::Library& library, const Options& options, std::ostream& out) {
   const brv::Source source = findSource(library, options.source);
-  const SettingsOutcome outcome = applySettings(library, source, options.settings);
-  out << source.id() << ": " << settingsText(options.settings) << "\n";
-  out << formatted("  answer          %d (%s)\n", outcome.answer.code, outcome.answer ? "done" : "failed");
-  if (!outcome.answer) {
-    out << "  message         " << (outcome.answer.message.empty() ? "the module has none" : outcome.answer.message)
-        << "\n";
+  const auto [tried, answer] = applySettings(library, source, options.settings);
+  const Json settings = settingsOf(source);
+  if (options.json) {
+    Json names = Json::array();
+    for (const auto& [parameter, index] : tried) names.push_back({{"name", parameter}, {"index", index}});
+    writeJSON(out, {{"id", source.id()},
+                    {"tried", names},
+                    {"done", bool(answer)},
+                    {"code", answer.code},
+                    {"message", answer.message},
+                    {"settings", settings}});
+  } else {
+    out << source.id() << ": " << settingsText(tried) << "\n"
+        << formatted("  answer          %d (%s)\n", answer.code, answer ? "done" : "failed");
+    if (!answer) {
+      out << "  message         " << (answer.message.empty() ? "the module has none" : answer.message) << "\n";
+    }
+    for (const Json& setting : settings) out << selectionLine(setting);
   }
-  if (outcome.unmet) out << "  not taken       " << *outcome.unmet << "\n";
-  out << selectionTable(outcome.now);
-  return outcome.isDone() ? ExitDone : ExitFailed;
+  return answer ? ExitDone : ExitFailed;
 }
 
 }  // namespace brvhost

@@ -5,6 +5,8 @@
 
 #include <csignal>
 #include <cstring>
+#include <functional>
+#include <nlohmann/json.hpp>
 #include <random>
 #include <regex>
 #include <sstream>
@@ -22,6 +24,8 @@
 namespace brvhost {
 namespace {
 
+using testing::AllOf;
+using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -49,6 +53,20 @@ struct UnknownMachine : hardware::Provider {
   hardware::FireWireBus fireWireBus() override { return {}; }
 };
 
+/// Output that does something as soon as certain words are in it, one step after the other.
+struct StepByStep : std::stringbuf {
+  int sync() override {
+    if (!steps.empty() && str().find(steps.front().first) != std::string::npos) {
+      const auto step = steps.front().second;
+      steps.erase(steps.begin());
+      step();
+    }
+    return 0;
+  }
+
+  std::vector<std::pair<const char*, std::function<void()>>> steps;
+};
+
 /// Runs brvhost's commands with the real module. Its devices deliver as fast as they are read: a camera plays a clip
 /// of 40 frames of noise, and loses two of them; its microphone plays a second of noise.
 class HostTest : public FrameworkTest {
@@ -68,7 +86,9 @@ class HostTest : public FrameworkTest {
         "video format = 80x60 yuvs, rates 25, name \"Narrow\"\n"
         "video format = 160x90 yuvs, rates 29.97 14.985, name \"Wide\"\n"
         "[device]\nid = busy\nname = Busy\nmedia = video\nlinks = shut\nvideo format = 80x60 yuvs, rates 25\n"
-        "configuration failure = It is locked.\n"
+        "configuration failure = " +
+        _locked +
+        "\n"
         "[device]\nid = broken\nname = Broken\nmedia = audio\naudio format = 48000 Hz\nopen failure = It is in use.\n"
         "[device]\nid = shut\nname = Shut\nmedia = audio\naudio format = 48000 Hz\nopen failure = It is taken.\n"
         "[device]\nid = lone\nname = Lone\nmedia = audio\npacing = consumer\naudio format = 48000 Hz\n");
@@ -82,10 +102,12 @@ class HostTest : public FrameworkTest {
   static std::string clipFrame(unsigned number) { return "FRAME\n" + noise(FrameBytes, number); }
 
   /// What the host prints, and behind it, if it fails, the reason.
-  std::string host(std::vector<std::string> arguments, int expected = ExitDone, const char* module = MODULE_PATH) {
+  std::string host(std::vector<std::string> arguments, int expected = ExitDone, const char* module = MODULE_PATH,
+                   std::stringbuf* output = nullptr) {
     arguments.insert(arguments.begin(), {"--module", module});
     Console console(_log, false);
-    std::ostringstream out;
+    std::stringbuf text;
+    std::ostream out(output ? output : &text);
     try {
       EXPECT_EQ(run(parseOptions(arguments, nullptr), out, console), expected);
     } catch (const Failure& failure) {
@@ -95,7 +117,7 @@ class HostTest : public FrameworkTest {
       EXPECT_EQ(ExitFailed, expected);
       out << error.what();
     }
-    return out.str();
+    return (output ? *output : text).str();
   }
   void waitUntilBothFilesGrow() const {
     for (const char* file : {"take.y4m", "take.wav"}) {
@@ -109,7 +131,9 @@ class HostTest : public FrameworkTest {
     EXPECT_EQ(sound.substr(0, WAVHeaderBytes), soundHeader(sound.size() - WAVHeaderBytes));
   }
 
+  static inline int _count = 0;
   TemporaryFolder _folder;
+  const std::string _locked = "It is locked, " + std::to_string(++_count) + ".";  // the module keeps its last message
   std::string _take = _folder.file("take");
   std::string _sound = noise(44'100 * 4, 0);
   std::FILE* _log = std::fopen(_folder.file("log").c_str(), "w");
@@ -118,10 +142,12 @@ class HostTest : public FrameworkTest {
 
 TEST_F(HostTest, ListsSourcesInTheHostsLanguageAndKeepsTheLogToItselfWhenAskedTo) {
   const std::string expected =
-      "System Devices: 4 sources from a rig\n0  Camera Video  (video+audio)\n     device   mic\n1  Desk Video  "
-      "(video)\n"
-      "     device   desk\n2  Busy Video  (video)\n     device   busy\n"
-      "3  Lone Audio  (audio)\n     device   lone\n-  Broken  (It is in use.)\n-  Shut  (It is taken.)\n";
+      "System Devices: 4 sources from a rig\n"
+      "0  Camera Video  (video+audio)\n     camera      cam\n     microphone  mic\n"
+      "1  Desk Video  (video)\n     camera      desk\n"
+      "2  Busy Video  (video)\n     camera      busy\n"
+      "3  Lone Audio  (audio)\n     microphone  lone\n"
+      "-  Broken  (It is in use.)\n-  Shut  (It is taken.)\n";
   EXPECT_EQ(host({"list", "--quiet"}), expected);
   EXPECT_EQ(_folder.contents("log"), "");
   EXPECT_THAT(host({"list"}), StartsWith("System Devices: 4 sources from a rig\n"));
@@ -201,8 +227,29 @@ TEST_F(HostTest, FinishesTheFilesOfASourceThatIsInterruptedAfterAnInquiryOrUnplu
   EXPECT_TRUE(!_folder.contains("lone.y4m") && _folder.contains("lone.wav"));
 }
 
+TEST_F(HostTest, ListsForProgramsAndPutsTheFormatBackThatItSelectedForItsRates) {
+  const auto list = nlohmann::json::parse(host({"list", "--json", "--probe", "--formats"}));
+
+  EXPECT_EQ(list["provider"], "a rig");
+  EXPECT_EQ(list["unoffered"][1], nlohmann::json({{"name", "Shut"}, {"reason", "It is taken."}}));
+  EXPECT_EQ(list["sources"][0]["video_device_id"], "cam");
+  EXPECT_EQ(list["sources"][0]["audio_device_id"], "mic");
+  auto desk = list["sources"][1];
+  EXPECT_NEAR(desk["frame_rate"], 29.97, 0.001);
+  desk.erase("frame_rate");
+  EXPECT_EQ(desk, nlohmann::json::parse(R"({"id": "Desk Video", "video": true, "audio": false, "hdv": false,
+    "video_device_id": "desk", "width": 160, "height": 90, "frame_duration": 1001, "ticks_per_second": 30000,
+    "formats": [{"index": 0, "title": "Narrow, 80 x 60", "rates": ["25.00"]},
+                {"index": 1, "title": "Wide, 160 x 90", "rates": ["29.97", "14.99"]}]})"));
+  EXPECT_EQ(list["sources"][2]["error"], _locked);
+  EXPECT_EQ(list["sources"][2]["formats"][0]["rates"].size(), 0U) << "of a format that cannot be selected";
+  EXPECT_THAT(host({"list", "--formats"}), HasSubstr("     format 1    Wide, 160 x 90: 29.97, 14.99\n"));
+  EXPECT_THAT(host({"show", "desk"}), HasSubstr("    * 1  Wide, 160 x 90\n"));
+}
+
 TEST_F(HostTest, SavesASnapshotFromTheFinalStartWithSquarePixels) {
-  EXPECT_EQ(host({"snapshot", "0", _take}), _take + ": 28 x 2\n");
+  const std::string png = _take + ".png", jpeg = _take + ".jpg";
+  EXPECT_EQ(host({"snapshot", "0", png}), png + ": 28 x 2\n");
 
   const std::string fifth = clipFrame(6).substr(6);  // of those that arrive
   std::vector<std::uint8_t> packed;
@@ -213,57 +260,97 @@ TEST_F(HostTest, SavesASnapshotFromTheFinalStartWithSquarePixels) {
   const RGBImage image = convertToRGB({packed.data(), 4 * ChromaWidth, Width, 2}, ColorMatrix::bt601);
   png_image read = {};
   read.version = PNG_IMAGE_VERSION;
-  ASSERT_NE(png_image_begin_read_from_file(&read, _take.c_str()), 0) << read.message;
+  ASSERT_NE(png_image_begin_read_from_file(&read, png.c_str()), 0) << read.message;
   std::vector<std::uint8_t> pixels(PNG_IMAGE_SIZE(read));
   ASSERT_NE(png_image_finish_read(&read, nullptr, pixels.data(), 0, nullptr), 0) << read.message;
   EXPECT_EQ(pixels, withSquarePixels(image, {10, 11}).pixels);
+
+  EXPECT_EQ(host({"snapshot", "cam", "-"}), _folder.contents("take.png"));
+  EXPECT_EQ(host({"snapshot", "desk", jpeg, "--size", "80x60"}), jpeg + ": 80 x 60\n");
+  EXPECT_THAT(_folder.contents("take.jpg"), AllOf(StartsWith("\xFF\xD8\xFF"), EndsWith("\xFF\xD9")));
 }
 
 TEST_F(HostTest, ShowsTheChoicesThatHoldOnceTheSourceWasStarted) {
   EXPECT_EQ(host({"show", "desk"}),
             "Desk Video  (video)\n"
+            "     camera      desk\n"
+            "     picture     160 x 90, 29.97 frames/s (1001 of 30000 ticks)\n"
             "  Video Settings\n      0  Narrow, 80 x 60\n    * 1  Wide, 160 x 90\n"
             "  Video FPS\n    * 0  29.97\n      1  14.99\n"
-            "  Audio Settings\n    * 0  No audio settings\n"
-            "  frame size      160 x 90\n"
-            "  frame rate      29.97 frames a second\n"
-            "  frame duration  1001 ticks\n"
-            "  timescale       30000 ticks a second\n");
-  EXPECT_THAT(host({"show", "lone"}), HasSubstr("  Video FPS\n    * 0  No frame rate settings\n"));
+            "  Audio Settings\n    * 0  No audio settings\n");
+  EXPECT_THAT(host({"show", "--quiet", "busy"}), HasSubstr("     error       " + _locked + "\n"));
+  EXPECT_THAT(host({"show", "lone"}), AllOf(HasSubstr("     time stamps 48000 ticks/s\n"),
+                                            HasSubstr("  Video FPS\n    * 0  No frame rate settings\n")));
+  const auto shown = nlohmann::json::parse(host({"show", "lone", "--json"}))["settings"];
+  EXPECT_EQ(shown[1], nlohmann::json::parse(R"({"name": "Video FPS", "selected": 0, "choices":
+    [{"index": 0, "title": "No frame rate settings"}]})"));
+  EXPECT_TRUE(shown[2]["selected"].is_null());
 }
 
-TEST_F(HostTest, SetsInOrderAndTellsARefusedSettingAndOneThatTheModulesAnswerHides) {
-  EXPECT_EQ(host({"set", "desk", "video=1", "FPS=1"}),
+TEST_F(HostTest, SetsTheFormatBeforeItsRateAndTellsWhatIsRefused) {
+  EXPECT_EQ(host({"set", "desk", "FPS=14.99", "video=wide"}),
             "Desk Video: Video Settings=1, Video FPS=1\n"
             "  answer          1 (done)\n"
             "  Video Settings  1  Wide, 160 x 90\n"
             "  Video FPS       1  14.99\n"
             "  Audio Settings  0  No audio settings\n");
-  // A rate is one of the format that was there before; another format comes with a rate of its own.
-  EXPECT_THAT(host({"set", "desk", "fps=1"}), HasSubstr("  Video FPS       1  14.99\n"));
-  EXPECT_THAT(host({"set", "desk", "video=0", "video=1"}), HasSubstr("  Video FPS       0  29.97\n"));
-  EXPECT_THAT(host({"set", "busy", "fps=0"}, ExitFailed),
-              HasSubstr("  answer          -2 (failed)\n  message         It is locked.\n"));
-  EXPECT_THAT(host({"set", "camera", "video=9", "audio=0"}, ExitFailed),
-              HasSubstr("1 (done)\n  not taken       Video Settings is 0 (31 x 2), not 9\n"));
+  EXPECT_THAT(host({"set", "desk", "--rate", "15", "--quiet"}), HasSubstr("  Video FPS       1  14.99\n"));
+  EXPECT_THAT(host({"set", "desk", "--rate", "15", "--size", "80x60"}, ExitWrongUse),
+              EndsWith("no rate of 15 frames a second; there are:\n  0  25.00"));
+  for (const char* setting : {"video=0", "fps=0"}) {
+    EXPECT_THAT(host({"set", "busy", setting, "--quiet"}, ExitFailed),
+                HasSubstr("  answer          -2 (failed)\n  message         " + _locked + "\n"));
+  }
+  auto refused = nlohmann::json::parse(host({"set", "busy", "video=0", "fps=0", "--json"}, ExitFailed));
+  EXPECT_EQ(refused["settings"].size(), 3U);
+  EXPECT_EQ(refused["message"], _locked);
+  for (const char* key : {"settings", "message"}) refused.erase(key);
+  EXPECT_EQ(refused, nlohmann::json::parse(R"({"id": "Busy Video", "tried": [{"name": "Video Settings", "index": 0}],
+    "done": false, "code": -2})"));
 }
 
 TEST_F(HostTest, RecordsWithTheSettingsOverAllStartsAndNothingWhereOneDoesNotHold) {
-  const std::tuple<const char*, const char*, const char*> cases[] = {
-      {"video=1", "fps=1", "YUV4MPEG2 W160 H90 F15000:1001 Ip"},
-      {"fps=0", "fps=1", "YUV4MPEG2 W160 H90 F15000:1001 Ip"},
-      {"video=0", "fps=0", "YUV4MPEG2 W80 H60 F25:1 Ip"}};
-  for (const auto& [first, second, header] : cases) {
-    host({"record", "desk", "--seconds", "0.1", "--output", _take, "--set", first, "--set", second});
+  const std::pair<std::vector<std::string>, const char*> cases[] = {
+      {{"--set", "fps=1", "--set", "video=1"}, "YUV4MPEG2 W160 H90 F15000:1001 Ip"},
+      {{"--rate", "14.985"}, "YUV4MPEG2 W160 H90 F15000:1001 Ip"},
+      {{"--size", "80x60"}, "YUV4MPEG2 W80 H60 F25:1 Ip"}};
+  for (const auto& [settings, header] : cases) {
+    std::vector<std::string> arguments = {"record", "desk", "--seconds", "0.1", "--output", _take};
+    arguments.insert(arguments.end(), settings.begin(), settings.end());
+    host(arguments);
     EXPECT_THAT(_folder.contents("take.y4m"), StartsWith(header));
   }
 
   const std::string none = _folder.file("none");
-  EXPECT_EQ(host({"record", "busy", "--output", none, "--set", "video=0", "--set", "fps=0"}, ExitFailed),
-            "Busy Video refused a setting (code -2): It is locked.");
-  EXPECT_EQ(host({"snapshot", "desk", none + ".wav", "--set", "video=9", "--set", "fps=0"}, ExitFailed),
-            "Desk Video did not take a setting; Video Settings is 1 (Wide, 160 x 90), not 9");
-  for (const char* file : {"none.y4m", "none.wav"}) EXPECT_FALSE(_folder.contains(file)) << file;
+  EXPECT_EQ(host({"record", "busy", "--output", none, "--set", "video=0"}, ExitFailed),
+            "Busy Video refused Video Settings=0 (code -2): " + _locked);
+  EXPECT_THAT(host({"snapshot", "desk", none + ".png", "--set", "video=9"}, ExitWrongUse),
+              StartsWith("\"9\" is no choice of Video Settings; there are:"));
+  for (const char* file : {"none.y4m", "none.wav", "none.png"}) EXPECT_FALSE(_folder.contains(file)) << file;
+}
+
+TEST_F(HostTest, WatchesSourcesThatComeAndGoAndTellsWhatIsNotOffered) {
+  const auto elsewhere = [](const std::function<void()>& change) { std::thread(change).join(); };
+  const auto watch = [&](std::vector<std::string> arguments, const char* here, const char* gone, const char* back) {
+    StepByStep steps;
+    steps.steps = {{here, [&] { elsewhere([&] { _provider->unplug("desk"); }); }},
+                   {gone, [&] { elsewhere([&] { _provider->plug("desk"); }); }},
+                   {back, [] { std::raise(SIGTERM); }}};
+    return host(std::move(arguments), ExitDone, MODULE_PATH, &steps);
+  };
+  const std::string text = watch({"watch", "--quiet"}, "It is taken.", " - Desk", " + Desk");
+  EXPECT_EQ(
+      std::regex_replace(text, std::regex("\\d\\d:\\d\\d:\\d\\d "), ""),
+      "  Camera Video  (video+audio)  cam, mic\n  Desk Video  (video)  desk\n"
+      "  Busy Video  (video)  busy\n  Lone Audio  (audio)  lone\n"
+      "! Broken: It is in use.\n! Shut: It is taken.\n"
+      "a device was removed\n- Desk Video  (video)  desk\na device was plugged in\n+ Desk Video  (video)  desk\n");
+
+  std::istringstream lines(watch({"watch", "--json"}, "It is taken.", "\"removed\"", "\"added\""));
+  std::vector<std::string> events;
+  for (std::string line; std::getline(lines, line);) events.push_back(nlohmann::json::parse(line)["event"]);
+  EXPECT_THAT(events, ElementsAre("present", "present", "present", "present", "unoffered", "unoffered", "detached",
+                                  "removed", "attached", "added"));
 }
 
 TEST_F(HostTest, TellsASourceThatIsUnpluggedWhileItStartsWhateverWasToBeDoneWithIt) {
@@ -273,7 +360,7 @@ TEST_F(HostTest, TellsASourceThatIsUnpluggedWhileItStartsWhateverWasToBeDoneWith
   for (const std::vector<std::string>& command :
        std::vector<std::vector<std::string>>{{"show", "desk"},
                                              {"set", "desk", "video=0"},
-                                             {"snapshot", "desk", _take},
+                                             {"snapshot", "desk", _take + ".png"},
                                              {"record", "desk", "--output", _take},
                                              {"record", "desk", "--output", _take, "--set", "video=0"}}) {
     EXPECT_THAT(host(command, ExitFailed), EndsWith("Desk Video was unplugged")) << command.front();
@@ -284,7 +371,7 @@ TEST_F(HostTest, TellsASourceThatIsUnpluggedWhileItStartsWhateverWasToBeDoneWith
 TEST_F(HostTest, SaysWhatIsWrongWithACommandAModuleOrTheMachine) {
   EXPECT_THAT(host({"record", "cellar", "--output", _take}, ExitWrongUse),
               HasSubstr("\"cellar\" is no source; there are:\n  0  Camera Video\n  1  Desk Video"));
-  EXPECT_THAT(host({"snapshot", "lone", _take}, ExitFailed), HasSubstr("Lone Audio has no picture"));
+  EXPECT_THAT(host({"snapshot", "lone", _take + ".png"}, ExitFailed), HasSubstr("Lone Audio has no picture"));
   EXPECT_THAT(host({"record", "camera", "--output", "/nowhere/take"}, ExitFailed),
               HasSubstr("cannot create /nowhere/take.y4m: No such file or directory"));
   EXPECT_THAT(host({"list"}, ExitFailed, "/nowhere/module.so"), HasSubstr("/nowhere/module.so"));
@@ -292,9 +379,12 @@ TEST_F(HostTest, SaysWhatIsWrongWithACommandAModuleOrTheMachine) {
   const std::string camera = "\nmedia = video\nvideo format = 80x60 yuvs, rates 25\n";
   rigs::install("[device]\nid = 1\nname = Cam 1" + camera + "[device]\nid = 2\nname = Eye" + camera +
                 "[device]\nid = 3\nname = Cam 3" + camera);
-  EXPECT_EQ(host({"show", "cam"}, ExitWrongUse), "\"cam\" fits several sources:\n  0  Cam 1 Video\n  2  Cam 3 Video");
+  EXPECT_EQ(host({"show", "cam"}, ExitWrongUse),
+            "\"cam\" fits more than one source:\n  0  Cam 1 Video\n  2  Cam 3 Video");
   hardware::installSystemProvider(std::make_shared<UnknownMachine>());
   EXPECT_EQ(host({"list"}), "System Devices: 0 sources from nowhere\n");
+  EXPECT_THAT(host({"watch", "--rig", "/nowhere.rig"}, ExitFailed, "/nowhere/module.so"),
+              EndsWith("/nowhere.rig: No such file or directory"));
   EXPECT_EQ(host({"list", "--rig", MODULE_PATH}, ExitFailed), "what is plugged into this machine cannot be found out");
   ::unsetenv("CAPTURE_RIG");
 }

@@ -2,66 +2,97 @@
 
 #include <gmock/gmock.h>
 
-#include "capture/Sources.h"
+#include "common/Choice.h"
 #include "common/Failure.h"
 
 namespace brvhost {
 namespace {
 
 using Arguments = std::vector<std::string>;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
 
-TEST(OptionsTest, ReadsOptionsAndSettingsInWhateverOrderTheyAreGiven) {
-  const std::vector<brv::Setting> expected = {{brv::VideoFPS, 1}, {brv::VideoSettings, 2}, {brv::VideoFPS, 0}};
+const std::vector<brv::Option> Formats = {{0, "1640 x 480"}, {1, "Wide, 640 x 480"}, {2, "640 x 480"}};
+const std::vector<brv::Option> Rates = {{0, "30.00"}, {1, "29.97"}, {2, "15.00"}, {3, ""}};
+
+TEST(OptionsTest, SetsTheFormatThenTheRateThenTheSoundInWhateverOrderAndWayTheyAreGiven) {
   for (const Arguments& arguments :
-       {Arguments{"set", "--", "-odd-", "Video FPS=1", "Video Settings=2", "Video FPS=0"},
-        {"--quiet", "record", "--set", "fps=1", "--seconds", "2.5", "--set=video=2", "--output=--a", "--set", "FPS=00",
-         "--until-idle", "--", "-odd-"},
-        {"snapshot", "--set", "fps=1", "--set", "video=2", "--set", "fps=0", "--", "-odd-", "--a"}}) {
+       {Arguments{"set", "--", "-odd-", "audio=1", "fps=29.97", "video=wide"},
+        {"set", "--rate", "29.9", "--set", "AUDIO=1", "--size", "640x480", "--", "-odd-"},
+        {"--quiet", "record", "--set=FPS=1", "--set", "Video Settings=1", "--output=a", "--set", "audio=1", "--",
+         "-odd-"},
+        {"snapshot", "--rate=29.97", "--size", "640 x 480", "--set", "Audio Set=1", "--", "-odd-", "a.JPG"}}) {
     const Options options = parseOptions(arguments, nullptr);
-    EXPECT_EQ(options.settings, expected);
     EXPECT_EQ(options.source, "-odd-");
-    EXPECT_EQ(options.output, options.command == Command::set ? "" : "--a");
-    EXPECT_EQ(options.seconds.has_value(), options.command == Command::record);
+    ASSERT_EQ(options.settings.size(), 3U);
+    EXPECT_EQ(options.settings[0].indexAmong(Formats), 1);
+    EXPECT_EQ(options.settings[1].indexAmong(Rates), 1);
+    EXPECT_EQ(options.settings[2].parameter, brv::AudioSettings);
   }
 }
 
 TEST(OptionsTest, RefusesWhatItDoesNotUnderstand) {
   const std::pair<Arguments, const char*> cases[] = {
       {{}, "a command is needed"},
-      {{"list", "--seconds", "3"}, "--seconds does not go with list"},
-      {{"record", "--output", "x"}, "record needs a source"},
-      {{"record", "0", "--output"}, "--output needs a value"},
-      {{"record", "0", "--output="}, "--output needs a value"},
-      {{"record", "0", "--output", "a", "--output", "b"}, "--output is given twice"},
-      {{"record", "My", "Camera", "--output", "a"}, "\"Camera\" is too much"},
-      {{"record", "0", "--output", "a", "--until-idle=yes"}, "--until-idle takes no value"},
-      {{"set", "0", "fps=1", "fps"}, "not \"fps\""},
-      {{"--rig", "a", "list", "--rig", "b"}, "--rig is given twice"},
-      {{"watch", "--seconds", "0"}, "not \"0\""},
-      {{"watch", "--seconds", "1e9"}, "up to 366 days, not \"1e9\""},
-      {{"watch", "--seconds", "3s"}, "not \"3s\""},
-      {{"watch", "--seconds", "nan"}, "not \"nan\""},
+      {{"lists"}, "a command is needed"},
+      {{"list", "--seconds", "3"}, "--seconds"},
+      {{"list", "--prob"}, "--prob"},
+      {{"show", "My", "Camera"}, "Camera"},
+      {{"record", "0", "--output="}, "--output"},
+      {{"record", "0", "--output", "a", "--output", "b"}, "--output"},
+      {{"watch", "--seconds", "0"}, "up to 366 days"},
+      {{"watch", "--seconds", "nan"}, "up to 366 days"},
+      {{"watch", "--seconds", "1e9"}, "up to 366 days"},
+      {{"watch", "--seconds", "3s"}, "3s"},
+      {{"snapshot", "0", "a.bmp"}, "not \"a.bmp\""},
+      {{"set", "0"}, "set needs a setting"},
+      {{"set", "0", "fps"}, "not \"fps\""},
+      {{"set", "0", "vide=1"}, "\"vide\" fits more than one setting"},
+      {{"set", "0", "=1"}, "\"\" is no setting"},
+      {{"set", "0", "video=1", "--size", "640x480"}, "Video Settings is set twice"},
+      {{"set", "0", "--size", "640"}, "not \"640\""},
+      {{"set", "0", "--rate", "nan"}, "a number above 0"},
   };
   for (const auto& each : cases) {
-    EXPECT_THAT([&] { parseOptions(each.first, nullptr); },
-                testing::ThrowsMessage<UsageError>(testing::HasSubstr(each.second)));
+    EXPECT_THAT([&] { parseOptions(each.first, nullptr); }, ThrowsMessage<UsageError>(HasSubstr(each.second)));
   }
 }
 
-TEST(SourceMatchTest, UnderstandsIdentifiersIndexesAndBeginnings) {
-  const std::vector<std::string> names = {"Cam Video", "Cam 1 Video", "1", "cam 1 video", "Mic Audio", "Mic"};
-  const std::pair<const char*, std::vector<std::size_t>> cases[] = {
-      {"Cam 1 Video", {1}},     // itself, before the one that differs in case
-      {"CAM 1 VIDEO", {1, 3}},  // which leaves two
-      {"1", {2}},               // an identifier before an index
-      {"4", {4}},
-      {"6", {}},
-      {"99999999999999999999", {}},
-      {"mic", {5}},  // whole before beginning
-      {"ca", {0, 1, 3}},
-      {"", {}},
+TEST(OptionsTest, SaysWhatThereIsWhereNoChoiceIsMeant) {
+  const std::tuple<WantedSetting, std::vector<brv::Option>, const char*> cases[] = {
+      {settingNamed("video=3"), Formats,
+       "\"3\" is no choice of Video Settings; there are:\n  0  1640 x 480\n  1  Wide"},
+      {settingNamed("video= x "), Formats, "\" x \" fits more than one choice of Video Settings:\n  0  1640"},
+      {settingOfSize("64x480"), Formats, "no format has 64 x 480; there are:\n  0  1640 x 480"},
+      {settingOfRate(29.8), Rates, "no rate of 29.8 frames a second; there are:\n  0  30.00"},
+      {settingOfRate(25), {}, "there are none"},
   };
-  for (const auto& [wanted, expected] : cases) EXPECT_EQ(matchSource(names, wanted), expected) << wanted;
+  for (const auto& each : cases) {
+    EXPECT_THAT([&] { std::get<0>(each).indexAmong(std::get<1>(each)); },
+                ThrowsMessage<UsageError>(HasSubstr(std::get<2>(each))));
+  }
+}
+
+TEST(ChoiceTest, UnderstandsNamesAliasesPositionsAndParts) {
+  const std::vector<Choice> choices = {{"Cam Video", {"usb-1"}},
+                                       {"Cam 1 Video", {"usb-2", "mic"}},
+                                       {"1"},
+                                       {"can 1", {"mic"}},
+                                       {"Mic Audio", {"7"}},
+                                       {"Mic"},
+                                       {"Twin"},
+                                       {"Twin"}};
+  const std::pair<const char*, std::size_t> cases[] = {
+      {"Cam 1 Video", 1},              // itself, before the one that differs in case
+      {"1", 2},                        // a name before a position
+      {"4", 4},           {"7", 4},    // an alias before a position
+      {"usb-2", 1},       {"MIC", 5},  // whole before part
+      {"AUDIO", 4},       {"Twin", 6},
+  };
+  for (const auto& [wanted, expected] : cases) EXPECT_EQ(choose("camera", choices, wanted), expected) << wanted;
+  for (const char* wanted : {"CA", "mic", "vid", "", "9", "99999999999999999999", "usb", "USB-1"}) {
+    EXPECT_THROW(choose("camera", choices, wanted), UsageError) << wanted;
+  }
 }
 
 }  // namespace

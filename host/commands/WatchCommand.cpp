@@ -1,0 +1,110 @@
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "commands/Commands.h"
+#include "commands/Facts.h"
+#include "common/Failure.h"
+#include "common/Interrupt.h"
+
+namespace brvhost {
+
+namespace {
+
+constexpr double PollSeconds = 0.1;
+
+std::string now() {
+  const std::time_t seconds = std::time(nullptr);
+  std::tm local{};
+  ::localtime_r(&seconds, &local);
+  char text[sizeof "2026-01-31T23:59:59+0000"];
+  std::strftime(text, sizeof text, "%FT%T%z", &local);
+  return text;
+}
+
+std::string deviceText(const Json& source) {
+  const std::string camera = source.value("video_device_id", ""), microphone = source.value("audio_device_id", "");
+  const bool isOne = camera == microphone || microphone.empty();
+  return "  " + camera + (camera.empty() || isOne ? "" : ", ") + (isOne ? "" : microphone);
+}
+
+/// The line of an event: "12:34:56 + HD Webcam Video  (video+audio)  webcam, microphone".
+std::string textOfEvent(const Json& event) {
+  const std::string kind = event["event"];
+  std::string text = event["time"].get<std::string>().substr(std::size("2026-01-31T") - 1, std::size("12:34:56") - 1);
+  if (kind == "error")
+    return text + " ! " + event["source"]["id"].get<std::string>() + ": " + event["error"].get<std::string>();
+  if (event.contains("source")) {
+    text += kind == "added" ? " + " : kind == "removed" ? " - " : "   ";
+    return text + titleOf(event["source"]) + deviceText(event["source"]);
+  }
+  if (event.contains("device")) {
+    return text + " ! " + event["device"]["name"].get<std::string>() + ": " +
+           event["device"]["reason"].get<std::string>();
+  }
+  text += kind == "attached" ? " a device was plugged in" : " a device was removed";
+  return text + (event["sources_changed"] ? "" : "; every source stays as it is");
+}
+
+/// What is there at one moment.
+struct Present {
+  explicit Present(const brv::Library& library) : sources(Json::array()), unoffered(unofferedOf(library)) {
+    for (const brv::Source& source : library.sources()) sources.push_back(factsOf(source));
+  }
+
+  Json sources;
+  Json unoffered;
+};
+
+bool contains(const Json& all, const Json& one) {
+  return std::find(all.begin(), all.end(), one) != all.end();
+}
+
+}  // namespace
+
+void watchDevices(const brv::Library& library, std::vector<brv::Change>& changes, const Options& options,
+                  std::ostream& out) {
+  const auto tell = [&](const char* kind, const Json& details) {
+    Json event{{"time", now()}, {"event", kind}};
+    event.update(details);
+    if (options.json)
+      writeJSON(out, event, -1);
+    else
+      out << textOfEvent(event) << std::endl;
+  };
+  const auto tellErrors = [&] {
+    for (const brv::Source& source : library.sources()) {
+      Json event{{"source", factsOf(source)}};
+      addError(event, source);
+      if (event.contains("error")) tell("error", event);
+    }
+  };
+  Present known(library);
+  for (const Json& source : known.sources) tell("present", {{"source", source}});
+  for (const Json& device : known.unoffered) tell("unoffered", {{"device", device}});
+  tellErrors();
+
+  const auto end = std::chrono::steady_clock::now() + brv::Seconds(options.seconds.value_or(0));
+  while (!Interrupt::requested() && (!options.seconds || std::chrono::steady_clock::now() < end)) {
+    library.poll(brv::Seconds(std::min(PollSeconds, options.seconds.value_or(PollSeconds))));
+    Present present(library);
+    for (const brv::Change change : std::exchange(changes, {})) {
+      tell(change == brv::Change::Attached ? "attached" : "detached",
+           {{"sources_changed", present.sources != known.sources}});
+    }
+    const auto tellNew = [&](const char* kind, const char* what, const Json& before, const Json& after) {
+      for (const Json& each : after) {
+        if (!contains(before, each)) tell(kind, {{what, each}});
+      }
+    };
+    tellNew("removed", "source", present.sources, known.sources);
+    tellNew("added", "source", known.sources, present.sources);
+    tellNew("unoffered", "device", known.unoffered, present.unoffered);
+    tellErrors();
+    known = std::move(present);
+  }
+}
+
+}  // namespace brvhost
