@@ -122,15 +122,11 @@ std::string textOf(const Json& source) {
   for (const Json& format : source.value("formats", Json::array())) {
     std::string rates;
     for (const Json& rate : format["rates"]) rates += (rates.empty() ? ": " : ", ") + rate.get<std::string>();
-    text += line(formatted("format %d", format["index"].get<int>()).c_str(), choiceText(format) + rates);
+    text +=
+        line(formatted("format %d", format["index"].get<int>()).c_str(), format["title"].get<std::string>() + rates);
   }
   if (source.contains("error")) text += line("error", source["error"]);
   return text;
-}
-
-std::string choiceText(const Json& choice) {
-  const std::string title = choice["title"];
-  return title.empty() ? "(no title)" : title;
 }
 
 void writeJSON(std::ostream& out, const Json& json, int indent) {

@@ -29,8 +29,6 @@ Json unofferedOf(const brv::Library& library);
 std::string titleOf(const Json& source);
 /// That, and a line for each other fact.
 std::string textOf(const Json& source);
-/// "640 x 480", of a choice; words for one that has no title.
-std::string choiceText(const Json& choice);
 
 /// Writes JSON, in one line or indented. Names that are no UTF-8 are mended.
 void writeJSON(std::ostream& out, const Json& json, int indent = 2);

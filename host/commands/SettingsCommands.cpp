@@ -15,7 +15,8 @@ constexpr double FirstSampleSeconds = 2;
 std::string selectionLine(const Json& setting) {
   std::string selected = "not known";
   for (const Json& choice : setting["choices"]) {
-    if (choice["index"] == setting["selected"]) selected = choice["index"].dump() + "  " + choiceText(choice);
+    if (choice["index"] == setting["selected"])
+      selected = choice["index"].dump() + "  " + choice["title"].get<std::string>();
   }
   return formatted("  %-14s  %s\n", setting["name"].get<std::string>().c_str(), selected.c_str());
 }
@@ -36,7 +37,7 @@ void showSource(const brv::Library& library, const Options& options, std::ostrea
     out << "  " << setting["name"].get<std::string>() << "\n";
     for (const Json& choice : setting["choices"]) {
       const char mark = choice["index"] == setting["selected"] ? '*' : ' ';
-      out << "    " << mark << " " << choice["index"] << "  " << choiceText(choice) << "\n";
+      out << "    " << mark << " " << choice["index"] << "  " << choice["title"].get<std::string>() << "\n";
     }
   }
 }

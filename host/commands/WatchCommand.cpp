@@ -26,8 +26,8 @@ std::string now() {
 
 std::string deviceText(const Json& source) {
   const std::string camera = source.value("video_device_id", ""), microphone = source.value("audio_device_id", "");
-  const bool isOne = camera == microphone || microphone.empty();
-  return "  " + camera + (camera.empty() || isOne ? "" : ", ") + (isOne ? "" : microphone);
+  if (camera.empty() || camera == microphone) return "  " + microphone;
+  return "  " + camera + (microphone.empty() ? "" : ", " + microphone);
 }
 
 /// The line of an event: "12:34:56 + HD Webcam Video  (video+audio)  webcam, microphone".

@@ -1,6 +1,11 @@
 #include <gmock/gmock.h>
 
-#include "picture/RGBImage.h"
+#include <cstdio>  // jpeglib.h needs FILE
+
+#include <jpeglib.h>
+
+#include "common/Failure.h"
+#include "picture/ImageFile.h"
 
 namespace brvhost {
 namespace {
@@ -59,6 +64,29 @@ TEST(RGBImageTest, StretchesTheWidthToSquarePixels) {
   for (const auto& [aspect, width] : cases) {
     EXPECT_EQ(withSquarePixels(wide, aspect).pixels, std::vector<std::uint8_t>(width * 3, 9));
   }
+}
+
+TEST(ImageFileTest, KeepsColoursInJPEGAndRefusesWhatHasNoPixels) {
+  RGBImage image{32, 2, {}};
+  for (int i = 0; i < 32; ++i) image.pixels.insert(image.pixels.end(), {250, 20, 60});
+  for (int i = 0; i < 32; ++i) image.pixels.insert(image.pixels.end(), {10, 120, 230});
+  const std::vector<std::uint8_t> bytes = encoded(image, imageFormatOf("a.JPEG"));
+
+  jpeg_error_mgr errors;
+  jpeg_decompress_struct codec;
+  codec.err = jpeg_std_error(&errors);
+  jpeg_create_decompress(&codec);
+  jpeg_mem_src(&codec, bytes.data(), bytes.size());
+  jpeg_read_header(&codec, TRUE);
+  jpeg_start_decompress(&codec);
+  std::vector<std::uint8_t> read(image.pixels.size());
+  for (JSAMPROW row = read.data(); codec.output_scanline < 2; row += 96) jpeg_read_scanlines(&codec, &row, 1);
+  jpeg_destroy_decompress(&codec);
+  EXPECT_THAT(read, testing::Pointwise(testing::Truly([](const auto& pair) {
+                                         return std::abs(std::get<0>(pair) - std::get<1>(pair)) <= 8;
+                                       }),
+                                       image.pixels));
+  for (const char* path : {"a.png", "a.jpg"}) EXPECT_THROW(encoded({}, imageFormatOf(path)), Failure);
 }
 
 }  // namespace
