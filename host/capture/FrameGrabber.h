@@ -4,7 +4,7 @@
 
 #include <brv.hpp>
 
-#include "record/Timeline.h"
+#include "capture/FrameTiming.h"
 
 namespace brvhost {
 

@@ -9,8 +9,8 @@
 #include <map>
 #include <string>
 
-#include "picture/Repack.h"
-#include "record/Timeline.h"
+#include "capture/FrameTiming.h"
+#include "picture/RGBImage.h"
 
 namespace brvhost {
 

@@ -11,6 +11,7 @@
 #include "capture/Translations.h"
 #include "common/Failure.h"
 #include "common/Interrupt.h"
+#include "record/AV.h"
 
 namespace brvhost {
 
@@ -41,6 +42,7 @@ int run(const Options& options, std::ostream& out, Console& console) {
     return ExitDone;
   }
 
+  av_log_set_level(AV_LOG_ERROR);
   useRig(options.rig);
   const Interrupt interrupt;
   std::vector<brv::Change> changes;

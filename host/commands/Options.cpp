@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <functional>
 #include <string_view>
 
@@ -64,20 +65,22 @@ JSON: {"id", "tried": [{"name", "index"}], "done" (true or false), "code", "mess
 show has them}.)";
 
 constexpr const char* RecordHelp =
-    R"(Records the picture to BASE.y4m (uncompressed 4:2:2) and the sound to BASE.wav (44,100 Hz, 16 bits,
-stereo), whichever the source has. Existing files are replaced, but not when one of the two would
-stay from an earlier take, which would pass for a part of this one. Ctrl-C ends the recording, and
-the files are complete then too; a second Ctrl-C ends it at once, without the report. SIGUSR1 shows
-the report as it stands, on standard error. Without settings the module chooses the format.
+    R"(Records picture and sound to one file, with the source's own time stamps. The ending of FILE says
+how: .mkv (lossless), .mov, .mp4, .webm, .ts; .y4m or .wav for one of the two. % in it stands for
+the time, as strftime has it: "%F-%T.mkv". FILE may be - for Matroska on standard output, or a URL:
+srt://, udp://, tcp://, rtmp://. An existing file is replaced once there is something to write.
 
-When no picture or sound comes for 2 seconds, record says so, and when it is back. It exits with 1
-when one of them is still missing at Ctrl-C, falls short of --seconds, or never came.
+The recording begins when picture and sound have both begun, and ends with Ctrl-C; what is written
+until then plays. A second Ctrl-C ends it at once. SIGUSR1 shows the account as it stands. Where
+sound is missing there is silence, and a microphone whose clock is off is stretched to stay with
+the picture. A picture of another size begins another file.
 
-The report counts frames: "captured" is the sum of "delivered", which reached this program, and
-"dropped", read from the gaps between time stamps. "Not written" were delivered but are not in the
-file, because the disk did not keep up. "Missing" sound is read from the time stamps likewise. Gaps
-are not filled; the first few are listed. A picture whose size changes ends BASE.y4m there.
-"Callbacks" are the module's calls.)";
+Says when picture or sound stops, is silent, black or frozen, and when that is over. Exits with 1
+when more is missing than --max-missing, or than asked for, and when the source is unplugged.
+
+JSON: {"files", "bytes", "drift" (seconds), "pictures" and "sound": {"delivered", "missing",
+"not_written", "outside", "seconds", "gaps" (how many), "first_gaps": [{"at", "seconds"}], "dropped":
+{reason: number}, "peak" (of sound, dB)}, "shortfall" (why it is not whole, or null)}.)";
 
 constexpr const char* SnapshotHelp =
     R"(Starts the source, lets a few frames pass, and saves one as RGB with square pixels: as PNG or JPEG
@@ -87,7 +90,7 @@ no frame comes within 5 seconds.)";
 constexpr const char* WatchHelp =
     R"(Shows the sources and the devices that are not offered (!), then each source that appears (+) or
 disappears (-), what the module says when something goes wrong with one (!), and its log, until
-Ctrl-C or for N seconds. A source of two devices, such as a camera with its microphone, stays until
+Ctrl-C or for --seconds. A source of two devices, such as a camera with its microphone, stays until
 both are removed.
 
 JSON, one object a line: "time" (local, with its offset from UTC) and "event": "present", "added" or
@@ -169,13 +172,24 @@ class CommandLine {
     set.add_option_function("NAME=CHOICE", _addNamed, "a setting, like --set")->option_text(" ");
     addJSON(set);
 
-    CLI::App& record = addCommand(Command::record, "record", "record to BASE.y4m and BASE.wav", RecordHelp);
+    CLI::App& record = addCommand(Command::record, "record", "record to a file, or to the network", RecordHelp);
     addSource(record);
-    addValue(record, "--output", _options.output, "BASE", "the files, without their endings")->required();
+    addValue(record, "FILE", _options.output, " ", "file, URL, or - for standard output")->required();
     addSettings(record);
-    addSeconds(record, "stop after N seconds of picture and of sound, by their time stamps");
-    record.add_flag("--until-idle", _options.untilIdle,
-                    "stop when nothing has come for 2 seconds after the last sample: the end of a clip");
+    addSpan(record, "--seconds", _options.seconds, "stop after so long, by the time stamps");
+    addSpan(record, "--segment", _options.segmentSeconds,
+            "begin another file each 10m, say: FILE-001, FILE-002 and so on");
+    addSpan(record, "--wait", _options.waitSeconds, "wait so long for a source that is unplugged, and go on");
+    record.add_flag("--until-idle", _options.untilIdle, "stop when nothing has come for 2 s: the end of a clip");
+    addValue(record, "--video-codec", _options.videoCodec, "NAME", "one of FFmpeg's, such as ffv1, libx264, prores");
+    addValue(record, "--audio-codec", _options.audioCodec, "NAME", "such as flac, aac, libopus");
+    const auto limit = [this](const std::string& text) { _options.limit.set(text); };
+    record
+        .add_option_function<std::string>(
+            "--max-missing", limit,
+            "what may be missing: one hole of so many seconds (0.5s), or\na share of the frames (0.1%)")
+        ->option_text("N");
+    addJSON(record);
 
     CLI::App& snapshot = addCommand(Command::snapshot, "snapshot", "save one picture", SnapshotHelp);
     addSource(snapshot);
@@ -183,7 +197,7 @@ class CommandLine {
     addSettings(snapshot);
 
     CLI::App& watch = addCommand(Command::watch, "watch", "follow devices being plugged in and removed", WatchHelp);
-    addSeconds(watch, "stop after N seconds");
+    addSpan(watch, "--seconds", _options.seconds, "stop after so long");
     addJSON(watch);
   }
 
@@ -199,13 +213,21 @@ class CommandLine {
 
   void addJSON(CLI::App& command) { command.add_flag("--json", _options.json, "write JSON instead, for programs"); }
 
-  void addSeconds(CLI::App& command, const char* description) {
-    const auto apply = [this](double seconds) {
+  /// A time: a number, with s, m or h after it or in seconds.
+  void addSpan(CLI::App& command, const char* name, std::optional<double>& span, const char* description) {
+    const auto apply = [name, &span](const std::string& text) {
       constexpr double Longest = 366.0 * 24 * 3600;
-      if (!(seconds > 0 && seconds <= Longest)) throw UsageError("--seconds takes a number above 0, up to 366 days");
-      _options.seconds = seconds;
+      double number = 0;
+      const char* const end = text.data() + text.size();
+      const auto [rest, error] = std::from_chars(text.data(), end, number);
+      const std::string_view unit(rest, static_cast<std::size_t>(end - rest));
+      const double seconds = unit == "h" ? 3'600 : unit == "m" ? 60 : unit.empty() || unit == "s" ? 1 : 0;
+      if (error != std::errc() || !(number * seconds > 0 && number * seconds <= Longest)) {
+        throw UsageError(std::string(name) + " takes a time such as 90, 90s, 10m or 2h, up to 366 days");
+      }
+      span = number * seconds;
     };
-    command.add_option_function<double>("--seconds", apply, description)->option_text("N");
+    command.add_option_function<std::string>(name, apply, description)->option_text("TIME");
   }
 
   void addSettings(CLI::App& command) {

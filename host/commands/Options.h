@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "capture/Settings.h"
+#include "record/MissingLimit.h"
 
 namespace brvhost {
 
@@ -20,14 +21,18 @@ struct Options {
   std::string rig;     ///< path; empty: this machine's own devices
   std::string language;
 
-  std::string source;                   ///< show, set, record, snapshot
-  std::string output;                   ///< record: base of the files' names; snapshot: the file
-  std::optional<double> seconds;        ///< record, watch; absent: until interrupted
-  std::vector<WantedSetting> settings;  ///< set, record, snapshot: in the order in which they are set
-  bool untilIdle = false;               ///< record
-  bool probe = false;                   ///< list
-  bool formats = false;                 ///< list
-  bool json = false;                    ///< list, show, set, watch
+  std::string source;                    ///< show, set, record, snapshot
+  std::string output;                    ///< record: file, URL or "-"; snapshot: the file
+  std::optional<double> seconds;         ///< record, watch; absent: until interrupted
+  std::vector<WantedSetting> settings;   ///< set, record, snapshot: in the order in which they are set
+  std::string videoCodec, audioCodec;    ///< record; empty: what suits the file
+  std::optional<double> segmentSeconds;  ///< record
+  std::optional<double> waitSeconds;     ///< record: for a source that is unplugged meanwhile
+  MissingLimit limit;                    ///< record
+  bool untilIdle = false;                ///< record
+  bool probe = false;                    ///< list
+  bool formats = false;                  ///< list
+  bool json = false;                     ///< all but snapshot
 };
 
 /// Reads the arguments after the program's name, and CAPTURE_RIG. `localeName` is what LANG says, the default language,

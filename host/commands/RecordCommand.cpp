@@ -1,5 +1,7 @@
 #include <algorithm>
 #include <chrono>
+#include <iostream>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -8,6 +10,7 @@
 #include "capture/SourceSettings.h"
 #include "capture/Sources.h"
 #include "commands/Commands.h"
+#include "commands/Facts.h"
 #include "common/Failure.h"
 #include "common/Interrupt.h"
 #include "record/RecordReport.h"
@@ -20,7 +23,7 @@ namespace {
 using Clock = MediumWatch::Clock;
 
 constexpr brv::Seconds PollTime(0.02);
-constexpr double ProgressSeconds = 1;
+constexpr std::chrono::seconds ProgressTime(1);
 /// How much longer than asked a recording may take by the clock: a camera may be slow to begin, and frames may be
 /// missing.
 constexpr double GraceSeconds = 5;
@@ -37,37 +40,23 @@ enum class End { complete, failed, interrupted, idle, overdue, unplugged };
 /// One recording while it runs.
 class Take {
  public:
-  Take(const brv::Library& library, const brv::Source& source, const Recorder& recorder, const Options& options,
-       Console& console)
-      : _library(library), _source(source), _recorder(recorder), _options(options), _console(console) {
-    if (const auto* video = recorder.video()) watch("picture", *video);
-    if (const auto* audio = recorder.audio()) watch("sound", *audio);
+  Take(const brv::Library& library, const brv::Source& source, const Options& options, const TakeOptions& take,
+       Recorder& recorder, Console& console)
+      : _library(library), _source(source), _options(options), _recorder(recorder), _console(console) {
+    if (take.records(Medium::video)) watch("picture", &TakeAccount::pictures);
+    if (take.records(Medium::audio)) watch("sound", &TakeAccount::sound);
   }
 
   /// Runs the main loop until the recording is over.
   End run() {
-    Clock::time_point nextProgress = _start + std::chrono::seconds(1);
-    while (!_recorder.isComplete() && !isAllComplete()) {
-      _library.poll(PollTime);
-      const Clock::time_point now = Clock::now();
-      const auto progress = [&] { return progressText(secondsBetween(_start, now), _recorder); };
-      if (Interrupt::requested()) return End::interrupted;
-      if (Interrupt::takeInquiry()) {
-        _console.line(progress() + "\n" + reportText(_recorder, timingOf(_source).ticksPerSecond));
-      }
-      if (_recorder.failure()) return End::failed;  // what is left of the recording would hardly fare better
-      if (!_source.isPluggedIn()) return End::unplugged;
-      for (MediumWatch& medium : _media) medium.look(now);
-      if (_options.untilIdle && allThatCameIsIdle()) return End::idle;
-      tellNews();
-      if (_options.seconds && isOverdue(secondsBetween(_start, now))) return End::overdue;
-      if (now >= nextProgress) {
-        _console.progress(progress());
-        nextProgress += std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(ProgressSeconds));
-      }
-    }
-    return End::complete;
+    start();
+    const End end = runUntilEnd();
+    _running.reset();
+    noteDrops();
+    return end;
   }
+
+  const TakeDrops& drops() const { return _drops; }
 
   /// What was missing of the media at that end; none when nothing was.
   std::optional<std::string> shortfallAt(End end) const {
@@ -89,13 +78,70 @@ class Take {
   }
 
  private:
-  template <typename Track>
-  void watch(const char* name, const Track& track) {
-    const auto state = [&track] {
-      const auto statistics = track.statistics();
-      return MediumState{statistics.frames, statistics.endSeconds(), statistics.sampleSeconds(), track.isComplete()};
+  void watch(const char* name, MediumAccount TakeAccount::*medium) {
+    const auto state = [this, medium] {
+      const MediumAccount account = _recorder.account().*medium;
+      return MediumState{account.delivered, account.endSeconds, account.sampleSeconds, account.isComplete};
     };
     _media.emplace_back(name, state, _options.seconds, _start);
+  }
+
+  void start() {
+    brv::Handlers handlers = _recorder.handlers();
+    handlers.starting = [this] { _dropsSeen = TakeDrops::of(_source); };
+    _running = _source.listen(std::move(handlers));
+  }
+
+  /// Adds what the module has dropped since the last time; a source that has gone tells no more.
+  void noteDrops() {
+    if (!_source.isPluggedIn()) return;
+    const TakeDrops now = TakeDrops::of(_source);
+    _drops += now.since(_dropsSeen);
+    _dropsSeen = now;
+  }
+
+  End runUntilEnd() {
+    Clock::time_point nextProgress = _start + ProgressTime;
+    while (!_recorder.isComplete() && !isAllComplete()) {
+      _library.poll(PollTime);
+      const Clock::time_point now = Clock::now();
+      const auto progress = [&] {
+        return progressText(secondsBetween(_start, now), _recorder.account(), _recorder.takeLevel());
+      };
+      if (Interrupt::requested()) return End::interrupted;
+      if (Interrupt::takeInquiry()) {
+        noteDrops();
+        _console.line(progress() + "\n" + reportText(_recorder.account(), _drops));
+      }
+      if (_recorder.account().failure) return End::failed;  // what is left would hardly fare better
+      if (!_source.isPluggedIn() && !isBack()) return Interrupt::requested() ? End::interrupted : End::unplugged;
+      for (MediumWatch& medium : _media) medium.look(now);
+      if (_options.untilIdle && allThatCameIsIdle()) return End::idle;
+      tellNews();
+      for (const std::string& news : _recorder.takeNews()) _console.line(news);
+      if (_options.seconds && isOverdue(secondsBetween(_start, now))) return End::overdue;
+      if (now >= nextProgress) {
+        noteDrops();
+        if (!_options.quiet) _console.progress(progress());
+        nextProgress += ProgressTime;
+      }
+    }
+    return End::complete;
+  }
+
+  /// Waits for the source that has gone, as long as was asked for, and starts it again.
+  bool isBack() {
+    if (!_options.waitSeconds) return false;
+    _running.reset();
+    _console.line(unpluggedText(_source) + formatted(", waiting for it for %g s", *_options.waitSeconds));
+    const Clock::time_point gone = Clock::now();
+    while (!_source.isPluggedIn()) {
+      if (Interrupt::requested() || secondsBetween(gone, Clock::now()) > *_options.waitSeconds) return false;
+      _library.poll(PollTime);
+    }
+    _console.line(_source.id() + " is back");
+    start();
+    return true;
   }
 
   bool isAllComplete() const {
@@ -132,47 +178,53 @@ class Take {
 
   const brv::Library& _library;
   const brv::Source& _source;
-  const Recorder& _recorder;
   const Options& _options;
+  Recorder& _recorder;
   Console& _console;
   const Clock::time_point _start = Clock::now();
   std::vector<MediumWatch> _media;
+  TakeDrops _drops, _dropsSeen;
+  brv::Subscription _running;
 };
 
 }  // namespace
 
 void recordSource(const brv::Library& library, const Options& options, std::ostream& out, Console& console) {
   const brv::Source source = findSource(library, options.source);
-  const bool hasVideo = source.hasVideo(), hasAudio = source.hasAudio();
-  if (!hasVideo && !hasAudio) throw Failure(source.id() + " has nothing to record");
-  requireSettings(library, source, options.settings);  // before the files of an earlier recording are replaced
-
-  Recorder recorder(options.output, {hasVideo, hasAudio}, options.seconds, [&source] { return timingOf(source); });
-  std::optional<Take> take;
-  End end = End::complete;
-  std::int32_t ticksPerSecond = 0;
-  std::string drops;
-  {
-    Drops picturesBefore, soundBefore;
-    brv::Handlers handlers = recorder.handlers();
-    handlers.starting = [&] {
-      picturesBefore = dropsOf(source, "video");
-      soundBefore = dropsOf(source, "audio");
-    };
-    const brv::Subscription running = source.listen(std::move(handlers));
-    end = take.emplace(library, source, recorder, options, console).run();
-    ticksPerSecond = source.ticksPerSecond();
-    drops = dropsText("pictures", picturesBefore, dropsOf(source, "video")) +
-            dropsText("runs of sound", soundBefore, dropsOf(source, "audio"));
+  const TakeOptions take{.target = options.output,
+                         .encoding = encodingFor(options.output, options.videoCodec, options.audioCodec),
+                         .hasVideo = source.hasVideo(),
+                         .hasAudio = source.hasAudio(),
+                         .seconds = options.seconds,
+                         .segmentSeconds = options.segmentSeconds,
+                         .isInterrupted = Interrupt::requested};
+  if (!take.records(Medium::video) && !take.records(Medium::audio)) {
+    throw Failure(source.id() + " has nothing to record to " + take.target);
   }
+  requireSettings(library, source, options.settings);  // before the files of an earlier recording are replaced
+  if (OutputFile::lacksReader(take.target)) console.line("waiting for a reader of " + take.target);
+
+  Recorder recorder(source, take);
+  const std::string outlook = outlookText(source, take);
+  if (!outlook.empty() && !options.quiet) console.line(outlook);
+  Take running(library, source, options, take, recorder, console);
+  const End end = running.run();
   recorder.finish();
   console.endProgress();
 
   if (Interrupt::requested()) console.line("interrupted");
-  out << reportText(recorder, ticksPerSecond) << drops << std::flush;
-  if (end == End::unplugged && !recorder.failure()) throw Failure(unpluggedText(source));
-  if (const auto shortfall = shortfallOf(recorder, source.error())) throw Failure(*shortfall);
-  if (const auto shortfall = take->shortfallAt(end)) throw Failure(*shortfall);
+  const TakeAccount account = recorder.account();
+  std::optional<std::string> shortfall;
+  if (end == End::unplugged && !account.failure) shortfall = unpluggedText(source);
+  if (!shortfall) shortfall = shortfallOf(account, take, options.limit, source.error());
+  if (!shortfall) shortfall = running.shortfallAt(end);
+  std::ostream& report = take.target == "-" ? std::cerr : out;
+  if (options.json) {
+    writeJSON(report, reportJSON(account, running.drops(), shortfall));
+  } else {
+    report << reportText(account, running.drops()) << std::flush;
+  }
+  if (shortfall) throw Failure(*shortfall);
 }
 
 }  // namespace brvhost

@@ -66,7 +66,7 @@ ColorMatrix colorMatrix(CVPixelBufferRef picture) {
 RGBImage convertToRGB(const PictureView& picture, ColorMatrix matrix) {
   const Factors& factors = FactorsOf[static_cast<std::size_t>(matrix)];
   RGBImage image{picture.width, picture.height, std::vector<std::uint8_t>(picture.width * picture.height * 3)};
-  const std::size_t pairs = chromaWidth(picture.width);
+  const std::size_t pairs = (picture.width + 1) / 2;
   std::uint8_t* out = image.pixels.data();
   for (std::size_t line = 0; line < picture.height; ++line) {
     const std::uint8_t* const row = picture.pixels + line * picture.rowBytes;

@@ -8,9 +8,16 @@
 #include <vector>
 
 #include "picture/Rational.h"
-#include "picture/Repack.h"
 
 namespace brvhost {
+
+/// A 'yuvs' picture in memory, borrowed. Rows hold whole pairs: an odd width has one more luma sample, never shown.
+struct PictureView {
+  const std::uint8_t* pixels = nullptr;
+  std::size_t rowBytes = 0;  ///< from one row to the next
+  std::size_t width = 0;
+  std::size_t height = 0;
+};
 
 /// 8 bits each of red, green and blue, rows without gaps.
 struct RGBImage {

@@ -26,9 +26,12 @@ class Gaps {
     ++_count;
     constexpr std::int64_t Most = std::numeric_limits<std::int64_t>::max() / 4;
     _missing = std::min(_missing + std::min(missing, Most), Most);
+    _largest = std::max(_largest, missing);
   }
 
   std::int64_t missing() const { return _missing; }
+  /// In one place.
+  std::int64_t largest() const { return _largest; }
   std::size_t count() const { return _count; }
   /// The first few, in their order.
   std::span<const Gap> first() const { return std::span(_first).first(std::min(_count, _first.size())); }
@@ -37,6 +40,7 @@ class Gaps {
   std::array<Gap, 5> _first;
   std::size_t _count = 0;
   std::int64_t _missing = 0;
+  std::int64_t _largest = 0;
 };
 
 }  // namespace brvhost

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <system_error>
@@ -25,15 +26,22 @@ bool isSameFile(const struct stat& one, const struct stat& other) {
 // Delegates, so that the destructor cleans up behind what is thrown.
 OutputFile::OutputFile(std::string path) : OutputFile() {
   _path = std::move(path);
-  _descriptor = ::open(_path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-  _isNew = _descriptor >= 0;
-  if (!_isNew && errno == EEXIST) _descriptor = ::open(_path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+  const bool isStandardOutput = _path == "-";
+  if (isStandardOutput) {
+    _path = "standard output";
+    _descriptor = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
+  } else {
+    _descriptor = ::open(_path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    _isNew = _descriptor >= 0;
+  }
+  if (!isStandardOutput && !_isNew && errno == EEXIST)
+    _descriptor = ::open(_path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
   struct stat status = {};
   if (_descriptor < 0 && errno == EINTR) throw Failure("interrupted");  // while waiting for a FIFO's reader
   if (_descriptor < 0 || ::fstat(_descriptor, &status) != 0) fail("create", errno);
 
   if (S_ISBLK(status.st_mode)) throw Failure("cannot write to " + _path + ": it is a disk, not a file");
-  _isRegular = S_ISREG(status.st_mode);
+  _isRegular = !isStandardOutput && S_ISREG(status.st_mode);  // what a shell appends to is not to be overwritten
   _holdsEarlier = _isRegular && status.st_size > 0;
   // Best effort: there are file systems without locks.
   if (_isRegular && ::flock(_descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
@@ -53,7 +61,16 @@ OutputFile::OutputFile(OutputFile&& other) noexcept
       _isNew(other._isNew),
       _isRegular(other._isRegular),
       _holdsEarlier(other._holdsEarlier),
-      _size(other._size) {}
+      _size(other._size),
+      _position(other._position) {}
+
+bool OutputFile::lacksReader(const std::string& path) {
+  struct stat status = {};
+  if (::stat(path.c_str(), &status) != 0 || !S_ISFIFO(status.st_mode)) return false;
+  const int descriptor = ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+  if (descriptor >= 0) ::close(descriptor);
+  return descriptor < 0 && errno == ENXIO;
+}
 
 void OutputFile::write(const void* bytes, std::size_t count) {
   if (_holdsEarlier && isOpenElsewhere()) {
@@ -62,7 +79,8 @@ void OutputFile::write(const void* bytes, std::size_t count) {
   const auto* next = static_cast<const char*>(bytes);
   const std::uint64_t sizeBefore = _size;
   while (count > 0) {
-    const ssize_t written = ::write(_descriptor, next, count);
+    const ssize_t written = _isRegular ? ::pwrite(_descriptor, next, count, static_cast<off_t>(_position))
+                                       : ::write(_descriptor, next, count);
     if (written < 0 && errno == EINTR) continue;
     if (written < 0) {
       const int error = errno;
@@ -71,20 +89,9 @@ void OutputFile::write(const void* bytes, std::size_t count) {
     }
     next += written;
     count -= static_cast<std::size_t>(written);
-    _size += static_cast<std::uint64_t>(written);
+    _position += static_cast<std::uint64_t>(written);
+    _size = std::max(_size, _position);
     if (std::exchange(_holdsEarlier, false) && !cut(_size)) fail("write to", errno);
-  }
-}
-
-void OutputFile::overwrite(std::uint64_t offset, const void* bytes, std::size_t count) {
-  const auto* next = static_cast<const char*>(bytes);
-  while (count > 0) {
-    const ssize_t written = ::pwrite(_descriptor, next, count, static_cast<off_t>(offset));
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) fail("write to", errno);
-    next += written;
-    count -= static_cast<std::size_t>(written);
-    offset += static_cast<std::uint64_t>(written);
   }
 }
 
@@ -104,7 +111,7 @@ void OutputFile::discard() noexcept {
 
 bool OutputFile::cut(std::uint64_t size) noexcept {
   const auto end = static_cast<off_t>(size);
-  if (::ftruncate(_descriptor, end) != 0 || ::lseek(_descriptor, end, SEEK_SET) < 0) return false;
+  if (::ftruncate(_descriptor, end) != 0) return false;
   _size = size;
   return true;
 }

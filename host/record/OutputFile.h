@@ -13,8 +13,10 @@ namespace brvhost {
 class OutputFile {
  public:
   /// Opens the file, or creates it; a FIFO is waited for until somebody reads. Throws Failure, also for a disk, and for
-  /// a file that another OutputFile writes, in whatever process.
+  /// a file that another OutputFile writes, in whatever process. "-" is standard output.
   explicit OutputFile(std::string path);
+  /// Whether the file is a FIFO that nobody reads, so that opening it would wait.
+  static bool lacksReader(const std::string& path);
   ~OutputFile();
   OutputFile(OutputFile&& other) noexcept;
 
@@ -22,12 +24,13 @@ class OutputFile {
   /// Whether bytes can be replaced.
   bool isSeekable() const { return _isRegular; }
 
-  /// Appends all of the bytes; the first ones take the place of what an earlier file held. Throws Failure; what went
-  /// before is then the end of the file, where it can be cut. Throws it too where this process has the earlier file
-  /// open: a clip that a camera plays, or its own standard output.
+  /// Writes all of the bytes where the last ones ended, or at an offset among those that were written before; the first
+  /// ones take the place of what an earlier file held. Throws Failure; what went before is then the end of the file,
+  /// where it can be cut. Throws it too where this process has the earlier file open: a clip that a camera plays.
   void write(const void* bytes, std::size_t count);
-  /// Replaces bytes that were written before. Throws Failure.
-  void overwrite(std::uint64_t offset, const void* bytes, std::size_t count);
+  void seek(std::uint64_t offset) { _position = offset; }
+  /// How long the file is by now.
+  std::uint64_t size() const { return _size; }
   /// Throws Failure when what was written turns out not to have reached the disk. Closed is closed in any case.
   void close();
   /// Closes the file, and takes it off the disk again where it was this object that created it.
@@ -47,6 +50,7 @@ class OutputFile {
   bool _isRegular = false;
   bool _holdsEarlier = false;  ///< bytes that were there before, until the first write
   std::uint64_t _size = 0;     ///< bytes written
+  std::uint64_t _position = 0;
 };
 
 }  // namespace brvhost

@@ -1,9 +1,10 @@
 #include "record/RecordReport.h"
 
+#include <charconv>
 #include <cmath>
 #include <filesystem>
-#include <system_error>
-#include <utility>
+#include <nlohmann/json.hpp>
+#include <regex>
 
 #include "common/Failure.h"
 
@@ -15,24 +16,22 @@ std::string count(std::int64_t number) {
   return std::to_string(number);
 }
 
-std::string stampText(std::int64_t stamp, std::int32_t ticksPerSecond) {
-  std::string text = count(stamp);
-  if (ticksPerSecond > 0) text += formatted(" (%.3f s)", inSeconds(stamp, ticksPerSecond));
-  return text;
-}
-
-std::string stampsText(std::int64_t first, std::int32_t firstTicks, std::int64_t last, std::int32_t lastTicks) {
-  std::string text = "  time stamps first " + stampText(first, firstTicks) + ", last " + stampText(last, lastTicks);
-  if (lastTicks > 0) text += formatted(", %d ticks a second", lastTicks);
-  return text + "\n";
-}
-
-double soundSeconds(const AudioStatistics& sound) {
-  return inSeconds(sound.frames, sound.format.sampleRate);
-}
-
 std::string framesText(std::int64_t frames) {
   return count(frames) + (frames == 1 ? " frame" : " frames");
+}
+
+std::string secondsText(std::int64_t soundFrames) {
+  return formatted("%.3f s", static_cast<double>(soundFrames) / SoundRate);
+}
+
+std::string bytesText(double bytes) {
+  return bytes < 1e9 ? formatted("%.1f MB", bytes / 1e6) : formatted("%.2f GB", bytes / 1e9);
+}
+
+std::string spanText(double seconds) {
+  const auto minutes = static_cast<long long>(seconds / 60);
+  if (minutes >= 60) return formatted("%lld h %lld min", minutes / 60, minutes % 60);
+  return minutes > 0 ? formatted("%lld min", minutes) : formatted("%.0f s", seconds);
 }
 
 /// The first gaps, each `describe`d by what is missing; nothing where there are none.
@@ -47,112 +46,14 @@ std::string gapsText(const Gaps& gaps, Describe&& describe) {
   return text + (others > 0 ? formatted(", and %zu more\n", others) : "\n");
 }
 
-/// How the account of a track closes: what has not reached the file yet, and what every callback was.
-std::string balanceText(const TrackStatistics& statistics) {
-  std::string text = ", not written " + count(statistics.notWritten);
-  if (statistics.waiting() > 0) text += ", waiting " + count(statistics.waiting());
-  text += "\n  callbacks   " + count(statistics.callbacks()) + ": recorded " + count(statistics.recorded) +
-          ", after the end " + count(statistics.late) + "\n";
-  return text;
+/// How the account of a medium closes.
+std::string restText(const MediumAccount& medium) {
+  std::string text = ", not written " + count(medium.notWritten);
+  if (medium.waiting() > 0) text += ", waiting " + count(medium.waiting());
+  return text + ", outside " + count(medium.outside) + "\n";
 }
 
-std::string videoReport(const VideoTrack& track) {
-  const VideoStatistics video = track.statistics();
-  const VideoTimeline& timeline = video.timeline;
-  std::string text = track.path() + "\n";
-  if (video.format) {
-    const Rational& rate = video.format->frameRate;
-    const Rational& aspect = video.format->pixelAspect;
-    text += formatted("  picture     %zu x %zu, %lld/%lld frames a second, pixels %lld:%lld\n", video.format->width,
-                      video.format->height, static_cast<long long>(rate.numerator),
-                      static_cast<long long>(rate.denominator), static_cast<long long>(aspect.numerator),
-                      static_cast<long long>(aspect.denominator));
-  }
-  text += "  frames      captured " + count(timeline.captured()) + ", delivered " + count(timeline.delivered()) +
-          ", dropped " + count(timeline.gaps().missing()) + balanceText(video) + gapsText(timeline.gaps(), framesText);
-  if (timeline.delivered() > 0) {
-    text += stampsText(timeline.firstStamp(), timeline.firstTiming().ticksPerSecond, timeline.lastStamp(),
-                       timeline.lastTiming().ticksPerSecond);
-  }
-  return text;
-}
-
-/// `sourceTicks` is what the source counts in, and its sound too where that `isAlone`.
-std::string audioReport(const AudioTrack& track, std::int32_t sourceTicks, bool isAlone) {
-  const AudioStatistics sound = track.statistics();
-  const SoundTimeline& timeline = sound.timeline;
-  const auto secondsText = [&](std::int64_t frames) {
-    return formatted("%.3f s", inSeconds(frames, sound.format.sampleRate));
-  };
-  std::string text = track.path() + "\n  sound       " + secondsText(sound.frames) + " (" + framesText(sound.frames) +
-                     "), missing " + secondsText(timeline.gaps().missing()) + balanceText(sound) +
-                     gapsText(timeline.gaps(), secondsText);
-  if (sound.recorded > 0) {
-    const auto unit = [&](double measured) {
-      return isAlone && sound.recorded == 1 ? sourceTicks : soundTicksPerSecond(sourceTicks, measured);
-    };
-    text += stampsText(timeline.firstStamp(), unit(timeline.firstTicksPerSecond()), timeline.lastStamp(),
-                       unit(timeline.lastTicksPerSecond()));
-  }
-  return text;
-}
-
-/// Where the files of one take differ in length by more than a last frame and a last run can; otherwise nothing.
-std::string differenceText(const VideoTrack& videoTrack, const AudioTrack& audioTrack) {
-  const VideoStatistics video = videoTrack.statistics();
-  const AudioStatistics sound = audioTrack.statistics();
-  const FrameTiming& timing = video.timeline.firstTiming();  // the file's
-  if (!timing.isKnown() || video.frames == 0 || sound.frames == 0) return {};
-  const double frameSeconds = inSeconds(timing.frameDuration, timing.ticksPerSecond);
-  const double soundFrames = inSeconds(sound.frames - sound.notWritten, sound.format.sampleRate) / frameSeconds;
-  const double shorter = soundFrames - static_cast<double>(video.frames - video.notWritten);
-  if (std::abs(shorter) <= sound.sampleSeconds() / frameSeconds + 1.5) return {};
-  return (shorter > 0 ? "the picture is " : "the sound is ") + framesText(std::llround(std::abs(shorter))) +
-         formatted(" (%.3f s) shorter than the ", std::abs(shorter) * frameSeconds) +
-         (shorter > 0 ? "sound\n" : "picture\n");
-}
-
-/// What is wrong with one track.
-std::optional<std::string> shortfall(const TrackStatistics& statistics, const std::string& path,
-                                     const std::string& nothingCame) {
-  if (statistics.failure) return statistics.failure;
-  if (statistics.ending) return statistics.ending;
-  if (statistics.frames == 0) {
-    std::error_code error;
-    const bool isEarlier = std::filesystem::is_regular_file(path, error);
-    return nothingCame + (isEarlier ? "; " + path + " is still that of an earlier take" : "");
-  }
-  if (statistics.notWritten > 0) return path + " is not whole: the disk did not keep up";
-  return std::nullopt;
-}
-
-}  // namespace
-
-std::string progressText(double elapsedSeconds, const Recorder& recorder) {
-  const auto seconds = static_cast<long long>(elapsedSeconds);
-  std::string text = formatted("%02lld:%02lld:%02lld", seconds / 3600, seconds / 60 % 60, seconds % 60);
-  if (recorder.video() != nullptr) {
-    const VideoStatistics video = recorder.video()->statistics();
-    text += "  " + count(video.timeline.delivered()) + " frames, " + count(video.timeline.gaps().missing()) +
-            " dropped, " + count(video.notWritten) + " not written";
-  }
-  if (recorder.audio() != nullptr) {
-    text += formatted("  %.1f s of sound", soundSeconds(recorder.audio()->statistics()));
-  }
-  return text;
-}
-
-std::string reportText(const Recorder& recorder, std::int32_t ticksPerSecond) {
-  std::string text;
-  if (recorder.video() != nullptr) text += videoReport(*recorder.video());
-  if (recorder.audio() != nullptr) text += audioReport(*recorder.audio(), ticksPerSecond, recorder.video() == nullptr);
-  if (recorder.video() != nullptr && recorder.audio() != nullptr) {
-    text += differenceText(*recorder.video(), *recorder.audio());
-  }
-  return text;
-}
-
-std::string dropsText(const char* medium, const Drops& before, const Drops& after) {
+std::string dropsText(const char* medium, const Drops& drops) {
   static const std::pair<const char*, const char*> words[] = {
       {"late", "because the disk or the machine was behind"},
       {"no_buffer", "for want of buffers or memory"},
@@ -162,22 +63,155 @@ std::string dropsText(const char* medium, const Drops& before, const Drops& afte
       {"stopped", "that were waiting at a stop"}};
   std::string text;
   for (const auto& [reason, why] : words) {
-    const auto first = before.find(reason), last = after.find(reason);
-    if (first == before.end() || last == after.end() || last->second == first->second) continue;
-    text +=
-        (text.empty() ? medium + std::string(" dropped: ") : ", ") + count(last->second - first->second) + " " + why;
+    const auto found = drops.find(reason);
+    if (found == drops.end() || found->second == 0) continue;
+    text += (text.empty() ? medium + std::string(" dropped: ") : ", ") + count(found->second) + " " + why;
   }
   return text.empty() ? text : text + "\n";
 }
 
-std::optional<std::string> shortfallOf(const Recorder& recorder, const std::string& sourceError) {
-  const std::string reason = sourceError.empty() ? "" : ": " + sourceError;
-  std::optional<std::string> found;
-  if (const VideoTrack* video = recorder.video()) {
-    found = shortfall(video->statistics(), video->path(), "no picture came from the source" + reason);
+/// What is wrong with one medium.
+std::optional<std::string> shortfall(const MediumAccount& medium, const char* name, double frameSeconds,
+                                     const TakeOptions& options, const MissingLimit& limit,
+                                     const std::string& sourceError) {
+  if (medium.delivered == 0) {
+    return formatted("no %s came from the source", name) + (sourceError.empty() ? "" : ": " + sourceError);
   }
-  if (const AudioTrack* audio = recorder.audio(); !found && audio != nullptr) {
-    found = shortfall(audio->statistics(), audio->path(), "no sound came from the source" + reason);
+  if (options.seconds && medium.endSeconds + medium.sampleSeconds / 2 < *options.seconds) {
+    return formatted("the %s ended at %.3f s, not at the %g s asked for", name, medium.endSeconds, *options.seconds);
+  }
+  if (medium.notWritten > 0) return "not everything was written: the disk or the encoder did not keep up";
+  const double hole = static_cast<double>(medium.gaps.largest()) * frameSeconds;
+  const double all = static_cast<double>(medium.gaps.missing() + medium.delivered);
+  const double share = static_cast<double>(medium.gaps.missing()) / all;
+  if (hole > limit.seconds) return formatted("%.3f s of the %s are missing in one place", hole, name);
+  if (share > limit.share) return formatted("%.2f %% of the %s is missing", 100 * share, name);
+  return std::nullopt;
+}
+
+nlohmann::ordered_json mediumJSON(const MediumAccount& medium, double frameSeconds, const Drops& drops) {
+  nlohmann::ordered_json gaps = nlohmann::ordered_json::array();
+  for (const Gap& gap : medium.gaps.first()) {
+    gaps.push_back({{"at", gap.position}, {"seconds", static_cast<double>(gap.missing) * frameSeconds}});
+  }
+  return {{"delivered", medium.delivered},
+          {"missing", medium.gaps.missing()},
+          {"not_written", medium.notWritten},
+          {"outside", medium.outside},
+          {"seconds", medium.endSeconds},
+          {"gaps", medium.gaps.count()},
+          {"first_gaps", gaps},
+          {"dropped", drops}};
+}
+
+}  // namespace
+
+void MissingLimit::set(const std::string& text) {
+  double value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [unit, error] = std::from_chars(text.data(), end, value);
+  const std::string_view rest(unit, static_cast<std::size_t>(end - unit));
+  if (error != std::errc() || !(value >= 0) || (rest != "s" && rest != "%")) {
+    throw UsageError("\"" + text + "\" is neither seconds, such as 2s, nor a share, such as 1%");
+  }
+  (rest == "s" ? seconds : share) = rest == "s" ? value : value / 100;
+}
+
+TakeDrops TakeDrops::since(const TakeDrops& earlier) const {
+  TakeDrops between = *this;
+  for (const auto& [reason, number] : earlier.pictures) between.pictures[reason] -= number;
+  for (const auto& [reason, number] : earlier.sound) between.sound[reason] -= number;
+  return between;
+}
+
+TakeDrops& TakeDrops::operator+=(const TakeDrops& more) {
+  for (const auto& [reason, number] : more.pictures) pictures[reason] += number;
+  for (const auto& [reason, number] : more.sound) sound[reason] += number;
+  return *this;
+}
+
+std::string outlookText(const brv::Source& source, const TakeOptions& options) {
+  const auto selectedTitle = [&](const char* parameter) {
+    const std::optional<int> selected = source.selected(parameter);
+    for (const brv::Option& option : source.options(parameter)) {
+      if (selected == option.index) return option.title;
+    }
+    return std::string();
+  };
+  double perSecond = options.records(Medium::audio) ? soundBytesPerSecond(*options.encoding.audio) : 0;
+  if (options.records(Medium::video)) {
+    std::smatch size;
+    const std::string title = selectedTitle(brv::VideoSettings);
+    const double rate = std::atof(selectedTitle(brv::VideoFPS).c_str());
+    if (!std::regex_search(title, size, std::regex("(\\d+) x (\\d+)")) || !(rate > 0)) return {};
+    perSecond += pictureBytesPerSecond(*options.encoding.video, std::stod(size[1]) * std::stod(size[2]), rate);
+  }
+  std::string text = "about " + bytesText(perSecond) + " a second";
+  if (isURL(options.target) || options.target == "-") return text;
+  std::error_code error;
+  const std::filesystem::path folder = std::filesystem::absolute(options.target, error).parent_path();
+  const double room = static_cast<double>(std::filesystem::space(folder, error).available) / perSecond;
+  if (error) return text;
+  text += ": there is room for " + spanText(room);
+  if (options.seconds && room < *options.seconds)
+    text += ", which is less than the " + spanText(*options.seconds) + " asked for";
+  return text;
+}
+
+std::string progressText(double elapsedSeconds, const TakeAccount& account, const Level& level) {
+  const auto seconds = static_cast<long long>(elapsedSeconds);
+  std::string text = formatted("%02lld:%02lld:%02lld", seconds / 3600, seconds / 60 % 60, seconds % 60);
+  const MediumAccount &pictures = account.pictures, &sound = account.sound;
+  if (pictures.delivered > 0) {
+    text += "  " + framesText(pictures.delivered) + ", " + count(pictures.gaps.missing()) + " missing, " +
+            count(pictures.notWritten) + " not written";
+  }
+  if (sound.delivered > 0) text += formatted("  %.1f s of sound, ", sound.endSeconds) + levelText(level.peak);
+  return text + "  " + bytesText(static_cast<double>(account.bytes));
+}
+
+std::string reportText(const TakeAccount& account, const TakeDrops& drops) {
+  const MediumAccount &pictures = account.pictures, &sound = account.sound;
+  std::string text;
+  for (const std::string& file : account.files) text += file + "\n";
+  if (!account.format.empty()) text += "  content     " + account.format + "\n";
+  if (pictures.delivered + pictures.outside > 0) {
+    text += "  pictures    " + formatted("%.3f s", pictures.endSeconds) + ", delivered " + count(pictures.delivered) +
+            ", missing " + count(pictures.gaps.missing()) + restText(pictures) + gapsText(pictures.gaps, framesText);
+  }
+  if (sound.delivered + sound.outside > 0) {
+    text += "  sound       " + formatted("%.3f s", sound.endSeconds) + ", delivered " + count(sound.delivered) +
+            ", missing " + count(sound.gaps.missing()) + restText(sound) + gapsText(sound.gaps, secondsText);
+  }
+  if (sound.delivered > 0) text += "  loudest     " + levelText(account.peak) + "\n";
+  if (account.drift != 0) text += formatted("  drift       the sound was stretched by %+.3f s\n", account.drift);
+  text += "  size        " + bytesText(static_cast<double>(account.bytes)) + "\n";
+  return text + dropsText("pictures", drops.pictures) + dropsText("runs of sound", drops.sound);
+}
+
+nlohmann::ordered_json reportJSON(const TakeAccount& account, const TakeDrops& drops,
+                                  const std::optional<std::string>& shortfall) {
+  const MediumAccount &pictures = account.pictures, &sound = account.sound;
+  nlohmann::ordered_json report = {{"files", account.files}, {"bytes", account.bytes}, {"drift", account.drift}};
+  if (pictures.delivered > 0) report["pictures"] = mediumJSON(pictures, pictures.sampleSeconds, drops.pictures);
+  if (sound.delivered > 0) {
+    report["sound"] = mediumJSON(sound, 1.0 / SoundRate, drops.sound);
+    report["sound"]["peak"] =
+        std::isfinite(account.peak) ? nlohmann::ordered_json(account.peak) : nlohmann::ordered_json();
+  }
+  report["shortfall"] = shortfall ? nlohmann::ordered_json(*shortfall) : nlohmann::ordered_json();
+  return report;
+}
+
+std::optional<std::string> shortfallOf(const TakeAccount& account, const TakeOptions& options,
+                                       const MissingLimit& limit, const std::string& sourceError) {
+  if (account.failure) return account.failure;
+  std::optional<std::string> found;
+  if (options.records(Medium::video)) {
+    found = shortfall(account.pictures, "picture", account.pictures.sampleSeconds, options, limit, sourceError);
+  }
+  if (!found && options.records(Medium::audio)) {
+    found = shortfall(account.sound, "sound", 1.0 / SoundRate, options, limit, sourceError);
   }
   return found;
 }

@@ -1,49 +1,72 @@
 #pragma once
 
-// One recording of one source: takes the samples on the module's capture threads, keeps account of them, and
-// writes them on threads of its own, one a medium.
+// One recording of one source: takes the samples on the module's capture threads, keeps account of them, and writes
+// them on a thread of its own.
 
-#include <brv.hpp>
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+#include <variant>
 
-#include <functional>
-#include <memory>
-#include <optional>
-#include <string>
-
-#include "record/AudioTrack.h"
-#include "record/VideoTrack.h"
+#include "capture/SignalWatch.h"
+#include "record/TakeWriter.h"
 
 namespace brvhost {
 
 class Recorder {
  public:
-  struct Media {
-    bool video = false;
-    bool audio = false;
-  };
+  /// `source` lives on. Throws Failure.
+  Recorder(const brv::Source& source, TakeOptions options);
+  ~Recorder();
+  Recorder(const Recorder&) = delete;
+  Recorder& operator=(const Recorder&) = delete;
 
-  /// Creates BASE.y4m and BASE.wav as `media` asks; the other of the two must not exist. `seconds` limits each medium.
-  /// `timing` tells how the source counts; it is called on the video capture thread. Throws Failure.
-  Recorder(const std::string& base, Media media, std::optional<double> seconds, std::function<FrameTiming()> timing);
-
-  /// What takes the samples. They must have stopped before the Recorder goes.
+  /// What takes the samples, for each subscription to the source. Samples must have stopped before the Recorder goes.
   brv::Handlers handlers();
 
   /// Writes out what is waiting and completes the files. Samples must have stopped.
   void finish() noexcept;
 
-  /// Null where the source has no such medium.
-  const VideoTrack* video() const { return _video.get(); }
-  const AudioTrack* audio() const { return _audio.get(); }
-
-  /// Whether every medium is at its limit or has ended.
-  bool isComplete() const;
-  /// The first thing that went wrong in writing, for people.
-  std::optional<std::string> failure() const;
+  // Any thread.
+  /// What has begun or ended since the last call: silence, a black or a frozen picture.
+  std::vector<std::string> takeNews();
+  /// Of the sound since the last call.
+  Level takeLevel();
+  TakeAccount account() const;
+  /// Whether every medium is at its limit, or writing has failed.
+  bool isComplete() const { return _isComplete; }
 
  private:
-  std::unique_ptr<VideoTrack> _video;
-  std::unique_ptr<AudioTrack> _audio;
+  struct Picture {
+    brv::Frame frame;
+    FrameTiming timing;
+    std::int64_t skipped = 0;
+  };
+  using Sample = std::variant<Picture, SoundRun>;
+
+  void pictureArrived(const brv::Frame& frame);
+  void soundArrived(const brv::Sound& sound);
+  bool wait(std::unique_lock<std::mutex>& lock, std::size_t alternative, std::size_t most);
+  void write() noexcept;
+  void publish(const std::optional<std::string>& failure);
+
+  const brv::Source _source;  ///< whose way of counting is asked for on its video queue
+  const bool _hasVideo, _hasAudio;
+  TakeWriter _writer;   ///< the thread's
+  FrameTiming _timing;  ///< the video queue's
+  std::int64_t _skipped = 0;
+
+  mutable std::mutex _mutex;
+  std::condition_variable _changed;
+  std::deque<Sample> _samples;
+  std::size_t _waiting[2] = {};  ///< of each alternative
+  bool _isClosed = false;
+  TakeAccount _account;
+  SignalWatch _signal;
+  std::int64_t _lostSound = 0;  ///< frames for which there was no room
+  std::atomic<bool> _isComplete = false;
+  std::thread _thread;
 };
 
 }  // namespace brvhost

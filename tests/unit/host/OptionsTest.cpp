@@ -19,8 +19,7 @@ TEST(OptionsTest, SetsTheFormatThenTheRateThenTheSoundInWhateverOrderAndWayTheyA
   for (const Arguments& arguments :
        {Arguments{"set", "--", "-odd-", "audio=1", "fps=29.97", "video=wide"},
         {"set", "--rate", "29.9", "--set", "AUDIO=1", "--size", "640x480", "--", "-odd-"},
-        {"--quiet", "record", "--set=FPS=1", "--set", "Video Settings=1", "--output=a", "--set", "audio=1", "--",
-         "-odd-"},
+        {"--quiet", "record", "--set=FPS=1", "--set", "Video Settings=1", "--set", "audio=1", "--", "-odd-", "a.mkv"},
         {"snapshot", "--rate=29.97", "--size", "640 x 480", "--set", "Audio Set=1", "--", "-odd-", "a.JPG"}}) {
     const Options options = parseOptions(arguments, nullptr);
     EXPECT_EQ(options.source, "-odd-");
