@@ -47,8 +47,12 @@ class Capture::Listener {
     if (text.empty() || std::exchange(_lastWarning, text) == text) return;
     (order.inboxes[Video] ? order.inboxes[Video] : order.inboxes[Audio])->warn(text);
   }
-  void fail(Medium medium, const std::string& text) const {
-    if (order.inboxes[medium] && !order.waits) order.inboxes[medium]->fail(text);
+  /// Why nothing more comes, unless there is time.
+  void say(const std::string& text) {
+    if (order.waits) return warn(text);
+    for (const auto& inbox : order.inboxes) {
+      if (inbox) inbox->fail(text);
+    }
   }
 
   Order order;
@@ -252,15 +256,15 @@ void Capture::update() try {
     if (!listener.feed) continue;
     const std::string name = listener.feed->source().id();
     const auto found = std::ranges::find(sources, name, &Description::name);
-    for (const Medium medium : {Video, Audio}) {
-      if (found == sources.end()) listener.fail(medium, name + " was unplugged");
-    }
-    if (found == sources.end()) detach(listener);
+    if (found != sources.end()) continue;
+    listener.say(name + " was unplugged");
+    detach(listener);
   }
   for (Listener& listener : _listeners) {
     if (listener.feed || !listener.order.waits) continue;
     try {
       attach(listener);
+    } catch (const Missing&) {
     } catch (const brv::Error& error) {
       listener.warn(error.what());
     }

@@ -46,7 +46,7 @@ const Description& chosenSource(const std::vector<Description>& sources, const O
   };
   if (wanted.empty()) {
     if (collect([&](const Description& source) { return hasAll(source, order); })) return *found.front();
-    throw brv::Error("there is no source with what is asked for");
+    throw Missing("there is no source with what is asked for");
   }
   if (!collect([&](const Description& source) { return source.name == wanted; }) &&
       !collect([&](const Description& source) {
@@ -54,15 +54,18 @@ const Description& chosenSource(const std::vector<Description>& sources, const O
       })) {
     collect([&](const Description& source) { return begins(source.name, wanted); });
   }
-  if (found.size() != 1) {
-    std::string text =
-        "\"" + wanted + (found.empty() ? "\" is not plugged in; there are:" : "\" fits several sources:");
-    if (found.empty()) collect([](const Description&) { return true; });
+  if (found.empty()) {
+    std::string text = "\"" + wanted + "\" is not plugged in; there are:";
+    for (const auto& source : sources) text += "\n  " + source.name;
+    throw Missing(text);
+  }
+  if (found.size() > 1) {
+    std::string text = "\"" + wanted + "\" fits several sources:";
     for (const auto* source : found) text += "\n  " + source->name;
     throw brv::Error(text);
   }
-  if (order.inboxes[Video] && !found[0]->has[Video]) throw brv::Error(found[0]->name + " has no pictures");
-  if (order.inboxes[Audio] && !found[0]->has[Audio]) throw brv::Error(found[0]->name + " has no sound");
+  if (order.inboxes[Video] && !found[0]->has[Video]) throw Missing(found[0]->name + " has no pictures");
+  if (order.inboxes[Audio] && !found[0]->has[Audio]) throw Missing(found[0]->name + " has no sound");
   return *found[0];
 }
 

@@ -7,7 +7,12 @@
 
 namespace brvgst {
 
-/// The one that an order means.
+/// There is no source with what is asked for at present.
+class Missing : public brv::Error {
+  using brv::Error::Error;
+};
+
+/// The one that an order means. Throws Missing, or brv::Error where it could be several.
 const Description& chosenSource(const std::vector<Description>& sources, const Order& order);
 
 /// The index of the choice with that title, that index, or a title that begins so.

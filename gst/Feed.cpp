@@ -9,6 +9,7 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto Silence = 1500ms;
+constexpr PerMedium<const char*> Silent = {" sends no pictures", " sends no sound"};
 
 /// Clips that play at their taker's pace count from 0; no machine is that young.
 constexpr auto YoungestMachine = 10s;
@@ -62,12 +63,21 @@ void Feed::subscribe() {
 }
 
 std::string Feed::check() {
-  const brv::Time last{brv::Time::duration(_lastArrival)};
-  if (_mayBeReplaced && _subscription && brv::Time::clock::now() - last > Silence) {
-    _mayBeReplaced = false;
-    subscribe();
+  if (_isClip) return _source.error();
+  PerMedium<bool> isSilent{};
+  for (const Medium medium : {Video, Audio}) {
+    const brv::Time last{brv::Time::duration(_lastArrival[medium])};
+    isSilent[medium] = _isSubscribed[medium] && brv::Time::clock::now() - last > Silence;
   }
-  return _source.error();
+  if (_mayBeReplaced && (isSilent[Video] || isSilent[Audio])) subscribe();
+  if (isSilent[Video] || isSilent[Audio]) _mayBeReplaced = false;
+  if (const std::string error = _source.error(); !error.empty()) return error;
+  for (const Medium medium : {Video, Audio}) {
+    const bool isNews = isSilent[medium] && _lastArrival[medium] != 0;
+    if (isNews && !_saidSilent[medium]) return _saidSilent[medium] = true, _source.id() + Silent[medium];
+    if (!isSilent[medium]) _saidSilent[medium] = false;
+  }
+  return {};
 }
 
 std::shared_ptr<const Feed::List> Feed::hearing(Medium medium) const {
@@ -81,18 +91,19 @@ void Feed::change(Medium medium, List inboxes) {
   _hearing[medium].swap(changed);
 }
 
-void Feed::noteArrival(const std::shared_ptr<Start>& start, brv::Time time) {
+void Feed::noteArrival(Medium medium, const std::shared_ptr<Start>& start, brv::Time time) {
   const brv::Time now = brv::Time::clock::now();
-  _lastArrival = now.time_since_epoch().count();
+  _lastArrival[medium] = now.time_since_epoch().count();
   const bool isClip = time.time_since_epoch() < YoungestMachine && now - time > YoungestMachine;
   auto unknown = Start::Unknown;
   start->pace.compare_exchange_strong(unknown, isClip ? Start::Taker : Start::Clock);
+  _isClip = start->pace == Start::Taker;
 }
 
 // Without memory a sample is lost, which its successor's stamp shows.
 
 void Feed::pictureArrived(const brv::Frame& frame, const std::shared_ptr<Start>& start) noexcept try {
-  noteArrival(start, frame.time());
+  noteArrival(Video, start, frame.time());
   const int ticks = _source.ticksPerSecond();
   const std::int64_t frameDuration = _source.frameDuration();
   const auto picture = std::make_shared<Picture>(frame, _out, ticks, frameDuration);
@@ -106,7 +117,7 @@ void Feed::pictureArrived(const brv::Frame& frame, const std::shared_ptr<Start>&
 
 void Feed::soundArrived(const brv::Sound& sound, const std::shared_ptr<Start>& start) noexcept try {
   if (!sound.time || sound.samples.empty()) return;
-  noteArrival(start, *sound.time);
+  noteArrival(Audio, start, *sound.time);
   const auto frames = static_cast<std::int64_t>(sound.samples.size() / 2);
   const std::chrono::nanoseconds duration(frames * 1'000'000'000 / SoundRate);
   const BufferPtr buffer(gst_buffer_new_memdup(sound.samples.data(), sound.samples.size_bytes()));

@@ -27,7 +27,7 @@ class Feed {
 
   /// Devices came or went: another source may stand under this one's name by now.
   void expectChange() { _mayBeReplaced = true; }
-  /// What the source says about itself since the last call. Starts it again where another has taken its place.
+  /// What there is to say about the source since the last call. Starts it again where another has taken its place.
   std::string check();
 
  private:
@@ -38,13 +38,15 @@ class Feed {
   void change(Medium medium, List inboxes);
   void pictureArrived(const brv::Frame& frame, const std::shared_ptr<Start>& start) noexcept;
   void soundArrived(const brv::Sound& sound, const std::shared_ptr<Start>& start) noexcept;
-  void noteArrival(const std::shared_ptr<Start>& start, brv::Time time);
+  void noteArrival(Medium medium, const std::shared_ptr<Start>& start, brv::Time time);
 
   const brv::Source _source;
   mutable std::mutex _lock;
   PerMedium<std::shared_ptr<const List>> _hearing{std::make_shared<List>(), std::make_shared<List>()};  // locked
   const std::shared_ptr<std::atomic<int>> _out = std::make_shared<std::atomic<int>>(0);
-  std::atomic<brv::Time::rep> _lastArrival = 0;
+  PerMedium<std::atomic<brv::Time::rep>> _lastArrival{};  ///< 0 before the first
+  std::atomic<bool> _isClip = false;
+  PerMedium<bool> _saidSilent{};
   PerMedium<bool> _isSubscribed{};
   bool _mayBeReplaced = false;
   brv::Subscription _subscription;  // the last member: ends before what the handlers use goes

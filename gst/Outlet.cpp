@@ -127,8 +127,10 @@ void Outlet::push(Sample sample) {
 
   const GstFlowReturn own = gst_pad_push(_pad, buffer.release());
   const GstFlowReturn result = _run.combined(_pad, own);
-  if (own == GST_FLOW_FLUSHING || own == GST_FLOW_EOS) {
+  if (own == GST_FLOW_FLUSHING) {
     gst_pad_pause_task(_pad);
+  } else if (own == GST_FLOW_EOS) {  // enough for this pad
+    stop(EventPtr(gst_event_new_eos()));
   } else if (result == GST_FLOW_NOT_LINKED || result < GST_FLOW_EOS) {
     if (!_run.hasFailed.exchange(true)) GST_ELEMENT_FLOW_ERROR(_element, result);
     stop(EventPtr(gst_event_new_eos()));
