@@ -73,52 +73,54 @@ Order orderOf(BrvSrc* self) {
   return order;
 }
 
-/// Listens to what there are pads for; false and an error message where that cannot be. Under the capture lock.
-bool listen(BrvSrc* self) {
+/// Listens to what there are pads for, or no more. Under the capture lock. Throws brv::Error.
+void listen(BrvSrc* self) {
   BrvSrcPrivate& own = *self->own;
-  try {
-    Order order = orderOf(self);
-    if (order.inboxes[Video] || order.inboxes[Audio]) own.listener = own.capture->listen(std::move(order));
-    return true;
-  } catch (const std::exception& error) {
-    GST_ELEMENT_ERROR(self, RESOURCE, NOT_FOUND, ("%s", error.what()), (nullptr));
-    return false;
-  }
+  if (own.listener) own.capture->end(std::exchange(own.listener, nullptr));
+  Order order = orderOf(self);
+  if (order.inboxes[Video] || order.inboxes[Audio]) own.listener = own.capture->listen(std::move(order));
 }
 
-void endListening(BrvSrcPrivate& own) {
-  if (own.listener) own.capture->end(std::exchange(own.listener, nullptr));
+/// Does the work under the capture lock; false, and a message after that, where it fails.
+template <typename Work>
+bool succeeds(BrvSrc* self, Work&& work) {
+  std::string error;
+  {
+    const std::lock_guard lock(self->own->captureLock);
+    try {
+      work();
+      return true;
+    } catch (const std::exception& failure) {
+      error = failure.what();
+    }
+  }
+  GST_ELEMENT_ERROR(self, RESOURCE, NOT_FOUND, ("%s", error.c_str()), (nullptr));
+  return false;
 }
 
 bool startCapture(BrvSrc* self) {
   BrvSrcPrivate& own = *self->own;
-  const std::lock_guard lock(own.captureLock);
-  std::string module;
-  {
-    const ObjectLock objectLock(self);
-    module = own.module;
-    own.run.waits = own.waits;
-  }
   own.run.hasFailed = false;
   own.run.groupId = gst_util_group_id_next();
   gst_flow_combiner_reset(own.run.combiner);
   for (const auto& pad : padsOf(self)) Outlet::of(pad.get()).reset();
-  try {
-    own.capture = Capture::open(module);
-  } catch (const std::exception& error) {
-    GST_ELEMENT_ERROR(self, LIBRARY, INIT, ("%s", error.what()), (nullptr));
-    return false;
+  std::string module;
+  {
+    const ObjectLock lock(self);
+    module = own.module;
+    own.run.waits = own.waits;
   }
-  if (listen(self)) return true;
-  own.capture.reset();
-  return false;
+  return succeeds(self, [&] {
+    own.capture = Capture::open(module);
+    listen(self);
+  });
 }
 
 void stopCapture(BrvSrc* self) {
   BrvSrcPrivate& own = *self->own;
   for (const auto& pad : padsOf(self)) Outlet::of(pad.get()).inbox()->setFlushing(true);
   const std::lock_guard lock(own.captureLock);
-  endListening(own);
+  if (own.listener) own.capture->end(std::exchange(own.listener, nullptr));
   own.capture.reset();
 }
 
@@ -143,13 +145,11 @@ GstStateChangeReturn changeState(GstElement* element, GstStateChange transition)
 
 // ---- Pads ----
 
-/// The source is asked again, for what there are pads for now.
-bool listenAgain(BrvSrc* self) {
-  BrvSrcPrivate& own = *self->own;
-  const std::lock_guard lock(own.captureLock);
-  if (!own.capture) return true;
-  endListening(own);
-  return listen(self);
+/// Asks for what there are pads for now, while the element runs.
+void listenAgain(BrvSrc* self) {
+  succeeds(self, [&] {
+    if (self->own->capture) listen(self);
+  });
 }
 
 void removePad(GstElement* element, GstPad* pad) {

@@ -164,6 +164,7 @@ void Outlet::fail(const std::string& text) {
 void Outlet::stop(EventPtr end) {
   beginStream();
   gst_pad_push_event(_pad, end.release());
+  _inbox->setFlushing(true);  // a clip does not wait for a pad that takes no more
   gst_pad_pause_task(_pad);
 }
 
