@@ -7,7 +7,8 @@ namespace brvgst {
 namespace {
 
 constexpr double Smoothing = 1.0 / 32;
-constexpr double Jump = 100e6;  ///< Nanoseconds; more than any measurement is off by.
+constexpr gint64 SoonEnough = 50'000;  ///< Nanoseconds.
+constexpr double Jump = 100e6;         ///< Nanoseconds; more than any measurement is off by.
 
 gint64 monotonicTime() {
   return std::chrono::nanoseconds(brv::Time::clock::now().time_since_epoch()).count();
@@ -49,10 +50,14 @@ std::optional<gint64> Timeline::runningTime(GstElement* element, const Sample& s
 
 gint64 Timeline::offsetOf(GstClock* clock) {
   if (isMonotonic(clock)) return 0;
-  const gint64 before = monotonicTime();
-  const auto time = static_cast<gint64>(gst_clock_get_time(clock));
-  const gint64 after = monotonicTime();
-  const auto measured = static_cast<double>(time - (before + (after - before) / 2));
+  double measured = 0;
+  for (int attempt = 0; attempt < 4; ++attempt) {  // again where somebody else had the processor in between
+    const gint64 before = monotonicTime();
+    const auto time = static_cast<gint64>(gst_clock_get_time(clock));
+    const gint64 lasted = monotonicTime() - before;
+    measured = static_cast<double>(time - (before + lasted / 2));
+    if (lasted < SoonEnough) break;
+  }
   if (_clock != clock || std::abs(measured - _offset) > Jump) {
     _clock = clock;
     _offset = measured;
