@@ -118,10 +118,14 @@ Capture::Capture(const std::string& path) : _hasThread(CFRunLoopStartThread(CFRu
 
 Capture::~Capture() {
   _watch = {};
-  perform([&] {
-    _feeds.clear();
-    _library.reset();
-  });
+  try {
+    perform([&] {
+      _feeds.clear();
+      _library.reset();
+    });
+  } catch (const std::exception& error) {
+    GST_CAT_WARNING(debugCategory(), "%s", error.what());
+  }
   if (_hasThread) CFRunLoopEndThread(CFRunLoopGetMain());
 }
 

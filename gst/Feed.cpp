@@ -71,7 +71,7 @@ std::string Feed::check() {
   }
   if (_mayBeReplaced && (isSilent[Video] || isSilent[Audio])) subscribe();
   if (isSilent[Video] || isSilent[Audio]) _mayBeReplaced = false;
-  if (const std::string error = _source.error(); !error.empty()) return error;
+  if (std::string error = _source.error(); !error.empty()) return error;
   for (const Medium medium : {Video, Audio}) {
     const bool isNews = isSilent[medium] && _lastArrival[medium] != 0;
     if (isNews && !_saidSilent[medium]) return _saidSilent[medium] = true, _source.id() + Silent[medium];

@@ -55,7 +55,7 @@ gint64 Timeline::offsetOf(GstClock* clock) {
     const gint64 before = monotonicTime();
     const auto time = static_cast<gint64>(gst_clock_get_time(clock));
     const gint64 lasted = monotonicTime() - before;
-    measured = static_cast<double>(time - (before + lasted / 2));
+    measured = static_cast<double>(time - before) - static_cast<double>(lasted) / 2;
     if (lasted < SoonEnough) break;
   }
   if (_clock != clock || std::abs(measured - _offset) > Jump) {
