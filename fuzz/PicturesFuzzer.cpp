@@ -8,8 +8,7 @@
 
 #include "AVCaptureDelegate.h"
 #include "FuzzInput.h"
-#include "record/SoundTimeline.h"
-#include "record/Timeline.h"
+#include "picture/Rational.h"
 #include "support/Samples.h"
 
 namespace {
@@ -30,23 +29,10 @@ void checkTimes(CMTime a, CMTime b, std::int32_t timescale, double seconds) {
   for (const CMTime& time : {converted, made, CMTimeAdd(a, converted), CMTimeAdd(made, b)}) CMTimeGetSeconds(time);
 }
 
-void checkSound(brvhost::SoundTimeline& sound, fuzz::Input& input) {
-  const CMTime stamp = input.time();
-  const auto frames = input.ConsumeIntegralInRange<std::int64_t>(1, 1 << 20);
-  const bool isNewUnit = input.ConsumeBool();
-  const auto end = input.ConsumeIntegralInRange<std::int64_t>(1, std::numeric_limits<std::int64_t>::max());
-  if (sound.positionOf(stamp.value, frames, isNewUnit) > end) sound.endAt(end);
-  sound.add(stamp.value, frames, 44'100, isNewUnit);
-  fuzz::require(sound.gaps().missing() >= 0 && sound.firstTicksPerSecond() >= 0);
-  fuzz::require(brvhost::soundTicksPerSecond(input.number(), sound.lastTicksPerSecond()) >= 0);
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
-  brvhost::VideoTimeline timeline;
-  brvhost::SoundTimeline sound;
   int records = 0;
   const auto delegate = VCaptureDelegate::initWithDevice(nullptr);
   delegate->setVideoDataArrivedContext(&records);
@@ -56,13 +42,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   });
   while (input.isLeft()) {
     checkTimes(input.time(), input.time(), input.number(), input.real());
-    const CMTime stamp = input.time();
-    const CMTime duration = input.time();
-    const brvhost::FrameTiming timing{stamp.timescale, duration.value};
-    if (timeline.liesBehind(input.real(), stamp.value, timing)) timeline.endAt(input.real(), stamp.value, timing);
-    timeline.add(stamp.value, timing);
-    fuzz::require(timeline.captured() >= timeline.delivered() && timeline.gaps().missing() >= 0);
-    checkSound(sound, input);
     const auto aspect =
         brvhost::pixelAspect(static_cast<float>(input.real()), input.number(), input.number(), 32768, 1);
     fuzz::require(aspect.numerator >= 0 && aspect.denominator >= 0);

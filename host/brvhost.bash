@@ -8,21 +8,21 @@ _brvhost() {
   for ((i = 1; i < COMP_CWORD; ++i)); do
     case ${COMP_WORDS[i]} in
       --rig) rig=(--rig "${COMP_WORDS[++i]}") ;;
-      --module | --language | --output | --seconds | --set) ((++i)) ;;
+      --module | --language | --set | --size | --rate | --seconds | --segment | --wait | --*-codec | --max-missing) ((++i)) ;;
       -*) ;;
       *) if [[ $command ]]; then ((++operands)); else command=${COMP_WORDS[i]}; fi ;;
     esac
   done
 
   case $before in
-    --module | --rig | --output) compopt -o default; return ;;
-    --language | --seconds | --set) return ;;
+    --module | --rig) compopt -o default; return ;;
+    --language | --set | --size | --rate | --seconds | --segment | --wait | --*-codec | --max-missing) return ;;
   esac
   if [[ $word == -* ]]; then
     choices=$({ "$program" --help; "$program" $command --help; } 2>/dev/null | grep -oE -- '--[a-z][a-z-]*' | sort -u)
   elif [[ ! $command ]]; then
     choices=$("$program" --help 2>/dev/null | sed -nE 's/^  ([a-z]+) .*/\1/p')
-  elif ((operands == 0)) && "$program" "$command" --help 2>/dev/null | grep -q '^usage:.* SOURCE'; then
+  elif ((operands == 0)) && "$program" "$command" --help 2>/dev/null | grep -q '^Usage:.* SOURCE'; then
     choices=$(timeout 3 "$program" --quiet ${rig[@]+"${rig[@]}"} list 2>/dev/null | sed -nE 's/^[0-9]+  (.*)  \(.*/\1/p')
   else
     compopt -o default

@@ -21,7 +21,7 @@ function term(name, meaning) {
 inCode { print roff($0); next }
 /^### / { print ".SS " roff(substr($0, 5)); next }
 /^## / { print ".SH " toupper(roff(substr($0, 4))); next }
-/^usage: / { print ".PP\n\\fB" roff(substr($0, 8)) "\\fR"; next }
+/^Usage: / { print ".PP\n\\fB" roff(substr($0, 8)) "\\fR"; next }
 /^\|[- |]*$/ || /^\| Key / { next }
 /^\|/ {
   split(substr($0, 3, length($0) - 4), cells, / \| /)
