@@ -214,10 +214,12 @@ void recordSource(const brv::Library& library, const Options& options, std::ostr
 
   if (Interrupt::requested()) console.line("interrupted");
   const TakeAccount account = recorder.account();
+  const std::string error = source.error();
   std::optional<std::string> shortfall;
   if (end == End::unplugged && !account.failure) shortfall = unpluggedText(source);
-  if (!shortfall) shortfall = shortfallOf(account, take, options.limit, source.error());
+  if (!shortfall) shortfall = shortfallOf(account, take, options.limit, error);
   if (!shortfall) shortfall = running.shortfallAt(end);
+  if (shortfall && !error.empty() && shortfall->find(error) == shortfall->npos) *shortfall += ": " + error;
   std::ostream& report = take.target == "-" ? std::cerr : out;
   if (options.json) {
     writeJSON(report, reportJSON(account, running.drops(), shortfall));

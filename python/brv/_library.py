@@ -180,7 +180,12 @@ class Library:
 
     def _error_of(self, identifier: str) -> str:
         sources = self._list()
-        return self._message(-sources.index(identifier)) if identifier in sources else "it is not plugged in any more"
+        if identifier not in sources:
+            return "it is not plugged in any more"
+        pending = _abi.property_of(self._abi, identifier.encode(), b"error")
+        if pending:
+            _abi.text_of(self._abi.BRV_GetErrorMessage, None, None, -sources.index(identifier))  # takes it
+        return str(pending or "")
 
 
 class Source:

@@ -473,6 +473,13 @@ void Device::setAudioDataArrivedCallback(BRV_AudioDataArrivedCallback callback, 
   });
 }
 
+std::string Device::pendingError() const {
+  std::unique_lock lock(_graphLock);
+  const auto error = _pError;
+  lock.unlock();
+  return error ? error->localizedDescription() : std::string();
+}
+
 bool Device::getErrorString(std::string& text) {
   std::unique_lock lock(_graphLock);
   auto error = _pError;

@@ -81,6 +81,8 @@ class Device : public std::enable_shared_from_this<Device> {
 
   /// Hands out the last error once: false, and `text` as it was, when there is none.
   bool getErrorString(std::string& text);
+  /// The same, and the error stays to be handed out; empty when there is none. Any thread.
+  std::string pendingError() const;
   /// Logs what failed in "Starting" or "Running" the source, and keeps it for getErrorString; the failure of a capture
   /// device, until that sends again.
   void noteFailure(const char* what, const char* reason, const NSObject* failedDevice = nullptr);

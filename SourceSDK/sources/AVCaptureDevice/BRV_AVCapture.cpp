@@ -110,6 +110,10 @@ int tellOfSource(const AV::Device& source, const char* propertyName, const Telle
   const auto asks = [&](const char* name) { return zString::string_equal(propertyName, name); };
   if (asks("frame_duration")) return teller.tell(source.getDeviceFrameDuration());
   if (asks("provider")) return teller.tell(AVCaptureDevice::devicesOrigin());
+  if (asks("error")) {
+    const std::string error = source.pendingError();
+    return error.empty() ? 0 : teller.tell(error);
+  }
   if (source.hasVideoStream()) {
     if (asks("video_device_id")) return teller.tell(source.getVideoDeviceID());
     if (asks("video_account")) return teller.tell(*AV::makeAccountRecord(source.videoAccount(), false));

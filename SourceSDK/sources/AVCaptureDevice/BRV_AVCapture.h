@@ -345,6 +345,7 @@ BRV_ENTRY_POINT(int, BRV_SourceSupportsProperty, (void* unread, const char* sour
  *                      text: the unique identifier of the camera or the microphone, the same after a replug
  *   "device_id"        text: the audio device's identifier where there is sound, otherwise the video device's
  *   "provider"         text: where the devices come from, for display
+ *   "error"            text: the source's pending error, which stays pending; see BRV_GetErrorMessage
  *   "video_account", "audio_account"
  *                      text: a record, see below
  *

@@ -474,9 +474,9 @@ class Source {
   std::string error() const {
     const int at = index();
     if (at < 0) return _id + " is not plugged in";
-    const std::string former = message(1);  // no source's: the last message again
-    const std::string latest = message(-at);
-    return latest == former ? std::string() : latest;
+    const std::string pending = property("error").value_or("");
+    if (!pending.empty()) message(-at);  // takes it
+    return pending;
   }
 
   /// Starts the source for the handlers. They take the place of those that heard the same media, whose Subscription has
