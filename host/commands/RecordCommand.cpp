@@ -214,7 +214,7 @@ void recordSource(const brv::Library& library, const Options& options, std::ostr
 
   if (Interrupt::requested()) console.line("interrupted");
   const TakeAccount account = recorder.account();
-  const std::string error = source.error();
+  const std::string error = source.isPluggedIn() ? source.error() : "";
   std::optional<std::string> shortfall;
   if (end == End::unplugged && !account.failure) shortfall = unpluggedText(source);
   if (!shortfall) shortfall = shortfallOf(account, take, options.limit, error);
