@@ -56,6 +56,10 @@ class Condition {
 
 class SignalWatch {
  public:
+  SignalWatch() = default;
+  /// Tells of everything after that time.
+  explicit SignalWatch(brv::Seconds patience) : _silencePatience(patience), _picturePatience(patience) {}
+
   void picture(const brv::Frame& frame);
   void sound(const brv::Sound& sound);
 
@@ -73,12 +77,13 @@ class SignalWatch {
  private:
   void tell(std::optional<std::string> news);
 
+  brv::Seconds _silencePatience = std::chrono::seconds(3), _picturePatience = std::chrono::seconds(2);
   LevelMeter _meter, _run;
   double _peak = Level().peak;
   std::uint64_t _lastPicture = 0;
-  Condition _silence{"the sound is silent", "the sound is heard again", std::chrono::seconds(3)};
-  Condition _black{"the picture is black", "the picture is black no more", std::chrono::seconds(2)};
-  Condition _frozen{"the picture is frozen", "the picture moves again", std::chrono::seconds(2)};
+  Condition _silence{"the sound is silent", "the sound is heard again", _silencePatience};
+  Condition _black{"the picture is black", "the picture is black no more", _picturePatience};
+  Condition _frozen{"the picture is frozen", "the picture moves again", _picturePatience};
   std::vector<std::string> _news;
 };
 

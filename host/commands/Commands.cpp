@@ -71,6 +71,8 @@ int run(const Options& options, std::ostream& out, Console& console) {
     case Command::watch:
       watchDevices(library, changes, options, out);
       break;
+    case Command::doctor:
+      return examineSources(library, options, out);
     case Command::none:
       break;
   }

@@ -23,6 +23,8 @@ int setSource(const brv::Library& library, const Options& options, std::ostream&
 /// `changes` has what was noticed since the last poll.
 void watchDevices(const brv::Library& library, std::vector<brv::Change>& changes, const Options& options,
                   std::ostream& out);
+/// Returns the exit code, ExitFailed when there is advice to give.
+int examineSources(const brv::Library& library, const Options& options, std::ostream& out);
 /// Throws Failure, after the report, when what is on the disk is not the whole recording.
 void recordSource(const brv::Library& library, const Options& options, std::ostream& out, Console& console);
 

@@ -87,6 +87,19 @@ constexpr const char* SnapshotHelp =
 by the ending of FILE (.png, .jpg, .jpeg), or as PNG to standard output when FILE is "-". Fails when
 no frame comes within 5 seconds.)";
 
+constexpr const char* DoctorHelp =
+    R"(Finds out what a colleague would ask about: the kernel's video devices, whether this user may open
+them and who has them open; the devices that are not offered, with the reasons; then looks at each
+source, or the one that is named, for two seconds: when the first picture and sound come, the frame
+rate that is there and the one that was promised, uneven times, losses, a black or frozen picture,
+levels, silence, a clock that is off. Ends with advice. Exits with 1 where there is any.
+
+JSON: {"group", "provider", "video_devices": [{"path", "name", "permitted", "holders"}], "unoffered",
+"sources": [...], "good" (true or false)}. A source has the keys of "brvhost list --help", and
+"picture": {"first_seconds", "width", "height", "nominal_rate", "rate", "jitter_seconds",
+"age_seconds", "count", "missing", "black", "frozen"}, "sound": {"first_seconds", "rate", "peak",
+"rms" (dB), "silent"}, "dropped": {"video", "audio": {reason: number}}, "advice": [text, ...].)";
+
 constexpr const char* WatchHelp =
     R"(Shows the sources and the devices that are not offered (!), then each source that appears (+) or
 disappears (-), what the module says when something goes wrong with one (!), and its log, until
@@ -144,7 +157,7 @@ class CommandLine {
       _options.answer = _app.version() + "\n";
     } catch (const CLI::Error& error) {
       if (_app.get_subcommands().empty()) {
-        throw UsageError("a command is needed: list, show, set, record, snapshot or watch; try --help");
+        throw UsageError("a command is needed: list, show, set, record, snapshot, watch or doctor; try --help");
       }
       throw UsageError(std::string(error.what()) + "; try --help");
     }
@@ -195,6 +208,11 @@ class CommandLine {
     addSource(snapshot);
     addValue(snapshot, "FILE", _options.output, " ", "the picture")->required();
     addSettings(snapshot);
+
+    CLI::App& doctor =
+        addCommand(Command::doctor, "doctor", "say what is wrong with the sources, and what may help", DoctorHelp);
+    addValue(doctor, "SOURCE", _options.source, " ", "position, name or device ID of one source");
+    addJSON(doctor);
 
     CLI::App& watch = addCommand(Command::watch, "watch", "follow devices being plugged in and removed", WatchHelp);
     addSpan(watch, "--seconds", _options.seconds, "stop after so long");

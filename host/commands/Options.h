@@ -11,7 +11,7 @@
 
 namespace brvhost {
 
-enum class Command { none, list, show, set, record, snapshot, watch };
+enum class Command { none, list, show, set, record, snapshot, watch, doctor };
 
 struct Options {
   Command command = Command::none;

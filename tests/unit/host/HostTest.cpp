@@ -247,6 +247,25 @@ TEST_F(HostTest, ListsForProgramsAndPutsBackWhatWasSelectedBeforeItAskedForAllRa
   EXPECT_EQ(source.selected(brv::VideoFPS), 1);
 }
 
+TEST_F(HostTest, SaysWhatIsWrongWithSourcesAndWhatMayHelp) {
+  rigs::install(
+      "[device]\nid = good\nname = Good\nmedia = video\nlinks = mic\nvideo format = 64x48 yuvs, rates 10\n"
+      "[device]\nid = mic\nname = Mic\nmedia = audio\naudio format = 48000 Hz\nsound = tone 440 -20\n"
+      "[device]\nid = bad\nname = Bad\nmedia = video\nvideo format = 64x48 yuvs, rates 30\n"
+      "video fault = lost frame, every 3\npicture = media " +
+      _folder.write("black", "YUV4MPEG2 W64 H48 F30:1 Ip A1:1 C422\nFRAME\n" + std::string(64 * 48, 16) +
+                                 std::string(64 * 48, '\x80')) +
+      "\n[device]\nid = quiet\nname = Quiet\nmedia = audio\naudio format = 48000 Hz\nsound = tone 440 -80\n");
+  const auto report = nlohmann::json::parse(host({"doctor", "--json"}, ExitFailed));
+  const auto& sources = report["sources"];
+  EXPECT_EQ(sources[0]["advice"].size(), 0U) << sources[0];
+  EXPECT_NEAR(sources[0]["picture"]["rate"], 10, 0.5);
+  EXPECT_NEAR(sources[0]["sound"]["rms"], -23, 0.5);
+  EXPECT_THAT(sources[1]["advice"].dump(),
+              testing::AllOf(HasSubstr("is black"), HasSubstr("loses pictures"), HasSubstr("Fewer pictures")));
+  EXPECT_THAT(host({"doctor", "quiet"}, ExitFailed), HasSubstr("     advice      The sound is silent."));
+}
+
 TEST_F(HostTest, SavesASnapshotFromTheFinalStartWithSquarePixels) {
   const std::string png = _folder.file("take.png"), jpeg = _folder.file("take.jpg");
   EXPECT_EQ(host({"snapshot", "0", png}), png + ": 27 x 2\n");

@@ -1,0 +1,118 @@
+#include <algorithm>
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+#include "capture/Examination.h"
+#include "commands/Commands.h"
+#include "commands/Facts.h"
+#include "common/Failure.h"
+#include "common/Interrupt.h"
+#include "common/VideoDevices.h"
+
+namespace brvhost {
+
+namespace {
+
+Json decibels(double value) {
+  return std::isfinite(value) ? Json(value) : Json();
+}
+
+Json factsOf(const VideoDevice& device) {
+  return {{"path", device.path}, {"name", device.name}, {"permitted", device.isPermitted}, {"holders", device.holders}};
+}
+
+Json factsOf(const Examination::Picture& picture) {
+  return {{"first_seconds", picture.firstSeconds},
+          {"width", picture.width},
+          {"height", picture.height},
+          {"nominal_rate", picture.timing.frameRate().value()},
+          {"rate", picture.rate},
+          {"jitter_seconds", picture.jitter},
+          {"age_seconds", picture.age},
+          {"count", picture.count},
+          {"missing", picture.missing},
+          {"black", picture.isBlack},
+          {"frozen", picture.isFrozen}};
+}
+
+Json factsOf(const Examination::Sound& sound) {
+  return {{"first_seconds", sound.firstSeconds},
+          {"rate", sound.rate},
+          {"peak", decibels(sound.level.peak)},
+          {"rms", decibels(sound.level.rms)},
+          {"silent", sound.isSilent}};
+}
+
+std::string textOf(const VideoDevice& device) {
+  std::string text = device.path + "  " + device.name;
+  if (!device.isPermitted) text += "  not permitted to this user: is there a group \"video\" to join?";
+  for (const std::string& holder : device.holders)
+    text += (&holder == &device.holders[0] ? "  open in " : ", ") + holder;
+  return text + "\n";
+}
+
+std::string textOf(const Examination& examination, const std::vector<std::string>& advice) {
+  std::string text;
+  if (const auto& picture = examination.picture) {
+    text += formatted("     picture     %d x %d, %.4g of %.4g frames/s, %lld missing, the first after %.2f s\n",
+                      picture->width, picture->height, picture->rate, picture->timing.frameRate().value(),
+                      static_cast<long long>(picture->missing), picture->firstSeconds);
+    text += formatted("     times       uneven by %.2f ms, %.1f ms old on arrival\n", 1'000 * picture->jitter,
+                      1'000 * picture->age);
+  }
+  if (const auto& sound = examination.sound) {
+    text += "     sound       peak " + levelText(sound->level.peak) + ", mean " + levelText(sound->level.rms) +
+            formatted(", %.0f of 44100 a second, the first after %.2f s\n", sound->rate, sound->firstSeconds);
+  }
+  if (advice.empty()) return text + "     verdict     good\n";
+  for (const std::string& each : advice) text += "     advice      " + each + "\n";
+  return text;
+}
+
+}  // namespace
+
+int examineSources(const brv::Library& library, const Options& options, std::ostream& out) {
+  Json report{{"group", library.name()},
+              {"provider", library.property("provider").value_or("")},
+              {"video_devices", Json::array()},
+              {"unoffered", unofferedOf(library)},
+              {"sources", Json::array()}};
+  bool isGood = std::ranges::all_of(report["unoffered"], [](const Json& device) {
+    return device["reason"].get<std::string>().find("plug-in of their own") != std::string::npos;  // which is meant so
+  });
+  std::vector<brv::Source> sources = library.sources();
+  if (!options.source.empty()) sources = {findSource(library, options.source)};
+  if (!options.json) out << library.name() << " from " << report["provider"].get<std::string>() << "\n";
+  for (const VideoDevice& device : videoDevices()) {
+    report["video_devices"].push_back(factsOf(device));
+    isGood = isGood && device.isPermitted;
+    if (!options.json) out << textOf(device);
+  }
+  for (const Json& device : report["unoffered"]) {
+    if (options.json) break;
+    out << "-  " << device["name"].get<std::string>() << "  (" << device["reason"].get<std::string>() << ")\n";
+  }
+  for (const brv::Source& source : sources) {
+    Json facts = brvhost::factsOf(source);
+    if (!options.json) out << brvhost::textOf(facts) << std::flush;
+    const Examination examination = examine(library, source);
+    if (Interrupt::requested()) throw Failure("interrupted");
+    const std::vector<std::string> advice = adviceFor(source, examination);
+    isGood = isGood && advice.empty();
+    if (!options.json) out << textOf(examination, advice) << std::flush;
+    if (examination.picture) facts["picture"] = factsOf(*examination.picture);
+    if (examination.sound) facts["sound"] = factsOf(*examination.sound);
+    facts["dropped"] = {{"video", examination.videoDrops}, {"audio", examination.audioDrops}};
+    facts["advice"] = advice;
+    report["sources"].push_back(std::move(facts));
+  }
+  report["good"] = isGood;
+  if (options.json) {
+    writeJSON(out, report);
+  } else {
+    out << (isGood ? "All is well.\n" : "Not all is well.\n");
+  }
+  return isGood ? ExitDone : ExitFailed;
+}
+
+}  // namespace brvhost

@@ -1,0 +1,50 @@
+#include "common/VideoDevices.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+namespace brvhost {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string firstLine(const fs::path& path) {
+  std::string line;
+  std::getline(std::ifstream(path) >> std::ws, line);
+  return line;
+}
+
+std::vector<std::string> holdersOf(const fs::path& device) {
+  std::vector<std::string> holders;
+  std::error_code error;
+  for (const fs::directory_entry& process : fs::directory_iterator("/proc", error)) {
+    std::error_code denied;  // of another user's
+    for (const fs::directory_entry& file : fs::directory_iterator(process.path() / "fd", denied)) {
+      if (fs::read_symlink(file.path(), error) != device) continue;
+      holders.push_back(firstLine(process.path() / "comm") + " (" + process.path().filename().string() + ")");
+      break;
+    }
+  }
+  return holders;
+}
+
+}  // namespace
+
+std::vector<VideoDevice> videoDevices() {
+  std::vector<VideoDevice> devices;
+  std::error_code error;
+  for (const fs::directory_entry& entry : fs::directory_iterator("/dev", error)) {
+    const std::string name = entry.path().filename();
+    if (!name.starts_with("video") || name.find_first_of("0123456789") != 5) continue;
+    devices.push_back({entry.path(), firstLine("/sys/class/video4linux/" + name + "/name"),
+                       ::access(entry.path().c_str(), R_OK | W_OK) == 0, holdersOf(entry.path())});
+  }
+  std::ranges::sort(devices, {}, [](const VideoDevice& each) { return std::pair(each.path.size(), each.path); });
+  return devices;
+}
+
+}  // namespace brvhost
