@@ -108,8 +108,9 @@ both are removed.
 
 JSON, one object a line: "time" (local, with its offset from UTC) and "event": "present", "added" or
 "removed" with "source", the keys of which "brvhost list --help" names; "unoffered" with "device":
-{"name", "reason"}; "error" with "source" and "error"; "attached" or "detached", a device that was
-plugged in or removed, with "sources_changed" (true or false).)";
+{"name", "reason"}; "error" with "source" and "error"; "signal" and "summary" with "source" and
+"text"; "attached" or "detached", a device that was plugged in or removed, with "sources_changed"
+(true or false).)";
 
 /// "de_AT.UTF-8" -> "de"; "en" where there is no language in it.
 std::string languageOfLocale(const char* localeName) {
@@ -215,6 +216,9 @@ class CommandLine {
     addJSON(doctor);
 
     CLI::App& watch = addCommand(Command::watch, "watch", "follow devices being plugged in and removed", WatchHelp);
+    watch.add_flag("--sources", _options.capture,
+                   "capture from all sources, and say when one stops, falls silent, turns\nblack, freezes or loses "
+                   "samples: a line a minute at most, and a summary");
     addSpan(watch, "--seconds", _options.seconds, "stop after so long");
     addJSON(watch);
   }

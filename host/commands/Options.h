@@ -31,6 +31,7 @@ struct Options {
   MissingLimit limit;                    ///< record
   bool untilIdle = false;                ///< record
   bool probe = false;                    ///< list
+  bool capture = false;                  ///< watch
   bool formats = false;                  ///< list
   bool json = false;                     ///< all but snapshot
 };

@@ -1,9 +1,11 @@
 #include <algorithm>
 #include <chrono>
 #include <ctime>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "capture/SourceWatch.h"
 #include "commands/Commands.h"
 #include "commands/Facts.h"
 #include "common/Failure.h"
@@ -36,6 +38,10 @@ std::string textOfEvent(const Json& event) {
   std::string text = event["time"].get<std::string>().substr(std::size("2026-01-31T") - 1, std::size("12:34:56") - 1);
   if (kind == "error")
     return text + " ! " + event["source"]["id"].get<std::string>() + ": " + event["error"].get<std::string>();
+  if (event.contains("text")) {
+    return text + (kind == "signal" ? " ! " : "   ") + event["source"]["id"].get<std::string>() + ": " +
+           event["text"].get<std::string>();
+  }
   if (event.contains("source")) {
     text += kind == "added" ? " + " : kind == "removed" ? " - " : "   ";
     return text + titleOf(event["source"]) + deviceText(event["source"]);
@@ -51,11 +57,41 @@ std::string textOfEvent(const Json& event) {
 /// What is there at one moment.
 struct Present {
   explicit Present(const brv::Library& library) : sources(Json::array()), unoffered(unofferedOf(library)) {
-    for (const brv::Source& source : library.sources()) sources.push_back(factsOf(source));
+    for (const brv::Source& source : library.sources()) {
+      sources.push_back(factsOf(source));
+      // What is known only while it runs makes it no other.
+      for (const char* key : {"frame_rate", "frame_duration", "ticks_per_second"}) sources.back().erase(key);
+    }
   }
 
   Json sources;
   Json unoffered;
+};
+
+/// The sources that are captured from, where that is asked for.
+class Watches {
+ public:
+  /// Follows what is there, and tells what is new: tell(source, text).
+  template <typename Tell>
+  void look(const brv::Library& library, Tell&& tell) {
+    const auto now = SourceWatch::Clock::now();
+    std::erase_if(_watches, [](const auto& watch) { return !watch->source().isPluggedIn(); });
+    for (const brv::Source& source : library.sources()) {
+      const bool isWatched =
+          std::ranges::any_of(_watches, [&](auto& each) { return each->source().id() == source.id(); });
+      if (!isWatched) _watches.push_back(std::make_unique<SourceWatch>(source));
+    }
+    for (const auto& watch : _watches) {
+      if (const auto news = watch->takeNews(now)) tell(watch->source(), *news);
+    }
+  }
+  template <typename Tell>
+  void summarize(Tell&& tell) const {
+    for (const auto& watch : _watches) tell(watch->source(), watch->summary());
+  }
+
+ private:
+  std::vector<std::unique_ptr<SourceWatch>> _watches;
 };
 
 bool contains(const Json& all, const Json& one) {
@@ -86,6 +122,7 @@ void watchDevices(const brv::Library& library, std::vector<brv::Change>& changes
   for (const Json& device : known.unoffered) tell("unoffered", {{"device", device}});
   tellErrors();
 
+  Watches watches;
   const auto end = std::chrono::steady_clock::now() + brv::Seconds(options.seconds.value_or(0));
   while (!Interrupt::requested() && (!options.seconds || std::chrono::steady_clock::now() < end)) {
     library.poll(brv::Seconds(std::min(PollSeconds, options.seconds.value_or(PollSeconds))));
@@ -104,7 +141,14 @@ void watchDevices(const brv::Library& library, std::vector<brv::Change>& changes
     tellNew("unoffered", "device", known.unoffered, present.unoffered);
     tellErrors();
     known = std::move(present);
+    if (options.capture)
+      watches.look(library, [&](const brv::Source& source, const std::string& text) {
+        tell("signal", {{"source", factsOf(source)}, {"text", text}});
+      });
   }
+  watches.summarize([&](const brv::Source& source, const std::string& text) {
+    tell("summary", {{"source", factsOf(source)}, {"text", text}});
+  });
 }
 
 }  // namespace brvhost

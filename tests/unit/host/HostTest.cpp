@@ -370,6 +370,10 @@ TEST_F(HostTest, WatchesSourcesThatComeAndGoAndTellsWhatIsNotOffered) {
   for (std::string line; std::getline(lines, line);) events.push_back(nlohmann::json::parse(line)["event"]);
   EXPECT_THAT(events, ElementsAre("present", "present", "present", "present", "unoffered", "unoffered", "detached",
                                   "removed", "attached", "added"));
+
+  EXPECT_THAT(
+      host({"watch", "--quiet", "--sources", "--seconds", "0.5"}),
+      testing::ContainsRegex("   Camera Video: [1-9][0-9]* pictures, loudest sound -?0.0 dB, [0-9]+ samples lost"));
 }
 
 TEST_F(HostTest, TellsASourceThatIsUnpluggedWhileItStartsWhateverWasToBeDoneWithIt) {
