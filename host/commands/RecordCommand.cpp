@@ -123,7 +123,7 @@ class Take {
       if (now >= nextProgress) {
         noteDrops();
         if (!_options.quiet) _console.progress(progress());
-        nextProgress += ProgressTime;
+        nextProgress = now + ProgressTime;
       }
     }
     return End::complete;
