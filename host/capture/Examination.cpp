@@ -47,6 +47,7 @@ class Observer {
     Examination::Picture found{.firstSeconds = secondsFrom(start, _pictures.front().arrived), .timing = timing};
     found.width = _size.first, found.height = _size.second;
     found.count = std::ssize(_pictures);
+    found.last = _last;
     found.isBlack = _signal.isBlack(), found.isFrozen = _signal.isFrozen();
     std::vector<double> ages;
     for (const Arrival& each : _pictures) ages.push_back(secondsFrom(each.taken, each.arrived));
@@ -65,6 +66,7 @@ class Observer {
       found.missing += static_cast<std::int64_t>(periods) - 1;
       const double regular = nominal > 0 ? periods * nominal : span / steps;
       squares += (step - regular) * (step - regular);
+      found.intervals.push_back(1'000 * step);
     }
     found.jitter = std::sqrt(squares / steps);
     return found;
@@ -74,7 +76,7 @@ class Observer {
     const double span = secondsFrom(_firstSound->taken, _lastSound);
     return Examination::Sound{secondsFrom(start, _firstSound->arrived),
                               span > 0 ? static_cast<double>(_soundFrames) / span : 0, _signal.takeLevel(),
-                              _signal.isSilent()};
+                              _signal.isSilent(), _peaks};
   }
 
  private:
@@ -89,6 +91,7 @@ class Observer {
     _pictures.push_back({frame.time(), Clock::now()});
     _size = {frame.record().width, frame.record().height};
     _signal.picture(frame);
+    _last = frame;
   }
   void sound(const brv::Sound& sound) {
     const std::lock_guard lock(_mutex);
@@ -98,6 +101,8 @@ class Observer {
     _soundFrames += _lastRun;
     _lastRun = std::ssize(sound.samples) / 2;
     _signal.sound(sound);
+    _run.add(sound.samples);
+    _peaks.push_back(_run.take().peak);
   }
 
   mutable std::mutex _mutex;
@@ -108,6 +113,9 @@ class Observer {
   std::int64_t _soundFrames = 0;  ///< of all runs but the last
   std::int64_t _lastRun = 0;
   SignalWatch _signal{1s};
+  LevelMeter _run;
+  std::vector<double> _peaks;
+  brv::Frame _last;
 };
 
 }  // namespace

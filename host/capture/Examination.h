@@ -26,12 +26,15 @@ struct Examination {
     double jitter = 0;         ///< standard deviation of the seconds between time stamps
     double age = 0;            ///< of half of the pictures, no more than these seconds when they arrive
     bool isBlack = false, isFrozen = false;
+    std::vector<double> intervals = {};  ///< milliseconds between time stamps
+    brv::Frame last = {};
   };
   struct Sound {
     double firstSeconds = 0;
     double rate = 0;  ///< frames a second, by the time stamps; nominally 44,100
     Level level;
     bool isSilent = false;
+    std::vector<double> peaks = {};  ///< of the runs, in dB
   };
 
   std::optional<Picture> picture;  ///< none when none came

@@ -4,10 +4,12 @@
 
 #include "capture/Examination.h"
 #include "commands/Commands.h"
+#include "commands/DoctorReport.h"
 #include "commands/Facts.h"
 #include "common/Failure.h"
 #include "common/Interrupt.h"
 #include "common/VideoDevices.h"
+#include "record/OutputFile.h"
 
 namespace brvhost {
 
@@ -51,7 +53,7 @@ std::string textOf(const VideoDevice& device) {
   return text + "\n";
 }
 
-std::string textOf(const Examination& examination, const std::vector<std::string>& advice) {
+std::string textOf(const Examination& examination) {
   std::string text;
   if (const auto& picture = examination.picture) {
     text += formatted("     picture     %d x %d, %.4g of %.4g frames/s, %lld missing, the first after %.2f s\n",
@@ -64,7 +66,12 @@ std::string textOf(const Examination& examination, const std::vector<std::string
     text += "     sound       peak " + levelText(sound->level.peak) + ", mean " + levelText(sound->level.rms) +
             formatted(", %.0f of 44100 a second, the first after %.2f s\n", sound->rate, sound->firstSeconds);
   }
-  if (advice.empty()) return text + "     verdict     good\n";
+  return text;
+}
+
+std::string adviceText(const std::vector<std::string>& advice) {
+  if (advice.empty()) return "     verdict     good\n";
+  std::string text;
   for (const std::string& each : advice) text += "     advice      " + each + "\n";
   return text;
 }
@@ -77,6 +84,9 @@ int examineSources(const brv::Library& library, const Options& options, std::ost
               {"video_devices", Json::array()},
               {"unoffered", unofferedOf(library)},
               {"sources", Json::array()}};
+  std::optional<OutputFile> file;
+  if (!options.output.empty()) file.emplace(options.output);  // which fails before there is work to lose
+  DoctorReport page;
   bool isGood = std::ranges::all_of(report["unoffered"], [](const Json& device) {
     return device["reason"].get<std::string>().find("plug-in of their own") != std::string::npos;  // which is meant so
   });
@@ -94,19 +104,29 @@ int examineSources(const brv::Library& library, const Options& options, std::ost
   }
   for (const brv::Source& source : sources) {
     Json facts = brvhost::factsOf(source);
-    if (!options.json) out << brvhost::textOf(facts) << std::flush;
+    const std::string known = brvhost::textOf(facts);
+    if (!options.json) out << known << std::flush;
     const Examination examination = examine(library, source);
     if (Interrupt::requested()) throw Failure("interrupted");
     const std::vector<std::string> advice = adviceFor(source, examination);
     isGood = isGood && advice.empty();
-    if (!options.json) out << textOf(examination, advice) << std::flush;
+    const std::string found = textOf(examination);
+    if (!options.json) out << found << adviceText(advice) << std::flush;
     if (examination.picture) facts["picture"] = factsOf(*examination.picture);
     if (examination.sound) facts["sound"] = factsOf(*examination.sound);
     facts["dropped"] = {{"video", examination.videoDrops}, {"audio", examination.audioDrops}};
     facts["advice"] = advice;
+    if (!options.output.empty())
+      page.add(facts, known.substr(known.find('\n') + 1) + found,
+               source.isPluggedIn() ? settingsOf(source) : Json::array(), examination);
     report["sources"].push_back(std::move(facts));
   }
   report["good"] = isGood;
+  if (file) {
+    const std::string text = page.page(report);
+    file->write(text.data(), text.size());
+    file->close();
+  }
   if (options.json) {
     writeJSON(out, report);
   } else {

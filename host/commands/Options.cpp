@@ -213,6 +213,8 @@ class CommandLine {
     CLI::App& doctor =
         addCommand(Command::doctor, "doctor", "say what is wrong with the sources, and what may help", DoctorHelp);
     addValue(doctor, "SOURCE", _options.source, " ", "position, name or device ID of one source");
+    addValue(doctor, "--report", _options.output, "FILE.html",
+             "write a page as well, with pictures, to send to somebody");
     addJSON(doctor);
 
     CLI::App& watch = addCommand(Command::watch, "watch", "follow devices being plugged in and removed", WatchHelp);

@@ -22,7 +22,7 @@ struct Options {
   std::string language;
 
   std::string source;                    ///< show, set, record, snapshot
-  std::string output;                    ///< record: file, URL or "-"; snapshot: the file
+  std::string output;                    ///< record: file, URL or "-"; snapshot: the file; doctor: the page
   std::optional<double> seconds;         ///< record, watch; absent: until interrupted
   std::vector<WantedSetting> settings;   ///< set, record, snapshot: in the order in which they are set
   std::string videoCodec, audioCodec;    ///< record; empty: what suits the file

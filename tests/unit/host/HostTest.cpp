@@ -256,13 +256,16 @@ TEST_F(HostTest, SaysWhatIsWrongWithSourcesAndWhatMayHelp) {
       _folder.write("black", "YUV4MPEG2 W64 H48 F30:1 Ip A1:1 C422\nFRAME\n" + std::string(64 * 48, 16) +
                                  std::string(64 * 48, '\x80')) +
       "\n[device]\nid = quiet\nname = Quiet\nmedia = audio\naudio format = 48000 Hz\nsound = tone 440 -80\n");
-  const auto report = nlohmann::json::parse(host({"doctor", "--json"}, ExitFailed));
+  const auto report = nlohmann::json::parse(host({"doctor", "--json", "--report", _folder.file("page")}, ExitFailed));
   const auto& sources = report["sources"];
   EXPECT_EQ(sources[0]["advice"].size(), 0U) << sources[0];
   EXPECT_NEAR(sources[0]["picture"]["rate"], 10, 0.5);
   EXPECT_NEAR(sources[0]["sound"]["rms"], -23, 0.5);
   EXPECT_THAT(sources[1]["advice"].dump(),
               testing::AllOf(HasSubstr("is black"), HasSubstr("loses pictures"), HasSubstr("Fewer pictures")));
+  const std::string page = _folder.contents("page");
+  EXPECT_THAT(page, testing::AllOf(HasSubstr("<h2>Bad Video  (video)</h2>"), HasSubstr("data:image/jpeg;base64,/9j/")));
+  EXPECT_EQ(page.find("http"), page.npos) << "nothing is loaded";
   EXPECT_THAT(host({"doctor", "quiet"}, ExitFailed), HasSubstr("     advice      The sound is silent."));
 }
 
