@@ -153,8 +153,7 @@ TEST_F(VideoTest, RecordingsOfACameraAndOfAnotherProgramAreBitForBitWhatWasSent)
     const std::string take = Server::file(source);
     const std::string said = outputOfHost("record " + source + " " + take + ".y4m --seconds 1 --max-missing 100%");
     std::smatch counts;
-    ASSERT_TRUE(std::regex_search(said, counts, std::regex("delivered ([0-9]+), missing ([0-9]+)")))
-        << said;
+    ASSERT_TRUE(std::regex_search(said, counts, std::regex("delivered ([0-9]+), missing ([0-9]+)"))) << said;
     const std::vector<int> numbers = numbersIn(take + ".y4m", picture);
     EXPECT_GE(numbers.size(), 15U);
     EXPECT_EQ(std::stoi(counts[1]), std::ssize(numbers));
