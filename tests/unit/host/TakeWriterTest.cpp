@@ -172,13 +172,17 @@ TEST(EncodingTest, FollowsTheTargetAndRefusesWhatDoesNotFit) {
   EXPECT_STREQ(encodingFor("a.b/take.MOV", "prores", "").video->name, "prores");
   EXPECT_STREQ(encodingFor("-", "", "flac").audio->name, "flac");
   EXPECT_TRUE(encodingFor("srt://[::1]:9", "", "").isLive);
-  for (const auto& [target, video, reason] : {std::tuple{"a.avi", "", "is no target"},
-                                              {"a", "", "is no target"},
-                                              {"a.d/b", "", "is no target"},
-                                              {"a.webm", "ffv1", "webm takes no ffv1"},
-                                              {"a.mkv", "aac", "no video codec \"aac\""},
-                                              {"a.wav", "ffv1", "takes no video"}}) {
-    EXPECT_THAT([&] { encodingFor(target, video, ""); }, testing::ThrowsMessage<UsageError>(HasSubstr(reason)));
+  const struct {
+    const char *target, *video, *reason;
+  } refused[] = {{"a.avi", "", "is no target"},
+                 {"a", "", "is no target"},
+                 {"a.d/b", "", "is no target"},
+                 {"a.webm", "ffv1", "webm takes no ffv1"},
+                 {"a.mkv", "aac", "no video codec \"aac\""},
+                 {"a.wav", "ffv1", "takes no video"}};
+  for (const auto& each : refused) {
+    EXPECT_THAT([&] { encodingFor(each.target, each.video, ""); },
+                testing::ThrowsMessage<UsageError>(HasSubstr(each.reason)));
   }
 }
 
