@@ -8,6 +8,7 @@
 
 #include "commands/Options.h"
 #include "common/Console.h"
+#include "monitor/Journal.h"
 
 namespace brvhost {
 
@@ -23,6 +24,8 @@ int setSource(const brv::Library& library, const Options& options, std::ostream&
 /// `changes` has what was noticed since the last poll.
 void watchDevices(const brv::Library& library, std::vector<brv::Change>& changes, const Options& options,
                   std::ostream& out);
+/// `journal` gets the module's log from elsewhere.
+void monitorSources(const brv::Library& library, Journal& journal, const Options& options, std::ostream& out);
 /// Throws Failure, after the report, when what is on the disk is not the whole recording.
 void recordSource(const brv::Library& library, const Options& options, std::ostream& out, Console& console);
 
