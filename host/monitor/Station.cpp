@@ -38,7 +38,7 @@ std::filesystem::path newFile(const std::string& folder, const std::string& sour
   const std::string title = titleFor(source);
   std::filesystem::path path = std::filesystem::absolute(folder) / (title + "." + ending);
   for (int number = 2; std::filesystem::exists(path); ++number) {
-    path.replace_filename(title + formatted(" (%d).", number) + ending);
+    path.replace_filename(formatted("%s (%d).%s", title.c_str(), number, ending.c_str()));
   }
   return path;
 }
