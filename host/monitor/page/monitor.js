@@ -2,7 +2,7 @@
 
 const find = (selector, within = document) => within.querySelector(selector);
 const wall = find("#wall"), dialog = find("#large"), log = find("#log");
-const MostLines = 200, HoldTime = 1500, LeastLevel = -60, Retry = 1000;
+const MostLines = 200, HoldTime = 1500, LeastLevel = -60, LeastWidth = 300, Retry = 1000;
 
 const tiles = new Map();  // of the sources' names: views
 let large = null;         // the enlarged view
@@ -116,10 +116,25 @@ function showStates(states) {
       showRecording(state);
     }
   });
+  arrange();
   find("#empty").hidden = states.length > 0;
   const recordings = states.filter(state => state.recording).length;
   report(`${states.length} ${states.length === 1 ? "source" : "sources"}` + (recordings ? `, ${recordings} recording` : ""));
 }
+
+/** As few columns as let all tiles be seen at once, or as many as can be read. */
+function arrange() {
+  const count = wall.children.length, most = Math.max(1, Math.floor(wall.clientWidth / LeastWidth));
+  const doFit = columns => {
+    const height = (wall.clientWidth / columns - 70) * 9 / 16 + 110;
+    return Math.ceil(count / columns) * height <= wall.clientHeight;
+  };
+  let columns = 1;
+  while (columns < most && !doFit(columns)) ++columns;
+  const layout = `repeat(${columns}, minmax(0, 1fr))`;
+  if (wall.style.gridTemplateColumns !== layout) wall.style.gridTemplateColumns = layout;
+}
+addEventListener("resize", arrange);
 
 function addTile(source) {
   const root = find("#tile").content.cloneNode(true).firstElementChild;
