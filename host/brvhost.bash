@@ -8,15 +8,15 @@ _brvhost() {
   for ((i = 1; i < COMP_CWORD; ++i)); do
     case ${COMP_WORDS[i]} in
       --rig) rig=(--rig "${COMP_WORDS[++i]}") ;;
-      --module | --language | --set | --size | --rate | --seconds | --segment | --wait | --*-codec | --max-missing) ((++i)) ;;
+      --module | --folder | --language | --set | --size | --rate | --seconds | --segment | --wait | --*-codec | --max-missing | --listen | --port | --fps) ((++i)) ;;
       -*) ;;
       *) if [[ $command ]]; then ((++operands)); else command=${COMP_WORDS[i]}; fi ;;
     esac
   done
 
   case $before in
-    --module | --rig) compopt -o default; return ;;
-    --language | --set | --size | --rate | --seconds | --segment | --wait | --*-codec | --max-missing) return ;;
+    --module | --rig | --folder) compopt -o default; return ;;
+    --language | --set | --size | --rate | --seconds | --segment | --wait | --*-codec | --max-missing | --listen | --port | --fps) return ;;
   esac
   if [[ $word == -* ]]; then
     choices=$({ "$program" --help; "$program" $command --help; } 2>/dev/null | grep -oE -- '--[a-z][a-z-]*' | sort -u)

@@ -1,5 +1,7 @@
 #include "capture/SourceSettings.h"
 
+#include <nlohmann/json.hpp>
+
 #include "capture/Sources.h"
 #include "common/Failure.h"
 
@@ -35,6 +37,21 @@ void requireSettings(const brv::Library& library, const brv::Source& source,
   throw Failure(source.id() + " refused " + settingsText({outcome.tried.back()}) +
                 formatted(" (code %d): ", outcome.answer.code) +
                 (outcome.answer.message.empty() ? "the module has no message for it" : outcome.answer.message));
+}
+
+nlohmann::ordered_json settingsOf(const brv::Source& source) {
+  using Json = nlohmann::ordered_json;
+  requirePluggedIn(source);
+  Json settings = Json::array();
+  for (const char* name : ParameterNames) {
+    Json choices = Json::array();
+    for (const brv::Option& option : source.options(name)) {
+      choices.push_back({{"index", option.index}, {"title", option.title}});
+    }
+    const std::optional<int> selected = source.selected(name);
+    settings.push_back({{"name", name}, {"selected", selected ? Json(*selected) : Json()}, {"choices", choices}});
+  }
+  return settings;
 }
 
 std::string settingsText(const std::vector<brv::Setting>& settings) {

@@ -4,6 +4,7 @@
 
 #include <brv.hpp>
 
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,10 @@ SettingsOutcome applySettings(const brv::Library& library, const brv::Source& so
 /// The same; throws Failure unless all of them are taken. Without any nothing happens.
 void requireSettings(const brv::Library& library, const brv::Source& source,
                      const std::vector<WantedSetting>& settings);
+
+/// What can be set, and what is selected, with the keys that `brvhost show --help` names. Throws Failure when the
+/// source has gone.
+nlohmann::ordered_json settingsOf(const brv::Source& source);
 
 /// "Video Settings=0, Video FPS=1".
 std::string settingsText(const std::vector<brv::Setting>& settings);

@@ -46,12 +46,18 @@ int run(const Options& options, std::ostream& out, Console& console) {
   useRig(options.rig);
   const Interrupt interrupt;
   std::vector<brv::Change> changes;
+  Journal journal;
   brv::Options opened{.module = options.module,
                       .language = options.language,
                       .translate = translated,
                       .changed = [&](brv::Change change) { changes.push_back(change); }};
   if (!opened.module.empty() && opened.module.find('/') == opened.module.npos) opened.module.insert(0, "./");
-  if (!options.quiet) opened.log = [&](int, std::string_view line) { console.line(line); };
+  if (!options.quiet || options.command == Command::monitor) {
+    opened.log = [&](int, std::string_view line) {
+      if (!options.quiet) console.line(line);
+      journal.add("log", line);
+    };
+  }
   const brv::Library library(std::move(opened));
   switch (options.command) {
     case Command::list:
@@ -73,6 +79,9 @@ int run(const Options& options, std::ostream& out, Console& console) {
       break;
     case Command::doctor:
       return examineSources(library, options, out);
+    case Command::monitor:
+      monitorSources(library, journal, options, out);
+      break;
     case Command::none:
       break;
   }

@@ -8,6 +8,7 @@
 
 #include "commands/Options.h"
 #include "common/Console.h"
+#include "monitor/Journal.h"
 
 namespace brvhost {
 
@@ -25,6 +26,8 @@ void watchDevices(const brv::Library& library, std::vector<brv::Change>& changes
                   std::ostream& out);
 /// Returns the exit code, ExitFailed when there is advice to give.
 int examineSources(const brv::Library& library, const Options& options, std::ostream& out);
+/// `journal` gets the module's log from elsewhere.
+void monitorSources(const brv::Library& library, Journal& journal, const Options& options, std::ostream& out);
 /// Throws Failure, after the report, when what is on the disk is not the whole recording.
 void recordSource(const brv::Library& library, const Options& options, std::ostream& out, Console& console);
 

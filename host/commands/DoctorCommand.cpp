@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "capture/Examination.h"
+#include "capture/SourceSettings.h"
 #include "commands/Commands.h"
 #include "commands/DoctorReport.h"
 #include "commands/Facts.h"

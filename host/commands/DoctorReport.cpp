@@ -85,7 +85,7 @@ void DoctorReport::add(const Json& facts, const std::string& text, const Json& s
   _sources += "<pre>" + escaped(text) + "</pre>\n<table>\n";
   for (const auto& [medium, drops] : facts["dropped"].items()) {
     for (const auto& [reason, number] : drops.items()) {
-      if (number != 0) _sources += row(medium + " dropped, " + reason, number.dump());
+      if (number != 0) _sources += row(std::string(medium).append(" dropped, ").append(reason), number.dump());
     }
   }
   for (const Json& setting : settings) {

@@ -3,7 +3,6 @@
 #include <nlohmann/json.hpp>
 
 #include "capture/FrameGrabber.h"
-#include "capture/Settings.h"
 #include "capture/Sources.h"
 #include "common/Failure.h"
 #include "common/Interrupt.h"
@@ -79,20 +78,6 @@ void addFormats(Json& facts, const brv::Source& source) {
   }
   if (format) source.apply({{brv::VideoSettings, *format}, {brv::VideoFPS, rate.value_or(0)}});
   facts["formats"] = std::move(formats);
-}
-
-Json settingsOf(const brv::Source& source) {
-  requirePluggedIn(source);
-  Json settings = Json::array();
-  for (const char* name : ParameterNames) {
-    Json choices = Json::array();
-    for (const brv::Option& option : source.options(name)) {
-      choices.push_back({{"index", option.index}, {"title", option.title}});
-    }
-    const std::optional<int> selected = source.selected(name);
-    settings.push_back({{"name", name}, {"selected", selected ? Json(*selected) : Json()}, {"choices", choices}});
-  }
-  return settings;
 }
 
 Json unofferedOf(const brv::Library& library) {

@@ -20,8 +20,6 @@ void addSamples(Json& facts, const brv::Library& library, const brv::Source& sou
 void addError(Json& facts, const brv::Source& source);
 /// Adds its formats with all their rates. Selects one after the other, then again what was selected before.
 void addFormats(Json& facts, const brv::Source& source);
-/// What can be set, and what is selected. Throws Failure when the source has gone.
-Json settingsOf(const brv::Source& source);
 /// The devices that are no sources, with the reasons.
 Json unofferedOf(const brv::Library& library);
 

@@ -112,6 +112,15 @@ JSON, one object a line: "time" (local, with its offset from UTC) and "event": "
 "text"; "attached" or "detached", a device that was plugged in or removed, with "sources_changed"
 (true or false).)";
 
+constexpr const char* MonitorHelp =
+    R"(Serves a web page that shows all sources at once: their pictures, how loud they are, at which rate
+pictures come and what is dropped. One that is enlarged can be set, recorded to the folder, and saved
+as a picture. The sources run while the page is open somewhere. Goes on until Ctrl-C.
+
+Shows the address of the page. Whoever has it can watch, set and record: the token in it is another
+one each time. Only this machine can reach the page, unless --listen says otherwise; what goes over
+a network then can be read on its way.)";
+
 /// "de_AT.UTF-8" -> "de"; "en" where there is no language in it.
 std::string languageOfLocale(const char* localeName) {
   const std::string_view name = localeName == nullptr ? std::string_view() : localeName;
@@ -158,7 +167,8 @@ class CommandLine {
       _options.answer = _app.version() + "\n";
     } catch (const CLI::Error& error) {
       if (_app.get_subcommands().empty()) {
-        throw UsageError("a command is needed: list, show, set, record, snapshot, watch or doctor; try --help");
+        throw UsageError(
+            "a command is needed: list, show, set, record, snapshot, watch, doctor or monitor; try --help");
       }
       throw UsageError(std::string(error.what()) + "; try --help");
     }
@@ -223,6 +233,18 @@ class CommandLine {
                    "samples: a line a minute at most, and a summary");
     addSpan(watch, "--seconds", _options.seconds, "stop after so long");
     addJSON(watch);
+
+    CLI::App& monitor = addCommand(Command::monitor, "monitor", "show all sources on a web page", MonitorHelp);
+    addValue(monitor, "--listen", _options.address, "ADDRESS",
+             "where to listen; 127.0.0.1, which is this machine alone");
+    monitor.add_option("--port", _options.port, "at which port; 8730, or 0 for any")
+        ->option_text("N")
+        ->check(CLI::Range(0, 65'535));
+    monitor.add_option("--fps", _options.framesPerSecond, "pictures a second on the page; 10")
+        ->option_text("N")
+        ->check(CLI::Range(0.1, 60.0));
+    addValue(monitor, "--folder", _options.folder, "DIR", "where recordings go; the current folder");
+    addSpan(monitor, "--seconds", _options.seconds, "stop after so long");
   }
 
   CLI::App& addCommand(Command command, const char* name, const char* description, const char* help) {

@@ -11,7 +11,7 @@
 
 namespace brvhost {
 
-enum class Command { none, list, show, set, record, snapshot, watch, doctor };
+enum class Command { none, list, show, set, record, snapshot, watch, doctor, monitor };
 
 struct Options {
   Command command = Command::none;
@@ -23,7 +23,7 @@ struct Options {
 
   std::string source;                    ///< show, set, record, snapshot
   std::string output;                    ///< record: file, URL or "-"; snapshot: the file; doctor: the page
-  std::optional<double> seconds;         ///< record, watch; absent: until interrupted
+  std::optional<double> seconds;         ///< record, watch, monitor; absent: until interrupted
   std::vector<WantedSetting> settings;   ///< set, record, snapshot: in the order in which they are set
   std::string videoCodec, audioCodec;    ///< record; empty: what suits the file
   std::optional<double> segmentSeconds;  ///< record
@@ -33,7 +33,11 @@ struct Options {
   bool probe = false;                    ///< list
   bool capture = false;                  ///< watch
   bool formats = false;                  ///< list
-  bool json = false;                     ///< all but snapshot
+  bool json = false;                     ///< all but snapshot and monitor
+  std::string address = "127.0.0.1";     ///< monitor: where it listens
+  int port = 8730;                       ///< monitor; 0: any
+  double framesPerSecond = 10;           ///< monitor: of its pictures
+  std::string folder = ".";              ///< monitor: of its recordings
 };
 
 /// Reads the arguments after the program's name, and CAPTURE_RIG. `localeName` is what LANG says, the default language,

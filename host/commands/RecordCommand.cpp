@@ -42,7 +42,7 @@ class Take {
  public:
   Take(const brv::Library& library, const brv::Source& source, const Options& options, const TakeOptions& take,
        Recorder& recorder, Console& console)
-      : _library(library), _source(source), _options(options), _recorder(recorder), _console(console) {
+      : _library(library), _source(source), _options(options), _take(take), _recorder(recorder), _console(console) {
     if (take.records(Medium::video)) watch("picture", &TakeAccount::pictures);
     if (take.records(Medium::audio)) watch("sound", &TakeAccount::sound);
   }
@@ -88,7 +88,12 @@ class Take {
 
   void start() {
     brv::Handlers handlers = _recorder.handlers();
-    handlers.starting = [this] { _dropsSeen = TakeDrops::of(_source); };
+    handlers.starting = [this] {
+      _dropsSeen = TakeDrops::of(_source);
+      if (_isTold || _options.quiet) return;
+      _isTold = true;  // once the format is chosen
+      if (const std::string outlook = outlookText(_source, _take); !outlook.empty()) _console.line(outlook);
+    };
     _running = _source.listen(std::move(handlers));
   }
 
@@ -179,6 +184,8 @@ class Take {
   const brv::Library& _library;
   const brv::Source& _source;
   const Options& _options;
+  const TakeOptions& _take;
+  bool _isTold = false;  ///< of what the disk will hold
   Recorder& _recorder;
   Console& _console;
   const Clock::time_point _start = Clock::now();
@@ -205,8 +212,6 @@ void recordSource(const brv::Library& library, const Options& options, std::ostr
   if (OutputFile::lacksReader(take.target)) console.line("waiting for a reader of " + take.target);
 
   Recorder recorder(source, take);
-  const std::string outlook = outlookText(source, take);
-  if (!outlook.empty() && !options.quiet) console.line(outlook);
   Take running(library, source, options, take, recorder, console);
   const End end = running.run();
   recorder.finish();

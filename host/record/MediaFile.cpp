@@ -199,7 +199,8 @@ std::string MediaFile::description() const {
       text += formatted(", pixels %lld:%lld", static_cast<long long>(aspect.numerator),
                         static_cast<long long>(aspect.denominator));
     }
-    text += formatted(", %s", _pictures.encoder->codec->name);
+    const bool isPlain = _pictures.encoder->codec_id == AV_CODEC_ID_WRAPPED_AVFRAME;
+    text += formatted(", %s", isPlain ? "uncompressed" : _pictures.encoder->codec->name);
   }
   if (_sound.stream) text += (text.empty() ? "" : "; ") + std::string("sound ") + _sound.encoder->codec->name;
   return text;

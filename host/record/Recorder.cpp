@@ -15,7 +15,12 @@ constexpr std::size_t MostPictures = 8, MostSound = 512;
 
 /// For what is read as fast as it is taken: a clip waits for the disk.
 constexpr std::chrono::seconds Patience(1);
-constexpr std::chrono::milliseconds SoundPatience(200);
+/// The same for the first sound, which may come after the first pictures; those of a camera do not wait in life.
+constexpr std::chrono::milliseconds LiveSoundPatience(200), SoundPatience(2'000);
+
+bool isOfNow(brv::Time time) {
+  return std::chrono::abs(std::chrono::steady_clock::now() - time) < std::chrono::seconds(10);
+}
 
 }  // namespace
 
@@ -97,7 +102,9 @@ void Recorder::write() noexcept {
     auto next = _samples.begin();
     if (_writer.lacksSound()) {
       // Pictures that come faster than in life would be gone before the sound is there.
-      _changed.wait_until(lock, *start + SoundPatience, [this] { return _isClosed || _waiting[1] > 0; });
+      const auto* const picture = std::get_if<Picture>(&_samples.front());
+      const auto patience = picture && isOfNow(picture->frame.time()) ? LiveSoundPatience : SoundPatience;
+      _changed.wait_until(lock, *start + patience, [this] { return _isClosed || _waiting[1] > 0; });
       next = std::find_if(_samples.begin(), _samples.end(), [](const Sample& sample) { return sample.index() == 1; });
       if (next == _samples.end()) next = _samples.begin();
     }

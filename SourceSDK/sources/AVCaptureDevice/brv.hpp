@@ -474,7 +474,7 @@ class Source {
   std::string error() const {
     const int at = index();
     if (at < 0) return _id + " is not plugged in";
-    const std::string pending = property("error").value_or("");
+    std::string pending = property("error").value_or("");
     if (!pending.empty()) message(-at);  // takes it
     return pending;
   }
