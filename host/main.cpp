@@ -42,7 +42,8 @@ int main(int argumentCount, char** arguments) {
     const Options options =
         parseOptions({arguments + (argumentCount > 0 ? 1 : 0), arguments + argumentCount}, std::getenv("LANG"));
     // What goes on until it is stopped ends with its reader too; the others have something to finish first.
-    if (options.command == Command::watch || options.command == Command::monitor) std::cout.exceptions(std::ios::badbit);
+    if (options.command == Command::watch || options.command == Command::monitor)
+      std::cout.exceptions(std::ios::badbit);
     const int exitCode = run(options, std::cout, Console::standardError());
     std::cout.exceptions(std::ios::badbit);
     std::cout.flush();

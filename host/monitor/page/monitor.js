@@ -33,6 +33,7 @@ class View {
       if (this.canvas.height !== picture.height) this.canvas.height = picture.height;
       this.context.drawImage(picture, 0, 0);
       picture.close();
+      if (!this.isSeen) find(".notice", this.root).textContent = "";
       this.isSeen = true;
     } catch {
       // the next one may be whole
