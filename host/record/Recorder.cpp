@@ -84,7 +84,7 @@ void Recorder::finish() noexcept {
   _thread.join();
 }
 
-void Recorder::write() noexcept {
+void Recorder::write() {
   std::optional<std::string> failure;
   const auto attempt = [&](auto&& work) {
     try {

@@ -48,7 +48,7 @@ class Recorder {
   void pictureArrived(const brv::Frame& frame);
   void soundArrived(const brv::Sound& sound);
   bool wait(std::unique_lock<std::mutex>& lock, std::size_t alternative, std::size_t most);
-  void write() noexcept;
+  void write();
   void publish(const std::optional<std::string>& failure);
 
   const brv::Source _source;  ///< whose way of counting is asked for on its video queue
