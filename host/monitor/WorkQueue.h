@@ -4,10 +4,13 @@
 
 #include <chrono>
 #include <deque>
+#include <exception>
 #include <functional>
 #include <future>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <string>
 #include <utility>
 
 #include "common/Failure.h"
@@ -16,15 +19,30 @@ namespace brvhost {
 
 class WorkQueue {
  public:
-  /// Has `work` done on the main thread, and returns what it returns or throws what it throws. Work that waits for too
-  /// long throws Failure and may be done later all the same: let it own what it uses. Any thread but the main one.
+  /// Has `work` done on the main thread, and returns what it returns; throws Failure with the words of what it throws.
+  /// Work that waits for too long throws Failure too, and may be done later all the same: let it own what it uses. Any
+  /// thread but the main one.
   template <typename Work>
   auto run(Work work) {
-    const auto task = std::make_shared<std::packaged_task<std::invoke_result_t<Work>()>>(std::move(work));
-    auto result = task->get_future();
+    struct Outcome {
+      std::optional<std::invoke_result_t<Work>> result;
+      std::string failure;  ///< exceptions stay on their thread
+    };
+    const auto task = std::make_shared<std::packaged_task<Outcome()>>([work = std::move(work)] {
+      Outcome outcome;
+      try {
+        outcome.result = work();
+      } catch (const std::exception& exception) {
+        outcome.failure = exception.what();
+      }
+      return outcome;
+    });
+    auto future = task->get_future();
     if (!add([task] { (*task)(); })) throw Failure("there is too much to do at the moment");
-    if (result.wait_for(Patience) != std::future_status::ready) throw Failure("the host is busy");
-    return result.get();
+    if (future.wait_for(Patience) != std::future_status::ready) throw Failure("the host is busy");
+    Outcome outcome = future.get();
+    if (!outcome.result) throw Failure(outcome.failure);
+    return std::move(*outcome.result);
   }
 
   /// Does what waits. Main thread.
