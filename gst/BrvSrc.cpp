@@ -239,7 +239,7 @@ std::string* textOf(BrvSrcPrivate& own, guint property) {
   }
 }
 
-void setProperty(GObject* object, guint property, const GValue* value, GParamSpec* spec) {
+void setProperty(GObject* object, guint property, const GValue* value, GParamSpec* parameter) {
   BrvSrc* const self = BRV_SRC(object);
   const ObjectLock lock(self);
   if (std::string* const text = textOf(*self->own, property)) {
@@ -248,7 +248,7 @@ void setProperty(GObject* object, guint property, const GValue* value, GParamSpe
   } else if (property == Waits) {
     self->own->waits = g_value_get_boolean(value);
   } else {
-    G_OBJECT_WARN_INVALID_PROPERTY_ID(object, property, spec);
+    G_OBJECT_WARN_INVALID_PROPERTY_ID(object, property, parameter);
   }
 }
 
@@ -282,7 +282,7 @@ GstStructure* statsOf(BrvSrc* self) {
   return stats;
 }
 
-void getProperty(GObject* object, guint property, GValue* value, GParamSpec* spec) {
+void getProperty(GObject* object, guint property, GValue* value, GParamSpec* parameter) {
   BrvSrc* const self = BRV_SRC(object);
   if (property == Stats) return g_value_take_boxed(value, statsOf(self));
   const ObjectLock lock(self);
@@ -291,7 +291,7 @@ void getProperty(GObject* object, guint property, GValue* value, GParamSpec* spe
   } else if (property == Waits) {
     g_value_set_boolean(value, self->own->waits);
   } else {
-    G_OBJECT_WARN_INVALID_PROPERTY_ID(object, property, spec);
+    G_OBJECT_WARN_INVALID_PROPERTY_ID(object, property, parameter);
   }
 }
 
