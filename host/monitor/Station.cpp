@@ -118,6 +118,11 @@ Json Station::state() {
   state["height"] = measures.height;
   state["rate"] = rounded(measures.framesPerSecond);
   state["levels"] = {levelOf(measures.levels[0]), levelOf(measures.levels[1])};
+  state["signal"] = Json::array();
+  for (const auto& [holds, name] :
+       {std::pair{measures.isBlack, "black"}, {measures.isFrozen, "frozen"}, {measures.isSilent, "silent"}}) {
+    if (holds) state["signal"].push_back(name);
+  }
   if (_recorder) {
     const TakeAccount account = _recorder->account();
     state["recording"] = {
