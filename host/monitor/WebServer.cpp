@@ -105,8 +105,8 @@ struct WebServer::Listener : Site {
 
   /// One request for each connection.
   bool process_and_close_socket(socket_t socket) override {
+    if (isTooMuch) return ::close(socket), false;  // without a farewell: the next one is waiting
     Connection connection(socket, isEnding);
-    if (isTooMuch) return false;
     bool isClosed = false;
     return process_request(connection, true, isClosed, nullptr);
   }
