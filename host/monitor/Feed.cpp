@@ -24,9 +24,11 @@ void Feed::picture(const brv::Frame& frame) {
     const std::lock_guard lock(_mutex);
     std::swap(_newest.frame, former);
     _arrivals[++_newest.number % _arrivals.size()] = Clock::now();
-    _signal.picture(frame);
-    _signal.takeNews();  // its state is enough here
   }
+  _pictureWatch.picture(frame);
+  _pictureWatch.takeNews();  // its state is enough here
+  _isBlack = _pictureWatch.isBlack();
+  _isFrozen = _pictureWatch.isFrozen();
   const std::shared_lock lock(_listenerLock);
   if (_listener.video) _listener.video(frame);
 }
@@ -35,9 +37,10 @@ void Feed::sound(const brv::Sound& sound) {
   {
     const std::lock_guard lock(_mutex);
     for (std::size_t i = 0; i < sound.samples.size(); ++i) _meters[i % 2].add(sound.samples.subspan(i, 1));
-    _signal.sound(sound);
-    _signal.takeNews();
   }
+  _soundWatch.sound(sound);
+  _soundWatch.takeNews();
+  _isSilent = _soundWatch.isSilent();
   const std::shared_lock lock(_listenerLock);
   if (_listener.audio) _listener.audio(sound);
 }
@@ -50,9 +53,9 @@ Feed::Newest Feed::newest() const {
 Feed::Measures Feed::take() {
   const std::lock_guard lock(_mutex);
   Measures measures;
-  measures.isBlack = _signal.isBlack();
-  measures.isFrozen = _signal.isFrozen();
-  measures.isSilent = _signal.isSilent();
+  measures.isBlack = _isBlack;
+  measures.isFrozen = _isFrozen;
+  measures.isSilent = _isSilent;
   for (std::size_t channel = 0; channel < 2; ++channel) measures.levels[channel] = _meters[channel].take();
   if (_newest.frame) {
     measures.width = static_cast<std::size_t>(_newest.frame.record().width);
@@ -77,7 +80,9 @@ void Feed::clear() {
   std::swap(_newest, former);
   _arrivals.fill({});
   _meters = {};
-  _signal = {};
+  _pictureWatch = {};
+  _soundWatch = {};
+  _isBlack = _isFrozen = _isSilent = false;
 }
 
 void Feed::setListener(brv::Handlers listener) {

@@ -6,6 +6,7 @@
 #include <brv.hpp>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <mutex>
@@ -51,7 +52,9 @@ class Feed {
   Newest _newest;
   std::array<Clock::time_point, 128> _arrivals{};
   std::array<LevelMeter, 2> _meters;
-  SignalWatch _signal;
+
+  SignalWatch _pictureWatch, _soundWatch;  ///< each one's capture queue uses it, and clear
+  std::atomic<bool> _isBlack = false, _isFrozen = false, _isSilent = false;
 
   std::shared_mutex _listenerLock;
   brv::Handlers _listener;
