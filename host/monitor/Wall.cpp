@@ -113,7 +113,8 @@ void Wall::publishState() {
   for (const std::string& id : _order) {
     sources.push_back(_stations.at(id)->state());
     const std::string error = sources.back()["error"];
-    if (std::exchange(_errors[id], error) != error && !error.empty()) _journal.add("error", id + ": " + error);
+    if (std::exchange(_errors[id], error) != error && !error.empty())
+      _journal.add("error", formatted("%s: %s", id.c_str(), error.c_str()));
   }
   _broadcast.publish(Broadcast::State, "", sources.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
