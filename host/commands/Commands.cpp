@@ -17,6 +17,8 @@ namespace brvhost {
 
 namespace {
 
+constexpr int RefusalLevel = 3;  // of the module's log: what it refused, or could not set up
+
 /// A machine with nothing plugged in is all right, and so is one whose media server has not started; a rig that cannot
 /// be read is not.
 void useRig(const std::string& path) {
@@ -53,9 +55,9 @@ int run(const Options& options, std::ostream& out, Console& console) {
                       .changed = [&](brv::Change change) { changes.push_back(change); }};
   if (!opened.module.empty() && opened.module.find('/') == opened.module.npos) opened.module.insert(0, "./");
   if (!options.quiet || options.command == Command::monitor) {
-    opened.log = [&](int, std::string_view line) {
+    opened.log = [&](int level, std::string_view line) {
       if (!options.quiet) console.line(line);
-      journal.add("log", line);
+      journal.add(level == RefusalLevel ? "refusal" : "log", line);
     };
   }
   const brv::Library library(std::move(opened));

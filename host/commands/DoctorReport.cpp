@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
-#include <ctime>
 #include <nlohmann/json.hpp>
 #include <span>
 
 #include "common/Failure.h"
+#include "common/LocalTime.h"
 #include "picture/ImageFile.h"
 #include "record/AV.h"
 
@@ -103,13 +103,10 @@ void DoctorReport::add(const Json& facts, const std::string& text, const Json& s
 }
 
 std::string DoctorReport::page(const Json& report) const {
-  const std::time_t now = std::time(nullptr);
-  std::tm local{};
-  char time[sizeof "2026-01-31 23:59:59"];
-  std::strftime(time, sizeof time, "%F %T", ::localtime_r(&now, &local));
+  const std::string time = localTime("%F %T");
   std::string page =
-      "<!doctype html>\n<html lang=\"en\"><meta charset=\"utf-8\"><title>Cameras and microphones, " +
-      std::string(time) + "</title>\n<style>" + Style + "</style>\n<h1>Cameras and microphones</h1>\n" +
+      "<!doctype html>\n<html lang=\"en\"><meta charset=\"utf-8\"><title>Cameras and microphones, " + time +
+      "</title>\n<style>" + Style + "</style>\n<h1>Cameras and microphones</h1>\n" +
       (report["good"] ? "<p class=\"good\">All is well.</p>\n" : "<p class=\"advice\">Not all is well.</p>\n") +
       "<table>\n" + row("examined", time) + row("devices from", report["provider"]);
   for (const Json& device : report["video_devices"]) {

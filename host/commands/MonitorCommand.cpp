@@ -20,7 +20,8 @@ void monitorSources(const brv::Library& library, Journal& journal, const Options
   WorkQueue queue;
   Wall wall(library, journal, broadcast, options.folder, options.framesPerSecond);
   const WebServer server(wall, broadcast, queue, options.address, options.port);
-  out << server.url() << std::endl;
+  for (const std::string& url : server.urls()) out << url << "\n";
+  out << std::flush;
 
   const auto end = std::chrono::steady_clock::now() + brv::Seconds(options.seconds.value_or(0));
   while (!Interrupt::requested() && (!options.seconds || std::chrono::steady_clock::now() < end)) {

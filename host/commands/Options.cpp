@@ -117,9 +117,9 @@ constexpr const char* MonitorHelp =
 pictures come and what is dropped. One that is enlarged can be set, recorded to the folder, and saved
 as a picture. The sources run while the page is open somewhere. Goes on until Ctrl-C.
 
-Shows the address of the page. Whoever has it can watch, set and record: the token in it is another
-one each time. Only this machine can reach the page, unless --listen says otherwise; what goes over
-a network then can be read on its way.)";
+Shows the address of the page, one for each way to this machine. Whoever has it can watch, set and
+record: the token in it is another one each time. Only this machine can reach the page, unless
+--listen says otherwise; what goes over a network then can be read on its way.)";
 
 /// "de_AT.UTF-8" -> "de"; "en" where there is no language in it.
 std::string languageOfLocale(const char* localeName) {

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <chrono>
-#include <ctime>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -10,21 +9,13 @@
 #include "commands/Facts.h"
 #include "common/Failure.h"
 #include "common/Interrupt.h"
+#include "common/LocalTime.h"
 
 namespace brvhost {
 
 namespace {
 
 constexpr double PollSeconds = 0.1;
-
-std::string now() {
-  const std::time_t seconds = std::time(nullptr);
-  std::tm local{};
-  ::localtime_r(&seconds, &local);
-  char text[sizeof "2026-01-31T23:59:59+0000"];
-  std::strftime(text, sizeof text, "%FT%T%z", &local);
-  return text;
-}
 
 std::string deviceText(const Json& source) {
   const std::string camera = source.value("video_device_id", ""), microphone = source.value("audio_device_id", "");
@@ -103,7 +94,7 @@ bool contains(const Json& all, const Json& one) {
 void watchDevices(const brv::Library& library, std::vector<brv::Change>& changes, const Options& options,
                   std::ostream& out) {
   const auto tell = [&](const char* kind, const Json& details) {
-    Json event{{"time", now()}, {"event", kind}};
+    Json event{{"time", localTime("%FT%T%z")}, {"event", kind}};
     event.update(details);
     if (options.json)
       writeJSON(out, event, -1);

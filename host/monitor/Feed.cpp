@@ -25,6 +25,10 @@ void Feed::picture(const brv::Frame& frame) {
     std::swap(_newest.frame, former);
     _arrivals[++_newest.number % _arrivals.size()] = Clock::now();
   }
+  _pictureWatch.picture(frame);
+  _pictureWatch.takeNews();  // its state is enough here
+  _isBlack = _pictureWatch.isBlack();
+  _isFrozen = _pictureWatch.isFrozen();
   const std::shared_lock lock(_listenerLock);
   if (_listener.video) _listener.video(frame);
 }
@@ -34,6 +38,9 @@ void Feed::sound(const brv::Sound& sound) {
     const std::lock_guard lock(_mutex);
     for (std::size_t i = 0; i < sound.samples.size(); ++i) _meters[i % 2].add(sound.samples.subspan(i, 1));
   }
+  _soundWatch.sound(sound);
+  _soundWatch.takeNews();
+  _isSilent = _soundWatch.isSilent();
   const std::shared_lock lock(_listenerLock);
   if (_listener.audio) _listener.audio(sound);
 }
@@ -46,6 +53,9 @@ Feed::Newest Feed::newest() const {
 Feed::Measures Feed::take() {
   const std::lock_guard lock(_mutex);
   Measures measures;
+  measures.isBlack = _isBlack;
+  measures.isFrozen = _isFrozen;
+  measures.isSilent = _isSilent;
   for (std::size_t channel = 0; channel < 2; ++channel) measures.levels[channel] = _meters[channel].take();
   if (_newest.frame) {
     measures.width = static_cast<std::size_t>(_newest.frame.record().width);
@@ -70,6 +80,9 @@ void Feed::clear() {
   std::swap(_newest, former);
   _arrivals.fill({});
   _meters = {};
+  _pictureWatch = {};
+  _soundWatch = {};
+  _isBlack = _isFrozen = _isSilent = false;
 }
 
 void Feed::setListener(brv::Handlers listener) {

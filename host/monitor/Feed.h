@@ -6,6 +6,7 @@
 #include <brv.hpp>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <mutex>
@@ -22,9 +23,10 @@ class Feed {
     std::uint64_t number = 0;  ///< another one for each picture
   };
   struct Measures {
-    double framesPerSecond = 0;         ///< over the last two seconds
-    std::array<Level, 2> levels;        ///< left and right, since they were last taken
-    std::size_t width = 0, height = 0;  ///< of the newest picture, for display
+    double framesPerSecond = 0;                                ///< over the last two seconds
+    std::array<Level, 2> levels;                               ///< left and right, since they were last taken
+    std::size_t width = 0, height = 0;                         ///< of the newest picture, for display
+    bool isBlack = false, isFrozen = false, isSilent = false;  ///< for a while already
   };
 
   /// What takes the samples. Lives on in the subscription no longer than this.
@@ -50,6 +52,9 @@ class Feed {
   Newest _newest;
   std::array<Clock::time_point, 128> _arrivals{};
   std::array<LevelMeter, 2> _meters;
+
+  SignalWatch _pictureWatch, _soundWatch;  ///< each one's capture queue uses it, and clear
+  std::atomic<bool> _isBlack = false, _isFrozen = false, _isSilent = false;
 
   std::shared_mutex _listenerLock;
   brv::Handlers _listener;

@@ -16,7 +16,7 @@ class Journal {
   struct Line {
     std::uint64_t number = 0;  ///< from 1, one after the other
     std::string time;          ///< "12:34:56"
-    std::string kind;          ///< "log", "added", "removed", "recording"
+    std::string kind;          ///< "log", "refusal", "error", "added", "removed", "recording"
     std::string text;
   };
 

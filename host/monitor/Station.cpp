@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <ctime>
 #include <filesystem>
 #include <string_view>
 
 #include "capture/Sources.h"
 #include "common/Failure.h"
+#include "common/LocalTime.h"
 
 namespace brvhost {
 
@@ -25,12 +25,7 @@ std::string titleFor(const std::string& source) {
     title += isPlain && (character < 0 || character >= ' ') && character != 0x7F ? character : '_';
   }
   if (title.starts_with('.')) title[0] = '_';
-  const std::time_t now = std::time(nullptr);
-  std::tm local{};
-  ::localtime_r(&now, &local);
-  char time[sizeof " 2026-01-31 23.59.59"];
-  std::strftime(time, sizeof time, " %F %H.%M.%S", &local);
-  return title.substr(0, 150) + time;
+  return title.substr(0, 150) + localTime(" %F %H.%M.%S");
 }
 
 /// A name in the folder that no file has.
@@ -123,6 +118,11 @@ Json Station::state() {
   state["height"] = measures.height;
   state["rate"] = rounded(measures.framesPerSecond);
   state["levels"] = {levelOf(measures.levels[0]), levelOf(measures.levels[1])};
+  state["signal"] = Json::array();
+  for (const auto& [holds, name] :
+       {std::pair{measures.isBlack, "black"}, {measures.isFrozen, "frozen"}, {measures.isSilent, "silent"}}) {
+    if (holds) state["signal"].push_back(name);
+  }
   if (_recorder) {
     const TakeAccount account = _recorder->account();
     state["recording"] = {

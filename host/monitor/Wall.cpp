@@ -79,6 +79,7 @@ void Wall::remove(const std::string& source) {
   const auto found = _stations.find(source);
   if (found->second->isRecording()) endRecording(*found->second);
   _stations.erase(found);
+  _errors.erase(source);
 }
 
 void Wall::startOne() {
@@ -109,7 +110,12 @@ std::string Wall::endRecording(Station& station) {
 
 void Wall::publishState() {
   Json sources = Json::array();
-  for (const std::string& id : _order) sources.push_back(_stations.at(id)->state());
+  for (const std::string& id : _order) {
+    sources.push_back(_stations.at(id)->state());
+    const std::string error = sources.back()["error"];
+    if (std::exchange(_errors[id], error) != error && !error.empty())
+      _journal.add("error", formatted("%s: %s", id.c_str(), error.c_str()));
+  }
   _broadcast.publish(Broadcast::State, "", sources.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
 

@@ -57,7 +57,8 @@ class Wall {
   Broadcast& _broadcast;
   const std::string _folder;
   std::map<std::string, std::unique_ptr<Station>> _stations;
-  std::vector<std::string> _order;  ///< of the sources
+  std::vector<std::string> _order;             ///< of the sources
+  std::map<std::string, std::string> _errors;  ///< that were told of last
   Clock::time_point _watched{}, _published{};
   Projector _projector;
 };

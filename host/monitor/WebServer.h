@@ -5,8 +5,10 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "monitor/Broadcast.h"
+#include "monitor/Controls.h"
 #include "monitor/Wall.h"
 #include "monitor/WorkQueue.h"
 
@@ -21,12 +23,17 @@ class WebServer {
   WebServer(const WebServer&) = delete;
   WebServer& operator=(const WebServer&) = delete;
 
-  /// "http://127.0.0.1:8730/?token=...".
-  std::string url() const;
+  /// "http://127.0.0.1:8730/?token=...", this machine's own first.
+  std::vector<std::string> urls() const;
 
  private:
-  struct Site;
-  const std::unique_ptr<Site> _site;
+  struct Listener;
+
+  Broadcast& _broadcast;
+  WorkQueue& _queue;
+  const std::string _address;
+  const std::unique_ptr<Controls> _controls;
+  const std::unique_ptr<Listener> _listener;
 };
 
 }  // namespace brvhost

@@ -1,10 +1,10 @@
 #include "record/TakeWriter.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <ctime>
 #include <utility>
+
+#include "common/LocalTime.h"
 
 namespace brvhost {
 
@@ -258,13 +258,8 @@ std::int64_t TakeWriter::bytes() const {
 std::string TakeWriter::nameOf(std::size_t number) const {
   const std::string& pattern = _options.target;
   if (isURL(pattern) || pattern == "-") return pattern;
-  std::array<char, 4'096> text{};
-  const std::time_t now = std::time(nullptr);
-  std::tm local = {};
-  if (std::strftime(text.data(), text.size(), pattern.c_str(), ::localtime_r(&now, &local)) == 0) {
-    throw Failure(pattern + " is no name for a file");
-  }
-  std::string name = text.data();
+  std::string name = localTime(pattern.c_str());
+  if (name.empty()) throw Failure(pattern + " is no name for a file");
   const bool isTold =
       name != pattern && std::find(_account.files.begin(), _account.files.end(), name) == _account.files.end();
   if (!isTold && (number > 1 || _options.segmentSeconds)) name.insert(name.rfind('.'), formatted("-%03zu", number));

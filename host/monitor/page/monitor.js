@@ -2,7 +2,7 @@
 
 const find = (selector, within = document) => within.querySelector(selector);
 const wall = find("#wall"), dialog = find("#large"), log = find("#log");
-const MostLines = 200, HoldTime = 1500, LeastLevel = -60, LeastWidth = 300, Retry = 1000;
+const MostLines = 200, HoldTime = 1500, LeastLevel = -60, LeastWidth = 16, Retry = 1000;
 
 const tiles = new Map();  // of the sources' names: views
 let large = null;         // the enlarged view
@@ -57,10 +57,24 @@ class View {
     put(".drops", drops || "no drops").classList.toggle("some", drops !== "");
     const waiting = state.video ? (this.isSeen ? "" : "waiting for a picture") : "sound only";
     put(".notice", state.error || waiting).classList.toggle("error", state.error !== "");
+    this.#putBadges(state.signal);
     root.classList.toggle("recording", "recording" in state);
-    root.classList.toggle("troubled", state.error !== "");
-    root.classList.toggle("silent", !state.audio);
+    root.classList.toggle("troubled", state.error !== "" || state.signal.some(name => name !== "silent"));
+    root.classList.toggle("stopped", state.error !== "" || (state.video && state.rate === 0));
+    root.classList.toggle("soundless", !state.audio);
     this.#meter(state);
+  }
+
+  /** What is wrong with picture or sound, in a word each. */
+  #putBadges(names) {
+    const badges = find(".badges", this.root);
+    if (badges.textContent === names.join("")) return;
+    badges.replaceChildren(...names.map(name => {
+      const badge = document.createElement("span");
+      badge.className = name;
+      badge.textContent = name;
+      return badge;
+    }));
   }
 
   /** Peaks rise at once, and are held for a moment before they fall. */
@@ -123,16 +137,21 @@ function showStates(states) {
   report(`${states.length} ${states.length === 1 ? "source" : "sources"}` + (recordings ? `, ${recordings} recording` : ""));
 }
 
-/** As few columns as let all tiles be seen at once, or as many as can be read. */
+/** Tiles as large as lets all be seen at once, or as small as can be read. */
 function arrange() {
-  const count = wall.children.length, most = Math.max(1, Math.floor(wall.clientWidth / LeastWidth));
-  const doFit = columns => {
-    const height = (wall.clientWidth / columns - 70) * 9 / 16 + 110;
-    return Math.ceil(count / columns) * height <= wall.clientHeight;
-  };
-  let columns = 1;
-  while (columns < most && !doFit(columns)) ++columns;
-  const layout = `repeat(${columns}, minmax(0, 1fr))`;
+  const em = parseFloat(getComputedStyle(document.documentElement).fontSize), gap = 0.8 * em;
+  const width = wall.clientWidth - 2 * em, height = wall.clientHeight - 0.4 * em, count = wall.children.length;
+  const beside = 4.5 * em, below = 5.1 * em;  // what a tile has besides its picture, of 16:9
+  let best = {columns: Math.max(1, Math.floor(width / (LeastWidth * em + gap))), size: 0};
+  best.size = (width + gap) / best.columns - gap;
+  for (let columns = 1, most = 0; columns <= count; ++columns) {
+    const rows = Math.ceil(count / columns);
+    const size = Math.min((width + gap) / columns - gap, ((height + gap) / rows - gap - below) * 16 / 9 + beside);
+    if (size < LeastWidth * em || size <= most) continue;
+    best = {columns, size};
+    most = size;
+  }
+  const layout = `repeat(${best.columns}, ${Math.floor(best.size)}px)`;
   if (wall.style.gridTemplateColumns !== layout) wall.style.gridTemplateColumns = layout;
 }
 addEventListener("resize", arrange);
@@ -160,7 +179,7 @@ function showLines(lines) {
     const stamp = document.createElement("time");
     stamp.textContent = time;
     line.className = kind;
-    line.append(stamp, kind === "log" ? text : `${kind}  ${text}`);
+    line.append(stamp, kind === "log" || kind === "refusal" ? text : `${kind}  ${text}`);
     log.append(line);
   }
   while (log.children.length > MostLines) log.firstElementChild.remove();

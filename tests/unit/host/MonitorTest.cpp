@@ -1,7 +1,10 @@
+#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <httplib.h>
 #include <lumora/zThread.h>
 #include <lumora/zTrace.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <functional>
@@ -74,6 +77,7 @@ class MonitorTest : public FrameworkTest {
     visitor.join();
   }
 
+  std::uint16_t port() const { return static_cast<std::uint16_t>(std::stoi(_site.substr(_site.rfind(':') + 1))); }
   httplib::Client client() const { return httplib::Client(_site); }
   Headers cookie() const {
     return {{"Cookie", "a=b; brvhost" + _site.substr(_site.rfind(':')).replace(0, 1, "-") + "=" + _token}};
@@ -142,6 +146,8 @@ TEST_F(MonitorTest, ShowsSetsRecordsAndFollowsItsSources) {
       return states.size() == 2 && isNear(0, -20) && isNear(1, -6) && states[0]["rate"].get<double>() > 24;
     });
 
+    const json wrong = {{"source", "Camera Video"}, {"name", "Video Settings"}, {"index", 1LL << 32}};
+    EXPECT_EQ(post("/settings", wrong)["error"], "no such choice");
     const json settings = post("/settings", {{"source", "Camera Video"}, {"name", "Video Settings"}, {"index", 1}});
     EXPECT_EQ(settings[0]["selected"], 1);
     expectPicture(320, 240);
@@ -208,6 +214,29 @@ TEST_F(MonitorTest, RefusesStrangersAndWhatIsTooMuchAndGoesOn) {
     EXPECT_EQ(get("/stream", cookie()), 503);
     isOver = true;
     for (std::thread& viewer : viewers) viewer.join();
+    expectPicture(450, 360);
+  });
+}
+
+TEST_F(MonitorTest, GivesUpOnRequestsThatDoNotEnd) {
+  serve([&] {
+    std::vector<int> slow(16);  // as many as are dealt with at a time
+    for (int& each : slow) {
+      each = ::socket(AF_INET, SOCK_STREAM, 0);
+      sockaddr_in address{};
+      address.sin_family = AF_INET;
+      address.sin_port = htons(port());
+      address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+      ASSERT_EQ(::connect(each, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+      EXPECT_EQ(::send(each, "GET / HT", 8, MSG_NOSIGNAL), 8);
+    }
+
+    httplib::Client patient = client();
+    patient.set_read_timeout(60);
+    EXPECT_EQ(patient.Get("/", cookie())->status, 200);
+    char byte = 0;
+    EXPECT_EQ(::recv(slow[0], &byte, 1, 0), 0);
+    for (const int each : slow) ::close(each);
     expectPicture(450, 360);
   });
 }
