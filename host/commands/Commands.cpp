@@ -47,16 +47,17 @@ int run(const Options& options, std::ostream& out, Console& console) {
   const Interrupt interrupt;
   std::vector<brv::Change> changes;
   Journal journal;
+  LogCondenser log([&](std::string_view line) {
+    if (!options.quiet) console.line(line);
+    journal.add("log", line);
+  });
   brv::Options opened{.module = options.module,
                       .language = options.language,
                       .translate = translated,
                       .changed = [&](brv::Change change) { changes.push_back(change); }};
   if (!opened.module.empty() && opened.module.find('/') == opened.module.npos) opened.module.insert(0, "./");
   if (!options.quiet || options.command == Command::monitor) {
-    opened.log = [&](int, std::string_view line) {
-      if (!options.quiet) console.line(line);
-      journal.add("log", line);
-    };
+    opened.log = [&](int, std::string_view line) { log.line(line, LogCondenser::Clock::now()); };
   }
   const brv::Library library(std::move(opened));
   switch (options.command) {
@@ -64,7 +65,7 @@ int run(const Options& options, std::ostream& out, Console& console) {
       listSources(library, options, out);
       break;
     case Command::record:
-      recordSource(library, options, out, console);
+      recordSource(library, options, out, console, log);
       break;
     case Command::snapshot:
       takeSnapshot(library, options, out);
@@ -75,12 +76,12 @@ int run(const Options& options, std::ostream& out, Console& console) {
     case Command::set:
       return setSource(library, options, out);
     case Command::watch:
-      watchDevices(library, changes, options, out);
+      watchDevices(library, changes, options, out, log);
       break;
     case Command::doctor:
       return examineSources(library, options, out);
     case Command::monitor:
-      monitorSources(library, journal, options, out);
+      monitorSources(library, journal, options, out, log);
       break;
     case Command::none:
       break;

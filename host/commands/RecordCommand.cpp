@@ -41,8 +41,14 @@ enum class End { complete, failed, interrupted, idle, overdue, unplugged };
 class Take {
  public:
   Take(const brv::Library& library, const brv::Source& source, const Options& options, const TakeOptions& take,
-       Recorder& recorder, Console& console)
-      : _library(library), _source(source), _options(options), _take(take), _recorder(recorder), _console(console) {
+       Recorder& recorder, Console& console, LogCondenser& log)
+      : _library(library),
+        _source(source),
+        _options(options),
+        _take(take),
+        _recorder(recorder),
+        _console(console),
+        _log(log) {
     if (take.records(Medium::video)) watch("picture", &TakeAccount::pictures);
     if (take.records(Medium::audio)) watch("sound", &TakeAccount::sound);
   }
@@ -110,6 +116,7 @@ class Take {
     while (!_recorder.isComplete() && !isAllComplete()) {
       _library.poll(PollTime);
       const Clock::time_point now = Clock::now();
+      _log.look(now);
       const auto progress = [&] {
         return progressText(secondsBetween(_start, now), _recorder.account(), _recorder.takeLevel());
       };
@@ -188,6 +195,7 @@ class Take {
   bool _isTold = false;  ///< of what the disk will hold
   Recorder& _recorder;
   Console& _console;
+  LogCondenser& _log;
   const Clock::time_point _start = Clock::now();
   std::vector<MediumWatch> _media;
   TakeDrops _drops, _dropsSeen;
@@ -196,7 +204,8 @@ class Take {
 
 }  // namespace
 
-void recordSource(const brv::Library& library, const Options& options, std::ostream& out, Console& console) {
+void recordSource(const brv::Library& library, const Options& options, std::ostream& out, Console& console,
+                  LogCondenser& log) {
   const brv::Source source = findSource(library, options.source);
   const TakeOptions take{.target = options.output,
                          .encoding = encodingFor(options.output, options.videoCodec, options.audioCodec),
@@ -210,9 +219,10 @@ void recordSource(const brv::Library& library, const Options& options, std::ostr
   }
   requireSettings(library, source, options.settings);  // before the files of an earlier recording are replaced
   if (OutputFile::lacksReader(take.target)) console.line("waiting for a reader of " + take.target);
+  if (isURL(take.target)) console.line("connecting to " + take.target);
 
   Recorder recorder(source, take);
-  Take running(library, source, options, take, recorder, console);
+  Take running(library, source, options, take, recorder, console, log);
   const End end = running.run();
   recorder.finish();
   console.endProgress();
