@@ -67,13 +67,13 @@ show has them}.)";
 constexpr const char* RecordHelp =
     R"(Records picture and sound to one file, with the source's own time stamps. The ending of FILE says
 how: .mkv (lossless), .mov, .mp4, .webm, .ts; .y4m or .wav for one of the two. % in it stands for
-the time, as strftime has it: "%F-%T.mkv". FILE may be - for Matroska on standard output, or a URL:
-srt://, udp://, tcp://, rtmp://. An existing file is replaced once there is something to write.
+the time, as strftime has it: "%F-%T.mkv"; a name that is the same again gets -002, -003. FILE may
+be - for Matroska on standard output, or a URL: srt://, udp://, tcp://, rtmp://, which is connected
+to before the source starts. An existing file is replaced once there is something to write.
 
-The recording begins when picture and sound have both begun, and ends with Ctrl-C; what is written
-until then plays. A second Ctrl-C ends it at once. SIGUSR1 shows the account as it stands. Where
-sound is missing there is silence, and a microphone whose clock is off is stretched to stay with
-the picture. A picture of another size begins another file.
+The recording begins when picture and sound have both begun, and ends with Ctrl-C, a second one at
+once; what is written plays. SIGUSR1 shows the account as it stands. Missing sound is silence, and
+a microphone whose clock is off is stretched. A picture of another size begins another file.
 
 Says when picture or sound stops, is silent, black or frozen, and when that is over. Exits with 1
 when more is missing than --max-missing, or than asked for, and when the source is unplugged.
@@ -104,9 +104,9 @@ constexpr const char* WatchHelp =
     R"(Shows the sources and the devices that are not offered (!), then each source that appears (+) or
 disappears (-), what the module says when something goes wrong with one (!), and its log, until
 Ctrl-C or for --seconds. A source of two devices, such as a camera with its microphone, stays until
-both are removed.
+both are removed. What repeats is counted, and told each minute.
 
-JSON, one object a line: "time" (local, with its offset from UTC) and "event": "present", "added" or
+JSON, one object a line, all of them: "time" (local, with its offset from UTC) and "event": "present", "added" or
 "removed" with "source", the keys of which "brvhost list --help" names; "unoffered" with "device":
 {"name", "reason"}; "error" with "source" and "error"; "signal" and "summary" with "source" and
 "text"; "attached" or "detached", a device that was plugged in or removed, with "sources_changed"

@@ -28,7 +28,7 @@ double secondsOf(std::int64_t frames) {
 }  // namespace
 
 TakeWriter::TakeWriter(TakeOptions options) : _options(std::move(options)) {
-  if (!isURL(_options.target)) _firstFile.emplace(nameOf(1));
+  _first.emplace(open(nameOf(1)));
 }
 
 // ---- Pictures ----
@@ -229,11 +229,11 @@ void TakeWriter::beginFile(double seconds, const std::optional<PictureFormat>& p
 
   const std::string name = nameOf(_account.files.size() + 1);
   if (name == "-" && !_account.files.empty()) throw Failure("the picture changed; standard output ends there");
-  std::optional<OutputFile> file = std::exchange(_firstFile, std::nullopt);
-  if (!file && !isURL(_options.target)) file.emplace(name);
+  std::optional<MediaFile::Target> target = std::exchange(_first, std::nullopt);
+  if (!target) target.emplace(open(name));
+  const auto* const file = std::get_if<OutputFile>(&*target);
   _account.files.push_back(file ? file->path() : name);
-  _file =
-      std::make_unique<MediaFile>(name, std::move(file), _options.encoding, picture, hasSound, _options.isInterrupted);
+  _file = std::make_unique<MediaFile>(name, std::move(*target), _options.encoding, picture, hasSound);
   _account.format = _file->description();
 }
 
@@ -248,11 +248,16 @@ void TakeWriter::finish() {
   writeHeldSound(true);
   endFile(_former);
   endFile(_file);
-  _firstFile.reset();
+  _first.reset();
 }
 
 std::int64_t TakeWriter::bytes() const {
   return _finishedBytes + (_former ? _former->size() : 0) + (_file ? _file->size() : 0);
+}
+
+MediaFile::Target TakeWriter::open(const std::string& name) const {
+  if (isURL(name)) return std::make_unique<NetworkStream>(name, _options.isInterrupted);
+  return OutputFile(name);
 }
 
 std::string TakeWriter::nameOf(std::size_t number) const {

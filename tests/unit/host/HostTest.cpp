@@ -2,6 +2,7 @@
 #include <lumora/zThread.h>
 #include <lumora/zTrace.h>
 #include <png.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstring>
@@ -219,6 +220,20 @@ TEST_F(HostTest, FinishesTheFileOfASourceThatIsInterruptedAfterAnInquiryOrUnplug
   host({"record", "lone", "--seconds", "0.5", _take});
   const DecodedMedia lone = decodeMedia(_take);
   EXPECT_TRUE(lone.pictures.empty() && lone.sound.size() == 22'050 * 4);
+}
+
+TEST_F(HostTest, StartsNoSourceBeforeSomebodyListens) {
+  const auto camera = _provider->device("cam");
+  EXPECT_EQ(host({"record", "camera", "tcp://127.0.0.1:1"}, ExitFailed),
+            "cannot connect to tcp://127.0.0.1:1: Connection refused");
+  const std::string listening = "tcp://127.0.0.1:" + std::to_string(20'000 + ::getpid() % 10'000) + "?listen";
+  std::thread interrupter([&] {
+    while (_folder.contents("log").find("connecting to " + listening) == std::string::npos) std::this_thread::yield();
+    std::raise(SIGTERM);
+  });
+  EXPECT_THAT(host({"record", "camera", listening}, ExitFailed), StartsWith("interrupted before anybody answered"));
+  interrupter.join();
+  EXPECT_EQ(camera->capturedVideo(), 0U);
 }
 
 TEST_F(HostTest, ListsForProgramsAndPutsBackWhatWasSelectedBeforeItAskedForAllRates) {
