@@ -209,10 +209,10 @@ class CommandLine {
     addValue(record, "--audio-codec", _options.audioCodec, "NAME", "such as flac, aac, libopus");
     const auto limit = [this](const std::string& text) { _options.limit.set(text); };
     record
-        .add_option_function<std::string>(
-            "--max-missing", limit,
-            "what may be missing: one hole of so many seconds (0.5s), or\na share of the frames (0.1%)")
+        .add_option_function<std::string>("--max-missing", limit,
+                                          "what may be missing: one hole of 0.5s, say, or 0.1% of the frames")
         ->option_text("N");
+    addValue(record, "--report", _options.report, "FILE.html", "write a page about it as well, with pictures");
     addJSON(record);
 
     CLI::App& snapshot = addCommand(Command::snapshot, "snapshot", "save one picture", SnapshotHelp);

@@ -40,8 +40,8 @@ void LogCondenser::line(std::string_view text, Clock::time_point now, std::strin
     const std::lock_guard lock(_mutex);
     lookAtAll(now);
     if (_repetitions.size() >= MostTexts) {
-      const auto oldest = std::ranges::min_element(
-          _repetitions, {}, [](const auto& entry) { return entry.second.lastLine; });
+      const auto oldest =
+          std::ranges::min_element(_repetitions, {}, [](const auto& entry) { return entry.second.lastLine; });
       tellOf(oldest->second, now);
       _repetitions.erase(oldest);
     }
@@ -85,10 +85,9 @@ void LogCondenser::lookAtAll(Clock::time_point now) {
 void LogCondenser::tellOf(Repetition& repetition, Clock::time_point now) {
   if (repetition.waiting == 0) return;
   const double seconds = std::chrono::duration<double>(repetition.lastLine - repetition.told).count();
-  const std::string count =
-      repetition.waiting == 1
-          ? ""
-          : formatted("  (… %lld more in %.0f s)", static_cast<long long>(repetition.waiting), seconds);
+  const std::string count = repetition.waiting == 1 ? ""
+                                                    : formatted("  (… %lld more in %.0f s)",
+                                                                static_cast<long long>(repetition.waiting), seconds);
   _tell(repetition.last + count);
   repetition.told = now;
   repetition.waiting = 0;

@@ -80,8 +80,7 @@ MediaFile::MediaFile(const std::string& name, Target target, const Encoding& enc
       _output(std::move(target)),
       _file(std::get_if<OutputFile>(&_output)) {
   AVFormatContext* container = nullptr;
-  av::check(avformat_alloc_output_context2(&container, encoding.container, nullptr, name.c_str()),
-            "write " + _target);
+  av::check(avformat_alloc_output_context2(&container, encoding.container, nullptr, name.c_str()), "write " + _target);
   _container.reset(container);
   _packet.reset(av::check(av_packet_alloc()));
   if (_picture && encoding.video) addPictureTrack(*encoding.video, encoding.isLive);

@@ -6,6 +6,8 @@
 #include <ctime>
 #include <utility>
 
+#include "record/TakeDiary.h"
+
 namespace brvhost {
 
 namespace {
@@ -79,12 +81,13 @@ void TakeWriter::place(const brv::Frame& frame, const FrameTiming& timing, std::
   };
   std::int64_t missing = framesUntil(position.count()) - skipped;
   if (_options.seconds && account.delivered > 0 && position.count() + duration.count() / 2 > *_options.seconds) {
-    account.gaps.add(account.endSeconds, std::min<std::int64_t>(missing, framesUntil(*_options.seconds)));
+    addGap(Medium::video, account.endSeconds, std::min<std::int64_t>(missing, framesUntil(*_options.seconds)),
+           duration.count());
     account.outside += 1 + skipped;
     account.isComplete = true;
     return writeHeldSound(false);
   }
-  account.gaps.add(account.endSeconds, missing);
+  addGap(Medium::video, account.endSeconds, missing, duration.count());
   account.delivered += 1 + skipped;
   account.notWritten += skipped;
   account.endSeconds = (position + duration).count();
@@ -102,6 +105,7 @@ void TakeWriter::place(const brv::Frame& frame, const FrameTiming& timing, std::
   _lastStamp = std::max(stamp - *_fileStamp, _lastStamp + 1);
   _file->writePicture(frame, _lastStamp);
   ++account.written;
+  if (_options.diary) _options.diary->picture(position.count(), frame);
   writeHeldSound(false);
 }
 
@@ -165,11 +169,12 @@ void TakeWriter::place(const SoundRun& run) {
     account.outside += std::max<std::int64_t>(frames - (room - silence), 0);
     frames = std::clamp<std::int64_t>(room - silence, 0, frames);
   }
-  account.gaps.add(secondsOf(soundPosition()), silence);
+  addGap(Medium::audio, secondsOf(soundPosition()), silence, 1.0 / SoundRate);
   account.delivered += frames;
-  writeSound(
-      std::span(run.samples).subspan(static_cast<std::size_t>(2 * skipped), static_cast<std::size_t>(2 * frames)),
-      silence);
+  const auto heard =
+      std::span(run.samples).subspan(static_cast<std::size_t>(2 * skipped), static_cast<std::size_t>(2 * frames));
+  writeSound(heard, silence);
+  if (_options.diary) _options.diary->sound(secondsOf(soundPosition()), heard);
   account.written += frames;
   account.endSeconds = secondsOf(soundPosition());
   keepWithPictures();
@@ -203,6 +208,12 @@ void TakeWriter::keepWithPictures() {
   _file->stretchSound(framesIn(late));
   _stretchedUntil = _soundEnd->count() + 10;
   _account.drift += late;
+}
+
+void TakeWriter::addGap(Medium medium, double position, std::int64_t missing, double each) {
+  MediumAccount& account = medium == Medium::video ? _account.pictures : _account.sound;
+  account.gaps.add(position, missing);
+  if (_options.diary && missing > 0) _options.diary->hole(medium, position, static_cast<double>(missing) * each);
 }
 
 std::int64_t TakeWriter::framesIn(double seconds) {

@@ -63,6 +63,8 @@ class TakeWriter {
   void writeSound(std::span<const std::int16_t> samples, std::int64_t silence);
   std::int64_t soundPosition() const;
   void keepWithPictures();
+  /// `each` lasts a frame.
+  void addGap(Medium medium, double position, std::int64_t missing, double each);
   static std::int64_t framesIn(double seconds);
 
   const TakeOptions _options;

@@ -178,6 +178,22 @@ TEST_F(HostTest, RecordsExactlyWhatWasAskedForFromTheFirstFrameOfTheFinalStart) 
                 "6.67 % of the picture is missing");
 }
 
+TEST_F(HostTest, ReportsATakeOnAPageOfItsOwn) {
+  host({"record", "camera", "--seconds", "1", _take, "--report", _folder.file("page")}, ExitFailed);
+
+  const std::string page = _folder.contents("page");
+  EXPECT_THAT(page, AllOf(HasSubstr("<p class=\"advice\">6.67 % of the picture is missing"),
+                          HasSubstr("<tr><td>0:00.100</td><td>0.067 s of the picture: 2 lost by the device</td></tr>"),
+                          HasSubstr("data:image/jpeg;base64,/9j/"), HasSubstr("<figcaption>0:00.000<")));
+  EXPECT_THAT(page, testing::ContainsRegex("picture to picture, until 0:00.968, 0 to 120</text><rect [^\n]*<polyline"));
+  EXPECT_EQ(page.find("http"), page.npos) << "nothing is loaded";
+
+  std::filesystem::remove(_take);
+  EXPECT_THAT(host({"record", "camera", _take, "--report", "/nowhere/page"}, ExitFailed),
+              StartsWith("cannot create /nowhere/page: "));
+  EXPECT_FALSE(std::filesystem::exists(_take));
+}
+
 TEST_F(HostTest, RecordsSoundOfAnotherRateWithoutASeam) {
   std::vector<float> ramp(2 * 48'000);
   for (std::size_t i = 0; i < ramp.size(); ++i) ramp[i] = static_cast<float>(i / 2) / 48'000 * (i % 2 ? -1.0F : 1.0F);

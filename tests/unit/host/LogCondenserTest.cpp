@@ -42,7 +42,8 @@ TEST(LogCondenserTest, WhatRepeatsIsCountedOnceAMinuteAndAtTheEndAndANightOfItIs
     told.clear();
     drops(5);
   }
-  EXPECT_THAT(told, ElementsAre(testing::StartsWith("now Camera.cpp:360431 dropped 0x1f  (… "))) << "the rest is told at the end";
+  EXPECT_THAT(told, ElementsAre(testing::StartsWith("now Camera.cpp:360431 dropped 0x1f  (… ")))
+      << "the rest is told at the end";
 }
 
 }  // namespace
