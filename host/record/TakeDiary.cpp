@@ -23,7 +23,7 @@ void TakeDiary::picture(double position, const brv::Frame& frame) {
   _lastPicture = position;
   if (jpeg.empty()) return;
   if (_notes.stills.size() == MostStills) {
-    for (std::size_t i = 0; i < MostStills / 2; ++i) _notes.stills[i] = std::move(_notes.stills[2 * i]);
+    for (std::size_t i = 1; i < MostStills / 2; ++i) _notes.stills[i] = std::move(_notes.stills[2 * i]);
     _notes.stills.resize(MostStills / 2);
     _stillsApart *= 2;
     if (position - _notes.stills.back().position < _stillsApart) return;
