@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
+#include <utility>
 #include <vector>
 
 #include "capture/Still.h"
@@ -49,8 +50,15 @@ std::string DoctorReport::page(const Json& report) const {
   std::string text = std::string(report["good"] ? "<p class=\"good\">All is well.</p>\n"
                                                 : "<p class=\"advice\">Not all is well.</p>\n") +
                      "<table>\n" + page::row("examined", time) + page::row("devices from", report["provider"]);
+  if (report.contains("server")) {
+    const Json& server = report["server"];
+    for (const auto& [name, key] : {std::pair("server", "name"), std::pair("session manager", "session_manager"),
+                                    std::pair("problem", "problem")}) {
+      if (server[key] != "") text += page::row(name, server[key]);
+    }
+  }
   for (const Json& device : report["video_devices"]) {
-    std::string state = device["name"];
+    std::string state = device["name"].get<std::string>() + ", " + device["permissions"].get<std::string>();
     if (!device["permitted"]) state += ", not permitted to this user";
     for (const Json& holder : device["holders"]) state += ", open in " + holder.get<std::string>();
     text += page::row(device["path"], state);

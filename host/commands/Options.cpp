@@ -88,17 +88,21 @@ by the ending of FILE (.png, .jpg, .jpeg), or as PNG to standard output when FIL
 no frame comes within 5 seconds.)";
 
 constexpr const char* DoctorHelp =
-    R"(Finds out what a colleague would ask about: the kernel's video devices, whether this user may open
-them and who has them open; the devices that are not offered, with the reasons; then looks at each
-source, or the one that is named, for two seconds: when the first picture and sound come, the frame
-rate that is there and the one that was promised, uneven times, losses, a black or frozen picture,
-levels, silence, a clock that is off. Ends with advice. Exits with 1 where there is any.
+    R"(Finds out what a colleague would ask about: which media server runs, with its session manager; the
+kernel's video devices, whether this user may open them and who has them open; the devices that are
+not offered, with the reasons; the formats that the server tells of each device, who captures from
+it, and where its sizes are not those that the source offers. Then looks at each source, or the one
+that is named, for two seconds: when the first picture and sound come, the frame rate that is there
+and the one that was promised, uneven times, losses, a black or frozen picture, levels, silence, a
+clock that is off. Ends with advice. Exits with 1 where there is any.
 
-JSON: {"group", "provider", "video_devices": [{"path", "name", "permitted", "holders"}], "unoffered",
-"sources": [...], "good" (true or false)}. A source has the keys of "brvhost list --help", and
-"picture": {"first_seconds", "width", "height", "nominal_rate", "rate", "jitter_seconds",
-"age_seconds", "count", "missing", "black", "frozen"}, "sound": {"first_seconds", "rate", "peak",
-"rms" (dB), "silent"}, "dropped": {"video", "audio": {reason: number}}, "advice": [text, ...].)";
+JSON: {"group", "provider", "server": {"name", "session_manager", "problem", "devices": [{"name",
+"description", "formats", "users"}]}, "video_devices": [{"path", "name", "permitted", "permissions",
+"holders"}], "unoffered", "sources": [...], "good" (true or false)}. A source has the keys of
+"brvhost list --help", and "picture": {"first_seconds", "width", "height", "nominal_rate", "rate",
+"jitter_seconds", "age_seconds", "count", "missing", "black", "frozen"}, "sound": {"first_seconds",
+"rate", "peak", "rms" (dB), "silent"}, "dropped": {"video", "audio": {reason: number}}, "advice":
+[text, ...].)";
 
 constexpr const char* WatchHelp =
     R"(Shows the sources and the devices that are not offered (!), then each source that appears (+) or
