@@ -11,16 +11,21 @@ namespace {
 
 /// Each pixel the mean of a square of `factor` by `factor`.
 RGBImage reducedBy(std::size_t factor, RGBImage image) {
-  if (factor < 2 || image.height < factor) return image;
+  if (factor < 2 || image.width < factor || image.height < factor) return image;
   RGBImage small{image.width / factor, image.height / factor, {}};
   small.pixels.reserve(small.width * small.height * 3);
-  for (std::size_t i = 0; i < small.width * small.height * 3; ++i) {
-    const std::size_t channel = i % 3, x = i / 3 % small.width * factor, y = i / 3 / small.width * factor;
+  const auto mean = [&](std::size_t x, std::size_t y, std::size_t channel) {
     std::size_t sum = 0;
-    for (std::size_t at = 0; at < factor * factor; ++at) {
-      sum += image.pixels[((y + at / factor) * image.width + x + at % factor) * 3 + channel];
+    for (std::size_t line = y; line < y + factor; ++line) {
+      for (std::size_t at = x; at < x + factor; ++at) sum += image.pixels[(line * image.width + at) * 3 + channel];
     }
-    small.pixels.push_back(static_cast<std::uint8_t>(sum / (factor * factor)));
+    return static_cast<std::uint8_t>(sum / (factor * factor));
+  };
+  for (std::size_t y = 0; y < small.height; ++y) {
+    for (std::size_t x = 0; x < small.width; ++x) {
+      for (std::size_t channel = 0; channel < 3; ++channel)
+        small.pixels.push_back(mean(x * factor, y * factor, channel));
+    }
   }
   return small;
 }

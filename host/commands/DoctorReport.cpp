@@ -17,6 +17,7 @@ constexpr std::size_t WidestPicture = 4'096;
 
 std::vector<page::Point> pointsOf(const std::vector<double>& values) {
   std::vector<page::Point> points;
+  points.reserve(values.size());
   for (const double value : values) points.push_back({static_cast<double>(points.size()), value, value});
   return points;
 }
