@@ -8,14 +8,14 @@ _brvhost() {
   for ((i = 1; i < COMP_CWORD; ++i)); do
     case ${COMP_WORDS[i]} in
       --rig) rig=(--rig "${COMP_WORDS[++i]}") ;;
-      --module | --folder | --language | --set | --size | --rate | --seconds | --segment | --wait | --*-codec | --max-missing | --listen | --port | --fps) ((++i)) ;;
+      --module | --folder | --language | --set | --size | --rate | --seconds | --segment | --wait | --*-codec | --max-missing | --report | --listen | --port | --fps) ((++i)) ;;
       -*) ;;
       *) if [[ $command ]]; then ((++operands)); else command=${COMP_WORDS[i]}; fi ;;
     esac
   done
 
   case $before in
-    --module | --rig | --folder) compopt -o default; return ;;
+    --module | --rig | --folder | --report) compopt -o default; return ;;
     --language | --set | --size | --rate | --seconds | --segment | --wait | --*-codec | --max-missing | --listen | --port | --fps) return ;;
   esac
   if [[ $word == -* ]]; then

@@ -49,16 +49,17 @@ int run(const Options& options, std::ostream& out, Console& console) {
   const Interrupt interrupt;
   std::vector<brv::Change> changes;
   Journal journal;
+  LogCondenser log([&](int level, std::string_view line) {
+    if (!options.quiet) console.line(line);
+    journal.add(level == RefusalLevel ? "refusal" : "log", line);
+  });
   brv::Options opened{.module = options.module,
                       .language = options.language,
                       .translate = translated,
                       .changed = [&](brv::Change change) { changes.push_back(change); }};
   if (!opened.module.empty() && opened.module.find('/') == opened.module.npos) opened.module.insert(0, "./");
   if (!options.quiet || options.command == Command::monitor) {
-    opened.log = [&](int level, std::string_view line) {
-      if (!options.quiet) console.line(line);
-      journal.add(level == RefusalLevel ? "refusal" : "log", line);
-    };
+    opened.log = [&](int level, std::string_view line) { log.line(level, line, LogCondenser::Clock::now()); };
   }
   const brv::Library library(std::move(opened));
   switch (options.command) {
@@ -66,7 +67,7 @@ int run(const Options& options, std::ostream& out, Console& console) {
       listSources(library, options, out);
       break;
     case Command::record:
-      recordSource(library, options, out, console);
+      recordSource(library, options, out, console, log);
       break;
     case Command::snapshot:
       takeSnapshot(library, options, out);
@@ -77,12 +78,12 @@ int run(const Options& options, std::ostream& out, Console& console) {
     case Command::set:
       return setSource(library, options, out);
     case Command::watch:
-      watchDevices(library, changes, options, out);
+      watchDevices(library, changes, options, out, log);
       break;
     case Command::doctor:
       return examineSources(library, options, out);
     case Command::monitor:
-      monitorSources(library, journal, options, out);
+      monitorSources(library, journal, options, out, log);
       break;
     case Command::none:
       break;

@@ -1,8 +1,11 @@
 #include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
+#include <regex>
+#include <set>
 
 #include "capture/Examination.h"
+#include "capture/MediaServer.h"
 #include "capture/SourceSettings.h"
 #include "commands/Commands.h"
 #include "commands/DoctorReport.h"
@@ -20,8 +23,19 @@ Json decibels(double value) {
   return std::isfinite(value) ? Json(value) : Json();
 }
 
+/// What is wrong with the server; empty for nothing.
+std::string problemOf(const MediaServer& server) {
+  if (!server.problem.empty()) return server.problem;
+  if (!server.sessionManager.empty()) return "";
+  return "no session manager is known to run: without one there are no devices. Start wireplumber.";
+}
+
 Json factsOf(const VideoDevice& device) {
-  return {{"path", device.path}, {"name", device.name}, {"permitted", device.isPermitted}, {"holders", device.holders}};
+  return {{"path", device.path},
+          {"name", device.name},
+          {"permitted", device.isPermitted},
+          {"permissions", device.permissions},
+          {"holders", device.holders}};
 }
 
 Json factsOf(const Examination::Picture& picture) {
@@ -48,10 +62,53 @@ Json factsOf(const Examination::Sound& sound) {
 
 std::string textOf(const VideoDevice& device) {
   std::string text = device.path + "  " + device.name;
+  text += "  " + device.permissions;
   if (!device.isPermitted) text += "  not permitted to this user: is there a group \"video\" to join?";
   for (const std::string& holder : device.holders)
     text += (&holder == &device.holders[0] ? "  open in " : ", ") + holder;
   return text + "\n";
+}
+
+Json factsOf(const MediaServer& server) {
+  Json devices = Json::array();
+  for (const ServerDevice& device : server.devices) {
+    devices.push_back({{"name", device.name},
+                       {"description", device.description},
+                       {"formats", device.formats},
+                       {"users", device.users}});
+  }
+  return {{"name", server.name},
+          {"session_manager", server.sessionManager},
+          {"problem", problemOf(server)},
+          {"devices", devices}};
+}
+
+/// What the server says of the devices of a source, and where the sizes are not those that the source offers.
+std::string textOf(const MediaServer& server, const brv::Source& source) {
+  std::string text;
+  const auto line = [&](const char* name, const std::string& value) {
+    text += formatted("     %-11s ", name) + value + "\n";
+  };
+  for (const char* medium : {"video", "audio"}) {
+    const std::string id = deviceId(source, medium);
+    const ServerDevice* const device = id.empty() ? nullptr : server.deviceOf(id);
+    if (!device) continue;
+    for (const std::string& format : device->formats) line("server has", format);
+    for (const std::string& user : device->users) line("in use by", user);
+    if (device->sizes.empty() || device->hasAnySize) continue;
+    std::set<std::string> offered;
+    for (const brv::Option& option : source.options(brv::VideoSettings)) {
+      std::smatch size;
+      if (std::regex_search(option.title, size, std::regex("\\d+ x \\d+"))) offered.insert(size.str());
+    }
+    for (const std::string& size : device->sizes) {
+      if (!offered.contains(size)) line("differs", "the server has " + size + ", which the source does not offer");
+    }
+    for (const std::string& size : offered) {
+      if (!device->sizes.contains(size)) line("differs", "the source offers " + size + ", which the server has not");
+    }
+  }
+  return text;
 }
 
 std::string textOf(const Examination& examination) {
@@ -94,6 +151,18 @@ int examineSources(const brv::Library& library, const Options& options, std::ost
   std::vector<brv::Source> sources = library.sources();
   if (!options.source.empty()) sources = {findSource(library, options.source)};
   if (!options.json) out << library.name() << " from " << report["provider"].get<std::string>() << "\n";
+  std::optional<MediaServer> server;
+  // Of a rig's devices it knows nothing.
+  if (options.rig.empty() && report["provider"] != "a rig") server = askMediaServer();
+  if (server) {
+    report["server"] = factsOf(*server);
+    const std::string problem = problemOf(*server);
+    isGood = isGood && problem.empty();
+    if (!options.json) {
+      if (!server->name.empty()) out << "server  " << server->name << "\n";
+      out << (problem.empty() ? "session manager  " + server->sessionManager : "advice  " + problem) << "\n";
+    }
+  }
   for (const VideoDevice& device : videoDevices()) {
     report["video_devices"].push_back(factsOf(device));
     isGood = isGood && device.isPermitted;
@@ -105,7 +174,7 @@ int examineSources(const brv::Library& library, const Options& options, std::ost
   }
   for (const brv::Source& source : sources) {
     Json facts = brvhost::factsOf(source);
-    const std::string known = brvhost::textOf(facts);
+    const std::string known = brvhost::textOf(facts) + (server ? textOf(*server, source) : "");
     if (!options.json) out << known << std::flush;
     const Examination examination = examine(library, source);
     if (Interrupt::requested()) throw Failure("interrupted");

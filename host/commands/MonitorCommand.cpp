@@ -14,7 +14,8 @@ constexpr double PollSeconds = 0.02;
 
 }  // namespace
 
-void monitorSources(const brv::Library& library, Journal& journal, const Options& options, std::ostream& out) {
+void monitorSources(const brv::Library& library, Journal& journal, const Options& options, std::ostream& out,
+                    LogCondenser& log) {
   if (!std::filesystem::is_directory(options.folder)) throw Failure(options.folder + " is no folder");
   Broadcast broadcast(journal);
   WorkQueue queue;
@@ -27,6 +28,7 @@ void monitorSources(const brv::Library& library, Journal& journal, const Options
   while (!Interrupt::requested() && (!options.seconds || std::chrono::steady_clock::now() < end)) {
     wall.turn(library.poll(brv::Seconds(PollSeconds)));
     queue.perform();
+    log.look(LogCondenser::Clock::now());
   }
 }
 

@@ -67,13 +67,13 @@ show has them}.)";
 constexpr const char* RecordHelp =
     R"(Records picture and sound to one file, with the source's own time stamps. The ending of FILE says
 how: .mkv (lossless), .mov, .mp4, .webm, .ts; .y4m or .wav for one of the two. % in it stands for
-the time, as strftime has it: "%F-%T.mkv". FILE may be - for Matroska on standard output, or a URL:
-srt://, udp://, tcp://, rtmp://. An existing file is replaced once there is something to write.
+the time, as strftime has it: "%F-%T.mkv"; a name that is the same again gets -002, -003. FILE may
+be - for Matroska on standard output, or a URL: srt://, udp://, tcp://, rtmp://, which is connected
+to before the source starts. An existing file is replaced once there is something to write.
 
-The recording begins when picture and sound have both begun, and ends with Ctrl-C; what is written
-until then plays. A second Ctrl-C ends it at once. SIGUSR1 shows the account as it stands. Where
-sound is missing there is silence, and a microphone whose clock is off is stretched to stay with
-the picture. A picture of another size begins another file.
+The recording begins when picture and sound have both begun, and ends with Ctrl-C, a second one at
+once; what is written plays. SIGUSR1 shows the account as it stands. Missing sound is silence, and
+a microphone whose clock is off is stretched. A picture of another size begins another file.
 
 Says when picture or sound stops, is silent, black or frozen, and when that is over. Exits with 1
 when more is missing than --max-missing, or than asked for, and when the source is unplugged.
@@ -88,25 +88,29 @@ by the ending of FILE (.png, .jpg, .jpeg), or as PNG to standard output when FIL
 no frame comes within 5 seconds.)";
 
 constexpr const char* DoctorHelp =
-    R"(Finds out what a colleague would ask about: the kernel's video devices, whether this user may open
-them and who has them open; the devices that are not offered, with the reasons; then looks at each
-source, or the one that is named, for two seconds: when the first picture and sound come, the frame
-rate that is there and the one that was promised, uneven times, losses, a black or frozen picture,
-levels, silence, a clock that is off. Ends with advice. Exits with 1 where there is any.
+    R"(Finds out what a colleague would ask about: which media server runs, with its session manager; the
+kernel's video devices, whether this user may open them and who has them open; the devices that are
+not offered, with the reasons; the formats that the server tells of each device, who captures from
+it, and where its sizes are not those that the source offers. Then looks at each source, or the one
+that is named, for two seconds: when the first picture and sound come, the frame rate that is there
+and the one that was promised, uneven times, losses, a black or frozen picture, levels, silence, a
+clock that is off. Ends with advice. Exits with 1 where there is any.
 
-JSON: {"group", "provider", "video_devices": [{"path", "name", "permitted", "holders"}], "unoffered",
-"sources": [...], "good" (true or false)}. A source has the keys of "brvhost list --help", and
-"picture": {"first_seconds", "width", "height", "nominal_rate", "rate", "jitter_seconds",
-"age_seconds", "count", "missing", "black", "frozen"}, "sound": {"first_seconds", "rate", "peak",
-"rms" (dB), "silent"}, "dropped": {"video", "audio": {reason: number}}, "advice": [text, ...].)";
+JSON: {"group", "provider", "server": {"name", "session_manager", "problem", "devices": [{"name",
+"description", "formats", "users"}]}, "video_devices": [{"path", "name", "permitted", "permissions",
+"holders"}], "unoffered", "sources": [...], "good" (true or false)}. A source has the keys of
+"brvhost list --help", and "picture": {"first_seconds", "width", "height", "nominal_rate", "rate",
+"jitter_seconds", "age_seconds", "count", "missing", "black", "frozen"}, "sound": {"first_seconds",
+"rate", "peak", "rms" (dB), "silent"}, "dropped": {"video", "audio": {reason: number}}, "advice":
+[text, ...].)";
 
 constexpr const char* WatchHelp =
     R"(Shows the sources and the devices that are not offered (!), then each source that appears (+) or
 disappears (-), what the module says when something goes wrong with one (!), and its log, until
 Ctrl-C or for --seconds. A source of two devices, such as a camera with its microphone, stays until
-both are removed.
+both are removed. What repeats is counted, and told each minute.
 
-JSON, one object a line: "time" (local, with its offset from UTC) and "event": "present", "added" or
+JSON, one object a line, all of them: "time" (local, with its offset from UTC) and "event": "present", "added" or
 "removed" with "source", the keys of which "brvhost list --help" names; "unoffered" with "device":
 {"name", "reason"}; "error" with "source" and "error"; "signal" and "summary" with "source" and
 "text"; "attached" or "detached", a device that was plugged in or removed, with "sources_changed"
@@ -209,10 +213,10 @@ class CommandLine {
     addValue(record, "--audio-codec", _options.audioCodec, "NAME", "such as flac, aac, libopus");
     const auto limit = [this](const std::string& text) { _options.limit.set(text); };
     record
-        .add_option_function<std::string>(
-            "--max-missing", limit,
-            "what may be missing: one hole of so many seconds (0.5s), or\na share of the frames (0.1%)")
+        .add_option_function<std::string>("--max-missing", limit,
+                                          "what may be missing: one hole of 0.5s, say, or 0.1% of the frames")
         ->option_text("N");
+    addValue(record, "--report", _options.report, "FILE.html", "write a page about it as well, with pictures");
     addJSON(record);
 
     CLI::App& snapshot = addCommand(Command::snapshot, "snapshot", "save one picture", SnapshotHelp);

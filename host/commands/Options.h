@@ -27,6 +27,7 @@ struct Options {
   std::vector<WantedSetting> settings;   ///< set, record, snapshot: in the order in which they are set
   std::string videoCodec, audioCodec;    ///< record; empty: what suits the file
   std::optional<double> segmentSeconds;  ///< record
+  std::string report;                    ///< record: the page about it
   std::optional<double> waitSeconds;     ///< record: for a source that is unplugged meanwhile
   MissingLimit limit;                    ///< record
   bool untilIdle = false;                ///< record

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "capture/MediumWatch.h"
@@ -11,8 +12,11 @@
 #include "capture/Sources.h"
 #include "commands/Commands.h"
 #include "commands/Facts.h"
+#include "commands/ReportPage.h"
+#include "commands/TakeReport.h"
 #include "common/Failure.h"
 #include "common/Interrupt.h"
+#include "common/LocalTime.h"
 #include "record/RecordReport.h"
 #include "record/Recorder.h"
 
@@ -41,8 +45,14 @@ enum class End { complete, failed, interrupted, idle, overdue, unplugged };
 class Take {
  public:
   Take(const brv::Library& library, const brv::Source& source, const Options& options, const TakeOptions& take,
-       Recorder& recorder, Console& console)
-      : _library(library), _source(source), _options(options), _take(take), _recorder(recorder), _console(console) {
+       Recorder& recorder, Console& console, LogCondenser& log)
+      : _library(library),
+        _source(source),
+        _options(options),
+        _take(take),
+        _recorder(recorder),
+        _console(console),
+        _log(log) {
     if (take.records(Medium::video)) watch("picture", &TakeAccount::pictures);
     if (take.records(Medium::audio)) watch("sound", &TakeAccount::sound);
   }
@@ -55,6 +65,23 @@ class Take {
     noteDrops();
     return end;
   }
+
+  /// Tells the diary what is known of the holes in it.
+  void explainHoles() {
+    if (!_take.diary || !_take.diary->hasUnexplained()) return;
+    noteDrops();
+    const TakeDrops since = _drops.since(_dropsExplained);
+    _dropsExplained = _drops;
+    const std::string otherwise = std::exchange(_wasUnplugged, false) ? "the source was unplugged" : "none came";
+    const auto reason = [&](const Drops& drops) {
+      const std::string text = reasonsText(drops);
+      return text.empty() ? otherwise : text;
+    };
+    _take.diary->explain(reason(since.pictures), reason(since.sound));
+  }
+
+  /// Of the last start.
+  const Json& settings() const { return _settings; }
 
   const TakeDrops& drops() const { return _drops; }
 
@@ -90,6 +117,7 @@ class Take {
     brv::Handlers handlers = _recorder.handlers();
     handlers.starting = [this] {
       _dropsSeen = TakeDrops::of(_source);
+      if (_take.diary && _source.isPluggedIn()) _settings = settingsOf(_source);
       if (_isTold || _options.quiet) return;
       _isTold = true;  // once the format is chosen
       if (const std::string outlook = outlookText(_source, _take); !outlook.empty()) _console.line(outlook);
@@ -110,6 +138,7 @@ class Take {
     while (!_recorder.isComplete() && !isAllComplete()) {
       _library.poll(PollTime);
       const Clock::time_point now = Clock::now();
+      _log.look(now);
       const auto progress = [&] {
         return progressText(secondsBetween(_start, now), _recorder.account(), _recorder.takeLevel());
       };
@@ -123,7 +152,8 @@ class Take {
       for (MediumWatch& medium : _media) medium.look(now);
       if (_options.untilIdle && allThatCameIsIdle()) return End::idle;
       tellNews();
-      for (const std::string& news : _recorder.takeNews()) _console.line(news);
+      for (const std::string& news : _recorder.takeNews()) tell(news);
+      explainHoles();
       if (_options.seconds && isOverdue(secondsBetween(_start, now))) return End::overdue;
       if (now >= nextProgress) {
         noteDrops();
@@ -138,15 +168,21 @@ class Take {
   bool isBack() {
     if (!_options.waitSeconds) return false;
     _running.reset();
-    _console.line(unpluggedText(_source) + formatted(", waiting for it for %g s", *_options.waitSeconds));
+    _wasUnplugged = true;
+    tell(unpluggedText(_source) + formatted(", waiting for it for %g s", *_options.waitSeconds));
     const Clock::time_point gone = Clock::now();
     while (!_source.isPluggedIn()) {
       if (Interrupt::requested() || secondsBetween(gone, Clock::now()) > *_options.waitSeconds) return false;
       _library.poll(PollTime);
     }
-    _console.line(_source.id() + " is back");
+    tell(_source.id() + " is back");
     start();
     return true;
+  }
+
+  void tell(const std::string& news) {
+    _console.line(news);
+    if (_take.diary) _take.diary->remark(news);
   }
 
   bool isAllComplete() const {
@@ -169,7 +205,7 @@ class Take {
                           });
     if (isEnding) return;
     for (MediumWatch& medium : _media) {
-      if (const auto news = medium.takeNews()) _console.line(*news);
+      if (const auto news = medium.takeNews()) tell(*news);
     }
   }
 
@@ -188,36 +224,49 @@ class Take {
   bool _isTold = false;  ///< of what the disk will hold
   Recorder& _recorder;
   Console& _console;
+  LogCondenser& _log;
   const Clock::time_point _start = Clock::now();
   std::vector<MediumWatch> _media;
-  TakeDrops _drops, _dropsSeen;
+  TakeDrops _drops, _dropsSeen, _dropsExplained;
+  bool _wasUnplugged = false;  ///< since the last holes
+  Json _settings = Json::array();
   brv::Subscription _running;
 };
 
 }  // namespace
 
-void recordSource(const brv::Library& library, const Options& options, std::ostream& out, Console& console) {
+void recordSource(const brv::Library& library, const Options& options, std::ostream& out, Console& console,
+                  LogCondenser& log) {
   const brv::Source source = findSource(library, options.source);
+  TakeDiary diary;
   const TakeOptions take{.target = options.output,
                          .encoding = encodingFor(options.output, options.videoCodec, options.audioCodec),
                          .hasVideo = source.hasVideo(),
                          .hasAudio = source.hasAudio(),
                          .seconds = options.seconds,
                          .segmentSeconds = options.segmentSeconds,
-                         .isInterrupted = Interrupt::requested};
+                         .isInterrupted = Interrupt::requested,
+                         .diary = options.report.empty() ? nullptr : &diary};
   if (!take.records(Medium::video) && !take.records(Medium::audio)) {
     throw Failure(source.id() + " has nothing to record to " + take.target);
   }
   requireSettings(library, source, options.settings);  // before the files of an earlier recording are replaced
+  std::optional<OutputFile> page;
+  if (take.diary) page.emplace(options.report);  // which fails before there is work to lose
+  const Json facts{{"source", source.id()},
+                   {"devices from", library.property("provider").value_or("")},
+                   {"began", localTime("%F %T")}};
   if (OutputFile::lacksReader(take.target)) console.line("waiting for a reader of " + take.target);
+  if (isURL(take.target)) console.line("connecting to " + take.target);
 
   Recorder recorder(source, take);
-  Take running(library, source, options, take, recorder, console);
+  Take running(library, source, options, take, recorder, console, log);
   const End end = running.run();
   recorder.finish();
   console.endProgress();
 
   if (Interrupt::requested()) console.line("interrupted");
+  running.explainHoles();
   const TakeAccount account = recorder.account();
   const std::string error = source.isPluggedIn() ? source.error() : "";
   std::optional<std::string> shortfall;
@@ -230,6 +279,11 @@ void recordSource(const brv::Library& library, const Options& options, std::ostr
     writeJSON(report, reportJSON(account, running.drops(), shortfall));
   } else {
     report << reportText(account, running.drops()) << std::flush;
+  }
+  if (page) {
+    const std::string text = takePage(facts, running.settings(), diary.notes(), account, running.drops(), shortfall);
+    page->write(text.data(), text.size());
+    page->close();
   }
   if (shortfall) throw Failure(*shortfall);
 }

@@ -23,26 +23,29 @@ std::string deviceText(const Json& source) {
   return "  " + camera + (microphone.empty() ? "" : ", " + microphone);
 }
 
-/// The line of an event: "12:34:56 + HD Webcam Video  (video+audio)  webcam, microphone".
+/// The line of an event, without its time: " + HD Webcam Video  (video+audio)  webcam, microphone".
 std::string textOfEvent(const Json& event) {
   const std::string kind = event["event"];
-  std::string text = event["time"].get<std::string>().substr(std::size("2026-01-31T") - 1, std::size("12:34:56") - 1);
   if (kind == "error")
-    return text + " ! " + event["source"]["id"].get<std::string>() + ": " + event["error"].get<std::string>();
+    return " ! " + event["source"]["id"].get<std::string>() + ": " + event["error"].get<std::string>();
   if (event.contains("text")) {
-    return text + (kind == "signal" ? " ! " : "   ") + event["source"]["id"].get<std::string>() + ": " +
+    return (kind == "signal" ? " ! " : "   ") + event["source"]["id"].get<std::string>() + ": " +
            event["text"].get<std::string>();
   }
   if (event.contains("source")) {
-    text += kind == "added" ? " + " : kind == "removed" ? " - " : "   ";
-    return text + titleOf(event["source"]) + deviceText(event["source"]);
+    const char* const mark = kind == "added" ? " + " : kind == "removed" ? " - " : "   ";
+    return mark + titleOf(event["source"]) + deviceText(event["source"]);
   }
   if (event.contains("device")) {
-    return text + " ! " + event["device"]["name"].get<std::string>() + ": " +
-           event["device"]["reason"].get<std::string>();
+    return " ! " + event["device"]["name"].get<std::string>() + ": " + event["device"]["reason"].get<std::string>();
   }
-  text += kind == "attached" ? " a device was plugged in" : " a device was removed";
-  return text + (event["sources_changed"] ? "" : "; every source stays as it is");
+  return std::string(kind == "attached" ? " a device was plugged in" : " a device was removed") +
+         (event["sources_changed"] ? "" : "; every source stays as it is");
+}
+
+/// "12:34:56" of an event's time.
+std::string clockOf(const Json& event) {
+  return event["time"].get<std::string>().substr(std::size("2026-01-31T") - 1, std::size("12:34:56") - 1);
 }
 
 /// What is there at one moment.
@@ -92,14 +95,18 @@ bool contains(const Json& all, const Json& one) {
 }  // namespace
 
 void watchDevices(const brv::Library& library, std::vector<brv::Change>& changes, const Options& options,
-                  std::ostream& out) {
+                  std::ostream& out, LogCondenser& log) {
+  // Programs get every event.
+  LogCondenser lines([&](int, std::string_view line) { out << line << std::endl; });
   const auto tell = [&](const char* kind, const Json& details) {
     Json event{{"time", localTime("%FT%T%z")}, {"event", kind}};
     event.update(details);
     if (options.json)
       writeJSON(out, event, -1);
+    else if (event.contains("text") || event["event"] == "present")  // few, and each of them counts
+      out << clockOf(event) << textOfEvent(event) << std::endl;
     else
-      out << textOfEvent(event) << std::endl;
+      lines.line(0, textOfEvent(event), LogCondenser::Clock::now(), clockOf(event));
   };
   const auto tellErrors = [&] {
     for (const brv::Source& source : library.sources()) {
@@ -117,6 +124,8 @@ void watchDevices(const brv::Library& library, std::vector<brv::Change>& changes
   const auto end = std::chrono::steady_clock::now() + brv::Seconds(options.seconds.value_or(0));
   while (!Interrupt::requested() && (!options.seconds || std::chrono::steady_clock::now() < end)) {
     library.poll(brv::Seconds(std::min(PollSeconds, options.seconds.value_or(PollSeconds))));
+    const auto time = LogCondenser::Clock::now();
+    for (LogCondenser* condenser : {&lines, &log}) condenser->look(time);
     Present present(library);
     for (const brv::Change change : std::exchange(changes, {})) {
       tell(change == brv::Change::Attached ? "attached" : "detached",
@@ -137,6 +146,7 @@ void watchDevices(const brv::Library& library, std::vector<brv::Change>& changes
         tell("signal", {{"source", factsOf(source)}, {"text", text}});
       });
   }
+  lines.finish();
   watches.summarize([&](const brv::Source& source, const std::string& text) {
     tell("summary", {{"source", factsOf(source)}, {"text", text}});
   });

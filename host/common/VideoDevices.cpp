@@ -1,5 +1,8 @@
 #include "common/VideoDevices.h"
 
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +19,17 @@ std::string firstLine(const fs::path& path) {
   std::string line;
   std::getline(std::ifstream(path) >> std::ws, line);
   return line;
+}
+
+std::string permissionsOf(const fs::path& device) {
+  struct stat status = {};
+  if (::stat(device.c_str(), &status) != 0) return "";
+  std::string text = S_ISCHR(status.st_mode) ? "c" : "-";
+  for (unsigned bit = 0; bit < 9; ++bit) text += (status.st_mode & (0400U >> bit)) != 0 ? "rwx"[bit % 3] : '-';
+  const passwd* const owner = ::getpwuid(status.st_uid);
+  const group* const members = ::getgrgid(status.st_gid);
+  return text + " " + (owner ? owner->pw_name : std::to_string(status.st_uid)) + ":" +
+         (members ? members->gr_name : std::to_string(status.st_gid));
 }
 
 std::vector<std::string> holdersOf(const fs::path& device) {
@@ -41,7 +55,8 @@ std::vector<VideoDevice> videoDevices() {
     const std::string name = entry.path().filename();
     if (!name.starts_with("video") || name.find_first_of("0123456789") != 5) continue;
     devices.push_back({entry.path(), firstLine("/sys/class/video4linux/" + name + "/name"),
-                       ::access(entry.path().c_str(), R_OK | W_OK) == 0, holdersOf(entry.path())});
+                       ::access(entry.path().c_str(), R_OK | W_OK) == 0, permissionsOf(entry.path()),
+                       holdersOf(entry.path())});
   }
   std::ranges::sort(devices, {}, [](const VideoDevice& each) { return std::pair(each.path.size(), each.path); });
   return devices;

@@ -11,6 +11,7 @@ struct VideoDevice {
   std::string path;                  ///< /dev/video0
   std::string name;                  ///< as the kernel has it
   bool isPermitted = false;          ///< to this user
+  std::string permissions;           ///< "crw-rw---- root:video"
   std::vector<std::string> holders;  ///< programs that have it open, as far as may be known: "obs (1234)"
 };
 

@@ -71,17 +71,16 @@ PictureFormat formatOf(const brv::Frame& frame, const FrameTiming& timing) {
           tagOf(picture, kCVImageBufferTransferFunctionKey, transfers, AVCOL_TRC_UNSPECIFIED)};
 }
 
-MediaFile::MediaFile(const std::string& target, std::optional<OutputFile> file, const Encoding& encoding,
-                     const std::optional<PictureFormat>& picture, bool hasSound, std::function<bool()> isInterrupted)
-    : _target(target),
+MediaFile::MediaFile(const std::string& name, Target target, const Encoding& encoding,
+                     const std::optional<PictureFormat>& picture, bool hasSound)
+    : _target(name),
       _picture(picture),
       _isMatroska(isAnyOf(encoding, {"matroska", "webm"})),
       _hasSteadyRate(isAnyOf(encoding, {"yuv4mpegpipe"})),
-      _isInterrupted(std::move(isInterrupted)),
-      _file(std::move(file)) {
+      _output(std::move(target)),
+      _file(std::get_if<OutputFile>(&_output)) {
   AVFormatContext* container = nullptr;
-  av::check(avformat_alloc_output_context2(&container, encoding.container, nullptr, target.c_str()),
-            "write " + _target);
+  av::check(avformat_alloc_output_context2(&container, encoding.container, nullptr, name.c_str()), "write " + _target);
   _container.reset(container);
   _packet.reset(av::check(av_packet_alloc()));
   if (_picture && encoding.video) addPictureTrack(*encoding.video, encoding.isLive);
@@ -158,8 +157,6 @@ void MediaFile::addSoundTrack(const AVCodec& codec, bool isLive) {
 }
 
 void MediaFile::openTarget(bool isLive) {
-  _container->interrupt_callback = {
-      [](void* self) { return static_cast<const MediaFile*>(self)->_isInterrupted() ? 1 : 0; }, this};
   if (_isMatroska) _container->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
   _container->max_interleave_delta = AV_TIME_BASE;  // what waits for the other medium is in memory
   if (_file) {
@@ -173,9 +170,7 @@ void MediaFile::openTarget(bool isLive) {
     _container->pb->seekable = _file->isSeekable() ? AVIO_SEEKABLE_NORMAL : 0;
     if (!_file->isSeekable()) _container->flags |= AVFMT_FLAG_FLUSH_PACKETS;
   } else {
-    av::check(avio_open2(&_container->pb, _target.c_str(), AVIO_FLAG_WRITE, &_container->interrupt_callback, nullptr),
-              "connect to " + _target);
-    _channel = {_container->pb, [](AVIOContext* channel) { avio_close(channel); }};
+    _container->pb = std::get<std::unique_ptr<NetworkStream>>(_output)->get();
   }
   AVDictionary* options = nullptr;
   // So that what is written plays, whatever happens next.

@@ -4,16 +4,17 @@
 
 #include <atomic>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
+#include <variant>
 
 #include "capture/Sources.h"
 #include "picture/Rational.h"
 #include "record/AV.h"
 #include "record/Encoding.h"
+#include "record/NetworkStream.h"
 #include "record/OutputFile.h"
 #include "record/TakeOptions.h"
 
@@ -41,10 +42,13 @@ PictureFormat formatOf(const brv::Frame& frame, const FrameTiming& timing);
 
 class MediaFile {
  public:
-  /// Writes what stands at the beginning, to `file`, or where there is none, to the URL `target`. Without a `picture`
-  /// it has none, without `hasSound` no sound. Throws Failure. Waiting for a connection ends when `isInterrupted`.
-  MediaFile(const std::string& target, std::optional<OutputFile> file, const Encoding& encoding,
-            const std::optional<PictureFormat>& picture, bool hasSound, std::function<bool()> isInterrupted);
+  /// What is written: a file, or a connection to a URL.
+  using Target = std::variant<OutputFile, std::unique_ptr<NetworkStream>>;
+
+  /// Writes what stands at the beginning; `name` is the target's. Without a `picture` it has none, without `hasSound`
+  /// no sound. Throws Failure.
+  MediaFile(const std::string& name, Target target, const Encoding& encoding,
+            const std::optional<PictureFormat>& picture, bool hasSound);
   MediaFile(const MediaFile&) = delete;
   MediaFile& operator=(const MediaFile&) = delete;
 
@@ -92,11 +96,11 @@ class MediaFile {
   const std::optional<PictureFormat> _picture;
   const bool _isMatroska;
   const bool _hasSteadyRate;  ///< pictures have no stamps in such a file
-  const std::function<bool()> _isInterrupted;
   std::atomic<std::int64_t> _size = 0;
 
-  std::optional<OutputFile> _file;
-  std::string _failure;  ///< of writing to it
+  Target _output;
+  OutputFile* const _file;  ///< null for a connection
+  std::string _failure;     ///< of writing to it
   std::unique_ptr<AVIOContext, void (*)(AVIOContext*)> _channel{nullptr, nullptr};
   av::FormatContext _container;
   av::Packet _packet;

@@ -54,20 +54,8 @@ std::string restText(const MediumAccount& medium) {
 }
 
 std::string dropsText(const char* medium, const Drops& drops) {
-  static const std::pair<const char*, const char*> words[] = {
-      {"late", "because the disk or the machine was behind"},
-      {"no_buffer", "for want of buffers or memory"},
-      {"lost_by_device", "lost by the device"},
-      {"not_converted", "that could not be decoded or converted"},
-      {"invalid_time", "without a valid time"},
-      {"stopped", "that were waiting at a stop"}};
-  std::string text;
-  for (const auto& [reason, why] : words) {
-    const auto found = drops.find(reason);
-    if (found == drops.end() || found->second == 0) continue;
-    text += (text.empty() ? medium + std::string(" dropped: ") : ", ") + count(found->second) + " " + why;
-  }
-  return text.empty() ? text : text + "\n";
+  const std::string reasons = reasonsText(drops);
+  return reasons.empty() ? "" : medium + std::string(" dropped: ") + reasons + "\n";
 }
 
 /// What is wrong with one medium.
@@ -128,6 +116,23 @@ TakeDrops& TakeDrops::operator+=(const TakeDrops& more) {
   for (const auto& [reason, number] : more.pictures) pictures[reason] += number;
   for (const auto& [reason, number] : more.sound) sound[reason] += number;
   return *this;
+}
+
+std::string reasonsText(const Drops& drops) {
+  static const std::pair<const char*, const char*> words[] = {
+      {"late", "because the disk or the machine was behind"},
+      {"no_buffer", "for want of buffers or memory"},
+      {"lost_by_device", "lost by the device"},
+      {"not_converted", "that could not be decoded or converted"},
+      {"invalid_time", "without a valid time"},
+      {"stopped", "that were waiting at a stop"}};
+  std::string text;
+  for (const auto& [reason, why] : words) {
+    const auto found = drops.find(reason);
+    if (found == drops.end() || found->second == 0) continue;
+    text += (text.empty() ? "" : ", ") + count(found->second) + " " + why;
+  }
+  return text;
 }
 
 std::string outlookText(const brv::Source& source, const TakeOptions& options) {

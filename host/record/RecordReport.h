@@ -28,6 +28,9 @@ struct TakeDrops {
 /// What the disk will hold: "about 62 MB/s: room for 2 h 10 min"; empty where the size of the pictures is not known.
 std::string outlookText(const brv::Source& source, const TakeOptions& options);
 
+/// "2 lost by the device, 1 without a valid time"; empty without any.
+std::string reasonsText(const Drops& drops);
+
 /// One line: how long, how many frames, how much sound and how loud, how many bytes.
 std::string progressText(double elapsedSeconds, const TakeAccount& account, const Level& level);
 

@@ -8,6 +8,8 @@
 
 namespace brvhost {
 
+class TakeDiary;
+
 constexpr int SoundRate = 44'100;  ///< frames a second, of two 16-bit channels, in which the module hands sound out
 
 enum class Medium { video, audio };
@@ -20,6 +22,7 @@ struct TakeOptions {
   std::optional<double> seconds = {};         ///< stop there
   std::optional<double> segmentSeconds = {};  ///< begin another file after so long
   std::function<bool()> isInterrupted = [] { return false; };
+  TakeDiary* diary = nullptr;  ///< gets what a report tells; lives on
 
   /// Whether the source has the medium and the file takes it.
   bool records(Medium medium) const {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "common/LocalTime.h"
+#include "record/TakeDiary.h"
 
 namespace brvhost {
 
@@ -28,7 +29,7 @@ double secondsOf(std::int64_t frames) {
 }  // namespace
 
 TakeWriter::TakeWriter(TakeOptions options) : _options(std::move(options)) {
-  if (!isURL(_options.target)) _firstFile.emplace(nameOf(1));
+  _first.emplace(open(nameOf(1)));
 }
 
 // ---- Pictures ----
@@ -79,12 +80,13 @@ void TakeWriter::place(const brv::Frame& frame, const FrameTiming& timing, std::
   };
   std::int64_t missing = framesUntil(position.count()) - skipped;
   if (_options.seconds && account.delivered > 0 && position.count() + duration.count() / 2 > *_options.seconds) {
-    account.gaps.add(account.endSeconds, std::min<std::int64_t>(missing, framesUntil(*_options.seconds)));
+    addGap(Medium::video, account.endSeconds, std::min<std::int64_t>(missing, framesUntil(*_options.seconds)),
+           duration.count());
     account.outside += 1 + skipped;
     account.isComplete = true;
     return writeHeldSound(false);
   }
-  account.gaps.add(account.endSeconds, missing);
+  addGap(Medium::video, account.endSeconds, missing, duration.count());
   account.delivered += 1 + skipped;
   account.notWritten += skipped;
   account.endSeconds = (position + duration).count();
@@ -102,6 +104,7 @@ void TakeWriter::place(const brv::Frame& frame, const FrameTiming& timing, std::
   _lastStamp = std::max(stamp - *_fileStamp, _lastStamp + 1);
   _file->writePicture(frame, _lastStamp);
   ++account.written;
+  if (_options.diary) _options.diary->picture(position.count(), frame);
   writeHeldSound(false);
 }
 
@@ -165,11 +168,12 @@ void TakeWriter::place(const SoundRun& run) {
     account.outside += std::max<std::int64_t>(frames - (room - silence), 0);
     frames = std::clamp<std::int64_t>(room - silence, 0, frames);
   }
-  account.gaps.add(secondsOf(soundPosition()), silence);
+  addGap(Medium::audio, secondsOf(soundPosition()), silence, 1.0 / SoundRate);
   account.delivered += frames;
-  writeSound(
-      std::span(run.samples).subspan(static_cast<std::size_t>(2 * skipped), static_cast<std::size_t>(2 * frames)),
-      silence);
+  const auto heard =
+      std::span(run.samples).subspan(static_cast<std::size_t>(2 * skipped), static_cast<std::size_t>(2 * frames));
+  writeSound(heard, silence);
+  if (_options.diary) _options.diary->sound(secondsOf(soundPosition()), heard);
   account.written += frames;
   account.endSeconds = secondsOf(soundPosition());
   keepWithPictures();
@@ -205,6 +209,12 @@ void TakeWriter::keepWithPictures() {
   _account.drift += late;
 }
 
+void TakeWriter::addGap(Medium medium, double position, std::int64_t missing, double each) {
+  MediumAccount& account = medium == Medium::video ? _account.pictures : _account.sound;
+  account.gaps.add(position, missing);
+  if (_options.diary && missing > 0) _options.diary->hole(medium, position, static_cast<double>(missing) * each);
+}
+
 std::int64_t TakeWriter::framesIn(double seconds) {
   return std::llround(seconds * SoundRate);
 }
@@ -229,11 +239,11 @@ void TakeWriter::beginFile(double seconds, const std::optional<PictureFormat>& p
 
   const std::string name = nameOf(_account.files.size() + 1);
   if (name == "-" && !_account.files.empty()) throw Failure("the picture changed; standard output ends there");
-  std::optional<OutputFile> file = std::exchange(_firstFile, std::nullopt);
-  if (!file && !isURL(_options.target)) file.emplace(name);
+  std::optional<MediaFile::Target> target = std::exchange(_first, std::nullopt);
+  if (!target) target.emplace(open(name));
+  const auto* const file = std::get_if<OutputFile>(&*target);
   _account.files.push_back(file ? file->path() : name);
-  _file =
-      std::make_unique<MediaFile>(name, std::move(file), _options.encoding, picture, hasSound, _options.isInterrupted);
+  _file = std::make_unique<MediaFile>(name, std::move(*target), _options.encoding, picture, hasSound);
   _account.format = _file->description();
 }
 
@@ -248,11 +258,16 @@ void TakeWriter::finish() {
   writeHeldSound(true);
   endFile(_former);
   endFile(_file);
-  _firstFile.reset();
+  _first.reset();
 }
 
 std::int64_t TakeWriter::bytes() const {
   return _finishedBytes + (_former ? _former->size() : 0) + (_file ? _file->size() : 0);
+}
+
+MediaFile::Target TakeWriter::open(const std::string& name) const {
+  if (isURL(name)) return std::make_unique<NetworkStream>(name, _options.isInterrupted);
+  return OutputFile(name);
 }
 
 std::string TakeWriter::nameOf(std::size_t number) const {

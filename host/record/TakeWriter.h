@@ -26,7 +26,7 @@ struct SoundRun {
 
 class TakeWriter {
  public:
-  /// Opens the first file, whose former contents stay until there is something to write. Throws Failure.
+  /// Opens the first file, whose former contents stay until there is something to write, or connects. Throws Failure.
   explicit TakeWriter(TakeOptions options);
 
   /// The next samples, as they come; `skipped` pictures before this one could not be kept. Throw Failure when they
@@ -52,6 +52,7 @@ class TakeWriter {
   void beginAt(brv::Time time, const std::optional<PictureFormat>& picture);
   void beginFile(double seconds, const std::optional<PictureFormat>& picture);
   void endFile(std::unique_ptr<MediaFile>& file);
+  MediaFile::Target open(const std::string& name) const;
   std::string nameOf(std::size_t number) const;
 
   void place(const brv::Frame& frame, const FrameTiming& timing, std::int64_t skipped);
@@ -62,11 +63,13 @@ class TakeWriter {
   void writeSound(std::span<const std::int16_t> samples, std::int64_t silence);
   std::int64_t soundPosition() const;
   void keepWithPictures();
+  /// `each` lasts a frame.
+  void addGap(Medium medium, double position, std::int64_t missing, double each);
   static std::int64_t framesIn(double seconds);
 
   const TakeOptions _options;
   TakeAccount _account;
-  std::optional<OutputFile> _firstFile;
+  std::optional<MediaFile::Target> _first;
   std::unique_ptr<MediaFile> _file;
   std::unique_ptr<MediaFile> _former;  ///< until the sound has come to the end of its pictures too
   std::int64_t _finishedBytes = 0;

@@ -80,5 +80,21 @@ TEST_F(ListingTest, TheListNamesWhatItCannotOfferAndWhereDevicesComeFrom) {
   for (const char* text : {"PipeWire", "--rig demo"}) EXPECT_THAT(none, HasSubstr(text));
 }
 
+TEST_F(ListingTest, TheDoctorAsksTheServerItself) {
+  const Camera camera({.pictures = {{}, {H264, 1600, 1200}}});
+  const Microphone microphone({.name = "mic", .description = "Mic"});
+  Host host;
+  ASSERT_TRUE(hasSources(host, {"Camera Video", "Mic Audio"}));
+  const VideoTake take(host, "Camera Video");
+  ASSERT_TRUE(take.waitForMore(1));
+
+  const std::string said = outputOfHost("doctor");
+  for (const char* text : {"server  PipeWire ", "session manager  WirePlumber", "server has  YUY2: ",
+                           "h264: 1600 x 1200", "differs     the server has 1600 x 1200, ", "in use by   ", " Hz, "})
+    EXPECT_THAT(said, HasSubstr(text));
+  server.kill();
+  EXPECT_THAT(outputOfHost("doctor"), HasSubstr("advice  no PipeWire server can be reached"));
+}
+
 }  // namespace
 }  // namespace test::pipewire

@@ -2,6 +2,7 @@
 #include <lumora/zThread.h>
 #include <lumora/zTrace.h>
 #include <png.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstring>
@@ -177,6 +178,22 @@ TEST_F(HostTest, RecordsExactlyWhatWasAskedForFromTheFirstFrameOfTheFinalStart) 
                 "6.67 % of the picture is missing");
 }
 
+TEST_F(HostTest, ReportsATakeOnAPageOfItsOwn) {
+  host({"record", "camera", "--seconds", "1", _take, "--report", _folder.file("page")}, ExitFailed);
+
+  const std::string page = _folder.contents("page");
+  EXPECT_THAT(page, AllOf(HasSubstr("<p class=\"advice\">6.67 % of the picture is missing"),
+                          HasSubstr("<tr><td>0:00.100</td><td>0.067 s of the picture: 2 lost by the device</td></tr>"),
+                          HasSubstr("data:image/jpeg;base64,/9j/"), HasSubstr("<figcaption>0:00.000<")));
+  EXPECT_THAT(page, testing::ContainsRegex("picture to picture, until 0:00.968, 0 to 120</text><rect [^\n]*<polyline"));
+  EXPECT_EQ(page.find("http"), page.npos) << "nothing is loaded";
+
+  std::filesystem::remove(_take);
+  EXPECT_THAT(host({"record", "camera", _take, "--report", "/nowhere/page"}, ExitFailed),
+              StartsWith("cannot create /nowhere/page: "));
+  EXPECT_FALSE(std::filesystem::exists(_take));
+}
+
 TEST_F(HostTest, RecordsSoundOfAnotherRateWithoutASeam) {
   std::vector<float> ramp(2 * 48'000);
   for (std::size_t i = 0; i < ramp.size(); ++i) ramp[i] = static_cast<float>(i / 2) / 48'000 * (i % 2 ? -1.0F : 1.0F);
@@ -219,6 +236,20 @@ TEST_F(HostTest, FinishesTheFileOfASourceThatIsInterruptedAfterAnInquiryOrUnplug
   host({"record", "lone", "--seconds", "0.5", _take});
   const DecodedMedia lone = decodeMedia(_take);
   EXPECT_TRUE(lone.pictures.empty() && lone.sound.size() == 22'050 * 4);
+}
+
+TEST_F(HostTest, StartsNoSourceBeforeSomebodyListens) {
+  const auto camera = _provider->device("cam");
+  EXPECT_EQ(host({"record", "camera", "tcp://127.0.0.1:1"}, ExitFailed),
+            "cannot connect to tcp://127.0.0.1:1: Connection refused");
+  const std::string listening = "tcp://127.0.0.1:" + std::to_string(20'000 + ::getpid() % 10'000) + "?listen";
+  std::thread interrupter([&] {
+    while (_folder.contents("log").find("connecting to " + listening) == std::string::npos) std::this_thread::yield();
+    std::raise(SIGTERM);
+  });
+  EXPECT_THAT(host({"record", "camera", listening}, ExitFailed), StartsWith("interrupted before anybody answered"));
+  interrupter.join();
+  EXPECT_EQ(camera->capturedVideo(), 0U);
 }
 
 TEST_F(HostTest, ListsForProgramsAndPutsBackWhatWasSelectedBeforeItAskedForAllRates) {

@@ -1,10 +1,12 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "capture/MediumWatch.h"
 #include "common/Failure.h"
 #include "record/RecordReport.h"
+#include "record/TakeDiary.h"
 #include "record/TakeWriter.h"
 #include "support/MediaReader.h"
 #include "support/Samples.h"
@@ -208,6 +210,28 @@ TEST(MediumWatchTest, TellsOnceWhatHasStoppedAndOnceWhatIsBackUnlessNoMoreIsWant
   newsAt(30);
   EXPECT_EQ(newsAt(50), "") << "it stops where it was to end";
   EXPECT_TRUE(watch.isComplete());
+}
+
+TEST(TakeDiaryTest, StaysSmallAndKeepsTheFirstPictureOverHours) {
+  TakeDiary diary;
+  BRV_VideoBuffer record = {};
+  const auto buffer = samples::picture(32, 2);
+  record.data = buffer.get();
+  for (int i = 0; i < 4 * 3'600; ++i) {
+    diary.picture(i + (i > 7'000), brv::Frame(record, {}));
+    diary.hole(Medium::audio, i, 0.5);
+  }
+  const TakeNotes notes = diary.notes();
+
+  ASSERT_GE(notes.stills.size(), 3U);
+  EXPECT_LE(notes.stills.size(), 6U);
+  EXPECT_EQ(notes.stills.front().position, 0);
+  EXPECT_GT(notes.stills.back().position, 7'000);
+  for (const auto& still : notes.stills) EXPECT_GT(still.jpeg.size(), 100U);
+  EXPECT_LE(notes.intervals.buckets().size(), Timeline::MostBuckets);
+  EXPECT_GT(notes.intervals.buckets().size(), Timeline::MostBuckets / 3);
+  EXPECT_EQ(std::ranges::max(notes.intervals.buckets(), {}, &Timeline::Bucket::high).high, 2'000);
+  EXPECT_EQ(notes.holes.size() + notes.furtherHoles, 14'400U);
 }
 
 }  // namespace
