@@ -27,8 +27,8 @@ class LogCondenser {
 
   // Any thread. Where memory runs out, a line goes out as it is. Throws only what `tell` throws.
 
-  /// A line of any level that is logged at `now`. A line end at its end is left out. What comes before the part that repeats, such
-  /// as the time of day, may stand in `prefix`.
+  /// A line of any level that is logged at `now`. A line end at its end is left out. What comes before the part that
+  /// repeats, such as the time of day, may stand in `prefix`.
   void line(int level, std::string_view text, Clock::time_point now, std::string_view prefix = {});
   /// Tells what has become due without a line; to be called every now and then.
   void look(Clock::time_point now);

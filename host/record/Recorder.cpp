@@ -15,12 +15,8 @@ constexpr std::size_t MostPictures = 8, MostSound = 512;
 
 /// For what is read as fast as it is taken: a clip waits for the disk.
 constexpr std::chrono::seconds Patience(1);
-/// The same for the first sound, which may come after the first pictures; those of a camera do not wait in life.
-constexpr std::chrono::milliseconds LiveSoundPatience(200), SoundPatience(2'000);
-
-bool isOfNow(brv::Time time) {
-  return std::chrono::abs(std::chrono::steady_clock::now() - time) < std::chrono::seconds(10);
-}
+/// The same at the beginning for the medium that comes later; what is live does not wait.
+constexpr std::chrono::milliseconds LivePatience(200), ClipPatience(2'000);
 
 }  // namespace
 
@@ -84,6 +80,12 @@ void Recorder::finish() noexcept {
   _thread.join();
 }
 
+bool Recorder::isOfNow(const Sample& sample) {
+  const auto* const picture = std::get_if<Picture>(&sample);
+  const brv::Time time = picture ? picture->frame.time() : std::get<SoundRun>(sample).time;
+  return std::chrono::abs(std::chrono::steady_clock::now() - time) < std::chrono::seconds(10);
+}
+
 void Recorder::write() {
   std::optional<std::string> failure;
   const auto attempt = [&](auto&& work) {
@@ -100,12 +102,12 @@ void Recorder::write() {
     if (_samples.empty()) break;
     if (!start) start = std::chrono::steady_clock::now();
     auto next = _samples.begin();
-    if (_writer.lacksSound()) {
-      // Pictures that come faster than in life would be gone before the sound is there.
-      const auto* const picture = std::get_if<Picture>(&_samples.front());
-      const auto patience = picture && isOfNow(picture->frame.time()) ? LiveSoundPatience : SoundPatience;
-      _changed.wait_until(lock, *start + patience, [this] { return _isClosed || _waiting[1] > 0; });
-      next = std::find_if(_samples.begin(), _samples.end(), [](const Sample& sample) { return sample.index() == 1; });
+    const std::size_t lacking = _writer.lacksSound() ? 1 : 0;
+    if (lacking == 1 || _writer.lacksPictures()) {
+      // What comes faster than in life would be gone, or far ahead, before the other medium is there.
+      const auto patience = isOfNow(_samples.front()) ? LivePatience : ClipPatience;
+      _changed.wait_until(lock, *start + patience, [&] { return _isClosed || _waiting[lacking] > 0; });
+      next = std::ranges::find(_samples, lacking, &Sample::index);
       if (next == _samples.end()) next = _samples.begin();
     }
     Sample sample = std::move(*next);

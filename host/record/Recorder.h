@@ -45,6 +45,8 @@ class Recorder {
   };
   using Sample = std::variant<Picture, SoundRun>;
 
+  static bool isOfNow(const Sample& sample);
+
   void pictureArrived(const brv::Frame& frame);
   void soundArrived(const brv::Sound& sound);
   bool wait(std::unique_lock<std::mutex>& lock, std::size_t alternative, std::size_t most);

@@ -39,6 +39,8 @@ class TakeWriter {
 
   /// Whether it waits for the first sound, to begin with it.
   bool lacksSound() const { return _options.records(Medium::audio) && !_zero && _heldSound.empty(); }
+  /// The same of the first picture.
+  bool lacksPictures() const { return _options.records(Medium::video) && !_zero && _heldPictures.empty(); }
 
   const TakeAccount& account() const { return _account; }
   /// In all files, by now.
