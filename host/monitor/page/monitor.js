@@ -105,8 +105,9 @@ function formatOf(state) {
 function dropsOf(state) {
   const parts = [];
   for (const [medium, counts] of Object.entries(state.drops)) {
+    const what = medium === "picture" ? "pictures" : "sound buffers";
     for (const [reason, count] of Object.entries(counts)) {
-      if (reason !== "stopped") parts.push(`${count} ${medium} ${reason.replaceAll("_", " ")}`);
+      if (reason !== "stopped") parts.push(`${count} ${what} ${reason.replaceAll("_", " ")}`);
     }
   }
   return parts.join(", ");
