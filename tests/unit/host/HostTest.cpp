@@ -281,7 +281,8 @@ TEST_F(HostTest, ListsForProgramsAndPutsBackWhatWasSelectedBeforeItAskedForAllRa
 TEST_F(HostTest, SaysWhatIsWrongWithSourcesAndWhatMayHelp) {
   rigs::install(
       "[device]\nid = good\nname = Good\nmedia = video\nlinks = mic\nvideo format = 64x48 yuvs, rates 10\n"
-      "[device]\nid = mic\nname = Mic\nmedia = audio\naudio format = 48000 Hz\nsound = tone 440 -20\n"
+      "video format = 32x24 yuvs, rates 10\n[device]\nid = mic\nname = Mic\nmedia = audio\naudio format = 48000 "
+      "Hz\nsound = tone 440 -20\n"
       "[device]\nid = bad\nname = Bad\nmedia = video\nvideo format = 64x48 yuvs, rates 30\n"
       "video fault = lost frame, every 3\npicture = media " +
       _folder.write("black", "YUV4MPEG2 W64 H48 F30:1 Ip A1:1 C422\nFRAME\n" + std::string(64 * 48, 16) +
@@ -296,6 +297,7 @@ TEST_F(HostTest, SaysWhatIsWrongWithSourcesAndWhatMayHelp) {
               testing::AllOf(HasSubstr("is black"), HasSubstr("loses pictures"), HasSubstr("Fewer pictures")));
   const std::string page = _folder.contents("page");
   EXPECT_THAT(page, testing::AllOf(HasSubstr("<h2>Bad Video  (video)</h2>"), HasSubstr("data:image/jpeg;base64,/9j/")));
+  EXPECT_THAT(page, HasSubstr("<tr><td>Video Settings</td><td>64 x 48</td></tr>\n<tr><td>Video FPS</td>"));
   EXPECT_EQ(page.find("http"), page.npos) << "nothing is loaded";
   EXPECT_THAT(host({"doctor", "quiet"}, ExitFailed), HasSubstr("     advice      The sound is silent."));
 }

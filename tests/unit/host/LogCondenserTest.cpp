@@ -18,7 +18,8 @@ TEST(LogCondenserTest, WhatRepeatsIsCountedOnceAMinuteAndAtTheEndAndANightOfItIs
     LogCondenser::Clock::time_point now{};
     int number = 0;
     const auto drops = [&](int count) {
-      while (count-- > 0) log.line(4, "Camera.cpp:" + std::to_string(++number) + " dropped 0x1f\n", now += 100ms, "now ");
+      while (count-- > 0)
+        log.line(4, "Camera.cpp:" + std::to_string(++number) + " dropped 0x1f\n", now += 100ms, "now ");
     };
     drops(12);
     EXPECT_EQ(told.size(), 12U);

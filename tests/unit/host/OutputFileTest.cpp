@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "common/Console.h"
 #include "common/Failure.h"
 #include "support/TemporaryFolder.h"
 
@@ -23,6 +24,25 @@ TEST(OutputFileTest, HarmsNoFileBeforeItWritesAndLeavesNoEmptyOneOfItsOwn) {
   EXPECT_EQ(folder.contents("clip"), "new");
   { const OutputFile empty(folder.file("empty")); }
   EXPECT_FALSE(folder.contains("empty"));
+}
+
+TEST(ConsoleTest, ProgressStaysUnderTheLinesOnATerminalAndIsLinesElsewhere) {
+  const TemporaryFolder folder;
+  const auto written = [&](bool isTerminal) {
+    std::FILE* const file = std::fopen(folder.file("console").c_str(), "w");
+    Console console(file, isTerminal);
+    console.line("first\r\n");
+    for (const char* progress : {"1 s", "2 s"}) console.progress(progress);
+    console.line("dropped");
+    console.endProgress();
+    console.endProgress();
+    console.line("last");
+    std::fclose(file);
+    return folder.contents("console");
+  };
+  const std::string clear = "\r\033[K";
+  EXPECT_EQ(written(true), "first\n" + clear + "1 s" + clear + "2 s" + clear + "dropped\n" + clear + "2 s\nlast\n");
+  EXPECT_EQ(written(false), "first\n1 s\n2 s\ndropped\nlast\n");
 }
 
 }  // namespace
