@@ -36,10 +36,12 @@ std::vector<std::string> holdersOf(const fs::path& device) {
   std::vector<std::string> holders;
   std::error_code error;
   for (const fs::directory_entry& process : fs::directory_iterator("/proc", error)) {
-    std::error_code denied;  // of another user's
+    const std::string number = process.path().filename();
+    if (number.find_first_not_of("0123456789") != number.npos) continue;  // "self" is one of the others
+    std::error_code denied;                                               // of another user's
     for (const fs::directory_entry& file : fs::directory_iterator(process.path() / "fd", denied)) {
       if (fs::read_symlink(file.path(), error) != device) continue;
-      holders.push_back(firstLine(process.path() / "comm") + " (" + process.path().filename().string() + ")");
+      holders.push_back(firstLine(process.path() / "comm") + " (" + number + ")");
       break;
     }
   }
@@ -48,10 +50,10 @@ std::vector<std::string> holdersOf(const fs::path& device) {
 
 }  // namespace
 
-std::vector<VideoDevice> videoDevices() {
+std::vector<VideoDevice> videoDevices(const fs::path& folder) {
   std::vector<VideoDevice> devices;
   std::error_code error;
-  for (const fs::directory_entry& entry : fs::directory_iterator("/dev", error)) {
+  for (const fs::directory_entry& entry : fs::directory_iterator(folder, error)) {
     const std::string name = entry.path().filename();
     if (!name.starts_with("video") || name.find_first_of("0123456789") != 5) continue;
     devices.push_back({entry.path(), firstLine("/sys/class/video4linux/" + name + "/name"),

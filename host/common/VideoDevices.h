@@ -2,6 +2,7 @@
 
 // The kernel's video devices, whoever offers them: what a colleague would ask about first.
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -12,9 +13,9 @@ struct VideoDevice {
   std::string name;                  ///< as the kernel has it
   bool isPermitted = false;          ///< to this user
   std::string permissions;           ///< "crw-rw---- root:video"
-  std::vector<std::string> holders;  ///< programs that have it open, as far as may be known: "obs (1234)"
+  std::vector<std::string> holders;  ///< programs that have it open, as far as may be known: "cheese (1234)"
 };
 
-std::vector<VideoDevice> videoDevices();
+std::vector<VideoDevice> videoDevices(const std::filesystem::path& folder = "/dev");
 
 }  // namespace brvhost

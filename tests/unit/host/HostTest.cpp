@@ -17,6 +17,7 @@
 #include "commands/Facts.h"
 #include "common/Failure.h"
 #include "picture/RGBImage.h"
+#include "record/RecordReport.h"
 #include "support/FrameworkTest.h"
 #include "support/MediaFiles.h"
 #include "support/MediaReader.h"
@@ -276,6 +277,10 @@ TEST_F(HostTest, ListsForProgramsAndPutsBackWhatWasSelectedBeforeItAskedForAllRa
   Json facts;
   addFormats(facts, source);
   EXPECT_EQ(source.selected(brv::VideoFPS), 1);
+  const TakeOptions take{.target = _take, .encoding = encodingFor(_take, "", ""), .hasVideo = true, .seconds = 1e12};
+  EXPECT_THAT(outlookText(source, take),
+              testing::ContainsRegex("^about [0-9.]+ MB a second: there is room for [0-9]+ h [0-9]+ min, "
+                                     "which is less than the 277777777 h 46 min asked for$"));
 }
 
 TEST_F(HostTest, SaysWhatIsWrongWithSourcesAndWhatMayHelp) {

@@ -127,6 +127,11 @@ class MonitorTest : public FrameworkTest {
       return picture.width == width;
     });
     EXPECT_EQ(picture.height, height);
+    const auto cbOfBar = [&](int bar) {  // of eight, in the middle of its first line
+      return static_cast<unsigned char>(
+          picture.pictures[0][static_cast<std::size_t>(width * height + width * bar / 16 + width / 32)]);
+    };
+    EXPECT_TRUE(cbOfBar(1) < 40 && cbOfBar(6) > 200) << "yellow and blue";
   }
 
   TemporaryFolder _folder;
@@ -187,6 +192,7 @@ TEST_F(MonitorTest, RefusesStrangersAndWhatIsTooMuchAndGoesOn) {
       EXPECT_EQ(get("/", with("Host", host)), 403);
     EXPECT_EQ(get("/stream", with("Origin", "http://evil.example")), 403);
     EXPECT_EQ(get("/", with("Range", "bytes=0-1")), 400);
+    EXPECT_EQ(get("/", with("Content-Encoding", "gzip")), 400);
 
     const auto send = [&](const Headers& headers, const std::string& body, const char* type = "application/json") {
       return client().Post("/record", headers, body, type)->status;

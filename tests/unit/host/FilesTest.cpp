@@ -1,9 +1,12 @@
 #include "record/OutputFile.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "common/Console.h"
 #include "common/Failure.h"
+#include "common/VideoDevices.h"
 #include "support/TemporaryFolder.h"
 
 namespace brvhost {
@@ -43,6 +46,19 @@ TEST(ConsoleTest, ProgressStaysUnderTheLinesOnATerminalAndIsLinesElsewhere) {
   const std::string clear = "\r\033[K";
   EXPECT_EQ(written(true), "first\n" + clear + "1 s" + clear + "2 s" + clear + "dropped\n" + clear + "2 s\nlast\n");
   EXPECT_EQ(written(false), "first\n1 s\n2 s\ndropped\nlast\n");
+}
+
+TEST(VideoDevicesTest, AreThoseWithANumberInItsOrderAndTellWhoMayUseThemAndWhoDoes) {
+  const TemporaryFolder folder;
+  for (const char* name : {"video10", "video2", "videos", "audio0"}) folder.write(name, "");
+  ::chmod(folder.file("video2").c_str(), 0640);
+  const std::ifstream holder(folder.file("video2"));
+  const auto found = videoDevices(folder.file(""));
+  ASSERT_EQ(found.size(), 2U);
+  EXPECT_TRUE(found[0].path == folder.file("video2") && found[1].path == folder.file("video10"));
+  EXPECT_TRUE(found[0].isPermitted && found[0].permissions.starts_with("-rw-r----- "));
+  EXPECT_EQ(found[0].holders, std::vector{"unit_host (" + std::to_string(::getpid()) + ")"});
+  EXPECT_TRUE(found[1].holders.empty());
 }
 
 }  // namespace
