@@ -1,3 +1,5 @@
+#include <sys/resource.h>
+
 #include "PipeWireTest.h"
 
 // What goes wrong while a host captures: cameras that are taken, forbidden, broken or pulled.
@@ -25,6 +27,23 @@ TEST_F(FailureTest, TheReasonIsReportedAndCaptureResumesOnceItHasGone) {
       EXPECT_TRUE(until([&] { return host.errorMessage(0).find(step.reason) != std::string::npos; }, 10))
           << host.errorMessage(0);
   }
+}
+
+TEST_F(FailureTest, AProgramThatMayOpenNoMoreFilesIsToldAndCapturesOnceItMay) {
+  const Camera camera;
+  Host host;
+  ASSERT_TRUE(hasSources(host, {"Camera Video"}));
+  rlimit usual{};
+  getrlimit(RLIMIT_NOFILE, &usual);
+  const rlimit none{3, usual.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  {
+    const VideoTake take(host, "Camera Video");
+    EXPECT_THAT(host.errorMessage(0), testing::HasSubstr("Too many open files"));
+  }
+  setrlimit(RLIMIT_NOFILE, &usual);
+  const VideoTake take(host, "Camera Video");
+  EXPECT_TRUE(take.waitForMore(3));
 }
 
 TEST_F(FailureTest, PicturesOfAnotherCameraNeverArrive) {
