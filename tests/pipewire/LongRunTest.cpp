@@ -173,6 +173,7 @@ struct Footprint {
 class LongRunTest : public PipeWireTest {
  protected:
   LongRunTest() {
+    BRV_CALL(host.module, BRV_RegisterLogCallback)(nullptr, log, this);
     const auto named = [](auto settings, const char* kind, char letter, const char* interface) {
       settings.name = settings.description = std::string(kind) + letter;
       if (letter < 'C')  // of a pair
@@ -196,6 +197,7 @@ class LongRunTest : public PipeWireTest {
       cameras.push_back(std::make_unique<Camera>(whole));
       eyes.push_back(std::make_unique<Eye>(host, *cameras.back(), whole));
       devices.push_back(cameras.back().get()), receptions.push_back(eyes.back().get());
+      connect(devices.size() - 1);
     }
     for (const char* source : {"CameraA Video", "CameraB Video", "MicrophoneS Audio", "MicrophoneT Audio"}) {
       const char letter = std::strchr(source, ' ')[-1];
@@ -203,9 +205,8 @@ class LongRunTest : public PipeWireTest {
           std::make_unique<Microphone>(named(MicrophoneSettings{.rate = 44'100}, "Microphone", letter, ":1.2")));
       ears.push_back(std::make_unique<Ear>(host, *microphones.back(), source));
       devices.push_back(microphones.back().get()), receptions.push_back(ears.back().get());
+      connect(devices.size() - 1);
     }
-    BRV_CALL(host.module, BRV_RegisterLogCallback)(nullptr, log, this);
-    for (std::size_t i = 0; i < devices.size(); ++i) connect(i);
   }
   ~LongRunTest() override { host.uninitialize(); }
 
@@ -251,8 +252,8 @@ class LongRunTest : public PipeWireTest {
     EXPECT_TRUE(until([&] { return host.sources().empty(); }));
     for (Stream* device : devices) device->pull();
     server.start();
-    for (Stream* device : devices) device->plug();
-    for (std::size_t i = 0; i < devices.size(); ++i) connect(i);
+    // The sound of a pair after its pictures, whose name the source is to have.
+    for (std::size_t i = 0; i < devices.size(); ++i) devices[i]->plug(), connect(i);
     ++restarts;
   }
   void expectThatAllIsHeard() const {
@@ -326,7 +327,7 @@ TEST_F(LongRunTest, EverySampleIsAccountedForAndNothingGrows) {
   EXPECT_LT(worstStep, Second / 50);
   EXPECT_LT(logBytes, 1000 * (plugs + 12 * restarts));
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-  EXPECT_LT(after.bytes, before.bytes + 8'000'000);
+  EXPECT_LT(after.bytes, before.bytes + 16'000'000);
 #endif
 }
 
