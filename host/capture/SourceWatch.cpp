@@ -1,5 +1,6 @@
 #include "capture/SourceWatch.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "common/Failure.h"
@@ -70,13 +71,19 @@ std::optional<std::string> SourceWatch::takeNews(Clock::time_point now) {
   return text;
 }
 
-void SourceWatch::noteDrops() {
+/// A source that was unplugged has no account any more.
+std::int64_t SourceWatch::drops() const {
   const std::int64_t drops =
       sumSince(dropsOf(_source, "video"), _videoBefore) + sumSince(dropsOf(_source, "audio"), _audioBefore);
+  return std::max(drops, _drops);
+}
+
+void SourceWatch::noteDrops() {
+  const std::int64_t drops = this->drops();
   if (drops > _drops)
     _waiting.push_back(formatted(drops == _drops + 1 ? "%lld sample lost" : "%lld samples lost",
                                  static_cast<long long>(drops - _drops)));
-  if (drops >= 0) _drops = drops;
+  _drops = drops;
 }
 
 std::string SourceWatch::summary() const {
@@ -84,7 +91,7 @@ std::string SourceWatch::summary() const {
   std::string text;
   if (_source.hasVideo()) text += formatted("%lld pictures, ", static_cast<long long>(_pictures));
   if (_source.hasAudio()) text += "loudest sound " + levelText(_signal.peak()) + ", ";
-  return text + formatted("%lld samples lost, %zu times told of", static_cast<long long>(_drops), _newsCount);
+  return text + formatted("%lld samples lost, %zu times told of", static_cast<long long>(drops()), _newsCount);
 }
 
 }  // namespace brvhost

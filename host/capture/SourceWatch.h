@@ -35,6 +35,7 @@ class SourceWatch {
 
  private:
   void watch(const char* name, std::int64_t SourceWatch::*count);
+  std::int64_t drops() const;
   void noteDrops();
 
   const brv::Source _source;

@@ -76,15 +76,25 @@ void Camera::streamingChanged(bool isStreaming) {
 
 std::int64_t Camera::timeOf(std::uint64_t number) const {
   std::lock_guard lock(_lock);
-  return _times.at(number);
+  return _taken[number % _taken.size()].time;
+}
+
+std::optional<Camera::Taken> Camera::takenAt(std::int64_t time) const {
+  std::lock_guard lock(_lock);
+  for (std::uint64_t number = _number, i = 0; i < std::min<std::uint64_t>(number, _taken.size()); ++i) {
+    const Taken& taken = _taken[(number - 1 - i) % _taken.size()];
+    if (std::abs(taken.time - time) < 12'000) return taken;  // a tick of 1/90,000 s
+  }
+  return {};
 }
 
 void Camera::tick() {
+  const std::uint64_t number = _number;
   {
     std::lock_guard lock(_lock);
-    _times.push_back(now());
+    _taken[number % _taken.size()] = {number, run(), now()};
+    ++_number;
   }
-  const std::uint64_t number = _number++;
   if (_settings.loseEvery == 0 || (number + 1) % _settings.loseEvery != 0) pw_stream_trigger_process(stream());
 }
 

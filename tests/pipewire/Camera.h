@@ -3,8 +3,10 @@
 // A camera of the test: pictures that can be checked (Scene.h), at times that are known, with the faults that are asked
 // for. It sends while somebody captures from it.
 
+#include <array>
 #include <atomic>
 #include <mutex>
+#include <optional>
 
 #include "Scene.h"
 #include "Stream.h"
@@ -26,15 +28,22 @@ class Camera final : public Stream {
   explicit Camera(CameraSettings settings = {}) : _settings(std::move(settings)) { plug(); }
   ~Camera() override { pull(); }
 
-  void plug();
+  void plug() override;
   /// From now on these and no others.
   void offer(const std::vector<Picture>& pictures);
 
   /// How many numbers of pictures are used up, and how many buffers were there to be filled.
   std::uint64_t number() const { return _number; }
   std::uint64_t sent() const { return _sent; }
-  /// When a picture was taken.
+
+  /// A picture that it took.
+  struct Taken {
+    std::uint64_t number, run;
+    std::int64_t time;
+  };
+  /// When one of the last thousands was taken, and the one that was taken then, as closely as stamps tell.
   std::int64_t timeOf(std::uint64_t number) const;
+  std::optional<Taken> takenAt(std::int64_t time) const;
 
  private:
   void formatChosen(const spa_pod& format) override;
@@ -46,7 +55,7 @@ class Camera final : public Stream {
   const CameraSettings _settings;
   Picture _picture;
   mutable std::mutex _lock;
-  std::vector<std::int64_t> _times;  ///< of all pictures since it was made
+  std::array<Taken, 8192> _taken{};
   std::atomic<std::uint64_t> _number{0}, _sent{0};
 };
 

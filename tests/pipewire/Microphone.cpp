@@ -38,6 +38,17 @@ void Microphone::plug() {
                {spa_format_audio_raw_build(&builder, SPA_PARAM_EnumFormat, &info)});
 }
 
+std::optional<Microphone::Heard> Microphone::heardAt(std::int64_t time) const {
+  std::lock_guard lock(_lock);
+  for (std::size_t i = 0; i < std::min(_cycle, _cycles.size()); ++i) {
+    const Heard& cycle = _cycles[(_cycle - 1 - i) % _cycles.size()];
+    if (cycle.time > time + 1'000'000) continue;
+    const auto on = static_cast<std::uint32_t>((time - cycle.time) * _settings.rate / 1'000'000'000);
+    return Heard{time, cycle.run, cycle.place + on};
+  }
+  return {};
+}
+
 void Microphone::process() {
   if (const std::int64_t stall = _stall.exchange(0)) runtime::Scheduler::current().sleepUntil(now() + stall);
   pw_buffer* const buffer = pw_stream_dequeue_buffer(stream());
@@ -49,12 +60,13 @@ void Microphone::process() {
   const std::uint32_t sampleBytes = is16 ? 2 : isFloat ? 4 : 3, stride = sampleBytes * _settings.channels;
   const auto frames = static_cast<std::uint32_t>(std::min<std::uint64_t>(memory.maxsize / stride, buffer->requested));
   auto* to = static_cast<std::uint8_t*>(memory.data);
+  {
+    std::lock_guard lock(_lock);  // what a cycle brings was heard before it began
+    _cycles[_cycle++ % _cycles.size()] = {time.now - frames * 1'000'000'000LL / _settings.rate, run(), _place};
+  }
   for (std::uint32_t i = 0; i < frames; ++i, ++_place) {
-    // What a cycle brings was heard before it began.
-    const std::int64_t heard = time.now - (static_cast<std::int64_t>(frames) - i) * 1'000'000'000 / _settings.rate;
-    const bool isSilent = _settings.beeps && heard % 1'000'000'000 >= 100'000'000;
     for (std::uint32_t channel = 0; channel < _settings.channels; ++channel, to += sampleBytes) {
-      const std::uint32_t sample = isSilent ? 0 : ((_settings.beeps ? 1 : _place) + channel * channelStep) * factor;
+      const std::uint32_t sample = (_place + channel * channelStep) * factor;
       const float real = static_cast<float>(static_cast<std::int32_t>(sample << 8) >> 8) / 8'388'608.0F;
       std::memcpy(to, isFloat ? static_cast<const void*>(&real) : &sample, sampleBytes);
     }

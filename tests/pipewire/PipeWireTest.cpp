@@ -16,6 +16,24 @@ std::string outputOfHost(const std::string& arguments) {
   return output;
 }
 
+std::optional<std::pair<std::uint8_t, std::size_t>> readPicture(const BRV_VideoBuffer& buffer,
+                                                                const std::vector<Picture>& pictures) {
+  auto* const pixels = static_cast<CVPixelBufferRef>(buffer.data);
+  CVPixelBufferLockBaseAddress(pixels, kCVPixelBufferLock_ReadOnly);
+  std::optional<std::uint8_t> number;
+  std::size_t which = 0;
+  for (std::size_t i = 0; i < pictures.size() && !number; ++i) {
+    const Picture& picture = pictures[i];
+    if (buffer.width != static_cast<int>(picture.width) || buffer.height != static_cast<int>(picture.height)) continue;
+    number = numberIn(static_cast<const std::uint8_t*>(CVPixelBufferGetBaseAddress(pixels)),
+                      static_cast<std::size_t>(buffer.rowBytes), picture);
+    which = i;
+  }
+  CVPixelBufferUnlockBaseAddress(pixels, kCVPixelBufferLock_ReadOnly);
+  if (!number) return {};
+  return std::pair(*number, which);
+}
+
 VideoTake::VideoTake(const Host& host, std::string source, std::vector<Picture> pictures, std::uint64_t modulus)
     : _host(host), _source(std::move(source)), _pictures(std::move(pictures)), _modulus(modulus) {
   host.registerVideo(_source, receive, this);
@@ -28,28 +46,17 @@ VideoTake::~VideoTake() {
 
 void VideoTake::receive(void* context, BRV_VideoBuffer* buffer) {
   auto& self = *static_cast<VideoTake*>(context);
-  auto* const pixels = static_cast<CVPixelBufferRef>(buffer->data);
-  CVPixelBufferLockBaseAddress(pixels, kCVPixelBufferLock_ReadOnly);
-  std::optional<std::uint8_t> number;
-  std::size_t which = 0;
-  for (std::size_t i = 0; i < self._pictures.size() && !number; ++i) {
-    const Picture& picture = self._pictures[i];
-    if (buffer->width != static_cast<int>(picture.width) || buffer->height != static_cast<int>(picture.height))
-      continue;
-    number = numberIn(static_cast<const std::uint8_t*>(CVPixelBufferGetBaseAddress(pixels)),
-                      static_cast<std::size_t>(buffer->rowBytes), picture);
-    which = i;
-  }
-  CVPixelBufferUnlockBaseAddress(pixels, kCVPixelBufferLock_ReadOnly);
+  const auto read = readPicture(*buffer, self._pictures);
   const double time = static_cast<double>(buffer->timeStamp) * 1e9 / self._host.timescale(self._source);
   std::lock_guard lock(self._lock);
-  if (!number) {
+  if (!read) {
     self._isRight = false;
     return;
   }
+  const auto [number, which] = *read;
   const std::uint64_t last = self._frames.empty() ? 0 : self._frames.back().number;
   const std::uint64_t absolute =
-      self._frames.empty() ? *number : last + (*number + 256 * self._modulus - last) % self._modulus;
+      self._frames.empty() ? number : last + (number + 256 * self._modulus - last) % self._modulus;
   self._frames.push_back({absolute, std::llround(time), now(), which, buffer->flags});
 }
 

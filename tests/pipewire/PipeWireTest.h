@@ -58,6 +58,11 @@ class PipeWireTest : protected WithServer, public FrameworkTest {
   }
 };
 
+/// The lowest bits of the number of a picture, and which of these it is; none where it is not, in every pixel, one of
+/// them.
+std::optional<std::pair<std::uint8_t, std::size_t>> readPicture(const BRV_VideoBuffer& buffer,
+                                                                const std::vector<Picture>& pictures);
+
 /// The pictures of a source that a host captures while this exists. Each has to be, in every pixel, one of those that
 /// the camera sends.
 class VideoTake {

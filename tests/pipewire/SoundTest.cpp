@@ -118,12 +118,6 @@ class SoundTake : public Follower {
   }
   ~SoundTake() { _host.registerAudio(_source, nullptr, nullptr); }
 
-  /// When beeps began, in seconds.
-  std::vector<double> beeps() const {
-    std::lock_guard lock(_lock);
-    return _beeps;
-  }
-
  private:
   static void receive(void* context, BRV_AudioBuffer* buffer) {
     auto& self = *static_cast<SoundTake*>(context);
@@ -131,20 +125,11 @@ class SoundTake : public Follower {
     const double time = static_cast<double>(buffer->timeStamp) / self._ticks;
     const auto* const bytes = static_cast<const std::uint8_t*>(buffer->data);
     self.hear(bytes, frames, 2, 16, false, 44'100, time, 0);
-    std::lock_guard lock(self._lock);
-    for (std::uint32_t i = 0; i < frames; ++i) {
-      const bool isLoud = bytes[4 * i] != 0 || bytes[4 * i + 1] != 0;
-      if (isLoud && !self._isLoud) self._beeps.push_back(time + i / 44'100.0);
-      self._isLoud = isLoud;
-    }
   }
 
   const Host& _host;
   const std::string _source;
   const double _ticks;
-  mutable std::mutex _lock;
-  std::vector<double> _beeps;
-  bool _isLoud = true;
 };
 
 TEST_F(SoundTest, ReachesTheHostBitForBitAtItsOwnRate) {
@@ -154,20 +139,6 @@ TEST_F(SoundTest, ReachesTheHostBitForBitAtItsOwnRate) {
   const SoundTake take(host, "Microphone Audio", 44'100);
   EXPECT_TRUE(until([&] { return take.heard > 22'050; }));
   EXPECT_EQ(take.breaks, 0);
-}
-
-TEST_F(SoundTest, FlashesAndBeepsStayTogether) {
-  const Camera camera;
-  const Microphone microphone({.rate = 44'100, .beeps = true});
-  Host host;
-  ASSERT_TRUE(hasSources(host, {"Camera Video", "Microphone Audio"}));
-  const SoundTake sound(host, "Microphone Audio", 44'100);
-  const VideoTake pictures(host, "Camera Video");
-  const auto seconds = static_cast<std::size_t>(timesOf("PIPEWIRE_SECONDS", 2));
-  EXPECT_TRUE(until([&] { return sound.beeps().size() > seconds; }, 10.0 + static_cast<double>(seconds)));
-  for (const double beep : sound.beeps()) EXPECT_NEAR(beep, std::round(beep), 0.001);
-  for (const auto& frame : pictures.frames())
-    EXPECT_NEAR(static_cast<double>(frame.time), static_cast<double>(camera.timeOf(frame.number)), 1e6);
 }
 
 }  // namespace

@@ -77,10 +77,13 @@ void Stream::plug(const Properties& properties, int flags, std::vector<const spa
     pw_stream_events all{};
     all.version = PW_VERSION_STREAM_EVENTS;
     all.state_changed = [](void* data, pw_stream_state, pw_stream_state state, const char*) {
+      ++static_cast<Stream*>(data)->_run;
       static_cast<Stream*>(data)->streamingChanged(state == PW_STREAM_STATE_STREAMING);
     };
     all.param_changed = [](void* data, std::uint32_t id, const spa_pod* param) {
-      if (id == SPA_PARAM_Format && param) static_cast<Stream*>(data)->formatChosen(*param);
+      if (id != SPA_PARAM_Format || !param) return;
+      ++static_cast<Stream*>(data)->_run;
+      static_cast<Stream*>(data)->formatChosen(*param);
     };
     all.process = [](void* data) { static_cast<Stream*>(data)->process(); };
     return all;

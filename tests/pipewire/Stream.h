@@ -5,6 +5,7 @@
 
 #include <pipewire/pipewire.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -54,8 +55,11 @@ class ServerObject {
 /// A stream of this process that offers itself as a device.
 class Stream {
  public:
+  virtual void plug() = 0;
   /// As if its cable were pulled; no-op without one.
   void pull();
+  /// Counts up wherever what it sends begins anew: nobody can tell what was lost there.
+  std::uint64_t run() const { return _run; }
 
  protected:
   virtual ~Stream() = default;  ///< after `pull`
@@ -79,6 +83,7 @@ class Stream {
   pw_stream* _stream = nullptr;
   spa_hook _listener{};
   spa_source* _timer = nullptr;
+  std::atomic<std::uint64_t> _run{0};
 };
 
 }  // namespace test::pipewire

@@ -85,7 +85,7 @@ void Capture::open() {
     fail(reasonOf(result, message));
   });
   _isConnectionLost = false;
-  if (!_connection->isOpen()) return fail("there is no PipeWire server");
+  if (!_connection->isOpen()) return fail(_connection->reason());
   _node.emplace(*_connection, _target.serial, [this](const NodeWatch::State& state) { linkChanged(state); });
   openStream();
 }

@@ -59,9 +59,9 @@ SoundClock::Stamp SoundClock::stamp(const ChunkTime& told, std::uint32_t frames)
     const bool isInterrupted = std::abs(off) > farthestOff || (!isCounted && std::abs(off) > length);
     if (!isInterrupted) begin = expected + step;
     stamp.previous = static_cast<Nanoseconds>(_end);
-    const double gap = begin - _end;
+    const double gap = isCounted && !isInterrupted ? missing : begin - _end;  // the count is exact
     if (gap > _length / 2)
-      stamp.lostBefore = static_cast<std::uint32_t>(std::min(gap * _rate / NanosecondsPerSecond, 1e9));
+      stamp.lostBefore = static_cast<std::uint32_t>(std::llround(std::min(gap * _rate / NanosecondsPerSecond, 1e9)));
   }
   _end = begin + length;
   _length = length;

@@ -2,6 +2,7 @@
 
 #include <runtime/SignalsBlocked.h>
 
+#include <cerrno>
 #include <mutex>
 #include <utility>
 
@@ -13,9 +14,10 @@ Connection::Connection(EventLoop& loop, Use use, ErrorHandler onError) : _loop(l
   static std::mutex oneAtATime;
   const std::lock_guard lock(oneAtATime);
   const char* const configuration = use == Use::sound ? "client-rt.conf" : "client.conf";
+  errno = 0;
   _context = pw_context_new(loop.get(), pw_properties_new(PW_KEY_CONFIG_NAME, configuration, nullptr), 0);
-  if (!_context) return;
-  _core = pw_context_connect(_context, nullptr, 0);
+  if (_context) _core = pw_context_connect(_context, nullptr, 0);
+  _hasTooManyFiles = !_core && (errno == EMFILE || errno == ENFILE);
   if (!_core) return;
   static const pw_core_events events = [] {
     pw_core_events made{};

@@ -28,8 +28,12 @@ class Connection {
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  /// False when there is no server; then it has no core, and none can be asked for.
+  /// False when it could not be made; then it has no core, and none can be asked for.
   bool isOpen() const { return _core != nullptr; }
+  /// Why it is not open.
+  const char* reason() const {
+    return _hasTooManyFiles ? "this program has too many files open" : "there is no PipeWire server";
+  }
   pw_core* core() const { return _core; }
   EventLoop& loop() const { return _loop; }
 
@@ -47,6 +51,7 @@ class Connection {
   ErrorHandler _onError;
   pw_context* _context = nullptr;
   pw_core* _core = nullptr;
+  bool _hasTooManyFiles = false;
   spa_hook _listener{};
   std::map<int, std::function<void()>> _awaited;
 };

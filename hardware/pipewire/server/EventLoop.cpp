@@ -1,23 +1,28 @@
 #include "server/EventLoop.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <new>
+#include <system_error>
 #include <utility>
 
 namespace hardware::pipewire {
 namespace {
 
+/// What the library made, or what it ran out of.
 template <typename T>
-T* orNoMemory(T* made) {
-  if (!made) throw std::bad_alloc();
-  return made;
+T* orThrow(T* made) {
+  const int error = errno;
+  if (made) return made;
+  if (error == EMFILE || error == ENFILE) throw std::system_error(error, std::generic_category());
+  throw std::bad_alloc();
 }
 
 pw_loop* makeLoop() {
   // Before any other call of the library, and never undone: other users of it may be in the process.
   static std::once_flag once;
   std::call_once(once, [] { pw_init(nullptr, nullptr); });
-  return orNoMemory(pw_loop_new(nullptr));
+  return orThrow(pw_loop_new(nullptr));
 }
 
 }  // namespace
@@ -29,8 +34,10 @@ EventLoop::EventLoop() : _loop(makeLoop()) {
   };
   _wake = pw_loop_add_event(_loop, runCalls, this);
   if (_wake) return;
+  const int error = errno;
   pw_loop_destroy(_loop);
-  throw std::bad_alloc();
+  errno = error;
+  orThrow(_wake);
 }
 
 EventLoop::~EventLoop() {
@@ -100,7 +107,7 @@ Signal::Signal(EventLoop& loop, std::function<void()> action) : _loop(loop), _ac
     auto& self = *static_cast<Signal*>(signal);
     self._loop.guard(self._action);
   };
-  _source = orNoMemory(pw_loop_add_event(_loop.get(), run, this));
+  _source = orThrow(pw_loop_add_event(_loop.get(), run, this));
 }
 
 Signal::~Signal() {
@@ -116,7 +123,7 @@ Timer::Timer(EventLoop& loop, std::function<void()> action) : _loop(loop), _acti
     auto& self = *static_cast<Timer*>(timer);
     self._loop.guard(self._action);
   };
-  _source = orNoMemory(pw_loop_add_timer(_loop.get(), run, this));
+  _source = orThrow(pw_loop_add_timer(_loop.get(), run, this));
 }
 
 Timer::~Timer() {

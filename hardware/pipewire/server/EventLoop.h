@@ -21,7 +21,7 @@ namespace hardware::pipewire {
 /// that it may run itself.
 class EventLoop final : private runtime::LaneClient {
  public:
-  /// Throws std::bad_alloc when there is no loop to be had.
+  /// Throws std::bad_alloc, or std::system_error where the process has too many files open.
   EventLoop();
   ~EventLoop();
 

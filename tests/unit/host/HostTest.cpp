@@ -415,6 +415,14 @@ TEST_F(HostTest, WatchesSourcesThatComeAndGoAndTellsWhatIsNotOffered) {
   EXPECT_THAT(
       host({"watch", "--quiet", "--sources", "--seconds", "0.5"}),
       testing::ContainsRegex("   Camera Video: [1-9][0-9]* pictures, loudest sound -?0.0 dB, [0-9]+ samples lost"));
+
+  rigs::install(
+      "[device]\nid = lossy\nname = Lossy\nmedia = video\nvideo format = 64x48 yuvs, rates 240\n"
+      "video fault = lost frame, every 2\n");
+  const std::string summary = host({"watch", "--quiet", "--sources", "--seconds", "0.5"});
+  std::smatch counts;
+  ASSERT_TRUE(std::regex_search(summary, counts, std::regex("([0-9]+) pictures, ([0-9]+) samples lost"))) << summary;
+  EXPECT_GE(std::stoi(counts[2]) + 2, std::stoi(counts[1])) << "also those that it had not told of";
 }
 
 TEST_F(HostTest, TellsASourceThatIsUnpluggedWhileItStartsWhateverWasToBeDoneWithIt) {
