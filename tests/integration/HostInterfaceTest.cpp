@@ -112,6 +112,7 @@ TEST_F(HostInterfaceTest, SettingsAreChosenByIndexAndByTitleAndLastUntilTheSourc
   EXPECT_EQ(source.selected(brv::VideoFPS), 0);
   EXPECT_EQ(source.picture(10s).pixels().width(), 32U);
   EXPECT_EQ(source.selected(brv::VideoFPS), 0);
+  EXPECT_EQ(source.error(), "");
   EXPECT_THAT(failureOf([&] { source.select(brv::VideoFPS, 9); }), StartsWith("Pair Video refused Video FPS 9"));
   EXPECT_THAT(failureOf([&] { source.select(brv::VideoSettings, "Huge"); }),
               HasSubstr("has no Huge for Video Settings"));

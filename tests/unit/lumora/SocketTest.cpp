@@ -96,7 +96,11 @@ TEST_F(SocketTest, ArgumentsAreCheckedAndASettingHoldsForTheConnectionAndLaterOn
   EXPECT_EQ(socket->SetNoDelay(2), zSocket::Success);
   EXPECT_EQ(isWithoutDelay(first), 1);
   EXPECT_EQ(socket->Connect("localhost", second.port(), Ample), zSocket::Success);
-  EXPECT_EQ(isWithoutDelay(second), 1);
+  for (const int enabled : {1, 0}) {
+    EXPECT_EQ(isWithoutDelay(second), 1);
+    EXPECT_EQ(socket->SetNoDelay(enabled), zSocket::Success);
+  }
+  EXPECT_EQ(isWithoutDelay(second), 0);
 
   char byte = 'x';
   for (const int refused : {socket->Send(nullptr, 1, count, Ample), socket->Send(&byte, 1, count, -1),

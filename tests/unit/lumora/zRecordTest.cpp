@@ -58,6 +58,12 @@ TEST(RecordTest, ChildrenAreOrderedAndTakenOnceAndTreesAreEqualWhereAllOfThemIs)
   EXPECT_EQ(names, "abcd");
   EXPECT_EQ(root.Child(4), nullptr);
 
+  zRecord deep;  // which goes without a stack of its own
+  for (auto [outer, i] = std::pair(&deep, 0); i < 300'000; ++i) {
+    auto* const inner = new zRecord;
+    outer->AddChild(inner, 0);
+    outer = inner;
+  }
   same.MakeEmpty();
   EXPECT_TRUE(same == zRecord());
   fill(same);

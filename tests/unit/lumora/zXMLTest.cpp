@@ -34,6 +34,8 @@ TEST(XMLWriterTest, IndentedEveryElementHasALine) {
   zRecord record;
   zBuffer buffer(0, 0);
   ASSERT_EQ(parse(Valid, &record), 0);
+  EXPECT_EQ(write(record, buffer), 0);
+  EXPECT_EQ(buffer.Length(), Valid.size() - 4) << "but for a character that is written as it is";
   EXPECT_EQ(zXML::RecordToBuffer(&buffer, record, 5, true, true), 0);
   EXPECT_STREQ(buffer.Data(), R"(<?xml version="1.0" encoding="UTF-8"?>
 <record name="settings">
