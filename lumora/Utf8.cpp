@@ -11,10 +11,9 @@ bool isContinuation(unsigned char byte) {
   return (byte & 0xC0) == 0x80;
 }
 
-/// Bytes of the sequence that `lead` announces; 0 for a byte that begins none. 0xC0 and 0xC1 could only begin overlong
-/// forms, 0xF5 and above only values beyond U+10FFFF.
+/// Bytes of the sequence that `lead` announces; 0 for a byte that begins none of several. 0xC0 and 0xC1 could only
+/// begin overlong forms, 0xF5 and above only values beyond U+10FFFF.
 std::size_t announcedLength(unsigned char lead) {
-  if (lead < 0x80) return 1;
   if (lead < 0xC2) return 0;
   if (lead < 0xE0) return 2;
   if (lead < 0xF0) return 3;
@@ -35,11 +34,9 @@ bool isScalarOfLength(char32_t value, std::size_t length) {
 }  // namespace
 
 CodePoint decodeUtf8(std::string_view text) noexcept {
-  if (text.empty()) return {};
   const auto lead = static_cast<unsigned char>(text.front());
   const std::size_t length = announcedLength(lead);
-  if (length == 1) return {lead, 1};
-  if (length == 0 || length > text.size()) return {};
+  if (length > text.size()) return {};
 
   char32_t value = lead & (0x7Fu >> length);
   for (std::size_t i = 1; i < length; ++i) {

@@ -1,6 +1,6 @@
 #pragma once
 
-// What the library needs to know of UTF-8: reading one code point strictly, and finding the end of the
+// What the library needs to know of UTF-8: reading one code point of several bytes strictly, and finding the end of the
 // last whole one. Internal to the library.
 
 #include <cstddef>
@@ -8,8 +8,9 @@
 
 namespace lumora {
 
-/// One code point read from the front of a text; `length` is 0 where the text is empty or not well-formed
-/// there (overlong forms, surrogates and values above U+10FFFF included).
+/// One code point of several bytes, read from the front of a text that is not empty; `length` is 0 where the text
+/// begins with something else, or is not well-formed there (overlong forms, surrogates and values above U+10FFFF
+/// included).
 struct CodePoint {
   char32_t value = 0;
   std::size_t length = 0;

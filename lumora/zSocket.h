@@ -10,15 +10,15 @@ class zSocket {
   /// What the operations return.
   enum Result : int {
     Success = 0,
-    InvalidArgument = 1,  ///< A null pointer, an empty or overlong host name, port 0, a negative timeout.
-    UnknownHost = 2,      ///< The name does not resolve.
-    Unreachable = 3,      ///< No route to the host.
-    Refused = 4,          ///< The host is there, and nobody listens on the port.
-    TimedOut = 5,         ///< The time was up first. An existing connection stays usable.
-    NotConnected = 6,     ///< No `Connect` has succeeded yet, or the last one failed.
-    Closed = 7,           ///< The peer closed the connection, reset it, or is gone.
-    OutOfMemory = 8,
-    Failed = 9,  ///< Anything else: no descriptors left, forbidden by the system's administrator.
+    InvalidArgument,  ///< A null pointer, an empty or overlong host name, port 0, a negative timeout.
+    UnknownHost,      ///< The name does not resolve.
+    Unreachable,      ///< No route to the host.
+    Refused,          ///< The host is there, and nobody listens on the port.
+    TimedOut,         ///< The time was up first. An existing connection stays usable.
+    NotConnected,     ///< No `Connect` has succeeded yet, or the last one failed.
+    Closed,           ///< The peer closed the connection, reset it, or is gone.
+    OutOfMemory,
+    Failed,  ///< Anything else: no descriptors left, forbidden by the system's administrator.
   };
 
   /// How long `Receive` of a new socket waits.

@@ -11,13 +11,13 @@ class zXML {
   /// What the functions return.
   enum Result : int {
     Success = 0,
-    InvalidArgument = 1,   ///< A null pointer, a negative length, an unknown format or mode.
-    NotRepresentable = 2,  ///< A name or text that XML cannot carry: ill-formed UTF-8, most control characters.
-    TooDeep = 3,           ///< More than `MaximumDepth` records, one in another.
-    TooLong = 4,           ///< A document of more than `MaximumLength` bytes.
-    Malformed = 5,         ///< Not XML, or not a record in the form described.
-    Unreadable = 6,        ///< No regular file at the path, or reading it failed.
-    OutOfMemory = 7,
+    InvalidArgument,   ///< A null pointer, a negative length, an unknown format or mode.
+    NotRepresentable,  ///< A name or text that XML cannot carry: ill-formed UTF-8, most control characters.
+    TooDeep,           ///< More than `MaximumDepth` records, one in another.
+    TooLong,           ///< A document of more than `MaximumLength` bytes.
+    Malformed,         ///< Not XML, or not a record in the form described.
+    Unreadable,        ///< No regular file at the path, or reading it failed.
+    OutOfMemory,
   };
 
   /// The format that `RecordToBuffer` writes, and the mode in which the readers read: everything.

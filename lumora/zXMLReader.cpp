@@ -116,7 +116,8 @@ class zXMLReader {
       return;
     }
     if (hasRepeatedField(*_current)) return fail(zXML::Malformed);
-    _current = --_depth > 0 ? _current->_parent : nullptr;
+    --_depth;
+    _current = _current->_parent;  // behind the root, where it may be anything, the parser lets no element pass
   }
 
   void checkCharacters(std::string_view text) noexcept {
@@ -225,8 +226,7 @@ zXML::Result fillRecord(zRecord& record, Read read) noexcept {
   record.MakeEmpty();
   try {
     result = read();
-  } catch (const std::exception&) {
-    result = zXML::OutOfMemory;
+  } catch (const std::exception&) {  // out of memory
   }
   if (result != zXML::Success) record.MakeEmpty();
   return result;

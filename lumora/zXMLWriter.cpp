@@ -3,7 +3,6 @@
 #include <lumora/zRecord.h>
 #include <lumora/zXML.h>
 
-#include <array>
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
@@ -14,10 +13,8 @@
 
 namespace {
 
-enum class ByteKind : std::uint8_t { Plain, Escaped, Multibyte, Forbidden };
-
 /// Escapes what an attribute value needs: markup, and the blanks that a reader would turn into spaces otherwise.
-constexpr std::string_view escapeOf(char character) {
+std::string_view escapeOf(char character) {
   switch (character) {
     case '&':
       return "&amp;";
@@ -37,20 +34,6 @@ constexpr std::string_view escapeOf(char character) {
       return {};
   }
 }
-
-constexpr std::array<ByteKind, 256> ByteKinds = [] {
-  std::array<ByteKind, 256> kinds{};
-  for (std::size_t byte = 0; byte < kinds.size(); ++byte) {
-    if (byte >= 0x80) {
-      kinds[byte] = ByteKind::Multibyte;
-    } else if (!escapeOf(static_cast<char>(byte)).empty()) {
-      kinds[byte] = ByteKind::Escaped;
-    } else {
-      kinds[byte] = byte < 0x20 ? ByteKind::Forbidden : ByteKind::Plain;
-    }
-  }
-  return kinds;
-}();
 
 /// Writes into an empty buffer, piece by piece: only the buffer grows to the length of the document.
 class RecordWriter {
@@ -125,29 +108,25 @@ class RecordWriter {
   bool appendValue(std::string_view text) {
     std::size_t plainStart = 0;
     std::size_t at = 0;
-    const auto appendPlain = [&] { _text.append(text, plainStart, at - plainStart); };
     while (at < text.size()) {
-      switch (ByteKinds[static_cast<unsigned char>(text[at])]) {
-        case ByteKind::Plain:
-          ++at;
-          break;
-        case ByteKind::Escaped:
-          appendPlain();
-          _text += escapeOf(text[at]);
-          plainStart = ++at;
-          break;
-        case ByteKind::Multibyte: {
-          const lumora::CodePoint codePoint = lumora::decodeUtf8(text.substr(at));
-          const bool isNonCharacter = codePoint.value == 0xFFFE || codePoint.value == 0xFFFF;
-          if (codePoint.length == 0 || isNonCharacter) return false;
-          at += codePoint.length;
-          break;
-        }
-        case ByteKind::Forbidden:
-          return false;
+      const auto byte = static_cast<unsigned char>(text[at]);
+      const std::string_view escape = escapeOf(text[at]);
+      if (byte >= 0x80) {
+        const lumora::CodePoint codePoint = lumora::decodeUtf8(text.substr(at));
+        const bool isNonCharacter = codePoint.value == 0xFFFE || codePoint.value == 0xFFFF;
+        if (codePoint.length == 0 || isNonCharacter) return false;
+        at += codePoint.length;
+      } else if (!escape.empty()) {
+        _text.append(text, plainStart, at - plainStart);
+        _text += escape;
+        plainStart = ++at;
+      } else if (byte < 0x20) {
+        return false;
+      } else {
+        ++at;
       }
     }
-    appendPlain();
+    _text.append(text, plainStart);
     return true;
   }
 
@@ -179,8 +158,7 @@ int zXML::RecordToBuffer(zBuffer* buffer, const zRecord& record, unsigned int fo
   Result result = OutOfMemory;
   try {
     result = RecordWriter(*buffer, indented).write(record, declaration);
-  } catch (const std::exception&) {
-    result = OutOfMemory;
+  } catch (const std::exception&) {  // out of memory
   }
   if (result != Success) buffer->MakeEmpty();
   return result;

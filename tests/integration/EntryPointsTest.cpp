@@ -19,7 +19,9 @@ TEST_F(EntryPointsTest, TheDemoRigIsEnumerated) {
   Host host;
   std::vector<std::string> found;
   for (const std::string& source : host.sources()) {
-    found.push_back(source + ": " + host.deviceId(source));
+    const auto named = BRV_CALL(host.module, BRV_GetSourceDisplayName);
+    found.push_back(Host::text(named, static_cast<void*>(nullptr), source.c_str(), static_cast<void*>(nullptr)));
+    found.back() += ": " + host.deviceId(source);
     for (const char* property : {"ProvidesVideo", "ProvidesAudio", "HDV", "ProvidesSmell"}) {
       if (host.has(source, property)) found.back() += std::string(", ") + property;
     }
@@ -36,6 +38,7 @@ TEST_F(EntryPointsTest, TheDemoRigIsEnumerated) {
 
 TEST_F(EntryPointsTest, SourcesAppearWithTheLogRegistrationAndOnlyOnce) {
   LoadedModule module;
+  BRV_CALL(module, BRV_RegisterLocalizeStringCallback)(nullptr);
   EXPECT_EQ(BRV_CALL(module, BRV_IntitializeLibrary)(), 1);
   for (const int expected : {0, 6, 6}) {
     EXPECT_EQ(BRV_CALL(module, BRV_GetSourceCount)(), expected);
@@ -166,7 +169,10 @@ TEST_F(EntryPointsTest, WhatNamesNoSourceYieldsNeutralResults) {
     BRV_CALL(host.module, BRV_RegisterSourceChangedCallback)(nullptr, unknown, nullptr, nullptr);
   }
   EXPECT_EQ(property(nullptr, unreachable, "frame_duration", nullptr, "HD Webcam Video"), 0);
-  EXPECT_EQ(property(nullptr, unreachable, "colour", "", "HD Webcam Video"), 0);
+  for (const char* known : {"HD Webcam Video", "p_source_systemdevice"})
+    EXPECT_EQ(property(nullptr, unreachable, "colour", "", known), 0);
+  host.registerVideo("Studio Microphone Audio", nullptr, nullptr);
+  host.registerAudio("Desk Camera Video", nullptr, nullptr);
   EXPECT_EQ(property(nullptr, nullptr, "device_id", "", "HD Webcam Video"), 0);
   BRV_CALL(host.module, BRV_GetSourceId)(nullptr, 0, nullptr, nullptr);
 }

@@ -30,9 +30,9 @@ namespace {
 class Host {
  public:
   void begin() {
-    BRV_RegisterLocalizeStringCallback([](const char* key) { return key; });
     BRV_RegisterPreferenceCallback([](void*, const char*, char*, int* length) { *length = 0; },
                                    [](void*, const char*, const char*) {}, this);
+    BRV_RegisterLocalizeStringCallback([](const char* key) { return key; });
     BRV_IntitializeLibrary();
     BRV_RegisterDeviceStateChangedCallback(nullptr, onState, this);
     BRV_RegisterLogCallback(nullptr, onLog, this);
@@ -89,6 +89,7 @@ class Host {
 
   static void run(double seconds = 0.01) { runMainLoop(seconds); }
 
+  bool hasSeen(const char* what) const { return std::strstr(_seen.data(), what) != nullptr; }
   std::string seen() const { return _seen.data(); }
   void forget() { _seen[0] = 0; }
 
@@ -158,6 +159,7 @@ class FakeMachine {
     const std::array devices{_camera, _microphone, _camcorder};
     host.begin();
     for (const auto& device : AVCaptureDevice::devices()) expectOneSource(device->uniqueID());
+    for (int i = 0; i < BRV_GetSourceCount(); ++i) expectSamples(host, i);
     for (const auto& device : devices) unplug(device);
     host.begin();
     for (const auto& device : devices) plug(device);
@@ -194,6 +196,17 @@ class FakeMachine {
       const bool uses = each->getVideoDeviceID() == uniqueID || each->getAudioDeviceID() == uniqueID;
       EXPECT_EQ(uses, each == source) << uniqueID << " is in " << each->getDeviceName() << " as well";
     }
+  }
+
+  void expectSamples(Host& host, int index) {
+    const auto source = AV::DeviceManager::instance()->getDeviceWithIndex(index);
+    host.listen(source->getDeviceName().c_str());
+    host.forget();
+    capture();
+    EXPECT_EQ(host.hasSeen("picture"), source->hasVideoStream()) << source->getDeviceName();
+    EXPECT_EQ(host.hasSeen("sound"), source->hasAudioStream()) << source->getDeviceName();
+    host.listen(source->getDeviceName().c_str(), false);
+    source->stopDevice();
   }
 
   void plug(const std::shared_ptr<fake::Device>& device) {

@@ -23,17 +23,12 @@ bool Perform_BrevantaCam_HandShaking(std::string host) noexcept {
   socket->SetNoDelay(1);
   if (socket->Connect(host.c_str(), kHandShakePort, kHandShakeTimeoutMilliseconds) != 0) return false;
 
-  // What counts is that all of the greeting left; how the sending ended tells nothing more.
   unsigned int sent = 0;
-  socket->Send(kHandShakeMsg, kHandShakeMsgSize, sent, kHandShakeTimeoutMilliseconds);
-  if (sent != kHandShakeMsgSize) return false;
-
   char answer[kHandShakeOKSize + 1] = {};
   unsigned int received = 0;
   socket->SetRecvTimeout(kHandShakeTimeoutMilliseconds);
-  if (socket->Receive(answer, kHandShakeOKSize, received) != 0) return false;
-  answer[received] = '\0';
-  return zString::string_equal(answer, kHandShakeOK);
+  return socket->Send(kHandShakeMsg, kHandShakeMsgSize, sent, kHandShakeTimeoutMilliseconds) == 0 &&
+         socket->Receive(answer, kHandShakeOKSize, received) == 0 && zString::string_equal(answer, kHandShakeOK);
 }
 
 }  // namespace CSDK

@@ -32,9 +32,9 @@ std::optional<std::string> soundName(CMFormatDescriptionRef description) {
   if (!stream) return std::nullopt;
   std::size_t layoutSize = 0;
   const AudioChannelLayout* layout = CMAudioFormatDescriptionGetChannelLayout(description, &layoutSize);
-  const auto layoutName = layout && layoutSize > 0 ? platformName(kAudioFormatProperty_ChannelLayoutName,
-                                                                  static_cast<UInt32>(layoutSize), layout)
-                                                   : std::nullopt;
+  const auto layoutName =
+      layout ? platformName(kAudioFormatProperty_ChannelLayoutName, static_cast<UInt32>(layoutSize), layout)
+             : std::nullopt;
   // A layout says more than the number of channels, which is left out then.
   AudioStreamBasicDescription named = *stream;
   if (layoutName) named.mChannelsPerFrame = 0;

@@ -54,7 +54,6 @@ void DeviceManager::tellHost(int deviceState) {
   callback(context, deviceState);
   lock.lock();
   --change->callsInProgress;
-  lock.unlock();
   change->callEnded.notify_all();
 }
 

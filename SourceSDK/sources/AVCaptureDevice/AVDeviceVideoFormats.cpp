@@ -5,6 +5,7 @@
 #include <lumora/zThread.h>
 #include <lumora/zTrace.h>
 
+#include <algorithm>
 #include <cstdint>
 
 #include "AVCaptureDeviceFormat+AVRecorderAdditions.h"
@@ -29,6 +30,13 @@ std::int64_t pixelCount(const AVCaptureDeviceFormat& format) {
 
 bool isIndex(int index, std::size_t count) {
   return index >= 0 && static_cast<std::size_t>(index) < count;
+}
+
+/// Of the first of which `is` is true; -1 when there is none.
+template <typename Item, typename Is>
+int indexOf(const std::vector<Ref<Item>>& items, Is is) {
+  const auto found = std::ranges::find_if(items, [&](const Ref<Item>& item) { return is(*item); });
+  return found == items.end() ? -1 : static_cast<int>(found - items.begin());
 }
 
 /// Borrowed from the device.
@@ -122,15 +130,11 @@ bool Device::_SetSupportedVideoFormat(int index, Ref<NSError>* error) {
 
 int Device::getSelectedVideoFormatIndex() const {
   const auto device = videoDevice();
-  const auto& formats = formatsOf(device);
-  if (formats.empty()) return -1;
   const auto active = activeFormatOf(device);
   const auto activeName = active ? localizedName(*active) : std::nullopt;
   if (!activeName) return -1;
-  for (std::size_t i = 0; i < formats.size(); ++i) {
-    if (localizedName(*formats[i]) == activeName) return static_cast<int>(i);
-  }
-  return -1;
+  return indexOf(formatsOf(device),
+                 [&](const AVCaptureDeviceFormat& format) { return localizedName(format) == activeName; });
 }
 
 bool Device::getSelectedVideoFormatString(std::string* out) const {
@@ -188,12 +192,9 @@ int Device::getSelectedVideoFPSIndex() const {
   const auto device = videoDevice();
   const auto format = activeFormatOf(device);
   const auto& ranges = rangesOf(format);
-  for (std::size_t i = 0; i < ranges.size(); ++i) {
-    if (CMTimeCompare(ranges[i]->minFrameDuration(), device->activeVideoMinFrameDuration()) == 0) {
-      return static_cast<int>(i);
-    }
-  }
-  return -1;
+  return indexOf(ranges, [&](const AVFrameRateRange& range) {
+    return CMTimeCompare(range.minFrameDuration(), device->activeVideoMinFrameDuration()) == 0;
+  });
 }
 
 std::int32_t Device::getDeviceTimescale() const {

@@ -227,6 +227,7 @@ namespace detail {
 
 enum Medium : std::size_t { Video, Audio };
 struct Listener;
+using Heard = std::array<Listener*, 2>;  ///< who hears the media of a source
 
 /// One library in a process.
 class OnlyOne {
@@ -289,8 +290,10 @@ struct Core {
     std::optional<std::string> value;
     const auto receive = [](void* context, int type, const void* data) noexcept {
       auto& received = *static_cast<std::optional<std::string>*>(context);
-      if (type == BRV_PROPERTY_STRING) received = static_cast<const char*>(data);
-      if (type == BRV_PROPERTY_INT64) received = std::to_string(*static_cast<const std::int64_t*>(data));
+      if (type == BRV_PROPERTY_STRING)
+        received = static_cast<const char*>(data);
+      else if (type == BRV_PROPERTY_INT64)
+        received = std::to_string(*static_cast<const std::int64_t*>(data));
     };
     module.BRV_GetProperty(&value, receive, name, "", source.c_str());
     return value;
@@ -318,13 +321,13 @@ struct Core {
   BRV_Module module;
   std::string groupName, groupId;
   std::atomic<bool> isChanged = false;
-  std::map<std::string, std::array<Listener*, 2>, std::less<>> listeners;
+  std::map<std::string, Heard, std::less<>> listeners;
 };
 
 /// The handlers of the host, registered for the media of a source that they hear, until they go.
 struct Listener {
   Listener(std::shared_ptr<Core> library, std::string id, Handlers hearing)
-      : core(std::move(library)), source(std::move(id)), handlers(std::move(hearing)) {}
+      : core(std::move(library)), source(std::move(id)), handlers(std::move(hearing)), heard(core->listeners[source]) {}
   ~Listener() { core->end(*this); }
   Listener(const Listener&) = delete;
   Listener& operator=(const Listener&) = delete;
@@ -360,6 +363,7 @@ struct Listener {
   const std::shared_ptr<Core> core;
   const std::string source;
   const Handlers handlers;
+  Heard& heard;
   std::atomic<bool> isOn = false;  ///< whether samples are the listener's by now
 };
 
@@ -377,7 +381,7 @@ inline void Core::listen(const std::string& source, Medium medium, Listener* lis
 /// In the place of those that heard its media before.
 inline void Core::start(Listener& listener) {
   for (const Medium medium : {Video, Audio}) {
-    if (listener.hears(medium)) listeners[listener.source][medium] = &listener;
+    if (listener.hears(medium)) listener.heard[medium] = &listener;
   }
   const Medium first = listener.hears(Audio) ? Audio : Video, last = listener.hears(Video) ? Video : Audio;
   if (first != last || listener.handlers.starting) {
@@ -391,9 +395,7 @@ inline void Core::start(Listener& listener) {
 
 /// Takes the listener back where no other took its place. What else listens to the source goes on.
 inline void Core::end(Listener& listener) {
-  const auto found = listeners.find(listener.source);
-  if (found == listeners.end()) return;
-  auto& heard = found->second;
+  Heard& heard = listener.heard;
   bool wasHeard = false;
   for (const Medium medium : {Video, Audio}) {
     if (heard[medium] != &listener) continue;

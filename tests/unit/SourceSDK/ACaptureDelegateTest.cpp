@@ -107,6 +107,7 @@ TEST_F(AudioDelegateTest, UnusableSoundIsDroppedAndLoggedWhereItSaysSo) {
   for (const auto& stream : {compressed, noBytes, noChannels, tooFast}) deliver(stream, {Bytes(64)});
   delegate->captureOutputDidOutputSampleBuffer(nullptr, samples::frame(nullptr, CMTimeMake(0, 1)).get(), nullptr);
   EXPECT_THAT(records, IsEmpty());
+  EXPECT_EQ(delegate->withheld().accountOf(*makeRef<AVCaptureAudioDataOutput>()).counts.droppedConversion, 5U);
   const auto failure = testing::StartsWith("4 Failed to create PCM Audio Converter ");
   EXPECT_THAT(log.lines(),
               ElementsAre("4 Bad format or bogus ASBD!", failure, failure,

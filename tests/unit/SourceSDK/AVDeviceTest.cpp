@@ -94,6 +94,31 @@ TEST_F(DeviceTest, AMicrophoneThatJoinsARunningCameraIsHeardAtOnceAlsoWhenItCome
   EXPECT_EQ(manager->getDeviceCount(), 1);
 }
 
+TEST_F(DeviceTest, ASourcesChangeIsToldToWhomItConcernsAndAnOutputMayBeTakenOutForATime) {
+  const auto camera = fake::camera("Cam", "c");
+  detect({camera});
+  std::pair<int, int> codes, pictures;  // so far, and of late
+  const auto note = [](void* context, int code) { static_cast<std::pair<int, int>*>(context)->second = code; };
+  source().setSourceChangeCallback(note, &codes);
+  source().notifySourceChange(7);
+  source().setSourceChangeCallback(note, nullptr);
+  source().notifySourceChange(8);
+  source().setSourceChangeCallback(nullptr, &codes);
+  source().notifySourceChange(9);
+  EXPECT_EQ(codes.second, 7);
+
+  const auto count = [](void* context, BRV_VideoBuffer*) { ++static_cast<std::pair<int, int>*>(context)->second; };
+  source().setVideoDataArriveCallback(count, &pictures);
+  for (const int expected : {1, 1, 2}) {
+    if (expected == 1 && pictures.second == 1) source().disconnectOutput();
+    if (expected == 2) source().reconnectOutput();
+    start();
+    camera->captureFrame(CMTimeMake(1, 30));
+    source().stopDevice();
+    EXPECT_EQ(pictures.second, expected);
+  }
+}
+
 class FailureTest : public FrameworkTest {
  protected:
   FailureTest() {
@@ -116,7 +141,7 @@ class FailureTest : public FrameworkTest {
 
 TEST_F(FailureTest, WhatKeepsASourceFromDeliveringIsLoggedAndHasAMessage) {
   const auto camera = fake::camera("Cam", "c");
-  const auto provider = fake::install({camera});
+  const auto provider = fake::install({camera, fake::camera("Other", "o")});
   BRV_IntitializeLibrary();
   AV::DeviceManager::instance()->detectDeviceConnect();
   const LogCapture log;

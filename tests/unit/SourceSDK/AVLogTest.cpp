@@ -53,13 +53,16 @@ TEST_F(LogTest, ACallSiteIsHeardAgainAfterFiveSecondsOfQuietOrWithANewRegistrati
 }
 
 TEST_F(LogTest, LongMessagesAreCutBetweenCharacters) {
-  const std::string ascii(509, 'a');
-  // Characters of two, three and four bytes across the limit of 511 bytes, one that ends at it, and plain ones.
-  const char* const cases[][2] = {{"a\xC3\xA9\xC3\xA9", "a"},
-                                  {"a\xE2\x82\xAC", "a"},
-                                  {"\xF0\x9F\x8E\xA5", ""},
-                                  {"\xC3\xA9tail", "\xC3\xA9"},
-                                  {"aaa", "aa"}};
+  const std::string ascii(507, 'a');
+  // Characters of two, three and four bytes across the limit of 511 bytes, some that end at it, and plain ones.
+  const char* const cases[][2] = {{"aaa\xC3\xA9", "aaa"},
+                                  {"aa\xE2\x82\xAC", "aa"},
+                                  {"aaa\xE2\x82\xAC", "aaa"},
+                                  {"a\xF0\x9F\x8E\xA5", "a"},
+                                  {"aa\xC3\xA9tail", "aa\xC3\xA9"},
+                                  {"a\xE2\x82\xACtail", "a\xE2\x82\xAC"},
+                                  {"\xF0\x9F\x8E\xA5tail", "\xF0\x9F\x8E\xA5"},
+                                  {"aaaaa", "aaaa"}};
   for (const auto& [tail, heard] : cases) {
     AV::_aux_log(4, 1, "Cut.cpp", "%s%s", ascii.c_str(), tail);
     EXPECT_EQ(log.lines().back(), "4 " + ascii + heard);

@@ -31,31 +31,68 @@ TEST_F(DetectionTest, DevicesBecomeSourcesAndLinkedOnesJoin) {
   using fake::camcorder, fake::camera, fake::microphone;
   const struct {
     const char* what;
-    Devices devices;
+    Devices devices;  ///< the last of which comes later
     std::vector<std::string> sources;
   } cases[] = {
       {"cameras come first and names are unique",
        {microphone("Mic", "m"), camera("Cam", "c1"), camera("Cam", "c2"), camera("Cam", "c3"), camcorder("Deck", "d1"),
-        camcorder("Deck", "d2")},
+        camcorder("Deck", "d2"), nullptr},
        {"Cam Video: c1, ", "Cam 1 Video: c2, ", "Cam 2 Video: c3, ", "Deck: d1, d1", "Deck 1: d2, d2",
         "Mic Audio: , m"}},
       {"a second linked microphone is refused",
-       {camera("Cam", "c", {"m1", "m2"}), microphone("One", "m1", {"c"}), microphone("Two", "m2", {"c"})},
+       {camera("Cam", "c", {"m1", "m2"}), microphone("One", "m1", {"c"}), microphone("Two", "m2", {"c"}), nullptr},
        {"Cam Video: c, m1"}},
+      {"so is a second linked camera",
+       {camera("Cam", "c1", {"m"}), microphone("Mic", "m", {"c1", "c2"}), camera("Cam", "c2", {"m"})},
+       {"Cam Video: c1, m"}},
+      {"a microphone is heard with every camera that it is linked to",
+       {camera("Cam", "c1", {"m"}), camera("Cam", "c2", {"m"}), microphone("Mic", "m", {"c1", "c2"})},
+       {"Cam Video: c1, m", "Cam 1 Video: c2, m"}},
+      {"and by itself where one of those has no source",
+       {camera("Cam", "c", {"m"}), camera("Intensity Pro", "i", {"m"}), microphone("Mic", "m", {"m", "i", "c"})},
+       {"Cam Video: c, m", "Mic Audio: , m"}},
+      {"links to what has not the other medium make no source",
+       {camera("Cam", "c1", {"c2"}), microphone("Mic", "m1", {"m2"}), camera("Cam", "c2"), microphone("Mic", "m2"),
+        nullptr},
+       {"Cam Video: c2, ", "Mic Audio: , m2"}},
+      {"nor does a link to a camcorder",
+       {camcorder("Deck", "d", {"m"}), microphone("Mic", "m", {"d"}), nullptr},
+       {"Deck: d, d"}},
       {"other plug-ins' devices are left to them",
        {camera("UltraStudio Decklink 4K", "1"), camera("Blackmagic Design", "2"), camera("Intensity Pro", "3"),
         camera("Brevanta Virtual Camera", "4"), camera("AJA Io 4K", "5"), microphone("Brevanta Microphone", "6"),
-        camera("AJAX Camera", "a"), camera("blackmagic", "b")},
+        camera("AJAX Camera", "a"), camera("blackmagic", "b"), nullptr},
        {"AJAX Camera Video: a, ", "blackmagic Video: b, "}},
   };
   for (const auto& each : cases) {
-    detect(each.devices);
+    detect({each.devices.begin(), each.devices.end() - 1});
+    if (each.devices.back()) provider->plug(each.devices.back());
     EXPECT_EQ(sources(), each.sources) << each.what;
     manager->detectDeviceConnect();
     EXPECT_EQ(sources(), each.sources) << "in another pass: " << each.what;
   }
-  const char* const refusal = "3 Already has an Audio Device Associated with it!\n";
-  EXPECT_THAT(log.lines(), ElementsAre(refusal, refusal)) << "once in each pass";
+  const std::string refusals[] = {"3 Already has an Audio Device Associated with it!\n",
+                                  "3 Already has a Video Device Associated with it!\n"};
+  EXPECT_EQ(manager->unofferedDevices().size(), 6U);
+  EXPECT_THAT(log.lines(), ElementsAre(refusals[0], refusals[0], refusals[1], refusals[1])) << "once in each pass";
+}
+
+TEST_F(DetectionTest, TheManagerSpeaksForAllOfItsSources) {
+  detect({fake::camera("Cam", "c", {"m"}), fake::microphone("Mic", "m", {"c"}), fake::microphone("Other", "o")});
+  EXPECT_FALSE(manager->hasDeviceRunning());
+  manager->startAllDevices();
+  source(0).stopDevice();
+  EXPECT_TRUE(manager->hasDeviceRunning());
+  manager->stopAllDevices();
+  EXPECT_FALSE(manager->hasDeviceRunning());
+  for (const auto& [id, index] : {std::pair("c", 0), {"m", 0}, {"o", 1}, {"x", -1}})
+    EXPECT_EQ(manager->getIndexOfDeviceID(id), index) << id;
+
+  manager->PrintDeviceList();
+  EXPECT_THAT(log.lines(),
+              ElementsAre("2 ---------------    Begin Print Device List    ---------------\n",
+                          "4 \tCam Video (AudioID=m, VideoID=c)\n", "4 \tOther Audio (AudioID=o, VideoID=)\n",
+                          "2 ---------------    End Print Device List    ---------------\n"));
 }
 
 TEST_F(DetectionTest, LinkedDevicesMeetInEitherOrderAndTheHostHearsOfEveryChangeOnce) {
@@ -99,12 +136,14 @@ TEST_F(DetectionTest, ADeviceThatCannotBeOpenedIsLoggedOnceAPassAndTriedAgain) {
     manager->detectDeviceConnect();
     EXPECT_EQ(sources(), each.without);
     EXPECT_EQ(manager->getLastErrorMessage(), "Someone else has it.");
+    EXPECT_EQ(manager->unofferedDevices().back().reason, "Someone else has it.");
     lines.insert(lines.end(), 2, each.line);
     EXPECT_EQ(log.lines(), lines);
 
     each.devices.front()->openError.reset();
     manager->detectDeviceConnect();
     EXPECT_EQ(sources(), each.with);
+    EXPECT_THAT(manager->unofferedDevices(), IsEmpty());
   }
 }
 
@@ -210,6 +249,19 @@ TEST_F(DetectionTest, FireWireCamcordersAreMarkedByTheirUnits) {
       EXPECT_EQ(source(i).isHDV(), status == 0 && name.starts_with("HDV")) << name;
     }
   }
+  provider->bus = {0, units};
+  AV::AVCDeviceManager registry;
+  zList<const AVS::AVCDevice*> listed;
+  for (int i = 0; i < 2; ++i) registry.filleDeviceList(listed);
+  std::vector<std::uint64_t> guids, hdv;
+  for (const auto* unit : listed) {
+    guids.push_back(unit->guid);
+    if (registry.isDeviceHDV(unit->guid)) hdv.push_back(unit->guid);
+  }
+  constexpr std::uint64_t Hdv = 0x08004601024a6c51;
+  EXPECT_THAT(guids, ElementsAre(0, 0x11, 0x12, 0x13, Hdv, 0, 0x11, 0x12, 0x13, Hdv));
+  EXPECT_THAT(hdv, ElementsAre(Hdv, Hdv));
+  EXPECT_FALSE(registry.isDeviceHDV(1));
   EXPECT_THAT(log.lines(),
               ElementsAre("3 bvDeviceManager_avs::init_controller() - couldnt create controller 0xe00002bd"));
 }

@@ -29,11 +29,20 @@ class FormatsTest : public SourceTest {
     detect({camera});
     return source();
   }
+  /// What `ask` says and writes.
+  template <typename Ask>
+  static std::string title(Ask ask) {
+    std::string text = "refused";
+    const bool isTold = ask(&text);
+    EXPECT_EQ(isTold, text != "refused");
+    return text;
+  }
   /// The titles of sound formats from index -1 to `last`, and that of the selected one.
   std::vector<std::string> soundTitles(int last) {
     std::vector<std::string> titles;
-    for (int i = -1; i <= last; ++i) source().getSupportedAudioFormatString(i, &titles.emplace_back("refused"));
-    source().getSelectedAudioFormatString(&titles.emplace_back("refused"));
+    for (int i = -1; i <= last; ++i)
+      titles.push_back(title([&](auto* text) { return source().getSupportedAudioFormatString(i, text); }));
+    titles.push_back(title([&](auto* text) { return source().getSelectedAudioFormatString(text); }));
     return titles;
   }
 
@@ -43,13 +52,32 @@ class FormatsTest : public SourceTest {
 
 TEST_F(FormatsTest, TheAutomaticChoiceIsTheFirstLargestUpToFullHD) {
   const auto f = fake::videoFormat;
-  const std::pair<int, std::vector<hardware::VideoFormat>> cases[] = {
-      {1, {f(1280, 720), f(1920, 1080), f(2048, 1080), f(0, 0), f(1920, 1080)}},
-      {0, {f(3840, 2160), f(4096, 2160)}},
-      {1, {f(0, 0), f(16, 16)}},
-      {0, {}}};
-  for (const auto& [best, formats] : cases) {
-    EXPECT_EQ(cameraWith(formats).getBestSupportedVideoFormatIndex(), best);
+  const struct {
+    std::vector<hardware::VideoFormat> formats;
+    int best;
+    std::string title;
+    std::vector<int> tooLarge;
+  } cases[] = {{{f(1280, 720), f(1920, 1080), f(2048, 1080), f(0, 0), f(1920, 1080)}, 1, "1920 x 1080", {2}},
+               {{f(3840, 2160), f(4096, 2160)}, 0, "3840 x 2160", {0, 1}},
+               {{f(0, 1), f(1, 1)}, 1, "1 x 1", {}},
+               {{f(1, 0), f(0, 1)}, 0, "Cam Video - av_source_no_video_format_name", {}},
+               {{}, 0, "refused", {}}};
+  for (const auto& each : cases) {
+    const AV::Device& device = cameraWith(each.formats);
+    EXPECT_EQ(device.getBestSupportedVideoFormatIndex(), each.best);
+    EXPECT_EQ(title([&](auto* text) { return device.getBestSupportedVideoFormatString(text); }), each.title);
+    std::vector<int> tooLarge;
+    const int count = device.supportedVideoFormatListCount();
+    for (int i = -1; i <= count; ++i) {
+      if (device.isVideoFormatPotentiallyTooLarge(i)) tooLarge.push_back(i);
+    }
+    EXPECT_EQ(tooLarge, each.tooLarge);
+    const auto first = each.formats.empty() ? f(0, 0) : each.formats[0];
+    EXPECT_EQ(std::pair(device.getDeviceWidth(), device.getDeviceHeight()), std::pair(first.width, first.height));
+    const bool isNamed = first.width > 0 && first.height > 0;
+    EXPECT_EQ(title([&](auto* text) { return device.getSelectedVideoFormatString(text); }),
+              isNamed ? std::to_string(first.width) + " x " + std::to_string(first.height) : "refused");
+    EXPECT_EQ(device.getSelectedVideoFormatIndex(), isNamed ? 0 : -1);
   }
 }
 
@@ -80,6 +108,10 @@ TEST_F(FormatsTest, AFrameRateIsAppliedAtTheRangesHighestAndComparedByValue) {
 
   EXPECT_EQ(CMTimeCompare(camera->selectedFrameDuration, CMTimeMake(1, 30)), 0);
   EXPECT_EQ(device.getSelectedVideoFPSIndex(), 1) << "the first range of the same value";
+  for (const int none : {-1, 3}) {
+    EXPECT_FALSE(device.setVideoFPSIndex(none));
+    EXPECT_EQ(device.getSupportedVideoFPSTitle(none) + std::to_string(device.getSupportedVideoFPS(none)), "0.000000");
+  }
 }
 
 TEST_F(FormatsTest, FrameDurationIsCountedInTheTimescaleOfTheSamplesAndANewOneIsMarked) {

@@ -35,4 +35,44 @@ TEST(RecordTest, TextsAreReadAsIntegersWhereTheyAreOneAndIntegersAsTexts) {
   EXPECT_STREQ(record.AsCString("high", "no room", nullptr), "no room");
 }
 
+TEST(RecordTest, ChildrenAreOrderedAndTakenOnceAndTreesAreEqualWhereAllOfThemIs) {
+  const auto fill = [](zRecord& root, const char* name = "", const char* value = "") {
+    for (const auto& [child, position] : {std::pair("c", zRecord::AtEnd), {"a", -1}, {"b", 1}, {"d", 3}}) {
+      auto* const made = new zRecord(child);
+      made->SetCString("value", child == std::string_view(name) ? value : child, 0);
+      EXPECT_TRUE(root.AddChild(made, position));
+    }
+    return root.Child(0);
+  };
+  zRecord root, same;
+  fill(root);
+  auto* const below = new zRecord("e");
+  EXPECT_TRUE(const_cast<zRecord*>(fill(same))->AddChild(below, 0));
+  EXPECT_FALSE(root == same);
+  for (zRecord* const refused : {static_cast<zRecord*>(nullptr), below, &same})
+    EXPECT_FALSE(below->AddChild(refused, 0));
+  zRecord lone;
+  EXPECT_FALSE(lone.AddChild(&lone, 0));
+  std::string names;
+  for (unsigned i = 0; i < root.ChildCount(); ++i) names += root.Child(i)->Name();
+  EXPECT_EQ(names, "abcd");
+  EXPECT_EQ(root.Child(4), nullptr);
+
+  zRecord deep;  // which goes without a stack of its own
+  for (auto [outer, i] = std::pair(&deep, 0); i < 300'000; ++i) {
+    auto* const inner = new zRecord;
+    outer->AddChild(inner, 0);
+    outer = inner;
+  }
+  same.MakeEmpty();
+  EXPECT_TRUE(same == zRecord());
+  fill(same);
+  EXPECT_TRUE(root == same);
+  for (const char* const name : {"a", "b", "d"}) {
+    zRecord other;
+    fill(other, name, "else");
+    EXPECT_FALSE(root == other) << name;
+  }
+}
+
 }  // namespace

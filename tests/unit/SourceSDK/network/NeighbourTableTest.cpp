@@ -7,6 +7,7 @@
 #include <linux/neighbour.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
+#include <runtime/Scheduler.h>
 
 #include <string>
 #include <vector>
@@ -28,18 +29,24 @@ std::string message(std::uint16_t type, const std::string& payload, std::uint32_
   return bytesOf(nlmsghdr{length, type, NLM_F_MULTI, sequence, 0}) + payload;
 }
 
-/// An entry for 10.1.1.1 and a hardware address, which is filled up to the kernel's alignment.
-std::string neighbour(std::string address, std::uint16_t state = NUD_REACHABLE, std::uint8_t family = AF_INET) {
-  const rtattr header{static_cast<unsigned short>(sizeof(rtattr) + address.size()), NDA_LLADDR};
-  address.resize(RTA_ALIGN(address.size()));
+std::string attribute(std::uint16_t type, std::string value) {
+  const rtattr header{static_cast<unsigned short>(sizeof(rtattr) + value.size()), type};
+  value.resize(RTA_ALIGN(value.size()));
+  return bytesOf(header) + value;
+}
+
+/// An entry for 10.1.1.1 and a hardware address.
+std::string neighbour(const std::string& address, std::uint16_t state = NUD_REACHABLE, std::uint8_t family = AF_INET) {
   ndmsg entry{};
   entry.ndm_family = family;
   entry.ndm_state = state;
-  return message(RTM_NEWNEIGH, bytesOf(entry) + bytesOf(rtattr{8, NDA_DST}) + "\12\1\1\1" + bytesOf(header) + address);
+  return message(RTM_NEWNEIGH, bytesOf(entry) + attribute(NDA_DST, "\12\1\1\1") + attribute(NDA_DST, "short") +
+                                   attribute(NDA_LLADDR, address) + attribute(NDA_PROBES, "many"));
 }
 
 TEST(NeighbourTableTest, MessagesAreReadUntilTheEndAndBrokenOnesEndTheAnswer) {
-  const std::string six = "\1\2\3\4\5\6", good = neighbour(six), done = message(NLMSG_DONE, bytesOf(0));
+  const std::string six = "\1\2\3\4\5\6", good = neighbour(six), done = message(NLMSG_DONE, bytesOf(0)),
+                    interrupted = bytesOf(nlmsghdr{sizeof(nlmsghdr), NLMSG_NOOP, NLM_F_DUMP_INTR, Sequence, 0});
   const struct {
     const char* what;
     std::string datagram;
@@ -48,10 +55,15 @@ TEST(NeighbourTableTest, MessagesAreReadUntilTheEndAndBrokenOnesEndTheAnswer) {
   } cases[] = {
       {"one part of several", good + good, State::Expected, 2},
       {"the last part", good + done + good, State::Complete, 1},
+      {"an interruption", interrupted + good, State::Expected, 1},
       {"a short address", neighbour("\1\2\3\4\5"), State::Expected, 0},
       {"a multicast group", neighbour(six, NUD_NOARP), State::Expected, 0},
       {"IPv6", neighbour(six, NUD_REACHABLE, AF_INET6), State::Expected, 0},
       {"another's answer", message(NLMSG_ERROR, bytesOf(-1), Sequence - 1) + good, State::Expected, 1},
+      {"an error of 0", message(NLMSG_ERROR, bytesOf(0)) + good, State::Expected, 1},
+      {"an overrun", message(NLMSG_OVERRUN, "") + good, State::Failed, 0},
+      {"another kind", message(RTM_DELNEIGH, good), State::Expected, 0},
+      {"half an entry", message(RTM_NEWNEIGH, "half"), State::Failed, 0},
       {"an error", good + message(NLMSG_ERROR, bytesOf(-EPERM)) + good, State::Failed, 1},
       {"an end in error", message(NLMSG_DONE, bytesOf(-EINTR)), State::Failed, 0},
       {"half a message", good + good.substr(0, good.size() - 4), State::Failed, 1},
@@ -65,6 +77,9 @@ TEST(NeighbourTableTest, MessagesAreReadUntilTheEndAndBrokenOnesEndTheAnswer) {
     CSDK::addDatagram(std::as_bytes(std::span(copy)), Sequence, answer);
     EXPECT_EQ(answer.state, each.state) << each.what;
     EXPECT_EQ(answer.neighbours.size(), each.neighbours) << each.what;
+    EXPECT_EQ(answer.isInterrupted, each.datagram.starts_with(interrupted));
+    for (const CSDK::Neighbour& found : answer.neighbours)
+      EXPECT_EQ(CSDK::hardwareAddressIn({&found, 1}, "10.1.1.1"), "1:2:3:4:5:6") << each.what;
   }
 }
 
@@ -80,13 +95,37 @@ TEST(NeighbourTableTest, AnAddressIsFoundInItAndThatOfAnyoneIsTheFirst) {
   }
 }
 
+/// By which every wait is over before it begins.
+class HastyClock final : public runtime::Scheduler {
+ public:
+  HastyClock() { install(this); }
+  ~HastyClock() override { install(nullptr); }
+  runtime::Nanoseconds now() override { return _now += 3600 * runtime::NanosecondsPerSecond; }
+  void sleepUntil(runtime::Nanoseconds) override {}
+  std::unique_ptr<runtime::Lane> makeLane(std::string_view, runtime::LaneClient&) override { return nullptr; }
+  bool wait(runtime::Event&, runtime::Nanoseconds) override { return false; }
+  bool isMainThread() override { return true; }
+
+ private:
+  runtime::Nanoseconds _now = 0;
+};
+
 TEST(NeighbourTableTest, TheSystemsTableIsReadAndATextBeforeStaysWhereNothingIsFound) {
-  ASSERT_TRUE(CSDK::readNeighbourTable().has_value());
+  const auto table = CSDK::readNeighbourTable();
+  ASSERT_TRUE(table.has_value());
   std::string text;
   EXPECT_FALSE(CSDK::ipAddressToMacAdress("127.0.0.1", text));
+  EXPECT_EQ(CSDK::ipAddressToMacAdress("0.0.0.0", text), !table->empty());
+  EXPECT_EQ(text, CSDK::hardwareAddressIn(*table, "0.0.0.0"));
+  EXPECT_EQ(CSDK::getMacAddress("rtsp://0.0.0.0/live"), text);
   text = "2:0:0:0:0:ff";
-  EXPECT_TRUE(CSDK::ipAddressToMacAdress("127.0.0.1", text) && text == "2:0:0:0:0:ff");
+  for (const std::string& address : {std::string("127.0.0.1"), std::string("0.0.0.0\0.1", 9)})
+    EXPECT_TRUE(CSDK::ipAddressToMacAdress(address, text) && text == "2:0:0:0:0:ff");
   EXPECT_EQ(CSDK::getMacAddress("rtsp://127.0.0.1/live") + CSDK::getMacAddress("127.0.0.1"), "");
+
+  const HastyClock clock;
+  EXPECT_FALSE(CSDK::readNeighbourTable().has_value());
+  EXPECT_FALSE(CSDK::ipAddressToMacAdress("0.0.0.0", text));
 }
 
 }  // namespace
