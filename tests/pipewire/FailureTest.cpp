@@ -1,4 +1,6 @@
 #include <filesystem>
+#include <fstream>
+#include <string>
 
 #include "PipeWireTest.h"
 #include "support/OpenDescriptors.h"
@@ -12,6 +14,14 @@ class FailureTest : public PipeWireTest {};
 
 std::ptrdiff_t threads() {
   return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+}
+
+/// Memory that this process shares with others, in pieces.
+std::ptrdiff_t sharedMemory() {
+  std::ifstream maps("/proc/self/maps");
+  std::ptrdiff_t count = 0;
+  for (std::string line; std::getline(maps, line);) count += line.find("s ") != std::string::npos;
+  return count;
 }
 
 TEST_F(FailureTest, TheReasonIsReportedAndCaptureResumesOnceItHasGone) {
@@ -79,7 +89,7 @@ TEST_F(FailureTest, AHostThatRegistersAgainHasPicturesAfterTheServerCrashed) {
 // The server makes these devices: what is counted is the host's alone.
 TEST_F(FailureTest, PlugsAndPullsLeaveNothing) {
   Host host;
-  std::ptrdiff_t descriptorsBefore = 0, threadsBefore = 0;
+  std::ptrdiff_t descriptorsBefore = 0, threadsBefore = 0, memoryBefore = 0;
   std::int64_t objectsBefore = 0;
   const int times = timesOf("PIPEWIRE_PLUGS", 12);
   for (int i = 0; i <= times; ++i) {
@@ -96,9 +106,11 @@ TEST_F(FailureTest, PlugsAndPullsLeaveNothing) {
     }
     ASSERT_TRUE(hasSources(host, {}));
     if (i > 0) continue;
-    descriptorsBefore = openDescriptors(), threadsBefore = threads(), objectsBefore = NSObject::liveObjectCount();
+    memoryBefore = sharedMemory(), descriptorsBefore = openDescriptors(), threadsBefore = threads(),
+    objectsBefore = NSObject::liveObjectCount();
   }
   EXPECT_TRUE(until([&] { return openDescriptors() <= descriptorsBefore; }, 5)) << openDescriptors();
+  EXPECT_TRUE(until([&] { return sharedMemory() <= memoryBefore; }, 5)) << sharedMemory();
   EXPECT_TRUE(until([&] { return threads() <= threadsBefore; }, 5)) << threads();
   // The source that went last may still be there, of some thirty objects.
   EXPECT_LT(NSObject::liveObjectCount(), objectsBefore + 40);

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -50,6 +51,50 @@ TEST_F(CMBlockBufferTest, MemoryIsGivenBackOnceAndNotReadPastItsEnd) {
   EXPECT_EQ(CMBlockBufferCopyDataBytes(made, 2, SIZE_MAX, bytes), kCMBlockBufferBadLengthParameterErr);
   block = {};
   EXPECT_EQ(freedBytes, 107u);
+}
+
+TEST_F(CMBlockBufferTest, SoundIsCopiedWhereItsPlanesAreNotInOnePieceOrNotAlignedAsAsked) {
+  constexpr auto aligned = kCMSampleBufferFlag_AudioBufferList_Assure16ByteAlignment;
+  const struct {
+    UInt32 planes;
+    std::vector<std::size_t> pieces;
+    uint32_t flags;
+    bool isCopied;
+  } cases[] = {{1, {32}, aligned, false}, {1, {24}, aligned, false}, {2, {32}, aligned, false},
+               {2, {48}, aligned, true},  {2, {48}, 0, false},       {2, {24, 24}, 0, true},
+               {3, {24, 24}, 0, true}};
+  for (const auto& [planes, sizes, flags, isCopied] : cases) {
+    std::vector<std::vector<std::uint8_t>> pieces;
+    std::uint8_t next = 0;
+    for (const std::size_t size : sizes)
+      for (auto& byte : pieces.emplace_back(size)) byte = next++;
+    const AudioFormatFlags kind = planes > 1 ? kAudioFormatFlagIsNonInterleaved : 0;
+    const AudioStreamBasicDescription stream{48000, kAudioFormatLinearPCM, kind, 1, 1, 1, planes, 8, 0};
+    const auto sample = samples::sound(stream, kCMTimeZero, pieces, next / planes);
+    struct {
+      AudioBufferList list;
+      AudioBuffer more[2];
+    } buffers;
+    CMBlockBufferRef made = nullptr;
+    std::size_t needed = 0;
+    const auto get = [&](std::size_t size) {
+      return CMSampleBufferGetAudioBufferListWithRetainedBlockBuffer(sample.get(), &needed, &buffers.list, size,
+                                                                     nullptr, nullptr, flags, &made);
+    };
+    EXPECT_EQ(get(sizeof(AudioBufferList) + (planes - 1) * sizeof(AudioBuffer) - 1),
+              kCMSampleBufferError_ArrayTooSmall);
+    ASSERT_EQ(get(needed), noErr);
+    const auto block = CFRef<CMBlockBufferRef>::adopt(made);
+    EXPECT_EQ(made != CMSampleBufferGetDataBuffer(sample.get()), isCopied);
+    EXPECT_EQ(buffers.list.mNumberBuffers, planes);
+    for (UInt32 plane = 0; plane < planes; ++plane) {
+      const AudioBuffer& buffer = (&buffers.list.mBuffers[0])[plane];
+      EXPECT_EQ(buffer.mDataByteSize, next / planes);
+      EXPECT_TRUE(flags == 0 || reinterpret_cast<std::uintptr_t>(buffer.mData) % 16 == 0);
+      for (UInt32 i = 0; i < buffer.mDataByteSize; ++i)
+        EXPECT_EQ(static_cast<std::uint8_t*>(buffer.mData)[i], plane * buffer.mDataByteSize + i);
+    }
+  }
 }
 
 TEST_F(CVPixelBufferTest, RowsAreAlignedAndWritableToTheirLastByte) {
