@@ -6,6 +6,7 @@
 #include <support/FrameworkTest.h>
 #include <support/Samples.h>
 
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -71,28 +72,25 @@ TEST_F(CMBlockBufferTest, SoundIsCopiedWhereItsPlanesAreNotInOnePieceOrNotAligne
     const AudioFormatFlags kind = planes > 1 ? kAudioFormatFlagIsNonInterleaved : 0;
     const AudioStreamBasicDescription stream{48000, kAudioFormatLinearPCM, kind, 1, 1, 1, planes, 8, 0};
     const auto sample = samples::sound(stream, kCMTimeZero, pieces, next / planes);
-    struct {
-      AudioBufferList list;
-      AudioBuffer more[2];
-    } buffers;
+    std::array<std::uint64_t, 16> memory;
+    auto* const list = reinterpret_cast<AudioBufferList*>(memory.data());
     CMBlockBufferRef made = nullptr;
     std::size_t needed = 0;
     const auto get = [&](std::size_t size) {
-      return CMSampleBufferGetAudioBufferListWithRetainedBlockBuffer(sample.get(), &needed, &buffers.list, size,
-                                                                     nullptr, nullptr, flags, &made);
+      return CMSampleBufferGetAudioBufferListWithRetainedBlockBuffer(sample.get(), &needed, list, size, nullptr,
+                                                                     nullptr, flags, &made);
     };
-    EXPECT_EQ(get(sizeof(AudioBufferList) + (planes - 1) * sizeof(AudioBuffer) - 1),
-              kCMSampleBufferError_ArrayTooSmall);
+    EXPECT_EQ(get(7 + planes * sizeof(AudioBuffer)), kCMSampleBufferError_ArrayTooSmall);
     ASSERT_EQ(get(needed), noErr);
     const auto block = CFRef<CMBlockBufferRef>::adopt(made);
     EXPECT_EQ(made != CMSampleBufferGetDataBuffer(sample.get()), isCopied);
-    EXPECT_EQ(buffers.list.mNumberBuffers, planes);
-    for (UInt32 plane = 0; plane < planes; ++plane) {
-      const AudioBuffer& buffer = (&buffers.list.mBuffers[0])[plane];
-      EXPECT_EQ(buffer.mDataByteSize, next / planes);
-      EXPECT_TRUE(flags == 0 || reinterpret_cast<std::uintptr_t>(buffer.mData) % 16 == 0);
-      for (UInt32 i = 0; i < buffer.mDataByteSize; ++i)
-        EXPECT_EQ(static_cast<std::uint8_t*>(buffer.mData)[i], plane * buffer.mDataByteSize + i);
+    EXPECT_EQ(list->mNumberBuffers, planes);
+    const AudioBuffer* const buffers = list->mBuffers;
+    for (UInt32 i = 0; i < next; ++i) {
+      const auto& [channels, size, data] = buffers[i * planes / next];
+      EXPECT_EQ(size, next / planes);
+      EXPECT_TRUE(flags == 0 || reinterpret_cast<std::uintptr_t>(data) % 16 == 0);
+      EXPECT_EQ(static_cast<std::uint8_t*>(data)[i % size], i);
     }
   }
 }
