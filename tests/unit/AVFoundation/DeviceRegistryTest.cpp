@@ -13,9 +13,16 @@ using DeviceRegistryTest = FrameworkTest;
 TEST_F(DeviceRegistryTest, ADeviceThatOneThreadConfiguresComesBackAsTheSameObjectWithItsSettings) {
   auto camera = fake::camera("Cam", "c");
   camera->described.videoFormats.push_back(fake::videoFormat(128, 96));
+  camera->described.videoFormats[1].presentationWidth = 171;
+  camera->described.videoFormats[1].presentationHeight = 97;
+  camera->described.initialVideoFormat = 2;  // of none
   auto second = std::make_shared<fake::Device>(camera->described);
   auto provider = fake::install({camera, fake::microphone("Mic", "m")});
   const auto device = AVCaptureDevice::devices().front();
+  EXPECT_EQ(device->activeFormat(), device->formats()[0]);
+  const auto shown =
+      CMVideoFormatDescriptionGetPresentationDimensions(device->formats()[1]->formatDescription(), true, true);
+  EXPECT_TRUE(shown.width == 171 && shown.height == 97);
   Ref<NSError> error;
   for (int i = 0; i < 2; ++i) ASSERT_TRUE(device->lockForConfiguration(nullptr));
   device->unlockForConfiguration();

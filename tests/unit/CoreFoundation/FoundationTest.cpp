@@ -1,6 +1,7 @@
-// Numbers in texts, and queues.
+// Texts, numbers in them, and queues.
 
 #include <CoreFoundation/CFRef.h>
+#include <CoreFoundation/CFString.h>
 #include <Foundation/NSScanner.h>
 #include <dispatch/dispatch.h>
 #include <gtest/gtest.h>
@@ -35,6 +36,11 @@ TEST(NSScannerTest, ReadsHexadecimalDigitsAsFarAsTheyGo) {
   }
   for (const char next : std::string("/:@G`g"))  // what lies beside the digits
     EXPECT_FALSE(NSScanner::scannerWithString({next}).scanHexLongLong(nullptr)) << next;
+}
+
+TEST(CFStringTest, ItsLengthIsInUnitsOfUTF16) {
+  const auto text = CFRef<CFStringRef>::adopt(CFStringCreateWithCString(nullptr, "aé€😀", kCFStringEncodingUTF8));
+  EXPECT_EQ(CFStringGetLength(text.get()), 5);
 }
 
 TEST(DispatchTest, AQueueDoesWhatItIsGivenInOrderAndWithoutAnyoneWaiting) {

@@ -113,7 +113,7 @@ TEST(RigParserTest, PropertiesReachTheRig) {
   const Rig rig = rigs::parsed(
       "\xEF\xBB\xBF# A rig\r\n[device]\r\nid = cam\r\nname = Caméra = 1\r\nmedia = video, muxed\r\n"
       "video format = 640x480 2vuy, rates 15-30 59.94\r\n"
-      "video format = 0x0 mp2t, delivers 720x576, rates 25, name \"PAL, wide\", active\r\n"
+      "video format = 0x0 mp2t, delivers 720x576, rates 25, presentation 7x5, name \"PAL, wide\", active\r\n"
       "audio format = 48000 Hz, 24-bit integer, 6 channels, big endian, planar, non-mixable, layout 5.1\r\n"
       "audio format = 44100 Hz, 8-bit unsigned, mono, active\r\n"
       "video timescale = 600\r\naudio timescale = 90000\r\nclock jitter = 1.5 ms\r\nlinks = mic\r\n"
@@ -123,6 +123,7 @@ TEST(RigParserTest, PropertiesReachTheRig) {
   const RigDevice& device = rig.devices.at(0);
   const DeviceDescription& described = device.description;
   EXPECT_TRUE(described.name == "Caméra = 1" && described.videoFormats.at(1).name == "PAL, wide");
+  EXPECT_TRUE(described.videoFormats[1].presentationWidth == 7 && described.videoFormats[1].presentationHeight == 5);
   EXPECT_TRUE(described.videoFormats[1].width == 0 && device.pictures[1].height == 576);
   EXPECT_TRUE(described.initialVideoFormat == 1 && described.initialAudioFormat == 1);
   EXPECT_EQ(described.audioFormats.at(0).stream.mFormatFlags,

@@ -78,7 +78,7 @@ TEST_F(SimulatedDeviceTest, FaultsStrikeWhenTheRigSaysSo) {
       {"lost frame, every 4", "...l...l.."},      {"lost frame, at 0.45 s", ".....l...."},
       {"no image, at frame 3", "...n......"},     {"invalid time, every 3", "..i..i..i."},
       {"timescale 600, at 0.45 s", ".....ttttt"}, {"timescale 600, every 2", "..tt..tt.."},
-      {"undecodable, at frame 3", "...u......"},
+      {"undecodable, at frame 3", "...u......"},  {"timescale 600, at frame 3", "...ttttttt"},
   };
   for (const auto& [fault, expected] : cases) {
     RecordingSink faulty;
