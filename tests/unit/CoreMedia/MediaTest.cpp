@@ -76,7 +76,7 @@ TEST_F(CMBlockBufferTest, SoundIsCopiedWhereItsPlanesAreNotInOnePieceOrNotAligne
     auto* const list = reinterpret_cast<AudioBufferList*>(memory.data());
     CMBlockBufferRef made = nullptr;
     std::size_t needed = 0;
-    const auto get = [&](std::size_t size) {
+    const auto get = [&, flags = flags](std::size_t size) {
       return CMSampleBufferGetAudioBufferListWithRetainedBlockBuffer(sample.get(), &needed, list, size, nullptr,
                                                                      nullptr, flags, &made);
     };
