@@ -61,8 +61,8 @@ struct Fault {
 /// A time in which a running device cannot go on: it says why, and sends nothing.
 struct RunningFailure {
   std::string reason;
-  double from = 0;  ///< seconds since the start
-  double duration = 0;
+  double from;  ///< seconds since the start
+  double duration;
 };
 
 /// What the pictures of a video format are really like, beyond what the format tells of itself.

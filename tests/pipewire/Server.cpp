@@ -36,6 +36,10 @@ Process::~Process() {
   waitpid(_id, nullptr, 0);
 }
 
+void Process::freeze() const {
+  ::kill(_id, SIGSTOP);
+}
+
 const TemporaryFolder& Server::folder() {
   static const TemporaryFolder folder;
   return folder;

@@ -23,6 +23,7 @@ class Process {
   explicit Process(const std::vector<std::string>& command);
   /// Kills it.
   ~Process();
+  void freeze() const;
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
 
@@ -40,6 +41,8 @@ class Server {
   void start();
   /// At once, as if it had crashed.
   void kill();
+  /// From now on the daemon answers nobody, until it is killed.
+  void freeze() { _daemon->freeze(); }
 
   /// A file of the tests' folder.
   static std::string file(const std::string& name) { return folder().file(name); }

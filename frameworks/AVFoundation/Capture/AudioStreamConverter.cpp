@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -30,11 +31,13 @@ bool isPlanar(const AudioStreamBasicDescription& stream) {
 
 constexpr std::size_t MostPlanes = 8;
 
-/// A buffer list with room for every plane.
+/// An AudioBufferList with room for every plane. Its own array has one element, on which the compiler may rely where it
+/// sees the whole list.
 struct PlaneList {
-  AudioBufferList list;
-  std::array<AudioBuffer, MostPlanes - 1> more;
+  UInt32 count;
+  std::array<AudioBuffer, MostPlanes> buffers;
 };
+static_assert(offsetof(PlaneList, buffers) == offsetof(AudioBufferList, mBuffers));
 
 /// The memory of one sample's sound, recycled: with the block buffer that is made of it, or here.
 class SoundMemory {
@@ -112,17 +115,17 @@ SampleFate AudioStreamConverter::fill(const hardware::AudioChunk& chunk, Capture
   SoundMemory memory(planeCapacity * planes);
   if (!memory.bytes()) return SampleFate::noBuffer;
 
-  PlaneList output{};
-  output.list.mNumberBuffers = planes;
+  PlaneList output{planes, {}};
   for (UInt32 plane = 0; plane < planes; ++plane) {
-    output.list.mBuffers[plane] = {isPlanar(_destination) ? 1 : _destination.mChannelsPerFrame,
-                                   static_cast<UInt32>(planeCapacity), memory.bytes() + plane * planeCapacity};
+    output.buffers[plane] = {isPlanar(_destination) ? 1 : _destination.mChannelsPerFrame,
+                             static_cast<UInt32>(planeCapacity), memory.bytes() + plane * planeCapacity};
   }
 
   _input = &chunk;
   UInt32 produced = capacity;
-  const OSStatus status = AudioConverterFillComplexBuffer(_converter, &AudioStreamConverter::supplyInput, this,
-                                                          &produced, &output.list, nullptr);
+  const OSStatus status =
+      AudioConverterFillComplexBuffer(_converter, &AudioStreamConverter::supplyInput, this, &produced,
+                                      reinterpret_cast<AudioBufferList*>(&output), nullptr);
   _input = nullptr;
   if (status != noErr && status != NoInputYet) return SampleFate::notConverted;
 

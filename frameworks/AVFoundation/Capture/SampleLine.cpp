@@ -67,9 +67,8 @@ void SampleLine::setDelegate(AVCaptureDataOutputSampleBufferDelegate* delegate, 
   }
   waitFor(former);
   waitFor(_formerQueue);
-  if (!delegate || !queue) return;
   std::lock_guard lock(_lock);
-  _delegate = delegate;
+  if (queue) _delegate = delegate;
   _queue = CFRef<dispatch_queue_t>::retain(queue);
 }
 

@@ -29,8 +29,8 @@ struct RateRatio {
 
 /// Where an output lies: its filter covers the input frames from `frame` on, shifted by phase/ratio.up of a frame.
 struct OutputPlace {
-  size_t frame = 0;
-  uint64_t phase = 0;
+  size_t frame;
+  uint64_t phase;
 
   OutputPlace next(const RateRatio& ratio) const noexcept;
 };

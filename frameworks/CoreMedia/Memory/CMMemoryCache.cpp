@@ -59,19 +59,9 @@ class Shelf {
     return false;
   }
 
-  /// Fills the shelf at the first call, and says whether this was it. At any later moment more samples than ever may be
-  /// on their way, and that is no time to ask the system for memory.
-  bool stockUp(std::size_t blockSize) noexcept {
-    if (_isStocked.exchange(true, std::memory_order_relaxed)) return false;
-    for (std::size_t i = 0; i < PlacesPerShelf; ++i) {
-      void* const memory = std::malloc(blockSize);
-      if (!memory) break;
-      if (put(memory)) continue;
-      std::free(memory);
-      break;
-    }
-    return true;
-  }
+  /// Whether the shelf is to be filled, which is so once. At any later moment more samples than ever may be on their
+  /// way, and that is no time to ask the system for memory.
+  bool awaitsStock() noexcept { return !_isStocked.exchange(true, std::memory_order_relaxed); }
 
  private:
   std::array<std::atomic<void*>, PlacesPerShelf> _places{};
@@ -97,8 +87,8 @@ void* allocate(std::size_t size) noexcept {
   const std::size_t blockSize = SmallestBlock << index;
   Shelf& shelf = shelves[index];
   if (void* memory = shelf.take()) return memory;
-  if (blockSize <= LargestStockedBlock && shelf.stockUp(blockSize)) {
-    if (void* memory = shelf.take()) return memory;
+  if (blockSize <= LargestStockedBlock && shelf.awaitsStock()) {
+    for (std::size_t i = 0; i < PlacesPerShelf; ++i) CMMemoryCache::free(std::malloc(blockSize), blockSize);
   }
   return std::malloc(blockSize);
 }

@@ -161,7 +161,6 @@ void Capture::closeStream() {
   if (_node) _node->watch(nullptr);
   if (!_stream) return;
   pw_stream_destroy(std::exchange(_stream, nullptr));  // with its listeners, which hear of the buffers that go
-  _handler->detach();
 }
 
 void Capture::linkChanged(const NodeWatch::State& state) {

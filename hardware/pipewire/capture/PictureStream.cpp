@@ -80,10 +80,6 @@ void PictureStream::attach(pw_stream* stream) {
   pw_stream_add_listener(_stream, &_listener, &events, this);
 }
 
-void PictureStream::detach() {
-  _stream = nullptr;
-}
-
 runtime::Nanoseconds PictureStream::longestSilence() const {
   if (!CMTIME_IS_NUMERIC(_format.frameDuration)) return runtime::Never;
   constexpr runtime::Nanoseconds usual = 800'000'000;
@@ -140,7 +136,7 @@ void PictureStream::deliver(const spa_buffer& buffer) {
   if (!_admission.admits()) return;
 
   const CMTime time = timeOf(stamp.time, _timescale);
-  const PackedPicture picture = pictureIn(buffer);
+  const PackedPicture picture = pictureIn(buffer, _format);
   const bool isCorrupted = header && (header->flags & SPA_META_HEADER_FLAG_CORRUPTED);
   if (isCorrupted || picture.planeCount == 0) return _sink.videoFrameLost(time, _duration);
   const BufferReading reading(buffer);
@@ -153,13 +149,12 @@ void PictureStream::deliver(const spa_buffer& buffer) {
   _sink.videoFrameCaptured(frame);
 }
 
-/// No planes where the buffer holds no whole picture.
-PackedPicture PictureStream::pictureIn(const spa_buffer& buffer) const {
+PackedPicture PictureStream::pictureIn(const spa_buffer& buffer, const NegotiatedPicture& format) {
   PackedPicture picture;
-  picture.packing = _format.packing;
-  picture.width = _format.width;
-  picture.height = _format.height;
-  picture.color = _format.color.value_or(VideoColor());
+  picture.packing = format.packing;
+  picture.width = format.width;
+  picture.height = format.height;
+  picture.color = format.color.value_or(VideoColor());
   const std::size_t count = std::min<std::size_t>(buffer.n_datas, picture.planes.size());
   for (std::size_t i = 0; i < count; ++i) {
     const spa_data& part = buffer.datas[i];

@@ -25,14 +25,15 @@ class PictureStream final : public StreamHandler {
   pw_stream_flags flags() const override;
   std::vector<const spa_pod*> request(spa_pod_builder& builder) const override;
   void attach(pw_stream* stream) override;
-  void detach() override;
   runtime::Nanoseconds longestSilence() const override;
+
+  /// What a buffer holds; without planes where that is no whole picture.
+  static PackedPicture pictureIn(const spa_buffer& buffer, const NegotiatedPicture& format);
 
  private:
   void negotiated(const spa_pod* format);
   void process();
   void deliver(const spa_buffer& buffer);
-  PackedPicture pictureIn(const spa_buffer& buffer) const;
 
   Sink& _sink;
   Admission& _admission;

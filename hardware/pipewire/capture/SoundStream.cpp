@@ -67,11 +67,6 @@ void SoundStream::attach(pw_stream* stream) {
   pw_stream_add_listener(_stream, &_listener, &events, this);
 }
 
-void SoundStream::detach() {
-  _stream = nullptr;
-  _ring.reset();
-}
-
 // On the data thread.
 void SoundStream::process() {
   pw_buffer* const buffer = pw_stream_dequeue_buffer(_stream);
@@ -105,7 +100,7 @@ void SoundStream::keep(const spa_data& memory, const pw_time& time) {
 
 void SoundStream::deliver() {
   ChunkRing::Chunk chunk;
-  while (_ring && _admission.admits() && _ring->beginRead(chunk)) {
+  while (_admission.admits() && _ring->beginRead(chunk)) {
     _admission.noteSample(runtime::Scheduler::current().now());
     const AudioStreamBasicDescription& stream = _format.format.stream;
     AudioBufferList list{};

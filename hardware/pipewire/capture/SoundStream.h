@@ -28,7 +28,6 @@ class SoundStream final : public StreamHandler {
   pw_stream_flags flags() const override;
   std::vector<const spa_pod*> request(spa_pod_builder& builder) const override;
   void attach(pw_stream* stream) override;
-  void detach() override;
   runtime::Nanoseconds longestSilence() const override { return 800'000'000; }
 
  private:

@@ -19,7 +19,7 @@ CMTime timeOf(Nanoseconds time, std::int32_t timescale) {
 }
 
 std::int32_t videoTimescale(CMTime frameDuration) {
-  const bool isKnown = CMTIME_IS_NUMERIC(frameDuration) && frameDuration.value > 0 && frameDuration.timescale > 0;
+  const bool isKnown = CMTIME_IS_NUMERIC(frameDuration) && frameDuration.timescale > 0;
   if (!isKnown) return LeastTimescale;
   const std::int64_t own =
       frameDuration.timescale / std::gcd<std::int64_t, std::int64_t>(frameDuration.value, frameDuration.timescale);

@@ -27,10 +27,8 @@ class StreamHandler {
   /// The formats that it takes, the best first. `builder` owns what is returned.
   virtual std::vector<const spa_pod*> request(spa_pod_builder& builder) const = 0;
 
-  /// Adds a listener to a stream that is about to be connected.
+  /// Adds a listener to a stream that is about to be connected. Once that has gone, nothing of it is admitted.
   virtual void attach(pw_stream* stream) = 0;
-  /// The stream has been destroyed, and its listeners with it.
-  virtual void detach() = 0;
 
   /// How long a device that works may send nothing; runtime::Never where it sends when it has something.
   virtual runtime::Nanoseconds longestSilence() const = 0;

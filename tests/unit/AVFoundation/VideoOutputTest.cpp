@@ -125,14 +125,19 @@ TEST_F(VideoOutputTest, ConsumerPacedDevicesWaitForABufferOfAPoolThatIsKept) {
 }
 
 TEST_F(VideoOutputTest, ADelegateThatIsTakenAwayHasReturnedAndWhatWaitedForItIsDropped) {
+  output->setAlwaysDiscardsLateVideoFrames(false);
   enterGate();
+  capture(3);
   const std::jthread releasing([&] {
-    while (output->statistics().droppedStopped == 0) std::this_thread::yield();  // it was frame 2
+    while (output->statistics().droppedStopped == 0) std::this_thread::yield();
     gate.open();
   });
 
   output->setSampleBufferDelegate(nullptr, nullptr);
+  output->setSampleBufferDelegate(&delegate, nullptr);  // as good as none
+  capture(4);
 
+  EXPECT_EQ(output->statistics().droppedStopped, 3U);
   EXPECT_THAT(delegate.events, ElementsAre(1));
 }
 

@@ -62,11 +62,11 @@ TEST(AudioConverter, GivesTheSameBytesHoweverItIsFedAndAskedAndAfterAReset) {
 
 TEST(RateConversion, IsNotPoisonedByInfinitiesAndNaN) {
   std::vector<float> bad = sine<float>(997, 48000, 4800, 0.5, 0), silent = bad;
-  for (const size_t n : {0u, 1000u, 1003u, 4799u}) {
+  for (size_t n = 0; n < bad.size(); n += 7) {
     bad[n] = n % 2 ? std::numeric_limits<float>::quiet_NaN() : -std::numeric_limits<float>::infinity();
     silent[n] = 0;
   }
-  EXPECT_EQ(resample(48000, 44100, bad), resample(48000, 44100, silent));
+  withEveryInstructionSet([&] { EXPECT_EQ(resample(48000, 44100, bad), resample(48000, 44100, silent)); });
 }
 
 TEST(RateConversion, OfTwoChannelsIsThatOfEachAlone) {

@@ -17,9 +17,14 @@ CMTime rounded(std::int64_t value, std::int32_t timescale) {
   return {value, timescale, kCMTimeFlags_Valid | kCMTimeFlags_HasBeenRounded, 0};
 }
 
+CMTime inEpoch(CMTimeEpoch epoch, std::int64_t seconds) {
+  return {seconds, 1, kCMTimeFlags_Valid, epoch};
+}
+
 /// A time in a form that compares and prints.
 std::string all(CMTime time) {
-  return std::to_string(time.value) + '/' + std::to_string(time.timescale) + " flags " + std::to_string(time.flags);
+  return std::to_string(time.value) + '/' + std::to_string(time.timescale) + " flags " + std::to_string(time.flags) +
+         " epoch " + std::to_string(time.epoch);
 }
 
 TEST(CMTimeTest, ConversionRoundsHalfAwayFromZeroAndSaysSo) {
@@ -48,6 +53,7 @@ TEST(CMTimeTest, TimesAreComparedExactlyWhateverTheirTimescales) {
   EXPECT_EQ(CMTimeCompare(CMTimeMake(kMin, 1), CMTimeMake(-1, kMaxScale)), -1);
   EXPECT_EQ(CMTimeCompare(kPositiveInfinity, CMTimeMake(kMax, 1)), 1);
   EXPECT_EQ(CMTimeCompare(kNegativeInfinity, CMTimeMake(kMin, 1)), -1);
+  EXPECT_EQ(CMTimeCompare(inEpoch(2, 1), inEpoch(1, 2)), 1);
 }
 
 TEST(CMTimeTest, SumsAreExactOrMarkedAsRounded) {
@@ -55,7 +61,12 @@ TEST(CMTimeTest, SumsAreExactOrMarkedAsRounded) {
                              // The common multiple is above 31 bits: ticks of the larger timescale.
                              {CMTimeMake(1, kMaxScale), CMTimeMake(1, kMaxScale - 1), rounded(2, kMaxScale)},
                              {CMTimeMake(kMax, 1), CMTimeMake(1, 1), kPositiveInfinity},
-                             {kPositiveInfinity, kNegativeInfinity, kCMTimeInvalid}};
+                             {kPositiveInfinity, kNegativeInfinity, kCMTimeInvalid},
+                             // A duration, of epoch 0, is added to a time of any epoch.
+                             {inEpoch(1, 5), CMTimeMake(1, 1), inEpoch(1, 6)},
+                             {CMTimeMake(1, 1), inEpoch(2, 5), inEpoch(2, 6)},
+                             {inEpoch(1, 5), inEpoch(1, 5), inEpoch(1, 10)},
+                             {inEpoch(1, 5), inEpoch(2, 5), kCMTimeInvalid}};
   for (const auto& [a, b, sum] : cases) EXPECT_EQ(all(CMTimeAdd(a, b)), all(sum)) << all(a) << " plus " << all(b);
 }
 

@@ -6,9 +6,11 @@
 #include <support/FrameworkTest.h>
 #include <support/Samples.h>
 
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -50,6 +52,47 @@ TEST_F(CMBlockBufferTest, MemoryIsGivenBackOnceAndNotReadPastItsEnd) {
   EXPECT_EQ(CMBlockBufferCopyDataBytes(made, 2, SIZE_MAX, bytes), kCMBlockBufferBadLengthParameterErr);
   block = {};
   EXPECT_EQ(freedBytes, 107u);
+}
+
+TEST_F(CMBlockBufferTest, SoundIsCopiedWhereItsPlanesAreNotInOnePieceOrNotAlignedAsAsked) {
+  constexpr auto aligned = kCMSampleBufferFlag_AudioBufferList_Assure16ByteAlignment;
+  const struct {
+    UInt32 planes;
+    std::vector<std::size_t> pieces;
+    uint32_t flags;
+    bool isCopied;
+  } cases[] = {{1, {32}, aligned, false}, {1, {24}, aligned, false}, {2, {32}, aligned, false},
+               {2, {48}, aligned, true},  {2, {48}, 0, false},       {2, {24, 24}, 0, true},
+               {3, {24, 24}, 0, true}};
+  for (const auto& [planes, sizes, flags, isCopied] : cases) {
+    std::vector<std::vector<std::uint8_t>> pieces;
+    std::uint8_t next = 0;
+    for (const std::size_t size : sizes)
+      for (auto& byte : pieces.emplace_back(size)) byte = next++;
+    const AudioFormatFlags kind = planes > 1 ? kAudioFormatFlagIsNonInterleaved : 0;
+    const AudioStreamBasicDescription stream{48000, kAudioFormatLinearPCM, kind, 1, 1, 1, planes, 8, 0};
+    const auto sample = samples::sound(stream, kCMTimeZero, pieces, next / planes);
+    std::array<std::uint64_t, 16> memory;
+    auto* const list = reinterpret_cast<AudioBufferList*>(memory.data());
+    CMBlockBufferRef made = nullptr;
+    std::size_t needed = 0;
+    const auto get = [&, flags = flags](std::size_t size) {
+      return CMSampleBufferGetAudioBufferListWithRetainedBlockBuffer(sample.get(), &needed, list, size, nullptr,
+                                                                     nullptr, flags, &made);
+    };
+    EXPECT_EQ(get(7 + planes * sizeof(AudioBuffer)), kCMSampleBufferError_ArrayTooSmall);
+    ASSERT_EQ(get(needed), noErr);
+    const auto block = CFRef<CMBlockBufferRef>::adopt(made);
+    EXPECT_EQ(made != CMSampleBufferGetDataBuffer(sample.get()), isCopied);
+    EXPECT_EQ(list->mNumberBuffers, planes);
+    const AudioBuffer* const buffers = list->mBuffers;
+    for (UInt32 i = 0; i < next; ++i) {
+      const auto& [channels, size, data] = buffers[i * planes / next];
+      EXPECT_EQ(size, next / planes);
+      EXPECT_TRUE(flags == 0 || reinterpret_cast<std::uintptr_t>(data) % 16 == 0);
+      EXPECT_EQ(static_cast<std::uint8_t*>(data)[i % size], i);
+    }
+  }
 }
 
 TEST_F(CVPixelBufferTest, RowsAreAlignedAndWritableToTheirLastByte) {

@@ -21,16 +21,19 @@ struct RecordingSink final : hardware::Sink {
   };
 
   void videoFrameCaptured(const hardware::VideoFrame& frame) override {
+    if (isOutOfMemory) throw std::bad_alloc();
     CVPixelBufferLockBaseAddress(picture.get(), 0);
     video.push_back({frame.presentationTime, frame.hasImage, false, frame.hasImage && frame.drawInto(picture.get())});
     CVPixelBufferUnlockBaseAddress(picture.get(), 0);
   }
   void videoFrameLost(CMTime time, CMTime) override { video.push_back({time, false, true}); }
-  void audioChunkCaptured(const hardware::AudioChunk&) override {}
+  void audioChunkCaptured(const hardware::AudioChunk& chunk) override { rate = chunk.format->stream.mSampleRate; }
   void deviceFailed(std::string_view reason) override { failures.emplace_back(reason); }
   bool hasRoomForVideo() override { return true; }
   bool hasRoomForAudio() override { return true; }
 
+  bool isOutOfMemory = false;
+  double rate = 0;  ///< of the sound
   std::vector<Frame> video;
   std::vector<std::string> failures;
   const CFRef<CVPixelBufferRef> picture = samples::picture(160, 120);
@@ -53,10 +56,13 @@ class SimulatedDeviceTest : public testing::Test {
 };
 
 TEST_F(SimulatedDeviceTest, FramesComeOnTimeAndALateLaneMakesUpForEveryOneThatWasDue) {
-  plugIn("[device]\nid = cam\nname = Camera\nmedia = video\nvideo format = 160x120 2vuy, rates 29.97\n");
+  plugIn(
+      "[device]\nid = cam\nname = Camera\nmedia = video, audio\nvideo format = 160x120 2vuy, rates 25\n"
+      "video format = 160x120 2vuy, rates 29.97, active\naudio format = 44100 Hz\naudio format = 48000 Hz, active\n");
   runFor(2.5);
   device->start(sink);
   runFor(10.0099);
+  EXPECT_EQ(sink.rate, 48000);
   ASSERT_EQ(sink.video.size(), 300u);
   scheduler.stall(2 * NanosecondsPerSecond);
   runFor(0);
@@ -72,7 +78,7 @@ TEST_F(SimulatedDeviceTest, FaultsStrikeWhenTheRigSaysSo) {
       {"lost frame, every 4", "...l...l.."},      {"lost frame, at 0.45 s", ".....l...."},
       {"no image, at frame 3", "...n......"},     {"invalid time, every 3", "..i..i..i."},
       {"timescale 600, at 0.45 s", ".....ttttt"}, {"timescale 600, every 2", "..tt..tt.."},
-      {"undecodable, at frame 3", "...u......"},
+      {"undecodable, at frame 3", "...u......"},  {"timescale 600, at frame 3", "...ttttttt"},
   };
   for (const auto& [fault, expected] : cases) {
     RecordingSink faulty;
@@ -106,6 +112,16 @@ TEST_F(SimulatedDeviceTest, ADeviceThatCannotGoOnSaysWhyOnceAndSendsNothingMeanw
   EXPECT_EQ(sink.failures, std::vector<std::string>{"Loose, it seems"});
   ASSERT_EQ(sink.video.size(), 4U);
   EXPECT_EQ(sink.video[2].time.value, 3600) << "its clock goes on";
+
+  sink.isOutOfMemory = true;
+  runFor(0.1);
+  sink.isOutOfMemory = false;
+  runFor(10);
+  EXPECT_EQ(sink.video.size(), 4U) << "it stands still once there was no memory";
+  device->stop();
+  device->start(sink);
+  runFor(0.039);
+  EXPECT_EQ(sink.video.size(), 5U);
 }
 
 TEST_F(SimulatedDeviceTest, AnUnpluggedDeviceStopsThenLeavesTheListAndTheBusThenIsReported) {

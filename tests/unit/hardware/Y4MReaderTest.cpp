@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "support/MediaFiles.h"
+#include "support/Samples.h"
 #include "support/TemporaryFolder.h"
 
 namespace hardware::simulated {
@@ -61,6 +62,22 @@ TEST(Y4MReaderTest, HeadersThatCannotBePlayedAreRefusedAndClipsThatAreCutOffEndC
     EXPECT_EQ(frames, expected) << bytes;
     EXPECT_EQ(reader && reader->isCutOff(), expected == 2 || expected == 3) << bytes;
   }
+
+  auto reader = open(clip);
+  ASSERT_TRUE(reader && reader->nextFrame() && reader->nextFrame());
+  const auto picture = samples::picture(4, 2);
+  CVPixelBufferLockBaseAddress(picture.get(), 0);
+  auto* const rows = static_cast<std::uint8_t*>(CVPixelBufferGetBaseAddress(picture.get()));
+  const std::size_t bytesPerRow = CVPixelBufferGetBytesPerRow(picture.get());
+  const auto row = [&](std::size_t y) { return Bytes(rows + y * bytesPerRow, rows + y * bytesPerRow + 9); };
+  std::fill_n(rows, bytesPerRow * 2, std::uint8_t{9});
+  reader->drawInto(picture.get());
+  EXPECT_EQ(row(0), row(1));
+  EXPECT_EQ(row(1), Bytes({1, 1, 1, 1, 1, 1, 1, 1, 9}));
+  folder.write("clip.y4m", clip.substr(0, clip.find("FRAME") + 6));
+  reader->drawInto(picture.get());
+  EXPECT_EQ(row(0), row(1));
+  EXPECT_EQ(row(1), Bytes({16, 128, 16, 128, 16, 128, 16, 128, 9})) << "black, as the frame has gone";
 }
 
 }  // namespace

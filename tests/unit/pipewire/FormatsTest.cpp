@@ -144,7 +144,7 @@ TEST(SoundFormatsTest, AreTheDevicesOwnWithItsRateFirstAndUnrelatedChannelsInPai
                 aux(5),
                 {"96000 24 2 of 5 from 0", "96000 24 2 of 5 from 2", "96000 24 1 of 5 from 4", "48000 24 2 of 5 from 0",
                  "48000 24 2 of 5 from 2", "48000 24 1 of 5 from 4"}},
-               {SPA_AUDIO_FORMAT_S16, {44100, 40000, 48000}, true, aux(2), {"44100 16 2 of 2", "48000 16 2 of 2"}},
+               {SPA_AUDIO_FORMAT_S16, {48000, 44100, 48000}, true, aux(2), {"48000 16 2 of 2", "44100 16 2 of 2"}},
                {SPA_AUDIO_FORMAT_S32, {48000}, false, aux(1), {"48000 32 1 of 1"}},
                {SPA_AUDIO_FORMAT_F32P, {48000}, false, surround, {"48000 32f 6 of 6"}}};
   for (const auto& [format, rates, isRange, positions, lines] : cases) {

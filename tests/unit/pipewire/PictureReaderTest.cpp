@@ -131,6 +131,26 @@ TEST(PictureReaderTest, EveryPackingIsReadAtEverySizeAndLayoutAndNotOneByteTooSh
   }
 }
 
+TEST(PictureReaderTest, ColoursAreThoseOfTheSourceWhereTheyAreNotConverted) {
+  using Matrix = hardware::VideoColor::Matrix;
+  const struct {
+    Packing packing;
+    int height;
+    std::optional<Matrix> stated, written;
+  } cases[] = {{Packing::RGB, 719, {}, Matrix::ITU_R_601_4},
+               {Packing::BGRx, 720, {}, Matrix::ITU_R_709_2},
+               {Packing::RGB, 720, Matrix::ITU_R_601_4, Matrix::ITU_R_601_4},
+               {Packing::RGB, 48, Matrix::SMPTE_240M_1995, Matrix::ITU_R_601_4},
+               {Packing::NV12, 720, Matrix::SMPTE_240M_1995, Matrix::SMPTE_240M_1995},
+               {Packing::NV12, 720, {}, {}},
+               {Packing::JPEG, 720, Matrix::ITU_R_709_2, Matrix::ITU_R_601_4}};
+  for (const auto& [packing, height, stated, written] : cases) {
+    PackedPicture picture{packing, 64, height, {}, 0, {}};
+    picture.color.matrix = stated;
+    EXPECT_EQ(colorWhenWritten(picture).matrix, written);
+  }
+}
+
 /// Squares that no subsampling mixes, in full range.
 int squareAt(std::size_t component, int x, int y) {
   const int square = x / 16 + y / 16 * 5;
