@@ -206,7 +206,8 @@ void MediaFile::writePicture(const brv::Frame& frame, std::int64_t stamp) {
   planar->width = _pictures.encoder->width;
   planar->height = _pictures.encoder->height;
   planar->format = _pixelFormat;
-  planar->pts = _hasSteadyRate ? _pictureCount++ : stamp;
+  planar->pts = _hasSteadyRate ? _givenPictures : stamp;
+  ++_givenPictures;
   planar->sample_aspect_ratio = _pictures.encoder->sample_aspect_ratio;
   planar->buf[0] = av::check(av_buffer_pool_get(_planes.get()));
   av_image_fill_arrays(planar->data, planar->linesize, planar->buf[0]->data, _pixelFormat, planar->width,
@@ -289,8 +290,31 @@ void MediaFile::encode(Track& track, const AVFrame* frame) {
     if (_isMatroska && &track == &_sound) _packet->pts = _packet->dts = _packet->pts + track.encoder->initial_padding;
     av_packet_rescale_ts(_packet.get(), track.encoder->time_base, track.stream->time_base);
     _packet->stream_index = track.stream->index;
-    checkWritten(av_interleaved_write_frame(_container.get(), _packet.get()));
+    handOver(track);
   }
+}
+
+void MediaFile::handOver(Track& track) {
+  const AVCodecContext& encoder = *track.encoder;
+  const bool isPlain = encoder.codec_id == AV_CODEC_ID_WRAPPED_AVFRAME;
+  _packedBytes += isPlain ? av_image_get_buffer_size(encoder.pix_fmt, encoder.width, encoder.height, 1) : _packet->size;
+  track.underWay.emplace_back(track.packed, _packedBytes);
+  track.packed +=
+      &track == &_pictures ? 1 : av_rescale_q(_packet->duration, track.stream->time_base, encoder.time_base);
+  checkWritten(av_interleaved_write_frame(_container.get(), _packet.get()));
+  while (!track.underWay.empty() && track.underWay.front().second <= _size) track.underWay.pop_front();
+}
+
+std::int64_t MediaFile::arrived(const Track& track) const {
+  for (const auto& [before, end] : track.underWay) {
+    if (end > _size) return before;
+  }
+  return track.packed;
+}
+
+std::int64_t MediaFile::lostSound() const {
+  if (!_sound.stream) return 0;
+  return std::max<std::int64_t>(soundFrames() - av_rescale(arrived(_sound), SoundRate, _sound.encoder->sample_rate), 0);
 }
 
 void MediaFile::close() {

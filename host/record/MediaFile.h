@@ -4,10 +4,12 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <variant>
 
 #include "capture/Sources.h"
@@ -70,6 +72,10 @@ class MediaFile {
 
   /// Writes what encoders still hold, and the end of the file. Throws Failure when it did not reach the disk.
   void close();
+  /// What was written, but did not come as far as the file: pictures, and sound in frames of SoundRate. After a
+  /// Failure.
+  std::int64_t lostPictures() const { return _givenPictures - arrived(_pictures); }
+  std::int64_t lostSound() const;
 
   /// Bytes written by now. Any thread.
   std::int64_t size() const { return _size; }
@@ -79,6 +85,9 @@ class MediaFile {
     av::CodecContext encoder;
     AVStream* stream = nullptr;
     std::int64_t duration = 0;  ///< of a packet that has none, in the encoder's time base
+    std::int64_t packed = 0;    ///< pictures, or frames of sound at the encoder's rate, in packets
+    /// The last of them, each with what there was before it, and where it ends among the bytes of all packets.
+    std::deque<std::pair<std::int64_t, std::int64_t>> underWay;
   };
 
   template <typename Describe>
@@ -88,6 +97,9 @@ class MediaFile {
   void openTarget(bool isLive);
   void encode(Track& track, const AVFrame* frame);
   void encodeSound(bool isLast);
+  void handOver(Track& track);
+  /// How much of what was packed is in the file: what the container adds is little, and leaves the file the longer.
+  std::int64_t arrived(const Track& track) const;
   void checkWritten(int result);
   static int writeBytes(void* self, std::uint8_t* bytes, int count);
   static std::int64_t seek(void* self, std::int64_t offset, int whence);
@@ -106,7 +118,8 @@ class MediaFile {
   av::Packet _packet;
   Track _pictures, _sound;
 
-  std::int64_t _pictureCount = 0;
+  std::int64_t _packedBytes = 0;
+  std::int64_t _givenPictures = 0;
   av::Pool _planes;
   AVPixelFormat _pixelFormat = AV_PIX_FMT_NONE;
   int _pictureBytes = 0;

@@ -2,6 +2,7 @@
 
 // What became of everything that came for a recording.
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <optional>
@@ -16,7 +17,7 @@ namespace brvhost {
 /// on its way.
 struct MediumAccount {
   std::int64_t delivered = 0;   ///< for the recording
-  std::int64_t written = 0;     ///< to its files, handed to the encoder
+  std::int64_t written = 0;     ///< to its files, or handed to what writes them
   std::int64_t notWritten = 0;  ///< because writing did not keep up, or had failed
   std::int64_t outside = 0;     ///< before both media had begun, or after the end
   Gaps gaps;                    ///< what is missing between those that were delivered
@@ -24,6 +25,12 @@ struct MediumAccount {
   double sampleSeconds = 0;     ///< how long the last one, or the last run of sound, lasts
   bool isComplete = false;      ///< wants no more
 
+  /// That much of what was written, or was to be when writing failed, is not in the files.
+  void takeBack(std::int64_t lost) {
+    lost = std::clamp<std::int64_t>(lost - waiting(), 0, written);
+    written -= lost;
+    notWritten += lost;
+  }
   std::int64_t waiting() const { return delivered - written - notWritten; }
 };
 

@@ -250,15 +250,33 @@ void TakeWriter::beginFile(double seconds, const std::optional<PictureFormat>& p
 void TakeWriter::endFile(std::unique_ptr<MediaFile>& file) {
   if (!file) return;
   const std::unique_ptr<MediaFile> ended = std::move(file);
-  ended->close();
-  _finishedBytes += ended->size();
+  try {
+    ended->close();
+    _finishedBytes += ended->size();
+  } catch (const Failure&) {
+    _finishedBytes += ended->size();
+    _account.pictures.takeBack(ended->lostPictures());
+    _account.sound.takeBack(ended->lostSound());
+    throw;
+  }
 }
 
 void TakeWriter::finish() {
-  writeHeldSound(true);
-  endFile(_former);
-  endFile(_file);
+  std::optional<Failure> failure;
+  const auto attempt = [&](auto&& work) {
+    try {
+      work();
+    } catch (const Failure& reason) {
+      if (!failure) failure = reason;
+    }
+  };
+  attempt([&] { writeHeldSound(true); });
+  attempt([&] { endFile(_former); });
+  attempt([&] { endFile(_file); });
   _first.reset();
+  for (const SoundRun& run : std::exchange(_heldSound, {})) _account.sound.delivered += run.frames();
+  for (MediumAccount* const medium : {&_account.pictures, &_account.sound}) medium->notWritten += medium->waiting();
+  if (failure) throw *failure;
 }
 
 std::int64_t TakeWriter::bytes() const {

@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstring>
 
 #include "capture/MediumWatch.h"
@@ -161,13 +163,23 @@ TEST_F(TakeWriterTest, AFullDiskIsAFailureAndNothingTakesNoFilesPlace) {
   folder.write("take.mkv", "earlier");
   take("take.mkv").finish();
   EXPECT_EQ(folder.contents("take.mkv"), "earlier");
-  writer.emplace(TakeOptions{.target = "/dev/full", .encoding = encodingFor("a.y4m", "", ""), .hasVideo = true});
-  EXPECT_THAT(
-      [&] {
-        for (int number = 0; number < 99; ++number) picture(number, 1'920);
-        writer->finish();
-      },
-      testing::ThrowsMessage<Failure>("cannot write to /dev/full: No space left on device"));
+
+  rlimit usual{};
+  getrlimit(RLIMIT_FSIZE, &usual);
+  const rlimit small{400'000, usual.rlim_max};
+  signal(SIGXFSZ, SIG_IGN);
+  setrlimit(RLIMIT_FSIZE, &small);
+  take("full.y4m");
+  const auto writeMore = [&] {
+    for (int number = 0; number < 99; ++number) picture(number, 1'920);
+  };
+  const auto failure = testing::ThrowsMessage<Failure>(HasSubstr("full.y4m: File too large"));
+  EXPECT_THAT(writeMore, failure);
+  EXPECT_THAT([&] { writer->finish(); }, failure);
+  setrlimit(RLIMIT_FSIZE, &usual);
+  const MediumAccount& account = writer->account().pictures;
+  EXPECT_GT(account.notWritten, 0);
+  EXPECT_EQ(account.written, std::ssize(decodeMedia(folder.file("full.y4m")).pictures));
 }
 
 TEST(EncodingTest, FollowsTheTargetAndRefusesWhatDoesNotFit) {
