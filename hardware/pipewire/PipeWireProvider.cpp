@@ -12,7 +12,7 @@ using runtime::NanosecondsPerSecond;
 
 /// A server that has not told what it has after this time keeps it to itself.
 constexpr Nanoseconds LongestSilence = 800'000'000;
-constexpr Nanoseconds LongestWaitForCamera = 300'000'000;
+constexpr Nanoseconds LongestWaitForCamera = 700'000'000;
 
 namespace {
 
