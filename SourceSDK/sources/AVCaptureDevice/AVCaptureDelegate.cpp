@@ -138,8 +138,6 @@ Ref<ACaptureDelegate> ACaptureDelegate::init() {
 }
 
 ACaptureDelegate::~ACaptureDelegate() {
-  _pOutputBuffer.reset();
-  _outputBufferSize = 0;
   if (fAudioConverter) AudioConverterDispose(fAudioConverter);
   setVideoDelegate(nullptr);
 }
