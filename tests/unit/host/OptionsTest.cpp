@@ -36,6 +36,7 @@ TEST(OptionsTest, RefusesWhatMakesNoSense) {
       {{"list", "--seconds", "3"}, "--seconds"},
       {{"watch", "--seconds", "nan"}, "up to 366 days"},
       {{"watch", "--seconds", "1e9"}, "up to 366 days"},
+      {{"watch", "--seconds", "3x"}, "up to 366 days"},
       {{"snapshot", "0", "a.bmp"}, "not \"a.bmp\""},
       {{"set", "0"}, "set needs a setting"},
       {{"set", "0", "fps"}, "not \"fps\""},
