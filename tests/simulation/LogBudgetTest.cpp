@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,9 @@ struct LastingFault {
   double stepSeconds = 60;
   bool flaps = false, keepsBuffers = false;
 };
+void PrintTo(const LastingFault& fault, std::ostream* out) {
+  *out << fault.name;
+}
 
 /// The camera says, each ten seconds of an hour after its start, that it cannot go on.
 std::string failures() {
