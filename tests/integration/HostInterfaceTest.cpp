@@ -37,6 +37,7 @@ class HostInterfaceTest : public FrameworkTest {
 
   const std::shared_ptr<hardware::simulated::Provider> provider = rigs::install(
       "[device]\nid = p\nname = Pair\nmedia = video\nlinks = pm\nvideo format = 64x48 yuvs, rates 30\n"
+      "video format = 32x24 yuvs, rates 30, name \"Small <&amp;>\"\n"
       "[device]\nid = pm\nname = Mic\nmedia = audio\naudio format = 48000 Hz\nsound = tone 440 -20\n");
   std::vector<brv::Change> changes;
   brv::Library library{
@@ -79,6 +80,13 @@ TEST_F(HostInterfaceTest, APictureStaysWhenItsSourceHasGone) {
   EXPECT_GE(copy.time(), before - 1s);
   EXPECT_LE(copy.time(), brv::Time::clock::now());
   EXPECT_EQ(failureOf([&] { static_cast<void>(source.onVideo({})); }), "Pair Video is not plugged in");
+}
+
+TEST_F(HostInterfaceTest, AChoiceIsMadeByItsTitleAndLastsUntilTheSourceRuns) {
+  source.select(brv::VideoSettings, source.options(brv::VideoSettings).at(1).title);
+  EXPECT_EQ(source.picture(10s).pixels().width(), 32U);
+  EXPECT_THAT(failureOf([&] { source.select(brv::VideoFPS, 9); }), HasSubstr("Pair Video refused Video FPS 9"));
+  EXPECT_THAT(failureOf([&] { source.select(brv::VideoFPS, "99"); }), HasSubstr("has no 99 for Video FPS"));
 }
 
 TEST(HostRecordsTest, FieldsStandInTheirRecords) {
