@@ -97,6 +97,8 @@ TEST_F(SettingsTest, OptionsHaveTitlesInTheLanguageOfTheHost) {
             "  option value=u2\n    title lang='de' value='Pair Video - übersetzt'\n");
   EXPECT_THAT(options("Mic Audio", "Video FPS"), HasSubstr("value='übersetzt'"));
   EXPECT_EQ(options("Mic Audio", "Colour"), "parameter name='Colour' type='int' global='false'\n");
+  EXPECT_EQ(options("Cam Video", "\x01"), "") << "XML cannot carry it";
+  EXPECT_EQ(host->logged("Failed to Write Settings Record to XML\n"), 1);
 }
 
 TEST_F(SettingsTest, SettingsFollowWhatIsAppliedInItsOrder) {
@@ -173,11 +175,6 @@ TEST_F(SettingsTest, CopyCallsCopyWhatThereIsAndForgetIt) {
     query(buffer.assign(buffer.size(), '#').data(), length);
     EXPECT_EQ(buffer.find_first_not_of('#'), std::string::npos) << "the text was forgotten";
   }
-}
-
-TEST_F(SettingsTest, ATextThatXMLCannotCarryIsReported) {
-  EXPECT_EQ(options("Cam Video", "\x01"), "");
-  EXPECT_EQ(host->logged("Failed to Write Settings Record to XML\n"), 1);
 }
 
 }  // namespace

@@ -8,7 +8,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
+#include <utility>
 
 #include "BRV_AVCapture.h"
 #include "support/FrameworkTest.h"
@@ -44,14 +44,14 @@ struct Reception {
   double rateError;       ///< of the device's clock
   double bufferSeconds;   ///< of sound
 
-  std::uint64_t frames = 0;
-  std::uint64_t buffers = 0;
+  std::uint64_t frames = 0, buffers = 0;
   double worstVideo = 0;   ///< seconds between a frame's stamp and when it was taken
   double worstAudio = 0;   ///< seconds between the end of a buffer by its stamp and when it was full
   double worstLength = 0;  ///< seconds of sound too many or too few since the start
   double start = 0;        ///< of the sound
   double end = -2;
   int starts = 0;
+  bool isRegistered = false;
   std::uint64_t soundFrames = 0;
 };
 
@@ -74,11 +74,8 @@ class LongRunTest : public FrameworkTest {
   /// As a host does that is told of a change: whatever is not being received is registered.
   void registerMissing() {
     for (auto& reception : receptions) {
-      const std::string name = reception.source;
       const bool isThere = BRV_SourceSupportsProperty(nullptr, reception.source, "ProvidesVideo");
-      if (isThere == isRegistered[name]) continue;
-      isRegistered[name] = isThere;
-      if (!isThere) continue;
+      if (std::exchange(reception.isRegistered, isThere) || !isThere) continue;
       BRV_RegisterVideoDataArrivedCallback(nullptr, reception.source, onVideo, &reception);
       BRV_RegisterAudioDataArrivedCallback(nullptr, reception.source, onAudio, &reception);
     }
@@ -124,7 +121,6 @@ class LongRunTest : public FrameworkTest {
                                        {"Pocket", 0, -200e-6, 2048 / HostRate},
                                        {"Door Video", 0, 0, 0},
                                        {"Deck", 0, 200e-6, 2048 / HostRate}}};
-  std::map<std::string, bool> isRegistered;
 };
 
 TEST_F(LongRunTest, ADayOfFourSourcesStaysRight) {

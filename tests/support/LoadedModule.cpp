@@ -1,10 +1,9 @@
 #include "support/LoadedModule.h"
 
 #include <dlfcn.h>
-#include <lumora/zRecord.h>
 #include <lumora/zThread.h>
 #include <lumora/zTrace.h>
-#include <lumora/zXML.h>
+#include <brv.hpp>
 
 #include <cstdarg>
 #include <cstdlib>
@@ -92,25 +91,14 @@ Host::Property Host::property(const std::string& source, const char* name) const
 
 std::map<std::string, std::int64_t> Host::account(const std::string& source, const char* medium) const {
   const auto written = property(source, (std::string(medium) + "_account").c_str()).text;
-  zRecord record;
-  const int result = zXML::ParseBuffer(zXML::Mode, &record, written.c_str(), -1);
   std::map<std::string, std::int64_t> counts;
-  const auto read = [&counts](const zRecord& from, const std::string& prefix) {
-    for (const char* name :
-         {"captured", "delivered", "late", "no_buffer", "lost_by_device", "not_converted", "invalid_time", "stopped",
-          "unheard", "pending", "dropped", "converted", "produced", "undelivered"}) {
-      char scratch[64];
-      counts[prefix + name] = std::atoll(from.AsCString(name, "0", &scratch));
-    }
-  };
-  if (result != zXML::Success) return counts;
-  read(record, "");
-  if (record.ChildCount() > 0) read(*record.Child(0), "frames ");
   std::int64_t ended = 0;
-  for (const char* name : {"delivered", "late", "no_buffer", "lost_by_device", "not_converted", "invalid_time",
-                           "stopped", "unheard", "pending"}) {
-    ended += counts[name];
-    EXPECT_GE(counts[name], 0) << name;
+  for (const brv::Field& field : brv::fieldsOf(written)) {
+    if (field.name.empty()) continue;
+    const bool isOfFrames = field.record == "frames";
+    const std::int64_t count = counts[(isOfFrames ? "frames " : "") + field.name] = std::stoll(field.value);
+    EXPECT_GE(count, 0) << written;
+    if (!isOfFrames && field.name != "captured") ended += count;
   }
   EXPECT_EQ(counts["captured"], ended) << written;
   EXPECT_EQ(counts["frames captured"], counts["frames dropped"] + counts["frames converted"]) << written;
