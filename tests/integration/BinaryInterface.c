@@ -1,8 +1,10 @@
 // The binary interface as hosts know it that were built long ago: what does not compile here any more breaks them.
-// Where the fields of its records stand is known to the Python package.
 #include <BRV_AVCapture.h>
 
 #define HAS(name, value) _Static_assert((name) == (value), #name)
+#define FIELD(record, offset, type, name)                                              \
+  _Static_assert(offsetof(BRV_##record##Buffer, name) == (offset), #record " " #name); \
+  _Static_assert(__builtin_types_compatible_p(__typeof__(((BRV_##record##Buffer*)0)->name), type), #record " " #name)
 #define IS(name, result, ...) _Static_assert(__builtin_types_compatible_p(name, result(*)(__VA_ARGS__)), #name)
 #define CALL(name, result, ...) IS(name##_Function, result, __VA_ARGS__)
 
@@ -16,6 +18,25 @@ HAS(BRV_FLAG_NOT_FIRST, 0x01);
 HAS(BRV_FLAG_FORMAT_CHANGED, 0x20);
 HAS(BRV_PROPERTY_INT64, 2);
 HAS(BRV_PROPERTY_STRING, 6);
+
+HAS(sizeof(BRV_VideoBuffer), 48);
+FIELD(Video, 0, int32_t, format);
+FIELD(Video, 4, int32_t, width);
+FIELD(Video, 8, int32_t, height);
+FIELD(Video, 12, int32_t, rowBytes);
+FIELD(Video, 16, float, pixelAspectRatio);
+FIELD(Video, 24, int64_t, timeStamp);
+FIELD(Video, 32, int32_t, flags);
+FIELD(Video, 40, void*, data);
+HAS(sizeof(BRV_AudioBuffer), 48);
+FIELD(Audio, 0, int32_t, format);
+FIELD(Audio, 4, int32_t, sampleRate);
+FIELD(Audio, 8, int32_t, channels);
+FIELD(Audio, 12, int32_t, bitsPerSample);
+FIELD(Audio, 16, int32_t, dataLength);
+FIELD(Audio, 24, int64_t, timeStamp);
+FIELD(Audio, 32, int32_t, flags);
+FIELD(Audio, 40, void*, data);
 
 IS(BRV_LocalizeStringCallback, const char*, const char*);
 IS(BRV_GetPreferenceCallback, void, void*, const char*, char*, int*);

@@ -45,6 +45,13 @@ class HostInterfaceTest : public FrameworkTest {
   brv::Source source = library.source("Pair Video");
 };
 
+TEST_F(HostInterfaceTest, AModuleThatLacksEntryPointsIsClosedAgain) {
+  BRV_Module module;
+  EXPECT_EQ(BRV_OpenModule(&module, "libm.so.6"), 0);
+  EXPECT_THAT(module.error, testing::EndsWith(", BRV_GetValidParameterValues"));
+  EXPECT_EQ(module.handle, nullptr);
+}
+
 TEST_F(HostInterfaceTest, EitherMediumGoesOnWhenTheOtherIsTakenBackOrSubscribedToAnew) {
   std::atomic<int> pictures = 0, sounds = 0;
   brv::Subscription video = source.onVideo([&](const brv::Frame&) { ++pictures; });

@@ -3,8 +3,6 @@
 #include <lumora/zRecord.h>
 #include <lumora/zXML.h>
 
-#include <optional>
-
 #include "support/FrameworkTest.h"
 #include "support/LoadedModule.h"
 #include "support/Rigs.h"
@@ -16,13 +14,15 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-/// A camera with its microphone, a camera alone, and a microphone alone.
+/// A camera with its microphone, a camera alone, a microphone alone, and a camera that cannot be configured.
 constexpr const char* Studio =
     "[device]\nid = p\nname = Pair\nmedia = video\nlinks = pm\nvideo format = 640x480 yuvs, rates 15, name \"Large\"\n"
     "video format = 320x240 yuvs, rates 15 59.94\nvideo format = 0x0 yuvs, delivers 64x48, rates 15\n"
     "[device]\nid = pm\nname = Pair Mic\nmedia = audio\naudio format = 44100 Hz\naudio format = 48000 Hz\n"
     "[device]\nid = c\nname = Cam\nmedia = video\nvideo format = 320x240 yuvs, rates 15\n"
-    "[device]\nid = m\nname = Mic\nmedia = audio\naudio format = 48000 Hz\n";
+    "[device]\nid = m\nname = Mic\nmedia = audio\naudio format = 48000 Hz\n"
+    "[device]\nid = b\nname = Busy\nmedia = video\nvideo format = 320x240 yuvs, rates 15\n"
+    "configuration failure = It is 100% busy.\n";
 
 /// A record as text, one line for each record, indented by its depth.
 std::string outline(const zRecord& record, int depth = 0) {
@@ -43,13 +43,6 @@ class SettingsTest : public FrameworkTest {
  protected:
   using Values = std::vector<std::pair<std::string, int>>;
 
-  SettingsTest() { install(Studio); }
-  void install(const std::string& rig) {
-    host.reset();
-    rigs::install(rig);
-    host.emplace();
-  }
-
   /// What an entry point of the two-call convention answers, as an outline.
   template <typename Function, typename... Names>
   std::string answer(Function function, const Names*... names) {
@@ -61,12 +54,12 @@ class SettingsTest : public FrameworkTest {
     return zXML::ParseBuffer(zXML::Mode, &record, text.data(), length) == zXML::Success ? outline(record) : text;
   }
   std::string options(const char* source, const char* parameter) {
-    return answer(BRV_CALL(host->module, BRV_QueryParameterOptions), source, parameter);
+    return answer(BRV_CALL(host.module, BRV_QueryParameterOptions), source, parameter);
   }
-  std::string settings(const char* source) { return answer(BRV_CALL(host->module, BRV_GetSourceSettings), source); }
+  std::string settings(const char* source) { return answer(BRV_CALL(host.module, BRV_GetSourceSettings), source); }
 
   int set(const char* source, const char* text) {
-    return BRV_CALL(host->module, BRV_SetSourceSettings)(nullptr, source, text);
+    return BRV_CALL(host.module, BRV_SetSourceSettings)(nullptr, source, text);
   }
   int set(const char* source, const Values& values) {
     zRecord record("whatever");
@@ -81,15 +74,16 @@ class SettingsTest : public FrameworkTest {
     return set(source, std::string(buffer.Data(), buffer.Length()).c_str());
   }
 
-  std::optional<Host> host;
+  const std::shared_ptr<hardware::Provider> provider = rigs::install(Studio);
+  const Host host;
 };
 
 TEST_F(SettingsTest, OptionsHaveTitlesInTheLanguageOfTheHost) {
   EXPECT_EQ(options("Cam Video", "Audio Settings"),
             "parameter name='Audio Settings' type='int' global='false'\n"
             "  option value=u0\n    title lang='' value='av_source_no_audio_settings'\n");
-  Host::text(BRV_CALL(host->module, BRV_GetDeviceGroupDisplayName), "de");
-  BRV_CALL(host->module, BRV_RegisterLocalizeStringCallback)([](const char*) { return "übersetzt"; });
+  Host::text(BRV_CALL(host.module, BRV_GetDeviceGroupDisplayName), "de");
+  BRV_CALL(host.module, BRV_RegisterLocalizeStringCallback)([](const char*) { return "übersetzt"; });
   EXPECT_EQ(options("Pair Video", "Video Settings"),
             "parameter name='Video Settings' type='int' global='false'\n"
             "  option value=u0\n    title lang='de' value='Large, 640 x 480'\n"
@@ -98,7 +92,7 @@ TEST_F(SettingsTest, OptionsHaveTitlesInTheLanguageOfTheHost) {
   EXPECT_THAT(options("Mic Audio", "Video FPS"), HasSubstr("value='übersetzt'"));
   EXPECT_EQ(options("Mic Audio", "Colour"), "parameter name='Colour' type='int' global='false'\n");
   EXPECT_EQ(options("Cam Video", "\x01"), "") << "XML cannot carry it";
-  EXPECT_EQ(host->logged("Failed to Write Settings Record to XML\n"), 1);
+  EXPECT_EQ(host.logged("Failed to Write Settings Record to XML\n"), 1);
 }
 
 TEST_F(SettingsTest, SettingsFollowWhatIsAppliedInItsOrder) {
@@ -119,7 +113,7 @@ TEST_F(SettingsTest, SettingsFollowWhatIsAppliedInItsOrder) {
             "settings\n  parameter name='Video FPS' value=i0\n  parameter name='Audio Settings' value=i1\n")
       << "what has no name is not known to be selected";
 
-  const auto validValues = BRV_CALL(host->module, BRV_GetValidParameterValues);
+  const auto validValues = BRV_CALL(host.module, BRV_GetValidParameterValues);
   EXPECT_EQ(answer(validValues, "Pair Video"),
             "source\n"
             "  parameter name='Video Settings'\n    option value=i0\n    option value=i1\n    option value=i2\n"
@@ -130,12 +124,12 @@ TEST_F(SettingsTest, SettingsFollowWhatIsAppliedInItsOrder) {
 
 TEST_F(SettingsTest, TheResultIsThatOfTheLastParameterThatApplies) {
   const struct {
-    const char* source;  ///< the first, the second and the third in the list
+    const char* source;  ///< the first, the second and the fourth in the list
     Values values;
     int result;
   } cases[] = {{"Pair Video", {{"Video FPS", 9}}, 0},
                {"Cam Video", {{"Video Settings", -1}}, -1},
-               {"Mic Audio", {{"Audio Settings", 1}}, -2},
+               {"Mic Audio", {{"Audio Settings", 1}}, -3},
                {"Pair Video", {{"Video FPS", 9}, {"Audio Settings", 0}}, 1},
                {"Pair Video", {{"Video FPS", 9}, {"Colour", 0}}, 0},
                {"Cam Video", {{"Audio Settings", 0}, {"video settings", 7}}, 1},
@@ -147,22 +141,18 @@ TEST_F(SettingsTest, TheResultIsThatOfTheLastParameterThatApplies) {
 }
 
 TEST_F(SettingsTest, AFailureIsTheSourcesErrorAndThatOfAVideoFormatIsLoggedInstead) {
-  install(
-      "[device]\nid = c\nname = Cam\nmedia = video\nvideo format = 320x240 yuvs, rates 15\n"
-      "configuration failure = It is 100% busy.\n");
-
-  EXPECT_EQ(set("Cam Video", {{"Video Settings", 0}}), 0);
-  EXPECT_EQ(host->logged("It is 100% busy."), 1);
-  EXPECT_EQ(host->errorMessage(0), "");
-  EXPECT_EQ(set("Cam Video", {{"Video FPS", 0}}), 0);
-  EXPECT_EQ(host->errorMessage(1), "") << "a code that names no source";
-  EXPECT_EQ(host->errorMessage(0), "It is 100% busy.");
-  EXPECT_EQ(host->errorMessage(-1), "It is 100% busy.") << "the message before stays";
+  EXPECT_EQ(set("Busy Video", {{"Video Settings", 0}}), -2);
+  EXPECT_EQ(host.logged("It is 100% busy."), 1);
+  EXPECT_EQ(host.errorMessage(-2), "");
+  EXPECT_EQ(set("Busy Video", {{"Video FPS", 0}}), -2);
+  EXPECT_EQ(host.errorMessage(1), "") << "a code that names no source";
+  EXPECT_EQ(host.errorMessage(-2), "It is 100% busy.");
+  EXPECT_EQ(host.errorMessage(-9), "It is 100% busy.") << "the message before stays";
 }
 
 TEST_F(SettingsTest, CopyCallsCopyWhatThereIsAndForgetIt) {
   const auto query = [&](char* buffer, int length) {
-    BRV_CALL(host->module, BRV_QueryParameterOptions)(nullptr, "Cam Video", "Video FPS", buffer, &length);
+    BRV_CALL(host.module, BRV_QueryParameterOptions)(nullptr, "Cam Video", "Video FPS", buffer, &length);
     return length;
   };
   const int length = query(nullptr, 0);
