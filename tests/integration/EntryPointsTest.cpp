@@ -48,65 +48,6 @@ TEST_F(EntryPointsTest, SourcesAppearWithTheLogRegistrationAndOnlyOnce) {
   EXPECT_EQ(BRV_CALL(module, BRV_GetSourceCount)(), 0);
 }
 
-TEST_F(EntryPointsTest, TheAccountsAreWhatTheHostReceivedWhateverHappens) {
-  const auto provider = rigs::install(
-      "[device]\nid = cam\nname = Cam\nmedia = video\nlinks = mic\nvideo format = 160x120 2vuy, rates 100\n"
-      "video fault = lost frame, every 7\nvideo fault = undecodable, every 5\nvideo fault = no image, every 11\n"
-      "[device]\nid = mic\nname = Mic\nmedia = audio\nlinks = cam\naudio buffer = 480\n"
-      "audio format = 48000 Hz, 16-bit integer, mono\naudio fault = lost buffer, every 4\n");
-  struct Heard {
-    Host host;
-    std::atomic<std::int64_t> pictures{0}, soundFrames{0};
-    std::atomic<bool> keeps{false};
-    std::vector<brv::Frame> kept;
-  } heard;
-  const std::string source = heard.host.sources().at(0);
-  const auto see = [](void* context, BRV_VideoBuffer* buffer) {
-    auto& self = *static_cast<Heard*>(context);
-    ++self.pictures;
-    if (self.keeps) self.kept.emplace_back(*buffer, brv::Time());
-    self.host.account("Cam Video", "video");
-  };
-  const auto hear = [](void* context, BRV_AudioBuffer* buffer) {
-    auto& self = *static_cast<Heard*>(context);
-    self.soundFrames += buffer->dataLength / 4;
-    self.host.account("Cam Video", "audio");
-  };
-  const auto waitForMore = [&](std::int64_t more) {
-    for (const std::int64_t seen = heard.pictures; heard.pictures < seen + more;) runMainLoop(0.005);
-  };
-  ASSERT_EQ(source, "Cam Video");
-  heard.host.registerAudio(source, hear, &heard);
-  heard.host.registerVideo(source, see, &heard);
-  waitForMore(30);
-  provider->unplug("mic");
-  waitForMore(10);
-  provider->plug("mic");
-  waitForMore(30);
-  heard.keeps = true;  // until there are no more
-  while (heard.host.account(source, "video")["no_buffer"] < 5) runMainLoop(0.005);
-  heard.host.disconnect();
-  EXPECT_EQ(heard.kept.size(), 16U);
-  heard.keeps = false;
-  heard.kept.clear();
-
-  auto video = heard.host.account(source, "video"), audio = heard.host.account(source, "audio");
-  EXPECT_EQ(video["delivered"], heard.pictures);
-  EXPECT_EQ(audio["frames delivered"], heard.soundFrames);
-  EXPECT_GE(video["lost_by_device"], 70 / 7);
-  EXPECT_GE(video["not_converted"], 70 / 5);
-  EXPECT_GT(audio["lost_by_device"], 0);
-  EXPECT_EQ(video["pending"] + audio["pending"] + audio["unheard"], 0);
-
-  heard.host.registerAudio(source, nullptr, nullptr);
-  heard.host.registerVideo(source, see, &heard);
-  waitForMore(20);
-  heard.host.disconnect();
-  audio = heard.host.account(source, "audio");
-  EXPECT_GT(audio["unheard"], 0);
-  EXPECT_EQ(audio["frames delivered"], heard.soundFrames);
-}
-
 TEST_F(EntryPointsTest, AModuleThatIsClosedWhileASourceRunsGoesOnUntilItIsUninitialised) {
   std::atomic<int> pictures{0};
   const auto count = [](void* context, BRV_VideoBuffer*) {
@@ -175,6 +116,11 @@ TEST_F(EntryPointsTest, WhatNamesNoSourceYieldsNeutralResults) {
   host.registerAudio("Desk Camera Video", nullptr, nullptr);
   EXPECT_EQ(property(nullptr, nullptr, "device_id", "", "HD Webcam Video"), 0);
   BRV_CALL(host.module, BRV_GetSourceId)(nullptr, 0, nullptr, nullptr);
+  int length = 99;
+  BRV_CALL(host.module, BRV_QueryParameterOptions)(nullptr, "Tethered Phone", "\x01", nullptr, &length);
+  EXPECT_EQ(length, 0) << "XML cannot carry it";
+  EXPECT_EQ(host.logged("Failed to Write Settings Record to XML\n"), 1);
+  EXPECT_EQ(BRV_CALL(host.module, BRV_SetSourceSettings)(nullptr, "Tethered Phone", nullptr), 1);
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 #include <gmock/gmock.h>
 #include <lumora/zThread.h>
 
-#include <thread>
-
 #include "SourceTest.h"
 #include "common/CommonSDK.h"
 
@@ -15,8 +13,7 @@ using testing::ElementsAre;
 class FormatsTest : public SourceTest {
  protected:
   FormatsTest() {
-    slept = 0;
-    zThread::SetSleepFunction([](unsigned microseconds) { slept += microseconds; });
+    zThread::SetSleepFunction([](unsigned) {});
     CSDK::initialize();
   }
   ~FormatsTest() override {
@@ -47,7 +44,6 @@ class FormatsTest : public SourceTest {
   }
 
   std::shared_ptr<fake::Device> camera = fake::camera("Cam", "c");
-  static inline unsigned slept = 0;
 };
 
 TEST_F(FormatsTest, TheAutomaticChoiceIsTheFirstLargestUpToFullHD) {
@@ -81,21 +77,6 @@ TEST_F(FormatsTest, TheAutomaticChoiceIsTheFirstLargestUpToFullHD) {
   }
 }
 
-TEST_F(FormatsTest, TheAutomaticChoiceRunsAtEveryStartUntilTheHostHasChosen) {
-  AV::Device& device = cameraWith({fake::videoFormat(640, 480), fake::videoFormat(1280, 720)});
-
-  std::thread([&] {
-    for (int i = 0; i < 2; ++i) device.startDevice();
-  }).join();
-  EXPECT_EQ(camera->selectedVideoFormat, 1U);
-  EXPECT_EQ(slept, 100'000U) << "the second time it was running, whether or not the main thread has run its loop";
-  EXPECT_TRUE(device.setSupportedVideoFormat(0));
-  device.stopDevice();
-  device.startDevice();
-  EXPECT_EQ(camera->selectedVideoFormat, 0U);
-  EXPECT_EQ(slept, 200'000U);
-}
-
 TEST_F(FormatsTest, AFrameRateIsAppliedAtTheRangesHighestAndComparedByValue) {
   auto format = fake::videoFormat(640, 480);
   format.frameRates = {fake::frameRates(5, 60, CMTimeMake(1, 60)), fake::frameRates(1, 30, CMTimeMake(2, 60)),
@@ -112,24 +93,6 @@ TEST_F(FormatsTest, AFrameRateIsAppliedAtTheRangesHighestAndComparedByValue) {
     EXPECT_FALSE(device.setVideoFPSIndex(none));
     EXPECT_EQ(device.getSupportedVideoFPSTitle(none) + std::to_string(device.getSupportedVideoFPS(none)), "0.000000");
   }
-}
-
-TEST_F(FormatsTest, FrameDurationIsCountedInTheTimescaleOfTheSamplesAndANewOneIsMarked) {
-  AV::Device& device = cameraWith({fake::videoFormat(640, 480)});
-  EXPECT_EQ(device.getDeviceTimescale(), -1);
-  std::vector<int> flags;
-  const auto record = [](void* context, BRV_VideoBuffer* buffer) {
-    static_cast<std::vector<int>*>(context)->push_back(buffer->flags);
-  };
-  device.setVideoDataArriveCallback(record, &flags);
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ(device.getDeviceFrameDuration(), i * 1000);
-    device.restartDevice();
-    camera->captureFrame(CMTimeMake(i, 30000));
-    device.stopDevice();
-    EXPECT_TRUE(device.setVideoFPSIndex(0));
-  }
-  EXPECT_THAT(flags, ElementsAre(0, 0x21));
 }
 
 TEST_F(FormatsTest, OnlyMixableAudioFormatsAreOfferedAndAppliedByTheirPosition) {
@@ -162,14 +125,6 @@ TEST_F(FormatsTest, OnlyMixableAudioFormatsAreOfferedAndAppliedByTheirPosition) 
   microphone->configurationError = "Busy.";
   for (int index : {0, 6}) EXPECT_FALSE(source().setSupportedAudioFormat(index)) << index;
   EXPECT_EQ(source().getSelectedAudioFormatIndex(), 1);
-}
-
-TEST_F(FormatsTest, AMuxedSourceHasSoundButNothingToChoose) {
-  detect({fake::camcorder("Deck", "d")});
-
-  EXPECT_TRUE(source().hasAudioStream());
-  EXPECT_THAT(soundTitles(0), testing::Each(std::string("refused")));
-  EXPECT_FALSE(source().setSupportedAudioFormat(0));
 }
 
 }  // namespace

@@ -71,38 +71,6 @@ TEST_F(SimulatedDeviceTest, FramesComeOnTimeAndALateLaneMakesUpForEveryOneThatWa
   for (int i = 0; i < 360; ++i) EXPECT_EQ(sink.video[static_cast<std::size_t>(i)].time.value, 75000 + 1001 * i);
 }
 
-TEST_F(SimulatedDeviceTest, FaultsStrikeWhenTheRigSaysSo) {
-  // Of ten frames: lost, without an image, undecodable, with an invalid time or another timescale, or as it should be.
-  const std::pair<std::string, const char*> cases[] = {
-      {"lost frame, at frame 0", "l........."},   {"lost frame, at frame 3", "...l......"},
-      {"lost frame, every 4", "...l...l.."},      {"lost frame, at 0.45 s", ".....l...."},
-      {"no image, at frame 3", "...n......"},     {"invalid time, every 3", "..i..i..i."},
-      {"timescale 600, at 0.45 s", ".....ttttt"}, {"timescale 600, every 2", "..tt..tt.."},
-      {"undecodable, at frame 3", "...u......"},  {"timescale 600, at frame 3", "...ttttttt"},
-  };
-  for (const auto& [fault, expected] : cases) {
-    RecordingSink faulty;
-    plugIn("[device]\nid = cam\nname = Camera\nmedia = video\nvideo format = 160x120 2vuy, rates 10\nvideo fault = " +
-           fault + "\n");
-    const double begin = static_cast<double>(runtime::Scheduler::current().now()) / 1e9;
-    device->start(faulty);
-    runFor(0.95);
-
-    std::string frames;
-    for (const auto& [time, hasImage, isLost, isDrawn] : faulty.video) {
-      const double expectedTime = begin + static_cast<double>(frames.size()) / 10;
-      EXPECT_TRUE(!CMTIME_IS_VALID(time) || std::abs(CMTimeGetSeconds(time) - expectedTime) < 1.0 / 600) << fault;
-      frames += isLost                   ? 'l'
-                : !hasImage              ? 'n'
-                : !isDrawn               ? 'u'
-                : !CMTIME_IS_VALID(time) ? 'i'
-                : time.timescale == 600  ? 't'
-                                         : '.';
-    }
-    EXPECT_EQ(frames, expected) << fault;
-  }
-}
-
 TEST_F(SimulatedDeviceTest, ADeviceThatCannotGoOnSaysWhyOnceAndSendsNothingMeanwhile) {
   plugIn(
       "[device]\nid = cam\nname = Camera\nmedia = video\nvideo format = 160x120 2vuy, rates 25\n"
