@@ -11,8 +11,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <regex>
 #include <set>
@@ -24,13 +22,11 @@
 #include "support/FrameworkTest.h"
 #include "support/Rigs.h"
 #include "support/SimulationScheduler.h"
+#include "support/Transcript.h"
 
-// Transcripts: what a host and its machine do, in virtual time, and what the host is told. A file in transcripts/ is a
-// rig, and below it steps, "> " in front, each with what came of it, indented. It holds when the same steps bring the
-// same text again. TRANSCRIPTS_WRITE in the environment writes what came into the files, to be read before it is kept.
-//
-// After "start" the rig's devices capture by themselves, and what arrives is told in sum after each step; after "start
-// by hand" they do what the steps say, and tell what is asked of them.
+// What a host and its machine do, in virtual time, and what the host is told. The head of a transcript is a rig. After
+// "start" its devices capture by themselves, and what arrives is told in sum after each step; after "start by hand"
+// they do what the steps say, and tell what is asked of them.
 
 namespace test {
 namespace {
@@ -100,31 +96,20 @@ class TranscriptTest : public FrameworkTest, public testing::WithParamInterface<
       return;
     }
     endRepetition();
-    std::istringstream lines(line);
-    for (std::string each; std::getline(lines, each);) _written += "  " + each + "\n";
+    _written += line + (line.ends_with('\n') ? "" : "\n");
     _lastLine = line;
   }
   void endRepetition() {
-    if (_repetitions > 0) _written += "  (and " + std::to_string(_repetitions) + " more)\n";
+    if (_repetitions > 0) _written += "(and " + std::to_string(_repetitions) + " more)\n";
     _repetitions = 0;
     _lastLine.clear();
   }
 
-  /// The text of the file with what comes of its steps today.
-  std::string replay(const std::string& text) {
-    std::istringstream lines(text);
-    bool hasBegun = false;
-    for (std::string line; std::getline(lines, line);) {
-      if (hasBegun && line.starts_with("  ")) continue;
-      _written += line + "\n";
-      if (line.starts_with("> ")) {
-        hasBegun = true;
-        make(line.substr(2));
-      } else if (!hasBegun) {
-        _rigText += line + "\n";
-      }
-    }
-    return _written;
+  /// What came of a step.
+  std::string told(const std::string& step, const std::string& rig) {
+    _rigText = rig;
+    make(step);
+    return std::exchange(_written, {});
   }
 
   void make(const std::string& step) {
@@ -479,21 +464,10 @@ class TranscriptTest : public FrameworkTest, public testing::WithParamInterface<
 };
 
 TEST_P(TranscriptTest, IsWhatItWas) {
-  const auto path = std::filesystem::path(TRANSCRIPTS) / (GetParam() + ".txt");
-  std::stringstream file;
-  file << std::ifstream(path).rdbuf();
-  const std::string written = replay(file.str());
-  EXPECT_EQ(written, file.str());
-  if (std::getenv("TRANSCRIPTS_WRITE")) std::ofstream(path) << written;
+  transcripts::replay(TRANSCRIPTS, GetParam(), [this](const auto& step, const auto& rig) { return told(step, rig); });
 }
 
-std::vector<std::string> transcripts() {
-  std::vector<std::string> names;
-  for (const auto& each : std::filesystem::directory_iterator(TRANSCRIPTS)) names.push_back(each.path().stem());
-  std::ranges::sort(names);
-  return names;
-}
-INSTANTIATE_TEST_SUITE_P(Of, TranscriptTest, testing::ValuesIn(transcripts()),
+INSTANTIATE_TEST_SUITE_P(Of, TranscriptTest, testing::ValuesIn(transcripts::in(TRANSCRIPTS)),
                          [](const auto& each) { return each.param; });
 
 }  // namespace

@@ -540,7 +540,7 @@ class Source {
     }
     requirePluggedIn();
     Answer answer{module().BRV_SetSourceSettings(nullptr, _id.c_str(), (record + "</record>").c_str())};
-    if (!answer) answer.message = message(answer.code);
+    if (!answer) answer.message = error();
     const auto found = _core->listeners.find(_id);
     const bool isHeard = found != _core->listeners.end() && (found->second[0] || found->second[1]);
     if (!isHeard) _core->listen(_id, detail::Video, nullptr);  // stops what the call has started
