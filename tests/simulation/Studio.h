@@ -22,6 +22,7 @@
 #include "AVDeviceManager.h"
 #include "AVLog.h"
 #include "BRV_AVCapture.h"
+#include "Require.h"
 #include "support/FakeHardware.h"
 #include "support/MainLoop.h"
 #include "support/SimulationScheduler.h"
@@ -38,13 +39,6 @@ struct Outputs {
   friend Ref<AVCaptureOutput> audioOutput(AV::Device& source) { return source.*Audio; }
 };
 template struct Outputs<&AV::Device::_pVideoOutput, &AV::Device::_pAudioOutput>;
-
-/// Ends the program, and with it the run, where something does not hold: the explorer says how to come here again.
-inline void require(bool holds, const char* rule) {
-  if (holds) return;
-  std::fprintf(stderr, "does not hold: %s\n", rule);
-  std::abort();
-}
 
 /// What a data callback does besides receiving. Registering from one is more than a host may do; it holds all the same.
 enum class CallbackAction { Nothing, Asks, UnregistersItself, RegistersAnew, DisconnectsAll, UnregistersTheOther };
