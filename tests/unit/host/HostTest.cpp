@@ -334,7 +334,9 @@ class CommandsTest : public HostTest, public testing::WithParamInterface<std::st
     std::stringbuf output;
     const int code = exitCode(arguments, output);
     const std::string text = output.str() + (code == ExitDone ? "" : "\nexit code " + std::to_string(code));
-    return std::regex_replace(text, std::regex(_folder.file("")), "./");
+    // How many came after a recording is a matter of moments, and a file's size one of the encoder's version.
+    const std::regex passing(R"x(outside"?:? [0-9]+|[0-9.]+ [MGk]B|"bytes": [0-9]+)x");
+    return std::regex_replace(std::regex_replace(text, std::regex(_folder.file("")), "./"), passing, "?");
   }
 
  private:

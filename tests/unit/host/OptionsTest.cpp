@@ -30,27 +30,6 @@ TEST(OptionsTest, SetsTheFormatThenTheRateThenTheSoundInWhateverOrderAndWayTheyA
   }
 }
 
-TEST(OptionsTest, RefusesWhatMakesNoSense) {
-  const std::pair<Arguments, const char*> cases[] = {
-      {{}, "a command is needed"},
-      {{"list", "--seconds", "3"}, "--seconds"},
-      {{"watch", "--seconds", "nan"}, "up to 366 days"},
-      {{"watch", "--seconds", "1e9"}, "up to 366 days"},
-      {{"watch", "--seconds", "3x"}, "up to 366 days"},
-      {{"snapshot", "0", "a.bmp"}, "not \"a.bmp\""},
-      {{"set", "0"}, "set needs a setting"},
-      {{"set", "0", "fps"}, "not \"fps\""},
-      {{"set", "0", "vide=1"}, "\"vide\" fits more than one setting"},
-      {{"set", "0", "=1"}, "\"\" is no setting"},
-      {{"set", "0", "video=1", "--size", "640x480"}, "Video Settings is set twice"},
-      {{"set", "0", "--size", "640"}, "not \"640\""},
-      {{"set", "0", "--rate", "nan"}, "a number above 0"},
-  };
-  for (const auto& each : cases) {
-    EXPECT_THAT([&] { parseOptions(each.first, nullptr); }, ThrowsMessage<UsageError>(HasSubstr(each.second)));
-  }
-}
-
 TEST(OptionsTest, SaysWhatThereIsWhereNoChoiceIsMeant) {
   const std::tuple<WantedSetting, std::vector<brv::Option>, const char*> cases[] = {
       {settingNamed("video=3"), Formats,
