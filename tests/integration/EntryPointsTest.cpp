@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <brv.hpp>
 
 #include <atomic>
 #include <climits>
@@ -16,24 +15,10 @@ using testing::ElementsAre;
 class EntryPointsTest : public FrameworkTest {};
 
 TEST_F(EntryPointsTest, TheDemoRigIsEnumerated) {
-  Host host;
-  std::vector<std::string> found;
-  for (const std::string& source : host.sources()) {
-    const auto named = BRV_CALL(host.module, BRV_GetSourceDisplayName);
-    found.push_back(Host::text(named, static_cast<void*>(nullptr), source.c_str(), static_cast<void*>(nullptr)));
-    found.back() += ": " + host.deviceId(source);
-    for (const char* property : {"ProvidesVideo", "ProvidesAudio", "HDV", "ProvidesSmell"}) {
-      if (host.has(source, property)) found.back() += std::string(", ") + property;
-    }
-    EXPECT_EQ(host.timescale(source), -1);
-    EXPECT_EQ(host.frameDuration(source), 0);
-  }
-  EXPECT_THAT(found, ElementsAre("HD Webcam Video: webcam-hd-microphone, ProvidesVideo, ProvidesAudio",
-                                 "Desk Camera Video: desk-camera-left, ProvidesVideo",
-                                 "Desk Camera 1 Video: desk-camera-right, ProvidesVideo",
-                                 "HDV Camcorder: F0x0080880303480cd1, ProvidesVideo, ProvidesAudio, HDV",
-                                 "Tethered Phone: tethered-phone, ProvidesVideo, ProvidesAudio",
-                                 "Studio Microphone Audio: studio-microphone, ProvidesAudio"));
+  const Host host;
+  EXPECT_THAT(host.sources(), ElementsAre("HD Webcam Video", "Desk Camera Video", "Desk Camera 1 Video",
+                                          "HDV Camcorder", "Tethered Phone", "Studio Microphone Audio"));
+  EXPECT_TRUE(host.has("HDV Camcorder", "HDV") && host.deviceId("HDV Camcorder") == "F0x0080880303480cd1");
 }
 
 TEST_F(EntryPointsTest, SourcesAppearWithTheLogRegistrationAndOnlyOnce) {
