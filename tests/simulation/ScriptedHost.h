@@ -427,6 +427,7 @@ class ScriptedHost {
   /// Text of the two-call convention.
   static std::string text(const std::function<void(char*, int*)>& call) {
     int length = 0;
+    call(nullptr, nullptr);
     call(nullptr, &length);
     std::string text(static_cast<std::size_t>(length) + 1, '\0');
     call(text.data(), &length);
