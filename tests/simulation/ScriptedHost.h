@@ -17,7 +17,6 @@
 #include <cstring>
 #include <map>
 #include <regex>
-#include <set>
 #include <sstream>
 
 #include "BRV_AVCapture.h"
@@ -91,7 +90,7 @@ class ScriptedHost {
   /// Makes a step; returns what came of it, in lines.
   std::string make(const std::string& step) {
     try {
-      find(step);
+      perform(step);
     } catch (const std::exception&) {
       tell("there is no such step");
     }
@@ -123,7 +122,7 @@ class ScriptedHost {
     _lastLine.clear();
   }
 
-  void find(const std::string& step) {
+  void perform(const std::string& step) {
     static const std::pair<std::regex, void (ScriptedHost::*)(const Words&)> steps[] = {
         {std::regex("start( by hand)?"), &ScriptedHost::start},
         {std::regex("end"), &ScriptedHost::end},
@@ -291,15 +290,12 @@ class ScriptedHost {
   }
 
   void receive(const Words& words) {
-    const bool isVideo = words[2] == "video";
-    const std::string source = words[3];
-    auto* const context = &*_sources.insert(source).first;
-    if (isVideo) {
-      BRV_RegisterVideoDataArrivedCallback(nullptr, source.c_str(), words[1].matched ? nullptr : onVideo,
-                                           const_cast<std::string*>(context));
+    const bool isWanted = !words[1].matched;
+    std::string& source = _sources[words[3]] = words[3];
+    if (words[2] == "video") {
+      BRV_RegisterVideoDataArrivedCallback(nullptr, source.c_str(), isWanted ? onVideo : nullptr, &source);
     } else {
-      BRV_RegisterAudioDataArrivedCallback(nullptr, source.c_str(), words[1].matched ? nullptr : onAudio,
-                                           const_cast<std::string*>(context));
+      BRV_RegisterAudioDataArrivedCallback(nullptr, source.c_str(), isWanted ? onAudio : nullptr, &source);
     }
   }
   /// Holds on to pictures that arrive, or lets go of them.
@@ -475,7 +471,7 @@ class ScriptedHost {
   std::shared_ptr<fake::Provider> _hands;  ///< in its place
   std::map<std::string, std::shared_ptr<fake::Device>> _devices;
   std::map<std::string, std::string> _startFailures;
-  std::set<std::string> _sources;  ///< contexts of callbacks
+  std::map<std::string, std::string> _sources;  ///< contexts of callbacks
   std::string _written, _lastLine;
   int _repetitions = 0;
   bool _keeps = false;
