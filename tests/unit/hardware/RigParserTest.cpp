@@ -69,7 +69,7 @@ TEST(RigParserTest, ValuesAreTakenUpToTheirLimits) {
        "1000 Hz, 8-bit integer;768000 Hz, 32 channels, 64-bit float;"
        "9000 Hz, 32-bit float, 8 channels, layout 7.1;9000 Hz, 16-bit integer;"
        "9000 Hz, 32-bit integer, 3 channels, layout unknown",
-       "999 Hz;768001 Hz;9000 Hz, 33 channels;9000 Hz, 0 channels;9000 Hz, 16-bit float;9000 Hz, 12-bit integer;"
+       "999 Hz;768001 Hz;x Hz;9000 Hz, 33 channels;9000 Hz, 0 channels;9000 Hz, 16-bit float;9000 Hz, 12-bit integer;"
        "9000 Hz, 64-bit integer;9000 Hz, 16-bit unsigned;9000 Hz, mono, layout stereo;9000 Hz, layout 9.9;"
        "9000 Hz, loud;9000 Hz,"},
       {audio + "sound = ", "tone 0;tone 384000 -200;tone 440 0",
@@ -78,7 +78,7 @@ TEST(RigParserTest, ValuesAreTakenUpToTheirLimits) {
       {audio + "audio timescale = ", "1;2147483647", "0;2147483648"},
       {audio + "audio fault = ", "lost buffer, at buffer 0",
        "lost frame, every 2;no image, every 1;undecodable, every 1"},
-      {video + "clock drift = ", "-100000 ppm;100000 ppm", "-100001 ppm;100001 ppm;1 s"},
+      {video + "clock drift = ", "-100000 ppm;100000 ppm", "-100001 ppm;100001 ppm;1 s;x ppm"},
       {video + "clock jitter = ", "0 ms;1000 ms", "-1 ms;1001 ms"},
       {video + "pixel aspect = ", "1 : 1", "0:1;1:0;4/3;4:"},
       {video + "pacing = ", "real time;consumer", "fast"},
@@ -93,7 +93,7 @@ TEST(RigParserTest, ValuesAreTakenUpToTheirLimits) {
       {video + "running failure = ", "x, at 0 s, for 1000000 s;x, at 1000000 s, for 0 s",
        "x, at -1 s, for 1 s;x, at 1 s, for -1 s;x, at 1 s, for 1000001 s;x, at 1000001 s, for 1 s;x, at 1 s;"
        "x,, at 1 s;x, for 5 s, at 2 s"},
-      {video + "firewire unit = ", "0xffffffffffffffff, dv, mpeg;0", "0x10000000000000000;0x;1, tape;1,,dv"},
+      {video + "firewire unit = ", "0xffffffffffffffff, dv, mpeg;0;0Xab", "0x10000000000000000;0x;1, tape;1,,dv"},
       {"[firewire bus]\nopen status = ", "2147483647;-2147483647", "2147483648;-2147483648"},
       {video + "[script]\nat ", "0 s = plug cam;1000000 s = unplug cam",
        "-1 s = plug cam;1000001 s = plug cam;1 s = pull cam;1 s = plug"},
