@@ -1,5 +1,5 @@
-// Rigs, and whatever a host may do with the machines that they describe, while devices capture, fail, come and go: a rig
-// file, and below it the steps of a script.
+// Rigs, and whatever a host may do with the machines that they describe, while devices capture, fail, come and go: a
+// rig file, and below it the steps of a script.
 
 #include <simulated/RigParser.h>
 

@@ -250,6 +250,8 @@ void recordSource(const brv::Library& library, const Options& options, std::ostr
   if (!take.records(Medium::video) && !take.records(Medium::audio)) {
     throw Failure(source.id() + " has nothing to record to " + take.target);
   }
+  if (take.segmentSeconds && (take.target == "-" || isURL(take.target)))
+    throw UsageError("--segment begins further files, which " + take.target + " is not");
   requireSettings(library, source, options.settings);  // before the files of an earlier recording are replaced
   std::optional<OutputFile> page;
   if (take.diary) page.emplace(options.report);  // which fails before there is work to lose
